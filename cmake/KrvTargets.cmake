@@ -1,0 +1,52 @@
+# SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+# SPDX-License-Identifier: MIT
+
+# What every target of this project is compiled with. Includes are written from the root of the project.
+add_library(krv_build_options INTERFACE)
+target_include_directories(krv_build_options INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_options(
+  krv_build_options
+  INTERFACE -Wall
+            -Wextra
+            -Wpedantic
+            -Wshadow
+            -Wconversion
+            -Wsign-conversion
+            -Wnon-virtual-dtor
+            -Wold-style-cast
+            $<$<BOOL:${KRV_WARNINGS_AS_ERRORS}>:-Werror>)
+
+# krv_library(NAME SOURCES file... [PUBLIC target...] [PRIVATE target...])
+#
+# A static library of one folder. PUBLIC names only what a header of the folder names.
+function(krv_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;PUBLIC;PRIVATE")
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_link_libraries(
+    ${name}
+    PUBLIC ${arg_PUBLIC}
+    PRIVATE krv_build_options ${arg_PRIVATE})
+endfunction()
+
+# krv_program(NAME SOURCES file... LIBRARIES target...)
+function(krv_program name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE krv_build_options ${arg_LIBRARIES})
+endfunction()
+
+# krv_test(NAME SOURCES file... LIBRARIES target... [PROGRAMS target...] [LABELS label...])
+#
+# A GoogleTest program; each of its tests becomes a CTest test and runs in a process of its own. PROGRAMS are
+# executables of this build that the tests start: they are built first.
+function(krv_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;PROGRAMS;LABELS")
+  krv_program(${name} SOURCES ${arg_SOURCES} LIBRARIES ${arg_LIBRARIES} krv_test_support GTest::gmock_main)
+  if(arg_PROGRAMS)
+    add_dependencies(${name} ${arg_PROGRAMS})
+  endif()
+  gtest_discover_tests(
+    ${name}
+    DISCOVERY_MODE PRE_TEST
+    PROPERTIES TIMEOUT 120 LABELS "${arg_LABELS}")
+endfunction()

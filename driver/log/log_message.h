@@ -1,0 +1,39 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <sstream>
+
+enum class LogLevel : std::int32_t {
+  Info = 0,
+  Warning = 1,
+  Error = 2,
+};
+
+/// One line of the log, composed piece by piece and written to standard output when it goes out of scope, so that
+/// the pieces of one message are never split by another. A message into which nothing was inserted writes nothing.
+///
+///   LogMessage(LogLevel::Error) << "Failed to read RPM package: " << path;
+///
+/// A level other than the three above writes the text without a mark. A file-system path is written quoted, with
+/// backslash escapes. A null character pointer inserts nothing and loses what is inserted after it.
+class LogMessage {
+public:
+  explicit LogMessage(LogLevel level) : m_level(level) {}
+  LogMessage(const LogMessage&) = delete;
+  LogMessage& operator=(const LogMessage&) = delete;
+
+  /// Writes the line and flushes standard output. An exception while writing terminates the process.
+  ~LogMessage();
+
+  template <typename Part>
+  LogMessage& operator<<(const Part& part) {
+    m_text << part;
+    return *this;
+  }
+
+private:
+  LogLevel m_level;
+  std::ostringstream m_text;
+};

@@ -1,0 +1,60 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace Support {
+
+/// How a child process differs from its parent: variables to set, or, given nothing, to remove.
+using Environment = std::map<std::string, std::optional<std::string>>;
+
+struct ProcessResult {
+  int status; ///< exit status, or 128 + signal number
+  std::string output;
+  std::string errors;
+};
+
+/// A started child process with its standard output and error in files. It is killed, if it still runs, and reaped
+/// when the object goes.
+class Process {
+public:
+  /// Starts `arguments[0]`, looked up in PATH. Standard input is /dev/null.
+  explicit Process(const std::vector<std::string>& arguments, const Environment& environment = {},
+                   const std::filesystem::path& workingDirectory = ".");
+  ~Process();
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  pid_t id() const { return m_id; }
+  void signal(int number) const;
+  bool isRunning();
+  std::string outputSoFar() const;
+
+  /// Waits for the end. A process that does not end within the deadline is killed and the wait throws.
+  ProcessResult wait();
+
+private:
+  pid_t m_id = -1;
+  std::optional<int> m_status;
+  int m_output = -1;
+  int m_errors = -1;
+};
+
+/// Runs a program to its end.
+ProcessResult run(const std::vector<std::string>& arguments, const Environment& environment = {},
+                  const std::filesystem::path& workingDirectory = ".");
+
+/// Runs a program that has to succeed: throws with all that it wrote otherwise. Returns its standard output.
+std::string runOrThrow(const std::vector<std::string>& arguments, const Environment& environment = {});
+
+/// The executable `name` of this build.
+std::filesystem::path program(const std::string& name);
+
+} // namespace Support
