@@ -48,5 +48,6 @@ function(krv_test name)
   gtest_discover_tests(
     ${name}
     DISCOVERY_MODE PRE_TEST
+    NO_PRETTY_VALUES
     PROPERTIES TIMEOUT 120 LABELS "${arg_LABELS}")
 endfunction()

@@ -1,0 +1,29 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "common/rpm/configuration.h"
+
+#include "driver/log/log_message.h"
+
+#include <rpm/rpmlib.h>
+
+namespace Common::Rpm {
+
+namespace {
+
+bool configured = false;
+
+} // namespace
+
+void ensureRpmConfig() {
+  if (configured)
+    return;
+  configured = rpmReadConfigFiles(nullptr, nullptr) == 0;
+  if (!configured)
+    LogMessage(LogLevel::Warning) << "Couldn't read RPM configuration files";
+}
+
+bool isRpmConfigured() {
+  return configured;
+}
+
+} // namespace Common::Rpm

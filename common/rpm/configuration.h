@@ -1,0 +1,14 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+namespace Common::Rpm {
+
+/// Reads RPM's configuration files, once per process. A failure is not fatal: it is logged as the warning "Couldn't
+/// read RPM configuration files", and the next call tries again. For the single thread of the program only.
+void ensureRpmConfig();
+
+/// Whether ensureRpmConfig() has succeeded.
+bool isRpmConfigured();
+
+} // namespace Common::Rpm

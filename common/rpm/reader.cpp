@@ -1,0 +1,87 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "common/rpm/reader.h"
+
+#include "common/error/error.h"
+#include "common/rpm/configuration.h"
+
+#include <rpm/rpmlib.h>
+#include <rpm/rpmtag.h>
+
+#include <filesystem>
+
+namespace Common::Rpm {
+
+static_assert(Tag::Name == RPMTAG_NAME && Tag::Version == RPMTAG_VERSION && Tag::Release == RPMTAG_RELEASE);
+
+namespace {
+
+/// Opening a FIFO would block for ever and opening a device may do anything, so the file's type is asked first.
+FileHandle openPackage(const std::string& path) {
+  std::error_code ignored;
+  const std::filesystem::file_status status = std::filesystem::status(path, ignored);
+  if (!std::filesystem::exists(status))
+    throw Error(ErrorCode::FileNotFound, "Couldn't open rpm package");
+  if (!std::filesystem::is_regular_file(status))
+    throw Error(ErrorCode::BadPackageFileFormat, "Couldn't read rpm package");
+  FileHandle file = ownFile(Fopen(path.c_str(), "r.ufdio"));
+  if (!file)
+    throw Error(ErrorCode::FileNotFound, "Couldn't open rpm package");
+  return file;
+}
+
+/// A transaction set that shares one keyring with all others. Left alone, each set would load the keyring from the RPM
+/// database at its first use, which costs many times more than reading a package.
+TransactionSetHandle transactionSet() {
+  static KeyringHandle keyring;
+  TransactionSetHandle set = ownTransactionSet(rpmtsCreate());
+  rpmtsSetRootDir(set.get(), nullptr);
+  if (keyring)
+    rpmtsSetKeyring(set.get(), keyring.get());
+  else if (isRpmConfigured()) // without a configuration the keyring is empty, and it would stay so
+    keyring = ownKeyring(rpmtsGetKeyring(set.get(), 1));
+  return set;
+}
+
+HeaderHandle readHeader(const FileHandle& file, const std::string& path) {
+  const TransactionSetHandle set = transactionSet();
+  Header found = nullptr;
+  const rpmRC result = rpmReadPackageFile(set.get(), file.get(), path.c_str(), &found);
+  // The header may be set although the result is a failure.
+  HeaderHandle header = ownHeader(found);
+  if (result != RPMRC_OK)
+    throw Error(ErrorCode::BadPackageFileFormat, "Couldn't read rpm package");
+  return header;
+}
+
+} // namespace
+
+Reader::Reader(const std::string& path) {
+  ensureRpmConfig();
+  m_file = openPackage(path);
+  m_header = readHeader(m_file, path);
+}
+
+Reader::Reader(Header header) : m_header(borrowHeader(header)) {
+  ensureRpmConfig();
+}
+
+std::string Reader::tag(std::int32_t tag) const {
+  const TagDataHandle data = ownTagData(rpmtdNew());
+  if (headerGet(m_header.get(), tag, data.get(), HEADERGET_EXT) != 0) {
+    if (const char* text = rpmtdGetString(data.get()))
+      return text;
+  }
+  throw Error(ErrorCode::BadPackageFileFormat,
+              "Couldn't retrieve rpm tag from package (type=" + std::to_string(tag) + ")");
+}
+
+std::string Reader::tagOr(std::int32_t tag, const std::string& fallback) const {
+  try {
+    return this->tag(tag);
+  } catch (const Error&) {
+    return fallback;
+  }
+}
+
+} // namespace Common::Rpm

@@ -1,0 +1,46 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "common/rpm/handles.h"
+
+#include <cstdint>
+#include <string>
+
+namespace Common::Rpm {
+
+/// Header tags by number, as rpm/rpmtag.h has them.
+namespace Tag {
+inline constexpr std::int32_t Name = 1000;
+inline constexpr std::int32_t Version = 1001;
+inline constexpr std::int32_t Release = 1002;
+} // namespace Tag
+
+/// The header of one package and, for a package file, the open file. Copies share both. For the single thread of the
+/// program only.
+class Reader {
+public:
+  /// Opens the package file at `path`, links followed, and reads its header; whether signatures and digests have to
+  /// hold is up to RPM's configuration. Blocks for the disk alone: what is not a regular file is never opened.
+  /// Throws Common::Error: FileNotFound "Couldn't open rpm package"; BadPackageFileFormat "Couldn't read rpm package",
+  /// also for a package whose signing key is not imported.
+  explicit Reader(const std::string& path);
+
+  /// Wraps a header that an RPM database iterator owns; the reader must not outlive the iterator's step.
+  explicit Reader(Header header);
+
+  /// The text of one header tag. Throws Common::Error with BadPackageFileFormat when the tag is absent or has no string
+  /// form (numbers, binary data). Of a list of strings it is the first.
+  std::string tag(std::int32_t tag) const;
+
+  /// As tag(), with `fallback` in place of the error.
+  std::string tagOr(std::int32_t tag, const std::string& fallback) const;
+
+  HeaderHandle header() const { return m_header; }
+
+private:
+  FileHandle m_file;
+  HeaderHandle m_header;
+};
+
+} // namespace Common::Rpm

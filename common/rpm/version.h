@@ -1,0 +1,19 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+namespace Common::Rpm {
+
+enum class VersionComparison {
+  Newer,
+  LowerOrEqual,
+  Unparsable, ///< one of the two is no version to RPM
+  Unexpected, ///< RPM's comparison gave none of -1, 0 and 1
+};
+
+/// Compares two versions ("[epoch:]version[-release]") by RPM's rules: is `candidate` newer than `installed`?
+VersionComparison compareVersions(const std::string& candidate, const std::string& installed);
+
+} // namespace Common::Rpm

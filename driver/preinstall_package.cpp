@@ -1,0 +1,104 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "driver/preinstall_package.h"
+
+#include "common/error/error.h"
+#include "common/rpm/reader.h"
+#include "common/signatures/package_cmses.h"
+#include "core/registry.h"
+#include "driver/decision.h"
+#include "driver/log/log_message.h"
+
+#include <span>
+#include <string>
+#include <utility>
+
+namespace {
+
+using Common::Rpm::VersionComparison;
+using Core::KRV::RegistryRecord;
+
+std::optional<PackageFacts> readFacts(const std::filesystem::path& path) {
+  try {
+    const Common::Rpm::Reader reader(path.string());
+    PackageFacts facts;
+    facts.name = reader.tag(Common::Rpm::Tag::Name);
+    facts.version = reader.tag(Common::Rpm::Tag::Version) + "-" + reader.tag(Common::Rpm::Tag::Release);
+    // Without verification: whether the signatures hold is for the service to judge when it installs.
+    facts.developer = Common::developerIdentity(Common::readPackageCmses(path.string(), false));
+    return facts;
+  } catch (const Common::Error& error) {
+    LogMessage(LogLevel::Error) << error.what();
+    LogMessage(LogLevel::Error) << "Failed to read RPM package: " << path;
+    return std::nullopt;
+  }
+}
+
+/// The registry's records. A failed read leaves the cache empty, so that the next package tries again.
+std::span<const RegistryRecord> registryRecords(RegistryCache& cache) {
+  if (!cache) {
+    std::vector<RegistryRecord> records;
+    if (!Core::KRV::Registry().foreachRecord([&](const RegistryRecord& record) { records.push_back(record); })) {
+      LogMessage(LogLevel::Error) << "Failed to read records from krv registry";
+      return {};
+    }
+    cache = std::move(records);
+  }
+  return *cache;
+}
+
+void logComparison(VersionComparison comparison, const std::string& version, const std::filesystem::path& path) {
+  // The file's own version stands here also when it is the installed one that RPM cannot read.
+  if (comparison == VersionComparison::Unparsable)
+    LogMessage(LogLevel::Error) << "Failed to parse rpm package version: " << version;
+  else if (comparison == VersionComparison::Unexpected)
+    LogMessage(LogLevel::Error) << "Unexpected result of comparing rpm versions";
+  else
+    return;
+  LogMessage(LogLevel::Warning)
+      << "Failed to compare the package version with the version of an already installed package: " << path;
+}
+
+void logRefusal(Reason reason, const std::filesystem::path& path) {
+  switch (reason) {
+  case Reason::RemovedByUser:
+    LogMessage(LogLevel::Info) << "The package was manually removed by the user: " << path;
+    break;
+  case Reason::NotNewer:
+    LogMessage(LogLevel::Error)
+        << "The package version is lower than or equal to the version of an already installed package: " << path;
+    break;
+  case Reason::DeveloperMismatch:
+    LogMessage(LogLevel::Error)
+        << "Package developer doesn't match with the developer of an already installed package: " << path;
+    break;
+  case Reason::NotInstalled:
+  case Reason::Update:
+    break;
+  }
+}
+
+PreinstallOutcome skip(const std::filesystem::path& path) {
+  LogMessage(LogLevel::Info) << "Skipping package pre-installation: " << path;
+  return PreinstallOutcome::Skipped;
+}
+
+} // namespace
+
+PreinstallOutcome preinstallPackage(KrvProxy& proxy, const std::filesystem::path& packagePath,
+                                    RegistryCache& registryCache) {
+  const std::optional<PackageFacts> facts = readFacts(packagePath);
+  if (!facts)
+    return skip(packagePath);
+
+  const std::optional<InstalledPackage> installed = proxy.getPackage(facts->name);
+  const auto records = installed ? std::span<const RegistryRecord>() : registryRecords(registryCache);
+  const Verdict verdict = decide(*facts, installed, records);
+  if (verdict.comparison)
+    logComparison(*verdict.comparison, facts->version, packagePath);
+  if (!verdict.isInstallationDue()) {
+    logRefusal(verdict.reason, packagePath);
+    return skip(packagePath);
+  }
+  return proxy.install(packagePath.string()) ? PreinstallOutcome::Installed : PreinstallOutcome::InstallFailed;
+}

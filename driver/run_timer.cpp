@@ -1,0 +1,11 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "driver/run_timer.h"
+
+#include "driver/log/log_message.h"
+
+RunTimer::~RunTimer() {
+  const auto elapsed = std::chrono::steady_clock::now() - m_start;
+  LogMessage(LogLevel::Info) << "Time spent for pre-installation: "
+                             << std::chrono::duration_cast<std::chrono::seconds>(elapsed).count() << " seconds";
+}

@@ -1,0 +1,50 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "common/rpm/configuration.h"
+
+#include "common/rpm/reader.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/environment.h"
+#include "tests/support/rpm_sandbox.h"
+
+#include <gtest/gtest.h>
+
+#include <rpm/rpmtag.h>
+
+#include <filesystem>
+
+namespace {
+
+using Support::CapturedLog;
+
+TEST(RpmConfiguration, IsReadOnceAndSilently) {
+  const Support::RpmSandbox sandbox;
+  const CapturedLog log;
+  EXPECT_FALSE(Common::Rpm::isRpmConfigured());
+  Common::Rpm::ensureRpmConfig();
+  EXPECT_TRUE(Common::Rpm::isRpmConfigured());
+  Common::Rpm::ensureRpmConfig();
+  EXPECT_EQ(log.text(), "");
+}
+
+TEST(RpmConfiguration, IsTriedAgainAfterAFailure) {
+  const Support::RpmSandbox sandbox;
+  sandbox.build({}, sandbox.path() / "sample.rpm");
+  const std::filesystem::path folder = sandbox.path() / "configuration";
+  const Support::ScopedEnvironment configuration("RPM_CONFIGDIR", folder.string());
+  {
+    const CapturedLog log;
+    const Common::Rpm::Reader first((sandbox.path() / "sample.rpm").string());
+    const Common::Rpm::Reader second((sandbox.path() / "sample.rpm").string());
+    EXPECT_EQ(second.tag(RPMTAG_NAME), "sample");
+    EXPECT_EQ(log.text(), "[W] Couldn't read RPM configuration files\n[W] Couldn't read RPM configuration files\n");
+  }
+  EXPECT_FALSE(Common::Rpm::isRpmConfigured());
+  std::filesystem::create_directory_symlink("/usr/lib/rpm", folder);
+  const CapturedLog log;
+  const Common::Rpm::Reader third((sandbox.path() / "sample.rpm").string());
+  EXPECT_TRUE(Common::Rpm::isRpmConfigured());
+  EXPECT_EQ(log.text(), "");
+}
+
+} // namespace

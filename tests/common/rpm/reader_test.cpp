@@ -1,0 +1,252 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "common/rpm/reader.h"
+
+#include "common/error/error.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/expect_error.h"
+#include "tests/support/open_pgp_key.h"
+#include "tests/support/process.h"
+#include "tests/support/rpm_sandbox.h"
+
+#include <gtest/gtest.h>
+
+#include <rpm/rpmtag.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using Common::ErrorCode;
+using Common::Rpm::Reader;
+using Support::expectError;
+using Support::PackageInput;
+using Support::readFile;
+using Support::writeFile;
+
+class RpmReader : public testing::Test {
+protected:
+  RpmReader() { m_sandbox.build(PackageInput(), package()); }
+
+  std::filesystem::path package() const { return m_sandbox.path() / "sample.rpm"; }
+
+  static void expectUnreadable(const std::filesystem::path& path) {
+    expectError([&] { const Reader reader(path.string()); }, ErrorCode::BadPackageFileFormat,
+                "Couldn't read rpm package");
+  }
+
+  static void expectNotFound(const std::filesystem::path& path) {
+    expectError([&] { const Reader reader(path.string()); }, ErrorCode::FileNotFound, "Couldn't open rpm package");
+  }
+
+  Support::RpmSandbox m_sandbox;
+};
+
+TEST_F(RpmReader, ReadsNameVersionAndRelease) {
+  m_sandbox.build({.name = "krv-app", .version = "1.2.3", .release = "4.el9", .preamble = "Epoch: 7"}, package());
+  const Reader reader(package().string());
+  EXPECT_EQ(reader.tag(Common::Rpm::Tag::Name), "krv-app");
+  EXPECT_EQ(reader.tag(Common::Rpm::Tag::Version), "1.2.3");
+  EXPECT_EQ(reader.tag(Common::Rpm::Tag::Release), "4.el9");
+}
+
+TEST_F(RpmReader, FollowsALink) {
+  std::filesystem::create_symlink("sample.rpm", m_sandbox.path() / "link.rpm");
+  EXPECT_EQ(Reader((m_sandbox.path() / "link.rpm").string()).tag(RPMTAG_NAME), "sample");
+}
+
+TEST_F(RpmReader, ResolvesExtensionTags) {
+  EXPECT_EQ(Reader(package().string()).tag(RPMTAG_NEVRA), "sample-1.0-1.noarch");
+}
+
+TEST_F(RpmReader, GivesTheFirstOfAListOfStrings) {
+  EXPECT_EQ(Reader(package().string()).tag(RPMTAG_BASENAMES), "sample");
+}
+
+TEST_F(RpmReader, RefusesANumericTag) {
+  const Reader reader(package().string());
+  expectError([&] { reader.tag(RPMTAG_BUILDTIME); }, ErrorCode::BadPackageFileFormat,
+              "Couldn't retrieve rpm tag from package (type=1006)");
+}
+
+TEST_F(RpmReader, RefusesABinaryTag) {
+  const Reader reader(package().string());
+  expectError([&] { reader.tag(RPMTAG_SIGMD5); }, ErrorCode::BadPackageFileFormat,
+              "Couldn't retrieve rpm tag from package (type=261)");
+}
+
+TEST_F(RpmReader, NamesAnAbsentTagByItsSignedNumber) {
+  const Reader reader(package().string());
+  expectError([&] { reader.tag(RPMTAG_VENDOR); }, ErrorCode::BadPackageFileFormat,
+              "Couldn't retrieve rpm tag from package (type=1011)");
+  expectError([&] { reader.tag(-5); }, ErrorCode::BadPackageFileFormat,
+              "Couldn't retrieve rpm tag from package (type=-5)");
+}
+
+TEST_F(RpmReader, FallsBackWhenATagCannotBeHad) {
+  const Reader reader(package().string());
+  EXPECT_EQ(reader.tagOr(RPMTAG_VENDOR, "nobody"), "nobody");
+  EXPECT_EQ(reader.tagOr(RPMTAG_BUILDTIME, "never"), "never");
+  EXPECT_EQ(reader.tagOr(RPMTAG_NAME, "other"), "sample");
+}
+
+TEST_F(RpmReader, FallsBackToGzipForAnUncompressedPayload) {
+  m_sandbox.build({.globals = "%global _binary_payload w.ufdio"}, package());
+  EXPECT_EQ(Reader(package().string()).tagOr(RPMTAG_PAYLOADCOMPRESSOR, "gzip"), "gzip");
+}
+
+TEST_F(RpmReader, SharesTheHeaderWithItsCopies) {
+  auto reader = std::make_unique<Reader>(package().string());
+  const Reader copy = *reader;
+  const Common::Rpm::HeaderHandle header = reader->header();
+  reader.reset();
+  EXPECT_EQ(copy.tag(RPMTAG_NAME), "sample");
+  EXPECT_EQ(header, copy.header());
+}
+
+TEST_F(RpmReader, DoesNotOwnAHeaderFromTheDatabase) {
+  const Common::Rpm::HeaderHandle header = Reader(package().string()).header();
+  { EXPECT_EQ(Reader(header.get()).tag(RPMTAG_NAME), "sample"); }
+  EXPECT_EQ(Reader(header.get()).tag(RPMTAG_VERSION), "1.0");
+}
+
+TEST_F(RpmReader, DoesNotFindAMissingFile) {
+  expectNotFound(m_sandbox.path() / "missing.rpm");
+  expectNotFound("");
+}
+
+TEST_F(RpmReader, DoesNotFindWhatHasNoStatus) {
+  std::filesystem::create_symlink("loop.rpm", m_sandbox.path() / "loop.rpm");
+  std::filesystem::create_symlink("nowhere.rpm", m_sandbox.path() / "dangling.rpm");
+  expectNotFound(m_sandbox.path() / "loop.rpm");
+  expectNotFound(m_sandbox.path() / "dangling.rpm");
+  expectNotFound(m_sandbox.path() / std::string(300, 'n'));
+  expectNotFound(package() / "below-a-file.rpm");
+}
+
+TEST_F(RpmReader, DoesNotFindAFileThatMayNotBeRead) {
+  if (geteuid() == 0)
+    GTEST_SKIP() << "root may read every file";
+  std::filesystem::permissions(package(), std::filesystem::perms::none);
+  expectNotFound(package());
+}
+
+TEST_F(RpmReader, RefusesWhatIsNoRegularFileWithoutOpeningIt) {
+  const std::filesystem::path fifo = m_sandbox.path() / "fifo.rpm";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  expectUnreadable(fifo);
+  expectUnreadable(m_sandbox.path());
+  expectUnreadable("/dev/null");
+  std::filesystem::create_symlink("fifo.rpm", m_sandbox.path() / "link-to-fifo.rpm");
+  expectUnreadable(m_sandbox.path() / "link-to-fifo.rpm");
+}
+
+TEST_F(RpmReader, RefusesAFileThatIsNoPackage) {
+  writeFile(m_sandbox.path() / "text.rpm", "This is a text.\n");
+  writeFile(m_sandbox.path() / "empty.rpm", "");
+  writeFile(m_sandbox.path() / "zeros.rpm", std::string(10000, '\0'));
+  expectUnreadable(m_sandbox.path() / "text.rpm");
+  expectUnreadable(m_sandbox.path() / "empty.rpm");
+  expectUnreadable(m_sandbox.path() / "zeros.rpm");
+}
+
+/// Where the payload of a package begins: behind the lead (96 bytes), the signature header with its padding to eight
+/// bytes, and the main header.
+std::size_t payloadOffset(const std::string& package) {
+  const auto headerSize = [&](std::size_t offset) {
+    const auto number = [&](std::size_t at) {
+      std::size_t value = 0;
+      for (std::size_t i = 0; i < 4; ++i)
+        value = value << 8 | static_cast<unsigned char>(package.at(at + i));
+      return value;
+    };
+    return 16 + 16 * number(offset + 8) + number(offset + 12);
+  };
+  const std::size_t main = 96 + (headerSize(96) + 7) / 8 * 8;
+  return main + headerSize(main);
+}
+
+TEST_F(RpmReader, RefusesAPackageCutAnywhereBeforeItsPayload) {
+  const std::string whole = readFile(package());
+  const std::size_t payload = payloadOffset(whole);
+  const std::filesystem::path cut = m_sandbox.path() / "cut.rpm";
+  ASSERT_GT(payload, 1000U);
+  for (std::size_t size = 0; size < payload; size += 64) {
+    SCOPED_TRACE(size);
+    writeFile(cut, std::string_view(whole).substr(0, size));
+    expectUnreadable(cut);
+  }
+}
+
+TEST_F(RpmReader, ReadsAPackageCutInsideItsPayload) {
+  const std::string whole = readFile(package());
+  const std::filesystem::path cut = m_sandbox.path() / "cut.rpm";
+  writeFile(cut, std::string_view(whole).substr(0, payloadOffset(whole)));
+  EXPECT_EQ(Reader(cut.string()).tag(RPMTAG_NAME), "sample");
+}
+
+TEST_F(RpmReader, RefusesAMainHeaderWithAFlippedByte) {
+  const std::string whole = readFile(package());
+  const std::filesystem::path damaged = m_sandbox.path() / "damaged.rpm";
+  const std::size_t payload = payloadOffset(whole);
+  for (std::size_t offset = payload - 600; offset < payload; offset += 37) {
+    SCOPED_TRACE(offset);
+    std::string bytes = whole;
+    bytes[offset] = static_cast<char>(~bytes[offset]);
+    writeFile(damaged, bytes);
+    expectUnreadable(damaged);
+  }
+}
+
+TEST_F(RpmReader, ReadsAPackageSignedByAnImportedKey) {
+  const Support::OpenPgpKey key(m_sandbox);
+  key.sign(package());
+  key.import();
+  EXPECT_EQ(Reader(package().string()).tag(RPMTAG_NAME), "sample");
+}
+
+TEST_F(RpmReader, RefusesAPackageSignedByAnUnknownKeyLikeADamagedOne) {
+  const Support::OpenPgpKey key(m_sandbox);
+  key.sign(package());
+  expectUnreadable(package());
+}
+
+// Loading the keyring costs many times more than reading a package. What gives the sharing away without a clock: a
+// key that is imported after the first read stays unknown.
+TEST_F(RpmReader, LoadsTheKeyringOnce) {
+  m_sandbox.build({.name = "signed"}, m_sandbox.path() / "signed.rpm");
+  const Support::OpenPgpKey key(m_sandbox);
+  key.sign(m_sandbox.path() / "signed.rpm");
+  EXPECT_EQ(Reader(package().string()).tag(RPMTAG_NAME), "sample");
+  key.import();
+  expectUnreadable(m_sandbox.path() / "signed.rpm");
+}
+
+TEST_F(RpmReader, ClosesTheFileWithItsLastCopy) {
+  const auto isOpen = [&] {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+      std::error_code gone;
+      if (std::filesystem::read_symlink(entry, gone) == package())
+        return true;
+    }
+    return false;
+  };
+  {
+    const Reader reader(package().string());
+    EXPECT_TRUE(isOpen());
+  }
+  EXPECT_FALSE(isOpen());
+}
+
+TEST_F(RpmReader, LogsNothing) {
+  const Support::CapturedLog log;
+  EXPECT_EQ(Reader(package().string()).tagOr(RPMTAG_VENDOR, "x"), "x");
+  EXPECT_THROW(Reader(m_sandbox.path().string()), Common::Error);
+  writeFile(m_sandbox.path() / "text.rpm", "This is a text.\n");
+  EXPECT_THROW(Reader((m_sandbox.path() / "text.rpm").string()), Common::Error);
+  EXPECT_EQ(log.text(), "");
+}
+
+} // namespace
