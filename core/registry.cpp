@@ -1,0 +1,163 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "core/registry.h"
+
+#include "common/error/error.h"
+#include "common/filesystem/entry.h"
+#include "common/filesystem/root.h"
+#include "driver/log/log_message.h"
+
+#include <boost/interprocess/exceptions.hpp>
+#include <boost/interprocess/sync/file_lock.hpp>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+namespace Core::KRV {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Event = RegistryRecord::Event;
+
+fs::path registryPath() {
+  return Common::Filesystem::rootDirectory() / "var/lib/krv/registry";
+}
+
+fs::path beside(fs::path registry, const char* suffix) {
+  registry += suffix;
+  return registry;
+}
+
+/// Opens a file for writing, emptied. Opening a FIFO would wait for a reader, for ever if none comes: it is refused.
+std::ofstream openForWriting(const fs::path& path) {
+  std::error_code ignored;
+  return fs::is_fifo(path, ignored) ? std::ofstream() : std::ofstream(path, std::ios::trunc);
+}
+
+/// Does `work` while this process holds the registry's lock, and returns its result.
+template <typename Work>
+bool withLock(const fs::path& registry, Work work) {
+  const fs::path lockFile = beside(registry, ".lock");
+  Common::Filesystem::createDirectories(lockFile.parent_path());
+  if (!openForWriting(lockFile).is_open()) {
+    LogMessage(LogLevel::Error) << "Couldn't create the registry lock file: " << lockFile;
+    return false;
+  }
+  // The system drops the lock as soon as this process closes any descriptor of the file. It goes with `lock`,
+  // therefore, however `work` ends, and `work` must not open the file.
+  std::optional<boost::interprocess::file_lock> lock;
+  try {
+    lock.emplace(lockFile.c_str());
+    lock->lock();
+  } catch (const boost::interprocess::interprocess_exception& exception) {
+    LogMessage(LogLevel::Error) << exception.what();
+    LogMessage(LogLevel::Error) << "Couldn't get an exclusive registry lock";
+    return false;
+  }
+  return work();
+}
+
+/// Calls `callback` with each valid record. A read error is a failure like one to open: taken for the end of the
+/// file, it would make the next write drop what could not be read.
+template <typename Callback>
+bool readRecords(const fs::path& registry, Callback callback) {
+  if (!Common::Filesystem::exists(registry))
+    return true;
+  std::ifstream file;
+  // Only a regular file is sure to open without waiting and to end.
+  if (Common::Filesystem::isRegularFile(registry))
+    file.open(registry);
+  for (std::string line; std::getline(file, line);) {
+    if (line.empty())
+      continue;
+    if (std::optional<RegistryRecord> record = parseRecord(line))
+      callback(std::move(*record));
+    else
+      LogMessage(LogLevel::Warning) << "Bad registry record found: '" << line << "'";
+  }
+  if (file.is_open() && !file.bad())
+    return true;
+  LogMessage(LogLevel::Error) << "Couldn't open registry: " << registry;
+  return false;
+}
+
+/// The records that stay when `added` follows them, in their order. The walk begins at the newest, so that the
+/// earlier keys that it names lead to the older records.
+std::vector<RegistryRecord> prune(std::vector<RegistryRecord> records, const RegistryRecord& added) {
+  std::unordered_set<std::string> keyChain(added.prevKeyIds.begin(), added.prevKeyIds.end());
+  keyChain.insert(added.keyId);
+  const auto stays = [&](const RegistryRecord& older) {
+    if (older.packageId != added.packageId || !keyChain.contains(older.keyId))
+      return true;
+    keyChain.insert(older.prevKeyIds.begin(), older.prevKeyIds.end());
+    return added.event == Event::Update && older.event == Event::Install;
+  };
+  std::vector<RegistryRecord> kept;
+  for (auto record = records.rbegin(); record != records.rend(); ++record)
+    if (stays(*record))
+      kept.push_back(std::move(*record));
+  std::ranges::reverse(kept);
+  return kept;
+}
+
+bool writeRecords(const fs::path& next, const std::vector<RegistryRecord>& records) {
+  try {
+    Common::Filesystem::createDirectories(next.parent_path());
+  } catch (const Common::Error&) {
+    return false; // the reason is in the log
+  }
+  std::ofstream file = openForWriting(next);
+  for (const RegistryRecord& record : records)
+    file << toString(record) << std::endl;
+  // The last failure may show no earlier than here.
+  file.close();
+  return file.good();
+}
+
+bool replaceRegistry(const fs::path& next, const fs::path& registry) {
+  try {
+    Common::Filesystem::move(next, registry);
+    return true;
+  } catch (const Common::Error& error) {
+    LogMessage(LogLevel::Error) << error.what();
+    LogMessage(LogLevel::Error) << "Couldn't atomically update registry: " << next << " -> " << registry;
+    return false;
+  }
+}
+
+} // namespace
+
+bool Registry::foreachRecord(const std::function<void(const RegistryRecord&)>& callback) const {
+  const fs::path registry = registryPath();
+  return withLock(registry, [&] { return readRecords(registry, callback); });
+}
+
+bool Registry::writeRecord(const RegistryRecord& record) const {
+  const fs::path registry = registryPath();
+  return withLock(registry, [&] {
+    std::vector<RegistryRecord> records;
+    if (!readRecords(registry, [&](RegistryRecord&& read) { records.push_back(std::move(read)); })) {
+      LogMessage(LogLevel::Error) << "Couldn't load registry records";
+      return false;
+    }
+    records = prune(std::move(records), record);
+    records.push_back(record);
+    const fs::path next = beside(registry, ".next");
+    if (!writeRecords(next, records)) {
+      LogMessage(LogLevel::Error) << "Couldn't write records to the next registry: " << next;
+      return false;
+    }
+    return replaceRegistry(next, registry);
+  });
+}
+
+} // namespace Core::KRV
