@@ -6,7 +6,7 @@
 #include "tests/support/captured_log.h"
 #include "tests/support/expect_error.h"
 #include "tests/support/open_pgp_key.h"
-#include "tests/support/process.h"
+#include "tests/support/package_surgery.h"
 #include "tests/support/rpm_sandbox.h"
 
 #include <gtest/gtest.h>
@@ -23,6 +23,7 @@ using Common::ErrorCode;
 using Common::Rpm::Reader;
 using Support::expectError;
 using Support::PackageInput;
+using Support::payloadOffset;
 using Support::readFile;
 using Support::writeFile;
 
@@ -152,20 +153,12 @@ TEST_F(RpmReader, RefusesAFileThatIsNoPackage) {
   expectUnreadable(m_sandbox.path() / "zeros.rpm");
 }
 
-/// Where the payload of a package begins: behind the lead (96 bytes), the signature header with its padding to eight
-/// bytes, and the main header.
-std::size_t payloadOffset(const std::string& package) {
-  const auto headerSize = [&](std::size_t offset) {
-    const auto number = [&](std::size_t at) {
-      std::size_t value = 0;
-      for (std::size_t i = 0; i < 4; ++i)
-        value = value << 8 | static_cast<unsigned char>(package.at(at + i));
-      return value;
-    };
-    return 16 + 16 * number(offset + 8) + number(offset + 12);
-  };
-  const std::size_t main = 96 + (headerSize(96) + 7) / 8 * 8;
-  return main + headerSize(main);
+TEST_F(RpmReader, DoesNotFindTheReleaseOfAPackageWithoutOne) {
+  Support::removeTag(package(), RPMTAG_RELEASE);
+  const Reader reader(package().string());
+  EXPECT_EQ(reader.tag(RPMTAG_VERSION), "1.0");
+  expectError([&] { reader.tag(RPMTAG_RELEASE); }, ErrorCode::BadPackageFileFormat,
+              "Couldn't retrieve rpm tag from package (type=1002)");
 }
 
 TEST_F(RpmReader, RefusesAPackageCutAnywhereBeforeItsPayload) {

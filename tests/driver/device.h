@@ -1,0 +1,66 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "tests/support/pki.h"
+#include "tests/support/private_bus.h"
+#include "tests/support/process.h"
+#include "tests/support/rpm_sandbox.h"
+#include "tests/support/scripted_service.h"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// A device in a temporary folder for tests of the whole tool: its root, its bus, its package-manager service, and the
+/// real tool as a child process.
+class Device {
+public:
+  struct Run {
+    int status;
+    std::string log;             ///< everything on standard output, with N for the number of seconds
+    std::optional<long> seconds; ///< that number; nothing when there is no such line
+  };
+
+  Device();
+
+  std::filesystem::path root() const { return m_rpm.path() / "root"; }
+  std::filesystem::path preinstallDirectory() const { return root() / "usr/share/krv/pre-install-apps"; }
+  std::filesystem::path registry() const { return root() / "var/lib/krv/registry"; }
+  /// The entries of the pre-install directory in the order in which the system lists them.
+  std::vector<std::filesystem::path> entries() const;
+
+  /// Puts a package into the pre-install directory, built from `input` and signed by `developer` of the PKI (unsigned
+  /// when empty), whose earlier keys are `previous`, oldest first.
+  std::filesystem::path add(const Support::PackageInput& input, const std::string& developer = "alice",
+                            const std::vector<std::string>& previous = {}, const std::string& fileName = {});
+
+  /// Runs the tool to its end.
+  Run run(const Support::Environment& environment = {}, const std::filesystem::path& workingDirectory = ".");
+  /// Starts the tool; finish() waits for its end.
+  std::unique_ptr<Support::Process> start(const Support::Environment& environment = {},
+                                          const std::filesystem::path& workingDirectory = ".");
+  static Run finish(Support::Process& tool);
+
+  Support::RpmSandbox& rpm() { return m_rpm; }
+  Support::Pki& pki() { return m_pki; }
+  Support::PrivateBus& bus() { return m_bus; }
+  Support::ScriptedService& service() { return *m_service; }
+  void removeService() { m_service.reset(); }
+
+private:
+  Support::RpmSandbox m_rpm;
+  Support::Pki m_pki;
+  Support::PrivateBus m_bus;
+  std::unique_ptr<Support::ScriptedService> m_service = std::make_unique<Support::ScriptedService>();
+};
+
+/// Lines of the log as the tool has to write them.
+inline const std::string timeLine = "[I] Time spent for pre-installation: N seconds\n";
+std::string quoted(const std::filesystem::path& path);
+std::string installedLine(const std::filesystem::path& path);
+std::string failedLine(const std::filesystem::path& path);
+std::string skippedLine(const std::filesystem::path& path);
+std::string unreadableLines(const std::string& reason, const std::filesystem::path& path);

@@ -1,0 +1,178 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/driver/device.h"
+
+#include "tests/support/open_pgp_key.h"
+#include "tests/support/package_surgery.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Support::readFile;
+using Support::writeFile;
+
+const std::string unreadable = "Couldn't read rpm package";
+
+class OddEntries : public testing::Test {
+protected:
+  fs::path in(const std::string& name) const { return m_device.preinstallDirectory() / name; }
+
+  /// The log of a run in which every entry has its expected lines, or is installed.
+  std::string expectedLog(const std::map<std::string, std::string>& linesOf) const {
+    std::string log;
+    for (const fs::path& path : m_device.entries()) {
+      const auto found = linesOf.find(path.filename());
+      log += found != linesOf.end() ? found->second : installedLine(path);
+    }
+    return log + timeLine;
+  }
+
+  Device m_device;
+};
+
+TEST_F(OddEntries, AreSkippedWithoutHangingWhenTheyAreNoRegularFiles) {
+  m_device.add({});
+  ASSERT_EQ(mkfifo(in("fifo.rpm").c_str(), 0600), 0);
+  fs::create_symlink("fifo.rpm", in("link-to-fifo.rpm"));
+  fs::create_directory(in("folder.rpm"));
+  fs::create_symlink("/dev/zero", in("device.rpm"));
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", in("socket.rpm").c_str());
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+
+  std::map<std::string, std::string> lines;
+  for (const std::string name : {"fifo.rpm", "link-to-fifo.rpm", "folder.rpm", "device.rpm", "socket.rpm"})
+    lines[name] = unreadableLines(unreadable, in(name));
+  const auto run = m_device.run();
+  close(listener);
+  EXPECT_EQ(run.log, expectedLog(lines));
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(OddEntries, AreSkippedWhenTheyAreNoPackages) {
+  writeFile(in("text.rpm"), "This is no package.\n");
+  writeFile(in("empty.rpm"), "");
+  writeFile(in("README"), std::string(100000, 'x'));
+  std::map<std::string, std::string> lines;
+  for (const std::string name : {"text.rpm", "empty.rpm", "README"})
+    lines[name] = unreadableLines(unreadable, in(name));
+  const auto run = m_device.run();
+  EXPECT_EQ(run.log, expectedLog(lines));
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(OddEntries, AreFollowedWhenTheyAreLinksToPackages) {
+  m_device.rpm().build({}, m_device.root() / "elsewhere.rpm");
+  m_device.pki().sign(m_device.root() / "elsewhere.rpm", "alice");
+  fs::create_symlink(m_device.root() / "elsewhere.rpm", in("link.rpm"));
+  EXPECT_EQ(m_device.run().log, installedLine(in("link.rpm")) + timeLine);
+  EXPECT_EQ(m_device.service().calls().back(), Support::installCall(in("link.rpm")));
+}
+
+TEST_F(OddEntries, MayHaveNamesThatNeedQuoting) {
+  m_device.add({}, "alice", {}, "plain.rpm");
+  for (const std::string name : {"a b.rpm", "quo\"te.rpm", "back\\slash.rpm", "new\nline.rpm", "-rf", "\xc3\xa4.rpm"})
+    fs::copy_file(in("plain.rpm"), in(name));
+  EXPECT_EQ(m_device.run().log, expectedLog({}));
+  for (const Support::ReceivedCall& call : m_device.service().calls())
+    EXPECT_TRUE(call.member == "GetPackage" || call.member == "Install");
+}
+
+TEST_F(OddEntries, AreRefusedByTheBusWhenTheirNamesAreNoText) {
+  m_device.add({}, "alice", {}, "\xff.rpm");
+  EXPECT_EQ(m_device.run().log,
+            "[E] Package installation error: Failed to serialize a string value (Invalid argument)\n" +
+                failedLine(in("\xff.rpm")) + timeLine);
+}
+
+TEST_F(OddEntries, AreSkippedWhenCutBeforeTheirPayload) {
+  const fs::path whole = m_device.add({}, "alice", {}, "whole.rpm");
+  const std::string bytes = readFile(whole);
+  const std::size_t payload = Support::payloadOffset(bytes);
+  std::map<std::string, std::string> lines;
+  for (std::size_t size = 0; size < bytes.size(); size += 64) {
+    const std::string name = "cut-" + std::to_string(size) + ".rpm";
+    writeFile(in(name), std::string_view(bytes).substr(0, size));
+    if (size < payload)
+      lines[name] = unreadableLines(unreadable, in(name));
+  }
+  ASSERT_GT(lines.size(), 30U);
+  const auto run = m_device.run();
+  EXPECT_EQ(run.log, expectedLog(lines));
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(OddEntries, AreSkippedWhenAByteOfTheirMainHeaderIsFlipped) {
+  const fs::path whole = m_device.add({}, "alice", {}, "whole.rpm");
+  const std::string bytes = readFile(whole);
+  const std::size_t payload = Support::payloadOffset(bytes);
+  std::map<std::string, std::string> lines;
+  for (std::size_t offset = payload - 900; offset < payload; offset += 60) {
+    const std::string name = "flipped-" + std::to_string(offset) + ".rpm";
+    std::string damaged = bytes;
+    damaged[offset] = static_cast<char>(~damaged[offset]);
+    writeFile(in(name), damaged);
+    lines[name] = unreadableLines(unreadable, in(name));
+  }
+  EXPECT_EQ(m_device.run().log, expectedLog(lines));
+}
+
+TEST_F(OddEntries, AreReadWhenSignedWithAnImportedOpenPgpKey) {
+  const fs::path path = m_device.add({}, "");
+  const Support::OpenPgpKey key(m_device.rpm());
+  key.sign(path);
+  key.import();
+  m_device.pki().sign(path, "alice");
+  EXPECT_EQ(m_device.run().log, installedLine(path) + timeLine);
+}
+
+TEST_F(OddEntries, AreSkippedWhenSignedWithAnUnknownOpenPgpKey) {
+  const fs::path path = m_device.add({}, "");
+  const Support::OpenPgpKey key(m_device.rpm());
+  key.sign(path);
+  m_device.pki().sign(path, "alice");
+  EXPECT_EQ(m_device.run().log, unreadableLines(unreadable, path) + timeLine);
+}
+
+TEST_F(OddEntries, AreSkippedWhenTheyMayNotBeRead) {
+  if (geteuid() == 0)
+    GTEST_SKIP() << "root may read every file";
+  const fs::path path = m_device.add({});
+  fs::permissions(path, fs::perms::none);
+  EXPECT_EQ(m_device.run().log, unreadableLines("Couldn't open rpm package", path) + timeLine);
+}
+
+TEST_F(OddEntries, AreNeverModified) {
+  m_device.add({.name = "good"});
+  m_device.add({.name = "unsigned"}, "");
+  writeFile(in("text.rpm"), "text");
+  const auto state = [&] {
+    std::map<std::string, std::string> files;
+    for (const fs::path& path : m_device.entries()) {
+      struct stat status {};
+      EXPECT_EQ(stat(path.c_str(), &status), 0);
+      files[path] = readFile(path) + " " + std::to_string(status.st_mode) + " " + std::to_string(status.st_ino) + " " +
+                    std::to_string(status.st_mtim.tv_sec) + "." + std::to_string(status.st_mtim.tv_nsec) + " " +
+                    std::to_string(status.st_ctim.tv_sec) + "." + std::to_string(status.st_ctim.tv_nsec);
+    }
+    return files;
+  };
+  const auto before = state();
+  m_device.run();
+  EXPECT_EQ(state(), before);
+}
+
+} // namespace

@@ -1,0 +1,248 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/driver/device.h"
+#include "tests/support/wait.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Support::getPackageCall;
+using Support::installCall;
+using Support::writeFile;
+
+class Run : public testing::Test {
+protected:
+  Device m_device;
+};
+
+const std::string noList = "[E] Failed to get a list of packages to pre-install\n";
+const std::string noProxy = "[E] Failed to create dbus proxy for KRV service\n";
+
+std::string missingDirectoryLines(const fs::path& directory) {
+  return "[E] filesystem error: directory iterator cannot open directory: No such file or directory [" +
+         directory.string() + "]\n[E] Couldn't read directory: " + directory.string() + "\n" + noList;
+}
+
+TEST_F(Run, EndsWithoutAServiceOnTheBus) {
+  m_device.removeService();
+  m_device.add({});
+  const auto run = m_device.run();
+  EXPECT_EQ(run.log, "[E] The name velta.KRV was not provided by any .service files\n" + noProxy);
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(Run, EndsWithoutABus) {
+  m_device.add({});
+  const auto run = m_device.run({{"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + m_device.root().string() + "/nowhere"}});
+  EXPECT_EQ(run.log, "[E] Failed to open system bus (No such file or directory)\n" + noProxy);
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(Run, EndsWithoutAPreinstallDirectory) {
+  fs::remove(m_device.preinstallDirectory());
+  const auto run = m_device.run();
+  EXPECT_EQ(run.log, missingDirectoryLines(m_device.preinstallDirectory()));
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(m_device.service().calls(), std::vector<Support::ReceivedCall>());
+}
+
+TEST_F(Run, EndsWhenTheDirectoryIsAFile) {
+  fs::remove(m_device.preinstallDirectory());
+  writeFile(m_device.preinstallDirectory(), "");
+  const auto run = m_device.run();
+  EXPECT_EQ(run.log, "[E] filesystem error: directory iterator cannot open directory: Not a directory [" +
+                         m_device.preinstallDirectory().string() + "]\n[E] Couldn't read directory: " +
+                         m_device.preinstallDirectory().string() + "\n" + noList);
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(Run, EndsWhenALinkInTheDirectoryDangles) {
+  m_device.add({});
+  const fs::path link = m_device.preinstallDirectory() / "dangling.rpm";
+  fs::create_symlink("nowhere", link);
+  const auto run = m_device.run();
+  EXPECT_EQ(run.log, "[E] filesystem error: cannot get file time: No such file or directory [" + link.string() +
+                         "]\n[E] Couldn't read directory: " + m_device.preinstallDirectory().string() + "\n" + noList);
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(Run, SaysOnlyTheTimeForAnEmptyDirectory) {
+  const auto run = m_device.run();
+  EXPECT_EQ(run.log, timeLine);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(m_device.service().calls(), std::vector<Support::ReceivedCall>());
+}
+
+TEST_F(Run, LeavesTheRegistryAloneWhenNothingAsksForIt) {
+  m_device.run();
+  EXPECT_FALSE(fs::exists(m_device.root() / "var"));
+}
+
+TEST_F(Run, ReportsEachOutcomeInTheOrderOfTheListing) {
+  for (const std::string name : {"a", "b", "c", "d"})
+    m_device.add({.name = name});
+  m_device.service().onInstall(m_device.preinstallDirectory() / "b.rpm").fail("velta.KRV.Error.FileConflict", "No");
+  m_device.service().onInstall(m_device.preinstallDirectory() / "d.rpm").fail("org.example.Other", "Never");
+  std::string expected;
+  std::vector<Support::ReceivedCall> calls;
+  for (const fs::path& path : m_device.entries()) {
+    const std::string name = path.stem();
+    calls.push_back(getPackageCall(name));
+    calls.push_back(installCall(path));
+    if (name == "b")
+      expected += "[E] Package installation error: No\n" + failedLine(path);
+    else if (name == "d")
+      expected += "[E] Package installation error: Never\n" + failedLine(path);
+    else
+      expected += installedLine(path);
+  }
+  const auto run = m_device.run();
+  EXPECT_EQ(run.log, expected + timeLine);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(m_device.service().calls(), calls);
+}
+
+TEST_F(Run, ListsOneLevelOnly) {
+  const fs::path folder = m_device.preinstallDirectory() / "folder";
+  m_device.rpm().build({}, folder / "inside.rpm");
+  const auto run = m_device.run();
+  EXPECT_EQ(run.log, unreadableLines("Couldn't read rpm package", folder) + timeLine);
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(Run, ReadsNoArguments) {
+  const fs::path path = m_device.add({});
+  Support::Process tool({Support::program("krv-pre-installer"), "--help", "-x", "/nowhere"},
+                        {{"KRV_ROOT_FS", m_device.root().string()}});
+  EXPECT_EQ(Device::finish(tool).log, installedLine(path) + timeLine);
+}
+
+TEST_F(Run, CountsWholeSecondsOfItsOwnTime) {
+  m_device.add({});
+  m_device.service().onInstall().whenReleased().succeed();
+  const auto begin = std::chrono::steady_clock::now();
+  const auto passed = [&] { return std::chrono::steady_clock::now() - begin; };
+  const auto tool = m_device.start();
+  ASSERT_TRUE(m_device.service().waitForCalls(2));
+  const auto inLoop = std::chrono::steady_clock::now();
+  ASSERT_TRUE(Support::waitUntil(
+      [&] { return std::chrono::steady_clock::now() - inLoop >= std::chrono::milliseconds(1100); }));
+  m_device.service().release();
+  const auto run = Device::finish(*tool);
+  ASSERT_TRUE(run.seconds.has_value());
+  EXPECT_GE(*run.seconds, 1);
+  EXPECT_LE(std::chrono::seconds(*run.seconds), passed());
+}
+
+TEST_F(Run, WritesEachLineAtOnce) {
+  const fs::path refused = m_device.add({}, "");
+  m_device.add({.name = "waiting"});
+  m_device.service().onInstall().whenReleased().succeed();
+  const auto tool = m_device.start();
+  ASSERT_TRUE(m_device.service().waitForCalls(2));
+  const std::string soFar =
+      m_device.entries().front() == refused
+          ? unreadableLines("Package doesn't have developer signature", refused)
+          : "";
+  EXPECT_EQ(tool->outputSoFar(), soFar);
+  m_device.service().release();
+  Device::finish(*tool);
+}
+
+TEST_F(Run, GoesOnWhenTheServiceLeavesBetweenTwoCalls) {
+  const fs::path path = m_device.add({});
+  m_device.service().onGetPackage().beforeLeaving().fail("velta.KRV.Error.PackageNotExist");
+  const auto run = m_device.run();
+  EXPECT_EQ(run.log, "[E] Package installation error: The name velta.KRV was not provided by any .service files\n" +
+                         failedLine(path) + timeLine);
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(Run, GoesOnWhenTheServiceDiesDuringAnInstallation) {
+  m_device.add({.name = "a"});
+  m_device.add({.name = "b"});
+  const std::vector<fs::path> paths = m_device.entries();
+  m_device.service().onInstall(paths[0]).die();
+  const auto run = m_device.run();
+  EXPECT_EQ(run.log,
+            "[E] Package installation error: Message recipient disconnected from message bus without replying\n" +
+                failedLine(paths[0]) + "[E] The name velta.KRV was not provided by any .service files\n" +
+                "[E] Failed to query information about installed package: " + paths[1].stem().string() + "\n" +
+                "[E] Package installation error: The name velta.KRV was not provided by any .service files\n" +
+                failedLine(paths[1]) + timeLine);
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(Run, StopsWithItsTimeAndTheReasonWhenTheRegistryFolderCannotBeMade) {
+  m_device.add({});
+  writeFile(m_device.root() / "var", "in the way");
+  const auto run = m_device.run();
+  const std::string folder = (m_device.root() / "var/lib/krv").string();
+  EXPECT_EQ(run.log, "[E] filesystem error: cannot create directories: Not a directory [" + folder + "]\n" +
+                         timeLine + "[E] Couldn't create directory: " + folder + "\n");
+  EXPECT_EQ(run.status, 2);
+}
+
+TEST_F(Run, NeedsNoRegistryFolderForInstalledPackages) {
+  const fs::path path = m_device.add({.version = "2.0"});
+  m_device.service().hasInstalled("sample", "1.0-1", m_device.pki().keyId("alice"));
+  writeFile(m_device.root() / "var", "in the way");
+  EXPECT_EQ(m_device.run().log, installedLine(path) + timeLine);
+}
+
+TEST_F(Run, EndsAllTheSameWhenNobodyCanReadItsLog) {
+  m_device.add({});
+  Support::Process tool({"sh", "-c", Support::program("krv-pre-installer").string() + " >/dev/full"},
+                        {{"KRV_ROOT_FS", m_device.root().string()}});
+  EXPECT_EQ(tool.wait().status, 0);
+  EXPECT_EQ(m_device.service().calls().size(), 2U);
+}
+
+// KRV_ROOT_FS
+
+TEST_F(Run, WorksOnTheMachineItselfWithoutARoot) {
+  const fs::path directory = "/usr/share/krv/pre-install-apps";
+  if (fs::exists(directory))
+    GTEST_SKIP() << "this machine has a pre-install directory";
+  const auto run = m_device.run({{"KRV_ROOT_FS", std::nullopt}});
+  EXPECT_EQ(run.log, missingDirectoryLines(directory));
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(Run, TakesAnEmptyRootForTheWorkingDirectory) {
+  m_device.add({});
+  const auto run = m_device.run({{"KRV_ROOT_FS", ""}}, m_device.root());
+  EXPECT_EQ(run.log, installedLine("usr/share/krv/pre-install-apps/sample.rpm") + timeLine);
+  EXPECT_TRUE(fs::exists(m_device.root() / "var/lib/krv/registry.lock"));
+}
+
+TEST_F(Run, ResolvesARelativeRootAgainstTheWorkingDirectory) {
+  m_device.add({});
+  const auto run = m_device.run({{"KRV_ROOT_FS", "root"}}, m_device.root().parent_path());
+  EXPECT_EQ(run.log, installedLine("root/usr/share/krv/pre-install-apps/sample.rpm") + timeLine);
+  EXPECT_EQ(m_device.service().calls().back(), installCall("root/usr/share/krv/pre-install-apps/sample.rpm"));
+}
+
+TEST_F(Run, DoublesNoSeparatorBehindARootWithATrailingSlash) {
+  const fs::path path = m_device.add({});
+  EXPECT_EQ(m_device.run({{"KRV_ROOT_FS", m_device.root().string() + "/"}}).log, installedLine(path) + timeLine);
+}
+
+TEST_F(Run, ReportsARootThatIsNotThere) {
+  const fs::path nowhere = m_device.root() / "nowhere";
+  const auto run = m_device.run({{"KRV_ROOT_FS", nowhere.string()}});
+  EXPECT_EQ(run.log, missingDirectoryLines(nowhere / "usr/share/krv/pre-install-apps"));
+  EXPECT_EQ(run.status, 1);
+}
+
+} // namespace
