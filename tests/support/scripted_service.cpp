@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <string_view>
 #include <system_error>
 
 #include <poll.h>
@@ -41,13 +40,11 @@ Bus connect() {
   return Bus(bus);
 }
 
-/// Takes every message before the bus library can answer it by itself. What the bus tells a connection about its
-/// names is no call.
-int collect(sd_bus_message* message, void* messages, sd_bus_error*) {
-  const char* sender = sd_bus_message_get_sender(message);
-  if (sender != nullptr && std::string_view(sender) == "org.freedesktop.DBus")
+/// Takes every call before the bus library can answer it by itself.
+int collect(sd_bus_message* message, void* calls, sd_bus_error*) {
+  if (sd_bus_message_is_method_call(message, nullptr, nullptr) <= 0)
     return 0;
-  static_cast<std::vector<Message>*>(messages)->emplace_back(sd_bus_message_ref(message));
+  static_cast<std::vector<Message>*>(calls)->emplace_back(sd_bus_message_ref(message));
   return 1;
 }
 
