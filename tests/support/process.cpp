@@ -4,8 +4,8 @@
 
 #include "tests/support/wait.h"
 
-#include <cstdlib>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 #include <fcntl.h>
@@ -33,26 +33,41 @@ std::string contentOf(int descriptor) {
   return content;
 }
 
-[[noreturn]] void become(const std::vector<std::string>& arguments, const Environment& environment,
-                         const std::filesystem::path& workingDirectory, int output, int errors) {
+std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (const std::string& text : texts)
+    pointers.push_back(const_cast<char*>(text.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+std::vector<std::string> childEnvironment(const Environment& changes) {
+  std::vector<std::string> variables;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    const std::string_view text = *variable;
+    if (!changes.contains(std::string(text.substr(0, text.find('=')))))
+      variables.emplace_back(text);
+  }
+  for (const auto& [name, value] : changes) {
+    if (value)
+      variables.push_back(name + "=" + *value);
+  }
+  return variables;
+}
+
+/// Everything was prepared before the fork: a process with threads may only make system calls after it, because a
+/// lock that another thread held at that moment stays locked in the child.
+[[noreturn]] void become(char* const* arguments, char** environment, const char* workingDirectory, int output,
+                         int errors) {
   // A test that dies takes its children with it.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
   dup2(output, STDOUT_FILENO);
   dup2(errors, STDERR_FILENO);
-  for (const auto& [name, value] : environment) {
-    if (value)
-      setenv(name.c_str(), value->c_str(), 1);
-    else
-      unsetenv(name.c_str());
-  }
-  if (chdir(workingDirectory.c_str()) != 0)
+  if (chdir(workingDirectory) != 0)
     _exit(126);
-  std::vector<char*> pointers;
-  for (const std::string& argument : arguments)
-    pointers.push_back(const_cast<char*>(argument.c_str()));
-  pointers.push_back(nullptr);
-  execvp(pointers[0], pointers.data());
+  environ = environment;
+  execvp(arguments[0], arguments);
   _exit(127);
 }
 
@@ -61,11 +76,14 @@ std::string contentOf(int descriptor) {
 Process::Process(const std::vector<std::string>& arguments, const Environment& environment,
                  const std::filesystem::path& workingDirectory)
     : m_output(memoryFile("output")), m_errors(memoryFile("errors")) {
+  const std::vector<char*> argumentPointers = pointersTo(arguments);
+  const std::vector<std::string> variables = childEnvironment(environment);
+  std::vector<char*> variablePointers = pointersTo(variables);
   m_id = fork();
   if (m_id < 0)
     throw std::system_error(errno, std::generic_category(), "fork");
   if (m_id == 0)
-    become(arguments, environment, workingDirectory, m_output, m_errors);
+    become(argumentPointers.data(), variablePointers.data(), workingDirectory.c_str(), m_output, m_errors);
 }
 
 Process::~Process() {

@@ -1,0 +1,35 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "tests/support/environment.h"
+#include "tests/support/process.h"
+#include "tests/support/temp_directory.h"
+
+#include <memory>
+#include <string>
+
+namespace Support {
+
+/// A message bus of the test's own, which is the system bus of this process and of its children while it lives. It
+/// allows everything to everybody and knows no service that it could start until provide() names one.
+class PrivateBus {
+public:
+  PrivateBus();
+
+  const std::string& address() const { return m_address; }
+
+  /// Lets the bus start `command` when the service `name` is asked for and not there. The command is split at spaces.
+  void provide(const std::string& name, const std::string& command) const;
+
+  /// Ends the bus: every connection is cut, and nobody listens at the address any more.
+  void stop();
+
+private:
+  TempDirectory m_directory;
+  std::unique_ptr<Process> m_daemon;
+  std::string m_address;
+  std::unique_ptr<ScopedEnvironment> m_systemBus;
+};
+
+} // namespace Support
