@@ -1,0 +1,59 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "driver/log/log_message.h"
+#include "sandbox/service.h"
+
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr const char* help =
+    "krv-sandbox-service: a development and test companion, never to be installed on a device.\n"
+    "\n"
+    "usage: krv-sandbox-service [--root DIR]\n"
+    "\n"
+    "Serves the package manager's D-Bus interface \"velta.KRV\" on the system bus\n"
+    "(DBUS_SYSTEM_BUS_ADDRESS moves it). Packages count as installed while it runs. Its\n"
+    "registry and its trusted certificate authorities are those under the root:\n"
+    "DIR, or else the environment variable KRV_ROOT_FS.\n";
+
+int usageError() {
+  std::cerr << "usage: krv-sandbox-service [--root DIR]\n";
+  return 2;
+}
+
+bool isRootUsable() {
+  const char* root = std::getenv("KRV_ROOT_FS");
+  if (root != nullptr && std::filesystem::is_directory(root))
+    return true;
+  LogMessage(LogLevel::Error) << "The root is not a directory: " << std::filesystem::path(root ? root : "");
+  return false;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  try {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (arguments.size() == 1 && arguments[0] == "--help") {
+      std::cout << help;
+      return EXIT_SUCCESS;
+    }
+    if (arguments.size() == 2 && arguments[0] == "--root")
+      setenv("KRV_ROOT_FS", arguments[1].c_str(), 1);
+    else if (!arguments.empty())
+      return usageError();
+    if (!isRootUsable())
+      return EXIT_FAILURE;
+    Sandbox::serve();
+    return EXIT_SUCCESS;
+  } catch (const std::exception& error) {
+    LogMessage(LogLevel::Error) << error.what();
+    return EXIT_FAILURE;
+  }
+}
