@@ -8,6 +8,4 @@
 struct InstalledPackage {
   std::string version;        ///< version and release, for example "1.2.3-1"
   std::string developerKeyId; ///< key id of the developer whose signature the package was installed with
-
-  bool operator==(const InstalledPackage&) const = default;
 };

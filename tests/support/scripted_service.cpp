@@ -117,12 +117,16 @@ private:
 
   void carryOutWishes() {
     bool isReleased = false;
+    bool mustNudge = false;
     bool mustLeave = false;
     {
       const std::scoped_lock lock(m_service.m_mutex);
       isReleased = m_service.m_isReleased;
+      mustNudge = std::exchange(m_service.m_mustNudge, false);
       mustLeave = m_service.m_mustLeave;
     }
+    if (mustNudge)
+      nudgeClients();
     if (isReleased) {
       for (const auto& [call, reaction] : std::exchange(m_waiting, {}))
         react(call.get(), reaction);
@@ -130,6 +134,15 @@ private:
     if (mustLeave && m_bus) {
       sd_bus_release_name(m_bus.get(), serviceName);
       m_bus.reset();
+    }
+  }
+
+  void nudgeClients() const {
+    for (const auto& [call, reaction] : m_waiting) {
+      sd_bus_message* signal = nullptr;
+      checked(sd_bus_message_new_signal(m_bus.get(), &signal, "/velta/KRV", serviceName, "Nudge"), "no signal");
+      const Message owner(signal);
+      sd_bus_send_to(m_bus.get(), signal, sd_bus_message_get_sender(call.get()), nullptr);
     }
   }
 
@@ -182,19 +195,15 @@ bool ScriptedService::waitForCalls(std::size_t count) const {
 }
 
 void ScriptedService::release() {
-  {
-    const std::scoped_lock lock(m_mutex);
-    m_isReleased = true;
-  }
-  wakeWorker();
+  wish(m_isReleased);
+}
+
+void ScriptedService::nudge() {
+  wish(m_mustNudge);
 }
 
 void ScriptedService::leave() {
-  {
-    const std::scoped_lock lock(m_mutex);
-    m_mustLeave = true;
-  }
-  wakeWorker();
+  wish(m_mustLeave);
   waitForDeparture();
 }
 
@@ -226,7 +235,11 @@ ScriptedService::Reaction ScriptedService::reactionTo(const std::string& member,
           }};
 }
 
-void ScriptedService::wakeWorker() const {
+void ScriptedService::wish(bool& flag) {
+  {
+    const std::scoped_lock lock(m_mutex);
+    flag = true;
+  }
   eventfd_write(m_wakeUp, 1);
 }
 

@@ -54,6 +54,8 @@ public:
 
   /// Sends the answers that wait for it, now and from now on.
   void release();
+  /// Sends the clients of those answers an unrelated signal each: a message that is not the one they wait for.
+  void nudge();
 
   /// Gives the name back and disconnects; returns when the bus has noticed.
   void leave();
@@ -75,13 +77,14 @@ private:
 
   void decide(const std::string& member, const std::optional<std::string>& argument, Reaction reaction);
   Reaction reactionTo(const std::string& member, const std::string& argument) const;
-  void wakeWorker() const;
+  void wish(bool& flag);
 
-  /// Guards the script, the record and the two wishes.
+  /// Guards the script, the record and the three wishes.
   mutable std::mutex m_mutex;
   std::map<std::pair<std::string, std::optional<std::string>>, Reaction> m_script;
   std::vector<ReceivedCall> m_calls;
   bool m_isReleased = false;
+  bool m_mustNudge = false;
   bool m_mustLeave = false;
 
   int m_wakeUp; ///< an eventfd
