@@ -6,6 +6,7 @@
 #include <exception>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -40,6 +41,16 @@ OrdinaryUser::~OrdinaryUser() {
   // user has taken away, the leak checker could not look into this process.
   if (seteuid(m_before) != 0 || prctl(PR_SET_DUMPABLE, 1) != 0)
     std::terminate();
+}
+
+ScopedPermissions::ScopedPermissions(std::filesystem::path path, std::filesystem::perms permissions)
+    : m_path(std::move(path)), m_before(std::filesystem::status(m_path).permissions()) {
+  std::filesystem::permissions(m_path, permissions);
+}
+
+ScopedPermissions::~ScopedPermissions() {
+  std::error_code ignored;
+  std::filesystem::permissions(m_path, m_before, ignored);
 }
 
 } // namespace Support

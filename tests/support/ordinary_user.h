@@ -21,4 +21,18 @@ private:
   uid_t m_before;
 };
 
+/// Replaces the permission bits of a file or folder and puts the old ones back at the end of its scope, so that the
+/// folder can be removed.
+class ScopedPermissions {
+public:
+  ScopedPermissions(std::filesystem::path path, std::filesystem::perms permissions);
+  ~ScopedPermissions();
+  ScopedPermissions(const ScopedPermissions&) = delete;
+  ScopedPermissions& operator=(const ScopedPermissions&) = delete;
+
+private:
+  std::filesystem::path m_path;
+  std::filesystem::perms m_before;
+};
+
 } // namespace Support

@@ -126,7 +126,7 @@ TEST(Entry, QueriesLogADirectoryThatMayNotBeSearchedAndAnswerNo) {
   const TempDirectory directory;
   writeFile(directory / "closed/file", "");
   const Support::OrdinaryUser user(directory.path());
-  fs::permissions(directory / "closed", fs::perms::owner_read);
+  const Support::ScopedPermissions permissions(directory / "closed", fs::perms::owner_read);
   for (const Query& query : queries()) {
     const std::string reason = reasonOf([&] { query.library(directory / "closed/file"); });
     ASSERT_NE(reason, "no exception");
@@ -134,7 +134,6 @@ TEST(Entry, QueriesLogADirectoryThatMayNotBeSearchedAndAnswerNo) {
     EXPECT_FALSE(query.ask(directory / "closed/file")) << query.name;
     EXPECT_EQ(log.text(), "[E] " + reason + "\n") << query.name;
   }
-  fs::permissions(directory / "closed", ownerAll);
 }
 
 TEST(Entry, QueriesThatFollowLinksLogALoopAndAnswerNo) {
@@ -225,7 +224,7 @@ TEST(Entry, ADirectoryThatMayNotBeReadCountsAsNotEmpty) {
   const fs::path closed = directory / "closed";
   fs::create_directory(closed);
   const Support::OrdinaryUser user(directory.path());
-  fs::permissions(closed, fs::perms::none);
+  const Support::ScopedPermissions permissions(closed, fs::perms::none);
   const std::string reason = reasonOf([&] { return fs::is_empty(closed); });
   ASSERT_NE(reason, "no exception");
   const CapturedLog log;
@@ -263,12 +262,11 @@ TEST(Entry, ReportsWhatItMayNotRemove) {
   const TempDirectory directory;
   writeFile(directory / "closed/file", "");
   const Support::OrdinaryUser user(directory.path());
-  fs::permissions(directory / "closed", fs::perms::owner_read | fs::perms::owner_exec);
+  const Support::ScopedPermissions permissions(directory / "closed", fs::perms::owner_read | fs::perms::owner_exec);
   expectFailure([&] { Filesystem::remove(directory / "closed"); },
                 reasonOf([&] { fs::remove_all(directory / "closed"); }),
                 "Couldn't remove filesystem entry: " + (directory / "closed").string());
   EXPECT_TRUE(fs::exists(directory / "closed/file"));
-  fs::permissions(directory / "closed", ownerAll);
 }
 
 TEST(Entry, CreatesDirectoriesWithTheirParents) {

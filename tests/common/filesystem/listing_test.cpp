@@ -96,7 +96,7 @@ TEST(Listing, FailsForADirectoryThatMayNotBeRead) {
   const TempDirectory directory;
   fs::create_directory(directory / "closed");
   const Support::OrdinaryUser user(directory.path());
-  fs::permissions(directory / "closed", fs::perms::none);
+  const Support::ScopedPermissions permissions(directory / "closed", fs::perms::none);
   const std::string reason = reasonOf([&] { fs::directory_iterator{directory / "closed"}; });
   ASSERT_NE(reason, "no exception");
   expectFailure(directory / "closed", ListOptions::None, reason);
@@ -107,7 +107,7 @@ TEST(Listing, FailsAsAWholeForASubdirectoryThatMayNotBeRead) {
   writeFile(directory / "file", "");
   fs::create_directory(directory / "closed");
   const Support::OrdinaryUser user(directory.path());
-  fs::permissions(directory / "closed", fs::perms::none);
+  const Support::ScopedPermissions permissions(directory / "closed", fs::perms::none);
   const std::string reason = reasonOf([&] {
     for ([[maybe_unused]] const auto& entry : fs::recursive_directory_iterator(directory.path()))
       ;
