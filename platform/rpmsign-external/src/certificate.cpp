@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/rpmsign-external/src/certificate.h"
 
-#include <algorithm>
 #include <array>
+#include <filesystem>
 #include <string_view>
 #include <utility>
 
@@ -66,10 +66,12 @@ std::string keyIdOf(X509* certificate) {
 }
 
 bool chainsToAuthority(const Certificate::Impl& certificate, const char* caPath, Dates dates) {
-  if (caPath == nullptr || *caPath == '\0')
+  // The store would take a file or the URI of something else as well.
+  std::error_code ignored;
+  if (caPath == nullptr || !std::filesystem::is_directory(caPath, ignored))
     return false;
   const StorePtr store(X509_STORE_new());
-  // Not X509_STORE_load_path: that one takes a ":" in the path for the end of a first directory.
+  // Not X509_STORE_load_path(): that one takes a ":" in the path for the end of a first directory.
   if (!store || X509_STORE_load_store(store.get(), caPath) != 1)
     return false;
   const StoreContextPtr context(X509_STORE_CTX_new());

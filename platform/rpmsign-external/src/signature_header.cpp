@@ -63,7 +63,8 @@ void adjustReservedSpace(Header tags, std::size_t originalSize) {
   const TagDataPtr reserved(rpmtdNew());
   if (headerGet(tags, RPMSIGTAG_RESERVEDSPACE, reserved.get(), HEADERGET_MINMEM) != 1)
     return;
-  const std::size_t available = originalSize + rpmtdCount(reserved.get());
+  // Not rpmtdCount(): that is 1 for any binary tag.
+  const std::size_t available = originalSize + reserved->count;
   const std::size_t size = sizeOf(tags);
   rpmtdFreeData(reserved.get());
   if (size == originalSize || size >= available)
