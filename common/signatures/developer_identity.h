@@ -1,0 +1,17 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace Common {
+
+/// Who made a package. The texts are the signature library's: they are compared, never parsed.
+struct DeveloperIdentity {
+  std::string keyId;
+  std::string subgroup;
+  std::vector<std::string> previousKeyIds; ///< key ids that the developer used before, in the library's order
+};
+
+} // namespace Common

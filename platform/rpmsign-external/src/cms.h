@@ -1,0 +1,58 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/rpmsign-external/src/certificate.h"
+#include "platform/rpmsign-external/src/handles.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace PackageSignatures {
+
+/// A CMS SignedData with exactly one signer, whose certificate it carries.
+struct SignedData {
+  CmsPtr message;
+  CMS_SignerInfo* signer; ///< a part of `message`
+  std::shared_ptr<const Certificate::Impl> certificate;
+};
+
+/// Takes one message in DER off the front of `bytes`; null when what stands there is anything else.
+std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes);
+
+/// The content that the message carries in itself; none when it is detached.
+std::optional<std::string_view> attachedContent(const SignedData& data);
+
+/// True when the signature holds, for `content` if the message is detached. Who signed is not looked at.
+bool signatureHolds(const SignedData& data, BIO* content);
+
+struct RotationChain::Impl {
+  bool readable = true;
+  std::vector<std::shared_ptr<const SignedData>> links;
+
+  static const Impl& of(const RotationChain& chain) { return *chain.m_impl; }
+};
+
+struct Cms::Impl {
+  std::shared_ptr<const SignedData> data;
+
+  static const Impl& of(const Cms& cms) { return *cms.m_impl; }
+};
+
+/// Reads the chain that the signer put into the message.
+RotationChain::Impl readRotationChain(const SignedData& data);
+
+/// What an earlier key signs to vouch for the key that follows it.
+std::string rotationText(const std::string& nextKeyId);
+
+/// True when every link was made by a developer of an authority in `caPath` and vouches for the key that follows it,
+/// the last one for `signerKeyId`. Certificates of earlier keys may have expired since.
+bool rotationHolds(const RotationChain::Impl& chain, const std::string& signerKeyId, const char* caPath);
+
+/// All messages of a container; none when anything in it is out of form.
+std::optional<std::vector<Cms>> parseContainer(std::string_view container);
+
+} // namespace PackageSignatures

@@ -1,0 +1,118 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "platform/rpmsign-external/src/package_file.h"
+
+#include <cerrno>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace PackageSignatures {
+
+namespace {
+
+constexpr std::string_view leadMagic = "\xed\xab\xee\xdb";
+constexpr std::string_view headerMagic{"\x8e\xad\xe8\x01\0\0\0\0", 8};
+constexpr std::size_t introSize = 16; ///< magic, number of entries, size of the data
+constexpr std::size_t entrySize = 16; ///< tag, type, offset, count
+constexpr std::uint32_t binaryType = 7;
+
+std::uint32_t number(std::string_view bytes, std::size_t offset) {
+  std::uint32_t value = 0;
+  for (const char byte : bytes.substr(offset, 4))
+    value = value << 8 | static_cast<unsigned char>(byte);
+  return value;
+}
+
+/// The checks that librpm makes before it looks at anything else.
+bool isLead(std::string_view lead) {
+  const auto major = lead[4];
+  const std::string_view signatureType = lead.substr(78, 2);
+  return lead.starts_with(leadMagic) && (major == 3 || major == 4) && signatureType == std::string_view("\0\5", 2);
+}
+
+/// Finds the container among the entries of the header. False when it is out of form.
+bool findContainer(std::string_view entries, std::uint32_t dataSize, PackageParts& parts) {
+  const auto dataOffset = static_cast<off_t>(leadSize + introSize + entries.size());
+  for (; !entries.empty(); entries.remove_prefix(entrySize)) {
+    if (number(entries, 0) != containerTag)
+      continue;
+    const std::uint32_t type = number(entries, 4);
+    const std::uint32_t offset = number(entries, 8);
+    const std::uint32_t size = number(entries, 12);
+    if (parts.container || type != binaryType || size == 0 || offset > dataSize || size > dataSize - offset)
+      return false;
+    parts.container = {.offset = dataOffset + offset, .size = size};
+  }
+  return true;
+}
+
+} // namespace
+
+FileDescriptor openRegularFile(const std::string& path) {
+  struct stat status {};
+  errno = ENOENT;
+  if (path.find('\0') != std::string::npos || stat(path.c_str(), &status) != 0)
+    return FileDescriptor(-1);
+  errno = 0;
+  if (!S_ISREG(status.st_mode))
+    return FileDescriptor(-1);
+  // Somebody may have put a FIFO there since: without O_NONBLOCK this would wait for its other end.
+  FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!file)
+    return file;
+  const bool regular = fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+  errno = 0;
+  return regular ? std::move(file) : FileDescriptor(-1);
+}
+
+std::optional<PackageParts> locateParts(int file) {
+  struct stat status {};
+  const std::optional<std::string> start = readRange(file, 0, leadSize + introSize);
+  if (fstat(file, &status) != 0 || !start || !isLead(*start) ||
+      std::string_view(*start).substr(leadSize, headerMagic.size()) != headerMagic)
+    return std::nullopt;
+  const std::uint32_t entryCount = number(*start, leadSize + 8);
+  const std::uint32_t dataSize = number(*start, leadSize + 12);
+  if (entryCount == 0 || entryCount > maximalEntries || dataSize > maximalData)
+    return std::nullopt;
+
+  PackageParts parts{.headerSize = introSize + entryCount * entrySize + dataSize, .contentOffset = 0, .container = {}};
+  parts.contentOffset = leadSize + static_cast<off_t>((parts.headerSize + 7) / 8 * 8);
+  if (parts.contentOffset > status.st_size)
+    return std::nullopt;
+  const std::optional<std::string> entries = readRange(file, leadSize + introSize, entryCount * entrySize);
+  if (!entries || !findContainer(*entries, dataSize, parts))
+    return std::nullopt;
+  return parts;
+}
+
+std::optional<std::string> readRange(int file, off_t offset, std::size_t size) {
+  std::string bytes(size, '\0');
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t count = pread(file, bytes.data() + done, size - done, offset + static_cast<off_t>(done));
+    if (count < 0 && errno == EINTR)
+      continue;
+    if (count <= 0)
+      return std::nullopt;
+    done += static_cast<std::size_t>(count);
+  }
+  return bytes;
+}
+
+bool forEachBlock(int file, off_t offset, const std::function<void(std::string_view)>& action) {
+  std::string block(64 * 1024, '\0');
+  for (;;) {
+    const ssize_t count = pread(file, block.data(), block.size(), offset);
+    if (count < 0 && errno == EINTR)
+      continue;
+    if (count <= 0)
+      return count == 0;
+    action(std::string_view(block).substr(0, static_cast<std::size_t>(count)));
+    offset += count;
+  }
+}
+
+} // namespace PackageSignatures

@@ -1,0 +1,53 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/rpmsign-external/src/handles.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <sys/types.h>
+
+namespace PackageSignatures {
+
+/// The tag of the signature header under which the signatures are stored.
+inline constexpr std::uint32_t containerTag = 1263687235;
+
+/// Size of the lead, with which every package begins.
+inline constexpr off_t leadSize = 96;
+
+/// What librpm reads of a signature header: more entries, or more bytes of data, and it refuses the package
+/// (hdrblobRead in its lib/header.c).
+inline constexpr std::uint32_t maximalEntries = 32;
+inline constexpr std::uint32_t maximalData = 64 * 1024 * 1024;
+
+/// Where the parts of a package lie in its file.
+struct PackageParts {
+  struct Container {
+    off_t offset;
+    std::size_t size;
+  };
+  std::size_t headerSize;             ///< the signature header behind the lead, with its magic, without padding
+  off_t contentOffset;                ///< the main header, behind the padding
+  std::optional<Container> container; ///< none in a package that was never signed
+};
+
+/// Opens a regular file for reading, links followed. An empty descriptor otherwise, with the reason in errno (0 for
+/// something that is no regular file).
+FileDescriptor openRegularFile(const std::string& path);
+
+/// Looks at the lead and the signature header; nothing when the file is no package, is cut off before the content, or
+/// has a container of another type or two of them.
+std::optional<PackageParts> locateParts(int file);
+
+/// The `size` bytes at `offset`, which have to lie inside the file; nothing when they cannot be read.
+std::optional<std::string> readRange(int file, off_t offset, std::size_t size);
+
+/// Hands what the file holds from `offset` on to `action`, block by block. False, with errno, when it cannot be read.
+bool forEachBlock(int file, off_t offset, const std::function<void(std::string_view)>& action);
+
+} // namespace PackageSignatures

@@ -1,0 +1,97 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "platform/rpmsign-external/src/replacement.h"
+
+#include "platform/rpmsign-external/src/package_file.h"
+#include "platform/rpmsign-external/src/signing_key.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+namespace PackageSignatures {
+
+namespace {
+
+void copyOwnerAndMode(int from, int to, const std::string& path) {
+  struct stat wanted {};
+  struct stat made {};
+  if (fstat(from, &wanted) != 0 || fstat(to, &made) != 0)
+    failWithErrno("the status of " + path + " cannot be read", errno);
+  if ((wanted.st_uid != made.st_uid || wanted.st_gid != made.st_gid) && fchown(to, wanted.st_uid, wanted.st_gid) != 0)
+    failWithErrno("its owner cannot be kept", errno);
+  // After the owner: a change of the owner takes the set-id bits away.
+  if (fchmod(to, wanted.st_mode & 07777) != 0)
+    failWithErrno("its mode cannot be kept", errno);
+}
+
+/// Asks for the size first. `read` is given a buffer and its size, as the calls of xattr(7).
+template <typename Read>
+std::vector<char> readSized(Read read) {
+  const ssize_t size = read(nullptr, 0);
+  std::vector<char> buffer(size > 0 ? static_cast<std::size_t>(size) : 0);
+  if (size < 0 || read(buffer.data(), buffer.size()) != size)
+    failWithErrno("its attributes cannot be read", errno);
+  return buffer;
+}
+
+void copyAttributes(int from, int to) {
+  if (flistxattr(from, nullptr, 0) < 0 && errno == ENOTSUP)
+    return;
+  const std::vector<char> names = readSized([&](char* list, std::size_t size) { return flistxattr(from, list, size); });
+  for (auto name = names.begin(); name != names.end(); name = std::find(name, names.end(), '\0') + 1) {
+    const std::vector<char> value =
+        readSized([&](char* data, std::size_t size) { return fgetxattr(from, &*name, data, size); });
+    if (fsetxattr(to, &*name, value.data(), value.size(), 0) != 0)
+      failWithErrno("its attribute " + std::string(&*name) + " cannot be kept", errno);
+  }
+}
+
+} // namespace
+
+Replacement::Replacement(std::string path) : m_path(std::move(path)), m_file(-1) {
+  std::string name = std::filesystem::path(m_path).parent_path() / ".krv-package-XXXXXX";
+  m_file = FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
+  if (!m_file)
+    failWithErrno("no file can be made beside it", errno);
+  m_temporaryPath = std::move(name);
+}
+
+Replacement::~Replacement() {
+  if (!m_temporaryPath.empty())
+    unlink(m_temporaryPath.c_str());
+}
+
+void Replacement::write(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(m_file.get(), bytes.data(), bytes.size());
+    if (count < 0 && errno != EINTR)
+      failWithErrno("the new file cannot be written", errno);
+    bytes.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
+  }
+}
+
+void Replacement::writeRest(int file, off_t offset) {
+  if (!forEachBlock(file, offset, [this](std::string_view block) { write(block); }))
+    failWithErrno("it cannot be read", errno);
+}
+
+void Replacement::commit(int original) {
+  copyOwnerAndMode(original, m_file.get(), m_path);
+  copyAttributes(original, m_file.get());
+  if (fsync(m_file.get()) != 0)
+    failWithErrno("the new file cannot be written", errno);
+  if (rename(m_temporaryPath.c_str(), m_path.c_str()) != 0)
+    failWithErrno("it cannot be replaced", errno);
+  m_temporaryPath.clear();
+}
+
+} // namespace PackageSignatures

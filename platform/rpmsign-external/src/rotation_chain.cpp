@@ -1,0 +1,88 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "platform/rpmsign-external/src/cms.h"
+
+#include <utility>
+
+namespace PackageSignatures {
+
+namespace {
+
+std::string_view viewOf(const ASN1_STRING* string) {
+  return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(string)),
+          static_cast<std::size_t>(ASN1_STRING_length(string))};
+}
+
+/// The elements of a DER sequence that fills `der`; null when it is none.
+AnySequencePtr parseSequence(std::string_view der) {
+  const auto* position = reinterpret_cast<const unsigned char*>(der.data());
+  const unsigned char* const end = position + der.size();
+  AnySequencePtr elements(d2i_ASN1_SEQUENCE_ANY(nullptr, &position, static_cast<long>(der.size())));
+  return position == end ? std::move(elements) : nullptr;
+}
+
+std::shared_ptr<const SignedData> parseLink(const ASN1_TYPE& element) {
+  if (element.type != V_ASN1_OCTET_STRING)
+    return nullptr;
+  std::string_view bytes = viewOf(element.value.octet_string);
+  std::shared_ptr<const SignedData> link = takeSignedData(bytes);
+  return link && bytes.empty() && attachedContent(*link) ? link : nullptr;
+}
+
+bool readLinks(CMS_SignerInfo* signer, const ASN1_OBJECT* attribute, RotationChain::Impl& chain) {
+  // -3: the attribute occurs once and has one value.
+  const auto* const sequence =
+      static_cast<const ASN1_STRING*>(CMS_signed_get0_data_by_OBJ(signer, attribute, -3, V_ASN1_SEQUENCE));
+  if (sequence == nullptr)
+    return false;
+  const AnySequencePtr elements = parseSequence(viewOf(sequence));
+  if (!elements)
+    return false;
+  for (int i = 0; i < sk_ASN1_TYPE_num(elements.get()); ++i) {
+    std::shared_ptr<const SignedData> link = parseLink(*sk_ASN1_TYPE_value(elements.get(), i));
+    if (!link)
+      return false;
+    chain.links.push_back(std::move(link));
+  }
+  return true;
+}
+
+} // namespace
+
+RotationChain::Impl readRotationChain(const SignedData& data) {
+  RotationChain::Impl chain;
+  const ObjectPtr attribute = objectFromText(rotationAttribute);
+  if (attribute && CMS_signed_get_attr_by_OBJ(data.signer, attribute.get(), -1) < 0)
+    return chain;
+  if (!attribute || !readLinks(data.signer, attribute.get(), chain))
+    return {.readable = false, .links = {}};
+  return chain;
+}
+
+std::string rotationText(const std::string& nextKeyId) {
+  return "krv-key-rotation:" + nextKeyId;
+}
+
+bool rotationHolds(const RotationChain::Impl& chain, const std::string& signerKeyId, const char* caPath) {
+  std::string nextKeyId = signerKeyId;
+  for (auto link = chain.links.rbegin(); link != chain.links.rend(); ++link) {
+    const Certificate::Impl& certificate = *(*link)->certificate;
+    if (attachedContent(**link) != rotationText(nextKeyId) || roleOf(certificate.own.get()) != Role::Developer ||
+        !chainsToAuthority(certificate, caPath, Dates::Ignored) || !signatureHolds(**link, nullptr))
+      return false;
+    nextKeyId = keyIdOf(certificate.own.get());
+  }
+  return chain.readable;
+}
+
+RotationChain::RotationChain(std::shared_ptr<const Impl> impl) : m_impl(std::move(impl)) {}
+
+std::vector<std::string> RotationChain::previousKeyids() const {
+  const ErrorQueueCleaner cleaner;
+  std::vector<std::string> keyIds;
+  for (const std::shared_ptr<const SignedData>& link : m_impl->links)
+    keyIds.push_back(keyIdOf(link->certificate->own.get()));
+  return keyIds;
+}
+
+} // namespace PackageSignatures

@@ -1,0 +1,198 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "platform/rpmsign-external/src/certificate.h"
+#include "platform/rpmsign-external/src/cms.h"
+#include "platform/rpmsign-external/src/package_file.h"
+#include "platform/rpmsign-external/src/replacement.h"
+#include "platform/rpmsign-external/src/signature_header.h"
+#include "platform/rpmsign-external/src/signing_key.h"
+
+#include <cerrno>
+#include <climits>
+#include <filesystem>
+#include <utility>
+
+namespace PackageSignatures {
+
+namespace {
+
+struct OpenPackage {
+  FileDescriptor file;
+  PackageParts parts;
+};
+
+OpenPackage openPackage(const std::string& path) {
+  FileDescriptor file = openRegularFile(path);
+  const int error = errno;
+  if (!file && error != 0)
+    failWithErrno("it cannot be opened", error);
+  if (!file)
+    throw SigningError("it is not a regular file");
+  const std::optional<PackageParts> parts = locateParts(file.get());
+  if (!parts)
+    throw SigningError("it is no RPM package");
+  return {std::move(file), *parts};
+}
+
+std::string readContainer(const OpenPackage& package) {
+  if (!package.parts.container)
+    return {};
+  const PackageParts::Container& place = *package.parts.container;
+  std::optional<std::string> container = readRange(package.file.get(), place.offset, place.size);
+  if (!container)
+    throw SigningError("its signatures cannot be read");
+  return std::move(*container);
+}
+
+std::string toDer(CMS_ContentInfo* message) {
+  unsigned char* der = nullptr;
+  const int size = i2d_CMS_ContentInfo(message, &der);
+  const BufferPtr owner(der);
+  return size < 0 ? std::string() : std::string(der, der + size);
+}
+
+[[noreturn]] void failToSign() {
+  const char* const reason = ERR_reason_error_string(ERR_peek_error());
+  throw SigningError(std::string("the signature cannot be made: ") + (reason == nullptr ? "unknown reason" : reason));
+}
+
+/// A message by `key` without content yet; the signer gets the rotation attribute unless `chain` is empty.
+CmsPtr startMessage(const SigningKey& key, STACK_OF(X509) * others, unsigned int flags, const std::string& chain = {}) {
+  CmsPtr message(CMS_sign(nullptr, nullptr, others, nullptr, flags | CMS_PARTIAL));
+  CMS_SignerInfo* const signer = message ? CMS_add1_signer(message.get(), key.impl().certificate.get(),
+                                                           key.impl().key.get(), EVP_sha256(), flags | CMS_NOSMIMECAP)
+                                         : nullptr;
+  if (signer == nullptr)
+    failToSign();
+  const ObjectPtr attribute = objectFromText(rotationAttribute);
+  if (!chain.empty() && CMS_signed_add1_attr_by_OBJ(signer, attribute.get(), V_ASN1_SEQUENCE, chain.data(),
+                                                    static_cast<int>(chain.size())) != 1)
+    failToSign();
+  return message;
+}
+
+std::string makeLink(const SigningKey& key, const std::string& nextKeyId, STACK_OF(X509) * others) {
+  if (key.role() != Role::Developer)
+    throw SigningError("the earlier key " + key.keyId() + " is not a developer's");
+  const std::string text = rotationText(nextKeyId);
+  const BioPtr content(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+  const CmsPtr message = startMessage(key, others, CMS_BINARY);
+  if (CMS_final(message.get(), content.get(), nullptr, CMS_BINARY) != 1)
+    failToSign();
+  return toDer(message.get());
+}
+
+/// The value of the rotation attribute; empty for a signer without earlier keys.
+std::string makeRotationChain(const Signer& signer, STACK_OF(X509) * others) {
+  if (signer.previous.empty())
+    return {};
+  const AnySequencePtr links(sk_ASN1_TYPE_new_null());
+  for (std::size_t i = 0; i < signer.previous.size(); ++i) {
+    const SigningKey& next = i + 1 < signer.previous.size() ? signer.previous[i + 1] : signer.key;
+    const std::string link = makeLink(signer.previous[i], next.keyId(), others);
+    const OctetStringPtr octets(ASN1_OCTET_STRING_new());
+    AnyPtr element(ASN1_TYPE_new());
+    if (ASN1_OCTET_STRING_set(octets.get(), reinterpret_cast<const unsigned char*>(link.data()),
+                              static_cast<int>(link.size())) != 1 ||
+        ASN1_TYPE_set1(element.get(), V_ASN1_OCTET_STRING, octets.get()) != 1 ||
+        sk_ASN1_TYPE_push(links.get(), element.get()) <= 0)
+      failToSign();
+    element.release();
+  }
+  unsigned char* der = nullptr;
+  const int size = i2d_ASN1_SEQUENCE_ANY(links.get(), &der);
+  const BufferPtr owner(der);
+  return {der, der + size};
+}
+
+std::string makeDetached(const OpenPackage& package, const Signer& signer) {
+  if (!signer.key.role())
+    throw SigningError("the certificate of the key is neither a developer's nor a source's");
+  const CertificatesPtr others = readCertificates(signer.chainPath);
+  const unsigned int flags = CMS_BINARY | CMS_DETACHED;
+  const CmsPtr message = startMessage(signer.key, others.get(), flags, makeRotationChain(signer, others.get()));
+  // Not CMS_final(): it takes a read error for the end of the content, and would sign what came before.
+  const BioChainPtr digest(CMS_dataInit(message.get(), nullptr));
+  if (!digest)
+    failToSign();
+  const bool read = forEachBlock(package.file.get(), package.parts.contentOffset, [&](std::string_view block) {
+    if (BIO_write(digest.get(), block.data(), static_cast<int>(block.size())) != static_cast<int>(block.size()))
+      failToSign();
+  });
+  if (!read)
+    failWithErrno("it cannot be read", errno);
+  if (CMS_dataFinal(message.get(), digest.get()) != 1)
+    failToSign();
+  return toDer(message.get());
+}
+
+void replace(const std::string& path, const OpenPackage& package, std::string_view container) {
+  const std::string header = rewriteSignatureHeader(package.file.get(), package.parts, container);
+  std::error_code error;
+  const std::filesystem::path target = std::filesystem::canonical(path, error);
+  if (error)
+    failWithErrno("it cannot be found", error.value());
+  const std::optional<std::string> lead = readRange(package.file.get(), 0, leadSize);
+  if (!lead)
+    throw SigningError("it cannot be read");
+  Replacement replacement(target);
+  replacement.write(*lead);
+  replacement.write(header);
+  replacement.writeRest(package.file.get(), package.parts.contentOffset);
+  replacement.commit(package.file.get());
+}
+
+/// Calls `action` with each message of the container: its bytes and what they hold.
+template <typename Action>
+void forEachMessage(std::string_view container, Action action) {
+  while (!container.empty()) {
+    const std::string_view start = container;
+    const std::shared_ptr<const SignedData> data = takeSignedData(container);
+    if (!data || attachedContent(*data))
+      throw SigningError("its signatures cannot be read");
+    action(start.substr(0, start.size() - container.size()), *data);
+  }
+}
+
+} // namespace
+
+PackageLayout packageLayout(const std::string& packagePath) {
+  const ErrorQueueCleaner cleaner;
+  const OpenPackage package = openPackage(packagePath);
+  PackageLayout layout{.cmses = {}, .contentOffset = package.parts.contentOffset};
+  const std::string container = readContainer(package);
+  forEachMessage(container, [&](std::string_view bytes, const SignedData&) {
+    const off_t offset = package.parts.container->offset + (bytes.data() - container.data());
+    layout.cmses.push_back({.offset = offset, .size = bytes.size()});
+  });
+  return layout;
+}
+
+std::string makeCms(const std::string& packagePath, const Signer& signer) {
+  const ErrorQueueCleaner cleaner;
+  return makeDetached(openPackage(packagePath), signer);
+}
+
+void replaceContainer(const std::string& packagePath, std::string_view container) {
+  const ErrorQueueCleaner cleaner;
+  replace(packagePath, openPackage(packagePath), container);
+}
+
+void signPackage(const std::string& packagePath, const Signer& signer) {
+  const ErrorQueueCleaner cleaner;
+  const OpenPackage package = openPackage(packagePath);
+  std::string added = makeDetached(package, signer);
+  std::string result;
+  const std::string container = readContainer(package);
+  forEachMessage(container, [&](std::string_view bytes, const SignedData& data) {
+    if (roleOf(data.certificate->own.get()) != signer.key.role()) {
+      result += bytes;
+    } else {
+      result += added;
+      added.clear();
+    }
+  });
+  replace(packagePath, package, result + added);
+}
+
+} // namespace PackageSignatures

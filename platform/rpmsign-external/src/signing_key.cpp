@@ -1,0 +1,78 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "platform/rpmsign-external/src/signing_key.h"
+
+#include "platform/rpmsign-external/src/certificate.h"
+
+#include <openssl/pem.h>
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace PackageSignatures {
+
+namespace {
+
+BioPtr openPem(const std::string& path) {
+  errno = 0;
+  BioPtr file(BIO_new_file(path.c_str(), "r"));
+  const int error = errno;
+  if (!file)
+    failWithErrno(path + " cannot be opened", error);
+  return file;
+}
+
+int noPassPhrase(char*, int, int, void*) {
+  return -1;
+}
+
+} // namespace
+
+void failWithErrno(const std::string& what, int error) {
+  throw SigningError(what + ": " + std::generic_category().message(error));
+}
+
+CertificatesPtr readCertificates(const std::string& path) {
+  CertificatesPtr certificates(sk_X509_new_null());
+  if (path.empty())
+    return certificates;
+  const BioPtr file = openPem(path);
+  while (CertificatePtr certificate{PEM_read_bio_X509(file.get(), nullptr, noPassPhrase, nullptr)}) {
+    if (sk_X509_push(certificates.get(), certificate.get()) > 0)
+      certificate.release();
+  }
+  const bool atEnd = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
+  if (!atEnd || sk_X509_num(certificates.get()) == 0)
+    throw SigningError(path + " holds no certificate in PEM form, or something that is none");
+  return certificates;
+}
+
+SigningKey::SigningKey(std::shared_ptr<const Impl> impl) : m_impl(std::move(impl)) {}
+
+SigningKey SigningKey::fromFiles(const std::string& keyPath, const std::string& certificatePath) {
+  const ErrorQueueCleaner cleaner;
+  const BioPtr keyFile = openPem(keyPath);
+  KeyPtr key(PEM_read_bio_PrivateKey(keyFile.get(), nullptr, noPassPhrase, nullptr));
+  if (!key)
+    throw SigningError(keyPath + " holds no private key in PEM form without a pass phrase");
+  const BioPtr certificateFile = openPem(certificatePath);
+  CertificatePtr certificate(PEM_read_bio_X509(certificateFile.get(), nullptr, noPassPhrase, nullptr));
+  if (!certificate)
+    throw SigningError(certificatePath + " holds no certificate in PEM form");
+  if (X509_check_private_key(certificate.get(), key.get()) != 1)
+    throw SigningError("the key " + keyPath + " does not belong to the certificate " + certificatePath);
+  return SigningKey(std::make_shared<const Impl>(Impl{std::move(key), std::move(certificate)}));
+}
+
+std::string SigningKey::keyId() const {
+  const ErrorQueueCleaner cleaner;
+  return keyIdOf(m_impl->certificate.get());
+}
+
+std::optional<Role> SigningKey::role() const {
+  const ErrorQueueCleaner cleaner;
+  return roleOf(m_impl->certificate.get());
+}
+
+} // namespace PackageSignatures

@@ -1,0 +1,22 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/rpmsign-external/src/handles.h"
+
+#include <rpmsign-external/signing.h>
+
+namespace PackageSignatures {
+
+struct SigningKey::Impl {
+  KeyPtr key;
+  CertificatePtr certificate;
+};
+
+/// The certificates of a PEM file; none for an empty path. Throws SigningError when it cannot be read.
+CertificatesPtr readCertificates(const std::string& path);
+
+/// Throws SigningError: `what`, and the system's description of `error`.
+[[noreturn]] void failWithErrno(const std::string& what, int error);
+
+} // namespace PackageSignatures

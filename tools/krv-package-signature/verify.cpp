@@ -1,0 +1,34 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tools/krv-package-signature/commands.h"
+#include "tools/krv-package-signature/packages.h"
+
+namespace {
+
+using PackageSignatures::Cms;
+using PackageSignatures::SigningError;
+
+/// Says which certificate is at fault before the whole is verified, which only knows yes and no.
+void verifyPackage(const std::string& path, const std::string& caPath) {
+  const auto file = openPackage(path);
+  const std::vector<Cms> cmses = file->cmses();
+  if (cmses.empty())
+    throw SigningError("it is not signed");
+  for (const Cms& cms : cmses) {
+    const std::string role = roleName(cms);
+    if (role.empty())
+      throw SigningError("a certificate in it is neither a developer's nor a source's");
+    if (!cms.certificate()->verify(caPath.c_str()))
+      throw SigningError("the " + role + "'s certificate is expired or from no authority in " + caPath);
+  }
+  if (!file->verifyCmses(caPath.c_str()))
+    throw SigningError("its signatures or key rotations do not hold");
+  std::cout << path << ": OK" << std::endl;
+}
+
+} // namespace
+
+bool verify(const Options& options) {
+  const std::string caPath = options.caPath ? *options.caPath : PackageSignatures::defaultCaPath();
+  return forEachPackage(options.packages, [&](const std::string& path) { verifyPackage(path, caPath); });
+}
