@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
 
+#include "tests/support/pki.h"
+
 #include <regex>
 
 Device::Device() {
@@ -20,7 +22,7 @@ std::filesystem::path Device::add(const Support::PackageInput& input, const std:
   const std::filesystem::path path = preinstallDirectory() / (fileName.empty() ? input.name + ".rpm" : fileName);
   m_rpm.build(input, path);
   if (!developer.empty())
-    m_pki.sign(path, developer, previous);
+    Support::sign(path, developer, previous);
   return path;
 }
 

@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/pki.h"
 #include "tests/support/private_bus.h"
 #include "tests/support/process.h"
 #include "tests/support/rpm_sandbox.h"
@@ -45,14 +44,12 @@ public:
   static Run finish(Support::Process& tool);
 
   Support::RpmSandbox& rpm() { return m_rpm; }
-  Support::Pki& pki() { return m_pki; }
   Support::PrivateBus& bus() { return m_bus; }
   Support::ScriptedService& service() { return *m_service; }
   void removeService() { m_service.reset(); }
 
 private:
   Support::RpmSandbox m_rpm;
-  Support::Pki m_pki;
   Support::PrivateBus m_bus;
   std::unique_ptr<Support::ScriptedService> m_service = std::make_unique<Support::ScriptedService>();
 };

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
+#include "tests/support/pki.h"
 #include "tests/support/expected_errors.h"
 #include "tests/support/package_surgery.h"
 
@@ -21,7 +22,7 @@ using Support::writeFile;
 
 class Preinstall : public testing::Test {
 protected:
-  std::string keyId(const std::string& developer) { return m_device.pki().keyId(developer); }
+  std::string keyId(const std::string& developer) { return Support::Pki::instance().keyId(developer); }
 
   std::string removal(const std::string& package, const std::string& keys) {
     return "timestamp=1700000000 event=R package=" + package + " keyid=" + keys + "\n";
@@ -267,7 +268,7 @@ TEST_F(Preinstall, LeavesItToTheServiceToVerifyTheSignature) {
 
 TEST_F(Preinstall, SkipsAPackageWhoseSignaturesAreOutOfForm) {
   const fs::path path = m_device.add({}, "");
-  Support::putContainer(path, "no CMS");
+  PackageSignatures::replaceContainer(path, "no CMS");
   EXPECT_EQ(m_device.run().log,
             unreadableLines("Couldn't open RPM package for reading cmses: " + path.string(), path) + timeLine);
 }
@@ -275,14 +276,14 @@ TEST_F(Preinstall, SkipsAPackageWhoseSignaturesAreOutOfForm) {
 TEST_F(Preinstall, SkipsAPackageWithoutARelease) {
   const fs::path path = m_device.add({}, "");
   Support::hideTag(path, RPMTAG_RELEASE);
-  m_device.pki().sign(path, "alice");
+  Support::sign(path, "alice");
   EXPECT_EQ(m_device.run().log, unreadableLines("Couldn't retrieve rpm tag from package (type=1002)", path) + timeLine);
 }
 
 TEST_F(Preinstall, SkipsAPackageWithoutAName) {
   const fs::path path = m_device.add({}, "");
   Support::hideTag(path, RPMTAG_NAME);
-  m_device.pki().sign(path, "alice");
+  Support::sign(path, "alice");
   const std::string log = m_device.run().log;
   EXPECT_EQ(log, unreadableLines("Couldn't retrieve rpm tag from package (type=1000)", path) + timeLine);
 }

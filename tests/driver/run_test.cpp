@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
+#include "tests/support/pki.h"
 #include "tests/support/wait.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +45,7 @@ TEST_F(Run, EndsWithoutAServiceOnTheBus) {
 TEST_F(Run, EndsWithoutABus) {
   m_device.add({});
   const auto run = m_device.run({{"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + m_device.root().string() + "/nowhere"}});
-  EXPECT_EQ(run.log, "[E] Failed to open system bus (No such file or directory)\n" + noProxy);
+  EXPECT_EQ(run.log, "[E] Failed to open bus (No such file or directory)\n" + noProxy);
   EXPECT_EQ(run.status, 1);
 }
 
@@ -193,7 +194,7 @@ TEST_F(Run, StopsWithItsTimeAndTheReasonWhenTheRegistryFolderCannotBeMade) {
 
 TEST_F(Run, NeedsNoRegistryFolderForInstalledPackages) {
   const fs::path path = m_device.add({.version = "2.0"});
-  m_device.service().hasInstalled("sample", "1.0-1", m_device.pki().keyId("alice"));
+  m_device.service().hasInstalled("sample", "1.0-1", Support::Pki::instance().keyId("alice"));
   writeFile(m_device.root() / "var", "in the way");
   EXPECT_EQ(m_device.run().log, installedLine(path) + timeLine);
 }

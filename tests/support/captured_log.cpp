@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/captured_log.h"
 
+#include <gtest/gtest.h>
+
 #include <iostream>
 #include <stdexcept>
 
@@ -22,6 +24,9 @@ CapturedLog::~CapturedLog() {
   std::fflush(stdout);
   dup2(m_standardOutput, STDOUT_FILENO);
   close(m_standardOutput);
+  // A failed expectation has written its report to standard output as well.
+  if (testing::Test::HasFailure())
+    std::cout << text();
 }
 
 std::string CapturedLog::text() const {
