@@ -41,10 +41,14 @@ protected:
   /// Sets the child's clock to so many seconds later, and sees to it that the child looks at its clock before the
   /// answer comes.
   void answerAfter(int seconds) {
+    std::string sleep;
+    ASSERT_TRUE(waitUntil([&] { return !(sleep = currentSleep()).empty(); }));
     setClock("+" + std::to_string(seconds) + "s");
-    const std::string before = timesSlept();
     service.nudge();
-    ASSERT_TRUE(waitUntil([&] { return !child->isRunning() || timesSlept() != before; }));
+    ASSERT_TRUE(waitUntil([&] {
+      const std::string next = currentSleep();
+      return !child->isRunning() || (!next.empty() && next != sleep);
+    }));
     service.release();
   }
 
@@ -64,12 +68,18 @@ private:
     std::filesystem::rename(clock.string() + ".new", clock);
   }
 
-  std::string timesSlept() const {
+  /// While the child sleeps, how many times it has fallen asleep; nothing while it is awake. After its call it only
+  /// sleeps to wait for messages.
+  std::string currentSleep() const {
     std::ifstream status("/proc/" + std::to_string(child->id()) + "/status");
     std::string line;
-    while (std::getline(status, line) && !line.starts_with("voluntary_ctxt_switches"))
-      ;
-    return line;
+    bool isAsleep = false;
+    while (std::getline(status, line)) {
+      isAsleep = isAsleep || line.starts_with("State:\tS");
+      if (isAsleep && line.starts_with("voluntary_ctxt_switches"))
+        return line;
+    }
+    return "";
   }
 
   TempDirectory directory;
