@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
-#include "tests/support/pki.h"
 #include "tests/support/expected_errors.h"
 #include "tests/support/package_surgery.h"
+#include "tests/support/pki.h"
 
 #include <gtest/gtest.h>
 #include <rpm/rpmtag.h>

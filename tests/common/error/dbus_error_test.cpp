@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/error/dbus_error.h"
-
 #include "tests/support/expected_errors.h"
 
 #include <gtest/gtest.h>
@@ -45,10 +44,9 @@ TEST_P(ForeignName, IsInternal) {
 }
 
 INSTANTIATE_TEST_SUITE_P(DBusError, ForeignName,
-                         testing::Values("PackageNotExist", "velta.KRV.Error.packagenotexist", "",
-                                         "velta.KRV.Error.", "velta.KRV.Error.PackageNotExist ",
-                                         "velta.KRV.Error.PackageNotExis", "Velta.KRV.Error.PackageNotExist",
-                                         "org.freedesktop.DBus.Error.Timeout",
+                         testing::Values("PackageNotExist", "velta.KRV.Error.packagenotexist", "", "velta.KRV.Error.",
+                                         "velta.KRV.Error.PackageNotExist ", "velta.KRV.Error.PackageNotExis",
+                                         "Velta.KRV.Error.PackageNotExist", "org.freedesktop.DBus.Error.Timeout",
                                          "org.freedesktop.DBus.Error.UnknownMethod", "org.sdbuscpp.Error"));
 
 TEST(DBusError, ComparesTheWholeViewAndNothingBehindIt) {
