@@ -234,6 +234,40 @@ TEST_F(Preinstall, TakesAFailedQueryForNotInstalledAndLooksIntoTheRegistry) {
                                     removedLine + quoted(path) + "\n" + skippedLine(path) + timeLine);
 }
 
+TEST_F(Preinstall, TakesAnAnswerOfTheWrongTypeForNotInstalled) {
+  const fs::path path = m_device.add({});
+  m_device.service().onGetPackage().answerAs("s", "1.0-1");
+  EXPECT_EQ(m_device.run().log, "[E] Failed to enter a container (No such device or address)\n"
+                                "[E] Failed to query information about installed package: sample\n" +
+                                    installedLine(path) + timeLine);
+}
+
+TEST_F(Preinstall, TakesTheFirstOfRepeatedKeys) {
+  const fs::path path = m_device.add({});
+  m_device.service().onGetPackage().answer({{"certificate.id", keyId("alice")},
+                                            {"general.version", "0.9-1"},
+                                            {"general.version", "9.9-1"},
+                                            {"certificate.id", keyId("bob")},
+                                            {"general.name", "whatever"}});
+  EXPECT_EQ(m_device.run().log, installedLine(path) + timeLine);
+}
+
+TEST_F(Preinstall, TakesEveryErrorOfAQueryForNotInstalled) {
+  const fs::path path = m_device.add({});
+  for (const auto& expected : Support::expectedErrors) {
+    m_device.service().onGetPackage().fail(expected.dbusName, expected.message);
+    const std::string report = expected.code == Common::ErrorCode::PackageNotExist
+                                   ? ""
+                                   : std::string("[E] ") + expected.message +
+                                         "\n[E] Failed to query information about installed package: sample\n";
+    EXPECT_EQ(m_device.run().log, report + installedLine(path) + timeLine);
+  }
+  m_device.service().onGetPackage().fail("org.freedesktop.DBus.Error.UnknownMethod", "No such thing");
+  EXPECT_EQ(m_device.run().log, "[E] No such thing\n"
+                                "[E] Failed to query information about installed package: sample\n" +
+                                    installedLine(path) + timeLine);
+}
+
 TEST_F(Preinstall, ReportsEveryErrorOfAnInstallation) {
   const fs::path path = m_device.add({});
   for (const auto& expected : Support::expectedErrors) {
