@@ -1,0 +1,53 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "tests/support/pki.h"
+#include "tests/support/rpm_sandbox.h"
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <rpmsign-external/package_signatures.h>
+#include <rpmsign-external/signing.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// A package that nobody has signed yet, and short forms for what the tests do with it. No test may leave anything in
+/// OpenSSL's error queue.
+class PackageTest : public testing::Test {
+protected:
+  PackageTest();
+  void TearDown() override { EXPECT_EQ(ERR_peek_error(), 0U) << "left in the error queue"; }
+
+  const Support::Pki& pki() const { return Support::Pki::instance(); }
+  const std::string& package() const { return m_package; }
+  const Support::RpmSandbox& sandbox() const { return m_sandbox; }
+  std::string inSandbox(const std::string& name) const { return m_sandbox.path() / name; }
+
+  /// The stored signatures of a package, undivided.
+  std::string container() const;
+
+  bool isReadable() const { return PackageSignatures::FileWithCmses::fromPath(package()) != nullptr; }
+  bool verifies() const;
+
+  /// The only signature of the package.
+  PackageSignatures::Cms onlyCms() const;
+
+  /// One DER message by stock OpenSSL over the content of the package. `options` are of `openssl cms -sign`; a
+  /// "SIGNER:name" among them stands for the options that name a signer of the PKI.
+  std::string opensslCms(const std::vector<std::string>& options) const;
+
+private:
+  Support::RpmSandbox m_sandbox;
+  std::string m_package;
+};
+
+/// `bytes` with one occurrence of `from` replaced, which has to be there.
+std::string replaced(std::string bytes, std::string_view from, std::string_view to);
+
+/// `bytes` with one bit changed.
+std::string flipped(std::string bytes, std::size_t bit);

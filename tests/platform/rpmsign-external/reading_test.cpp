@@ -1,0 +1,268 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/platform/rpmsign-external/package_test.h"
+#include "tests/support/process.h"
+#include "tests/support/special_files.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+
+#include <unistd.h>
+
+namespace {
+
+std::size_t largestRequest = 0;
+
+} // namespace
+
+// Counts what the program asks for, so that a test can see that a claimed size is not believed.
+void* operator new(std::size_t size) {
+  largestRequest = std::max(largestRequest, size);
+  if (void* const memory = std::malloc(size))
+    return memory;
+  throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+
+namespace {
+
+using PackageSignatures::Cms;
+using PackageSignatures::FileWithCmses;
+using PackageSignatures::replaceContainer;
+
+constexpr std::size_t entryCountOffset = 104;
+constexpr std::size_t dataSizeOffset = 108;
+constexpr std::size_t firstEntryOffset = 112;
+constexpr std::string_view containerTag{"\x4b\x52\x56\x43", 4};
+
+std::string bigEndian(std::uint32_t value) {
+  std::string bytes;
+  for (int shift = 24; shift >= 0; shift -= 8)
+    bytes += static_cast<char>(value >> shift & 0xFF);
+  return bytes;
+}
+
+class Reading : public PackageTest {
+protected:
+  void change(std::size_t offset, const std::string& bytes) const {
+    Support::writeFile(package(), Support::readFile(package()).replace(offset, bytes.size(), bytes));
+  }
+
+  /// Where the entry of the container begins; its type, offset and count follow in steps of four bytes.
+  std::size_t containerEntry() const { return Support::readFile(package()).find(containerTag, firstEntryOffset); }
+
+  bool readsAs(const std::string& container) const {
+    replaceContainer(package(), container);
+    return isReadable();
+  }
+};
+
+TEST_F(Reading, GivesNoSignaturesForAPackageThatWasNeverSigned) {
+  const auto file = FileWithCmses::fromPath(package());
+  ASSERT_TRUE(file);
+  EXPECT_TRUE(file->cmses().empty());
+}
+
+TEST_F(Reading, GivesTheSignaturesInTheOrderInWhichTheyWereAdded) {
+  Support::sign(package(), "source");
+  Support::sign(package(), "alice");
+  const std::vector<Cms> cmses = FileWithCmses::fromPath(package())->cmses();
+  ASSERT_EQ(cmses.size(), 2U);
+  EXPECT_EQ(cmses[0].certificate()->keyId(), pki().keyId("source"));
+  EXPECT_EQ(cmses[1].certificate()->keyId(), pki().keyId("alice"));
+}
+
+TEST_F(Reading, AcceptsWhatStockOpensslMakes) {
+  EXPECT_TRUE(readsAs(opensslCms({"SIGNER:alice"})));
+  EXPECT_TRUE(readsAs(opensslCms({"SIGNER:alice", "-keyid"})));
+  EXPECT_TRUE(verifies());
+}
+
+TEST_F(Reading, FollowsLinks) {
+  std::filesystem::create_symlink(package(), inSandbox("link"));
+  EXPECT_TRUE(FileWithCmses::fromPath(inSandbox("link")));
+}
+
+TEST_F(Reading, TakesAnyBytesInAPath) {
+  const std::string path = inSandbox("a \"b\"\n\\c \xff\xfe.rpm");
+  std::filesystem::copy_file(package(), path);
+  EXPECT_TRUE(FileWithCmses::fromPath(path));
+}
+
+TEST_F(Reading, DoesNotCutAPathAtANullByte) {
+  EXPECT_FALSE(FileWithCmses::fromPath(package() + std::string("\0.rpm", 5)));
+}
+
+TEST_F(Reading, GivesNothingForWhatIsNoRegularFile) {
+  Support::makeFifo(inSandbox("fifo"));
+  Support::makeSocket(inSandbox("socket"));
+  std::filesystem::create_symlink("nowhere", inSandbox("dangling"));
+  std::filesystem::create_symlink("loop", inSandbox("loop"));
+  for (const char* name : {"fifo", "socket", "dangling", "loop", "", "missing", "sample.rpm/x"})
+    EXPECT_FALSE(FileWithCmses::fromPath(inSandbox(name))) << name;
+  EXPECT_FALSE(FileWithCmses::fromPath("/dev/zero"));
+  EXPECT_FALSE(FileWithCmses::fromPath(""));
+}
+
+TEST_F(Reading, GivesNothingForWhatIsNoPackage) {
+  const std::string good = Support::readFile(package());
+  for (const std::string& content : {std::string(), std::string("text\n"), std::string(4096, '\0'), good.substr(96)}) {
+    Support::writeFile(package(), content);
+    EXPECT_FALSE(isReadable());
+  }
+}
+
+TEST_F(Reading, ChecksTheLead) {
+  const std::string good = Support::readFile(package());
+  for (const std::size_t offset : {0U, 3U, 78U, 79U, 96U, 98U, 103U}) {
+    change(offset, "\x55");
+    EXPECT_FALSE(isReadable()) << offset;
+    Support::writeFile(package(), good);
+  }
+  for (const char major : {'\2', '\5', '\xff'}) {
+    change(4, {major});
+    EXPECT_FALSE(isReadable());
+  }
+  change(4, "\4");
+  EXPECT_TRUE(isReadable());
+}
+
+TEST_F(Reading, GivesNothingForAPackageThatEndsBeforeItsContent) {
+  Support::sign(package(), "alice");
+  const auto contentOffset = static_cast<std::size_t>(PackageSignatures::packageLayout(package()).contentOffset);
+  EXPECT_EQ(truncate(package().c_str(), static_cast<off_t>(contentOffset)), 0);
+  EXPECT_TRUE(isReadable());
+  for (std::size_t size = contentOffset; size-- > 0;) {
+    ASSERT_EQ(truncate(package().c_str(), static_cast<off_t>(size)), 0);
+    ASSERT_FALSE(isReadable()) << size;
+  }
+}
+
+TEST_F(Reading, DoesNotBelieveClaimedSizes) {
+  Support::sign(package(), "alice");
+  const std::string good = Support::readFile(package());
+  const std::size_t entry = containerEntry();
+  for (const std::uint32_t value : {0x03ffffffU, 0x04000000U, 0x04000001U, 0x7fffffffU, 0xfffffff0U, 0xffffffffU}) {
+    for (const std::size_t offset : {entryCountOffset, dataSizeOffset, entry + 8, entry + 12}) {
+      Support::writeFile(package(), good);
+      change(offset, bigEndian(value));
+      largestRequest = 0;
+      EXPECT_FALSE(isReadable()) << offset << " " << value;
+      EXPECT_LT(largestRequest, 100'000U) << offset << " " << value;
+    }
+  }
+}
+
+TEST_F(Reading, RefusesAHeaderWithoutEntriesOrWithMoreThanRpmReads) {
+  const std::string good = Support::readFile(package());
+  for (const std::uint32_t count : {0U, 33U}) {
+    change(entryCountOffset, bigEndian(count));
+    EXPECT_FALSE(isReadable()) << count;
+  }
+}
+
+TEST_F(Reading, RefusesAContainerThatIsOutOfForm) {
+  Support::sign(package(), "alice");
+  const std::string good = Support::readFile(package());
+  const std::size_t entry = containerEntry();
+  for (const std::uint32_t type : {0U, 1U, 6U, 8U, 0xffffffffU}) {
+    change(entry + 4, bigEndian(type));
+    EXPECT_FALSE(isReadable()) << "type " << type;
+  }
+  Support::writeFile(package(), good);
+  change(entry + 12, bigEndian(0));
+  EXPECT_FALSE(isReadable()) << "of no bytes";
+}
+
+TEST_F(Reading, RefusesTwoContainers) {
+  Support::sign(package(), "alice");
+  const std::size_t entry = containerEntry();
+  change(entry - 16, Support::readFile(package()).substr(entry, 16));
+  EXPECT_FALSE(isReadable());
+}
+
+TEST_F(Reading, RefusesAContainerThatIsCutOrHasMoreBehindIt) {
+  Support::sign(package(), "alice");
+  const std::string one = container();
+  Support::sign(package(), "source");
+  const std::string two = container();
+  for (std::size_t size = 1; size < two.size(); size += 13)
+    ASSERT_EQ(readsAs(two.substr(0, size)), size == one.size()) << size;
+  EXPECT_TRUE(readsAs(one));
+  EXPECT_TRUE(readsAs(two));
+  EXPECT_FALSE(readsAs(two + '\0'));
+  EXPECT_FALSE(readsAs('\0' + two));
+  EXPECT_FALSE(readsAs(two + "0"));
+  EXPECT_FALSE(readsAs("no CMS"));
+}
+
+TEST_F(Reading, RefusesAMessageOfAnotherForm) {
+  EXPECT_FALSE(readsAs(opensslCms({"SIGNER:alice", "SIGNER:bob"}))) << "two signers";
+  EXPECT_FALSE(readsAs(opensslCms({"SIGNER:alice", "-nodetach"}))) << "attached content";
+  EXPECT_FALSE(readsAs(opensslCms({"SIGNER:alice", "-nocerts"}))) << "no certificate";
+  EXPECT_FALSE(readsAs(opensslCms({"SIGNER:alice", "-nocerts", "-certfile", pki().certificate("bob")})))
+      << "somebody else's certificate";
+  EXPECT_FALSE(readsAs(opensslCms({"SIGNER:alice", "-md", "sha512"}))) << "another digest";
+  Support::runOrThrow(
+      {"openssl", "cms", "-data_create", "-in", package(), "-outform", "DER", "-out", inSandbox("data")});
+  EXPECT_FALSE(readsAs(Support::readFile(inSandbox("data")))) << "not signed at all";
+}
+
+TEST_F(Reading, RefusesTwoCertificatesThatCouldBothBeTheSigners) {
+  const std::string serial =
+      Support::runOrThrow({"openssl", "x509", "-in", pki().certificate("alice"), "-noout", "-serial"});
+  Support::runOrThrow({"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-noenc",
+                       "-keyout", inSandbox("rogue.key"), "-subj", "/CN=KRV sandbox authority", "-out",
+                       inSandbox("rogue.pem"), "-set_serial", "0x" + serial.substr(7, serial.size() - 8)});
+  EXPECT_FALSE(readsAs(opensslCms({"SIGNER:alice", "-certfile", inSandbox("rogue.pem")})));
+  EXPECT_TRUE(readsAs(opensslCms({"SIGNER:alice", "-certfile", pki().certificate("ca").string()})));
+}
+
+TEST_F(Reading, TakesThousandsOfSignatures) {
+  Support::sign(package(), "alice");
+  const std::string one = container();
+  std::string many;
+  for (int i = 0; i < 2000; ++i)
+    many += one;
+  EXPECT_TRUE(readsAs(many));
+  EXPECT_EQ(FileWithCmses::fromPath(package())->cmses().size(), 2000U);
+}
+
+TEST_F(Reading, SurvivesEveryFlippedBitOfTheHeader) {
+  Support::sign(package(), "alice");
+  const std::string good = Support::readFile(package());
+  const std::size_t entries = 16 * static_cast<unsigned char>(good[entryCountOffset + 3]);
+  for (std::size_t bit = 0; bit < 8 * (firstEntryOffset + entries); ++bit) {
+    Support::writeFile(package(), flipped(good, bit));
+    isReadable();
+    ASSERT_EQ(ERR_peek_error(), 0U) << bit;
+  }
+}
+
+TEST_F(Reading, EmptiesAnErrorQueueThatWasNotEmpty) {
+  ERR_raise(ERR_LIB_USER, 1);
+  EXPECT_TRUE(isReadable());
+}
+
+TEST_F(Reading, NeedsNoSpareDescriptorAfterwards) {
+  Support::sign(package(), "alice");
+  const auto count = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+  };
+  const auto before = count();
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_TRUE(verifies());
+    EXPECT_FALSE(FileWithCmses::fromPath(pki().key("alice")));
+  }
+  EXPECT_EQ(count(), before);
+}
+
+} // namespace

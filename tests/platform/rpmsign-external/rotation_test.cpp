@@ -1,0 +1,217 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/platform/rpmsign-external/package_test.h"
+#include "tests/support/process.h"
+
+#include <openssl/cms.h>
+#include <openssl/pem.h>
+
+#include <memory>
+
+namespace {
+
+using PackageSignatures::replaceContainer;
+
+/// A DER value. Lengths of four bytes at most.
+std::string der(char tag, const std::string& content) {
+  std::string length(1, static_cast<char>(content.size()));
+  if (content.size() > 127)
+    length = {'\x82', static_cast<char>(content.size() >> 8), static_cast<char>(content.size() & 0xFF)};
+  return tag + length + content;
+}
+
+std::string sequenceOfStrings(const std::vector<std::string>& strings) {
+  std::string content;
+  for (const std::string& string : strings)
+    content += der('\x04', string);
+  return der('\x30', content);
+}
+
+template <typename Handle, typename Free>
+std::unique_ptr<Handle, Free> owned(Handle* handle, Free release) {
+  if (handle == nullptr)
+    throw std::runtime_error("OpenSSL fails");
+  return {handle, release};
+}
+
+class Rotation : public PackageTest {
+protected:
+  using Chain = std::vector<std::string>;
+
+  /// One link as stock OpenSSL makes it, so that anything can be signed by anybody.
+  std::string link(const std::string& name, const std::string& text,
+                   const std::vector<std::string>& options = {}) const {
+    Support::writeFile(inSandbox("text"), text);
+    std::vector<std::string> command = {"openssl",  "cms",
+                                        "-sign",    "-binary",
+                                        "-outform", "DER",
+                                        "-in",      inSandbox("text"),
+                                        "-out",     inSandbox("link.der"),
+                                        "-signer",  pki().certificate(name),
+                                        "-inkey",   pki().key(name),
+                                        "-nodetach"};
+    command.insert(command.end(), options.begin(), options.end());
+    Support::runOrThrow(command);
+    return Support::readFile(inSandbox("link.der"));
+  }
+
+  /// A link in which `name` vouches for `next`.
+  std::string linkTo(const std::string& name, const std::string& next) const {
+    return link(name, "krv-key-rotation:" + pki().keyId(next));
+  }
+
+  /// Signs the package with a true signature by `name` whose rotation attributes are `values`, each one DER.
+  void signWithAttributes(const std::string& name, const Chain& values) const;
+
+  void signWithChain(const std::string& name, const Chain& links) const {
+    signWithAttributes(name, {sequenceOfStrings(links)});
+  }
+
+  Chain previous() const { return onlyCms().rotationChain().previousKeyids(); }
+  Chain keyIds(const Chain& names) const {
+    Chain result;
+    for (const std::string& name : names)
+      result.push_back(pki().keyId(name));
+    return result;
+  }
+};
+
+void Rotation::signWithAttributes(const std::string& name, const Chain& values) const {
+  const auto certificateFile = owned(BIO_new_file(pki().certificate(name).c_str(), "r"), &BIO_free);
+  const auto certificate = owned(PEM_read_bio_X509(certificateFile.get(), nullptr, nullptr, nullptr), &X509_free);
+  const auto keyFile = owned(BIO_new_file(pki().key(name).c_str(), "r"), &BIO_free);
+  const auto key = owned(PEM_read_bio_PrivateKey(keyFile.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free);
+  const unsigned int flags = CMS_BINARY | CMS_DETACHED | CMS_PARTIAL;
+  const auto cms = owned(CMS_sign(nullptr, nullptr, nullptr, nullptr, flags), &CMS_ContentInfo_free);
+  CMS_SignerInfo* const signer = CMS_add1_signer(cms.get(), certificate.get(), key.get(), EVP_sha256(), flags);
+  const auto object = owned(OBJ_txt2obj("2.25.157019916226857759528849042802738373896.3", 1), &ASN1_OBJECT_free);
+  const auto attribute = owned(X509_ATTRIBUTE_new(), &X509_ATTRIBUTE_free);
+  X509_ATTRIBUTE_set1_object(attribute.get(), object.get());
+  for (const std::string& value : values) {
+    // The first byte of a DER value is its type, as X509_ATTRIBUTE_set1_data() numbers them. It wants the content of
+    // primitive types, and the whole of constructed ones.
+    const bool constructed = (value[0] & 0x20) != 0;
+    const std::string content = constructed ? value : value.substr(2);
+    X509_ATTRIBUTE_set1_data(attribute.get(), value[0] & 0x1F, content.data(), static_cast<int>(content.size()));
+  }
+  CMS_signed_add1_attr(signer, attribute.get());
+  const std::string file = Support::readFile(package());
+  const auto offset = static_cast<std::size_t>(PackageSignatures::packageLayout(package()).contentOffset);
+  const auto content = owned(BIO_new_mem_buf(&file[offset], static_cast<int>(file.size() - offset)), &BIO_free);
+  if (CMS_final(cms.get(), content.get(), nullptr, flags) != 1)
+    throw std::runtime_error("OpenSSL fails");
+  const auto bytes = owned(BIO_new(BIO_s_mem()), &BIO_free);
+  i2d_CMS_bio(bytes.get(), cms.get());
+  char* data = nullptr;
+  const long size = BIO_get_mem_data(bytes.get(), &data);
+  replaceContainer(package(), {data, static_cast<std::size_t>(size)});
+}
+
+TEST_F(Rotation, GivesNoKeysForADeveloperWhoNeverRotated) {
+  Support::sign(package(), "alice");
+  EXPECT_EQ(previous(), Chain());
+}
+
+TEST_F(Rotation, GivesTheEarlierKeysOldestFirst) {
+  Support::sign(package(), "alice-3", {"alice", "alice-2"});
+  EXPECT_EQ(previous(), keyIds({"alice", "alice-2"}));
+  EXPECT_TRUE(verifies());
+}
+
+TEST_F(Rotation, AcceptsLinksThatStockOpensslMade) {
+  signWithChain("alice-3", {linkTo("alice", "alice-2"), linkTo("alice-2", "alice-3")});
+  EXPECT_EQ(previous(), keyIds({"alice", "alice-2"}));
+  EXPECT_TRUE(verifies());
+}
+
+TEST_F(Rotation, AcceptsEarlierKeysThatHaveExpired) {
+  Support::sign(package(), "alice-2", {"expired", "alice"});
+  EXPECT_EQ(previous(), keyIds({"expired", "alice"}));
+  EXPECT_TRUE(verifies());
+}
+
+TEST_F(Rotation, AcceptsAnEmptyChain) {
+  signWithChain("alice", {});
+  EXPECT_EQ(previous(), Chain());
+  EXPECT_TRUE(verifies());
+}
+
+TEST_F(Rotation, TakesLongChains) {
+  Support::sign(package(), "alice", Chain(50, "bob"));
+  EXPECT_EQ(previous(), keyIds(Chain(50, "bob")));
+  EXPECT_TRUE(verifies());
+}
+
+TEST_F(Rotation, RefusesAChainThatNamesAnotherKey) {
+  const struct {
+    const char* what;
+    Chain links;
+  } forgeries[] = {
+      {"a link for somebody else", {linkTo("alice", "alice-2")}},
+      {"a gap", {linkTo("alice", "alice-3"), linkTo("alice-2", "bob")}},
+      {"the wrong order", {linkTo("alice-2", "bob"), linkTo("alice", "alice-2")}},
+      {"another text", {link("alice", "krv-key-rotation " + pki().keyId("bob"))}},
+      {"more text", {link("alice", "krv-key-rotation:" + pki().keyId("bob") + "\n")}},
+      {"no text", {link("alice", "")}},
+  };
+  for (const auto& forgery : forgeries) {
+    signWithChain("bob", forgery.links);
+    EXPECT_EQ(previous().size(), forgery.links.size()) << forgery.what;
+    EXPECT_FALSE(verifies()) << forgery.what;
+  }
+}
+
+TEST_F(Rotation, RefusesLinksByWhoMustNotVouch) {
+  for (const char* name : {"source", "both", "roleless", "foreign", "branch"}) {
+    signWithChain("bob", {linkTo(name, "bob")});
+    EXPECT_EQ(previous(), keyIds({name}));
+    EXPECT_FALSE(verifies()) << name;
+  }
+}
+
+TEST_F(Rotation, NeverTrustsAnAuthorityInALink) {
+  signWithChain("bob", {link("foreign", "krv-key-rotation:" + pki().keyId("bob"),
+                             {"-certfile", pki().certificate("foreign-ca")})});
+  EXPECT_EQ(previous(), keyIds({"foreign"}));
+  EXPECT_FALSE(verifies());
+}
+
+TEST_F(Rotation, RefusesALinkWhoseSignatureDoesNotHold) {
+  // The text is replaced by the one that would be needed; the signature is for the other.
+  const std::string forged = replaced(linkTo("alice", "alice-2"), pki().keyId("alice-2"), pki().keyId("bob"));
+  signWithChain("bob", {forged});
+  EXPECT_EQ(previous(), keyIds({"alice"}));
+  EXPECT_FALSE(verifies());
+}
+
+TEST_F(Rotation, RefusesAChainThatCannotBeRead) {
+  const std::string good = linkTo("alice", "bob");
+  const struct {
+    const char* what;
+    Chain attributes;
+  } garbled[] = {
+      {"no sequence", {der('\x04', "x")}},
+      {"no strings", {der('\x30', der('\x02', "\x01"))}},
+      {"strings that hold nothing", {sequenceOfStrings({""})}},
+      {"strings that hold something else", {sequenceOfStrings({"no CMS"})}},
+      {"a link with more behind it", {sequenceOfStrings({good + '\0'})}},
+      {"a link that is cut", {sequenceOfStrings({good.substr(0, good.size() - 1)})}},
+      {"a good link and a bad one", {sequenceOfStrings({good, "x"})}},
+      {"a link without its text", {sequenceOfStrings({PackageSignatures::makeCms(package(), pki().signer("alice"))})}},
+      {"two values", {sequenceOfStrings({good}), sequenceOfStrings({good})}},
+      {"no value", {}},
+  };
+  for (const auto& [what, attributes] : garbled) {
+    signWithAttributes("bob", attributes);
+    EXPECT_EQ(previous(), Chain()) << what;
+    EXPECT_FALSE(verifies()) << what;
+    EXPECT_EQ(onlyCms().certificate()->keyId(), pki().keyId("bob")) << what;
+  }
+}
+
+TEST_F(Rotation, RefusesToVouchWithWhatIsNoDevelopersKey) {
+  EXPECT_THROW(Support::sign(package(), "alice", {"source"}), PackageSignatures::SigningError);
+  EXPECT_EQ(PackageSignatures::packageLayout(package()).cmses.size(), 0U);
+}
+
+} // namespace

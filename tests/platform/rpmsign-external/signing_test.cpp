@@ -1,0 +1,284 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/platform/rpmsign-external/package_test.h"
+#include "tests/support/open_pgp_key.h"
+#include "tests/support/ordinary_user.h"
+#include "tests/support/process.h"
+
+namespace {
+
+using PackageSignatures::replaceContainer;
+using PackageSignatures::SigningError;
+using PackageSignatures::SigningKey;
+
+/// The most data that RPM reads in a signature header.
+constexpr std::size_t mostData = 64 * 1024 * 1024;
+
+class Signing : public PackageTest {
+protected:
+  /// Replaces the signature header by one with `count` binary tags of one byte.
+  void writeHeaderOfEntries(unsigned char count) const {
+    const std::string file = Support::readFile(package());
+    std::string header("\x8e\xad\xe8\x01\0\0\0\0\0\0\0", 11);
+    header += static_cast<char>(count);
+    header += std::string(3, '\0') + static_cast<char>(count);
+    for (unsigned char i = 0; i < count; ++i)
+      header += std::string("\0\0\x10", 3) + static_cast<char>(i) + std::string("\0\0\0\7\0\0\0", 7) +
+                static_cast<char>(i) + std::string("\0\0\0\1", 4);
+    header += std::string(count, 'x');
+    header.resize((header.size() + 7) / 8 * 8, '\0');
+    Support::writeFile(package(), file.substr(0, 96) + header + content());
+  }
+
+  std::size_t contentOffset() const {
+    return static_cast<std::size_t>(PackageSignatures::packageLayout(package()).contentOffset);
+  }
+  std::string content() const { return Support::readFile(package()).substr(contentOffset()); }
+
+  /// What `rpm -K` says of the package.
+  std::string digests() const { return Support::run({"rpm", "-K", package()}).output; }
+
+  std::string openPgpSignature() const {
+    return Support::runOrThrow({"rpm", "-qp", "--nosignature", "--qf", "%{RSAHEADER:pgpsig}", package()});
+  }
+
+  /// The message of the exception that `action` throws.
+  template <typename Action>
+  static std::string failure(Action action) {
+    try {
+      action();
+    } catch (const SigningError& error) {
+      return error.what();
+    }
+    return "no failure";
+  }
+};
+
+TEST_F(Signing, LeavesThePackageReadableForRpm) {
+  const std::string payload = Support::runOrThrow({"rpm2cpio", package()});
+  const std::string before = content();
+  Support::sign(package(), "alice-2", {"alice"});
+  Support::sign(package(), "source");
+  EXPECT_EQ(digests(), package() + ": digests OK\n");
+  EXPECT_EQ(Support::runOrThrow({"rpm", "-qp", package()}), "sample-1.0-1.noarch\n");
+  EXPECT_EQ(Support::runOrThrow({"rpm2cpio", package()}), payload);
+  EXPECT_EQ(content(), before);
+  EXPECT_EQ(Support::runOrThrow({"rpm", "-qpl", package()}), "/opt/sample\n/opt/sample/file\n");
+}
+
+TEST_F(Signing, TakesTheSpaceThatIsReservedForSignatures) {
+  const std::size_t before = contentOffset();
+  Support::sign(package(), "alice");
+  EXPECT_EQ(contentOffset(), before);
+  Support::sign(package(), "source");
+  EXPECT_EQ(contentOffset(), before);
+}
+
+TEST_F(Signing, GivesTheFileBackAsItWasWhenTheSignaturesAreRemoved) {
+  const std::string before = Support::readFile(package());
+  Support::sign(package(), "alice");
+  EXPECT_NE(Support::readFile(package()), before);
+  replaceContainer(package(), "");
+  EXPECT_EQ(Support::readFile(package()), before);
+}
+
+TEST_F(Signing, GrowsTheHeaderForLargeSignatures) {
+  for (const std::size_t size : {5'000U, 100'000U, 1'000'001U}) {
+    replaceContainer(package(), std::string(size, 'x'));
+    EXPECT_EQ(digests(), package() + ": digests OK\n") << size;
+  }
+}
+
+TEST_F(Signing, WorksWithoutReservedSpace) {
+  sandbox().build({.globals = "%global __gpg_reserved_space 0\n%global _gpg_reserved_space 0"}, package());
+  Support::sign(package(), "alice");
+  EXPECT_EQ(digests(), package() + ": digests OK\n");
+  EXPECT_TRUE(verifies());
+}
+
+TEST_F(Signing, ReplacesTheSignatureOfTheSameRole) {
+  Support::sign(package(), "alice");
+  Support::sign(package(), "source");
+  const std::string source = container().substr(PackageSignatures::packageLayout(package()).cmses.at(0).size);
+  Support::sign(package(), "bob");
+  const std::vector<PackageSignatures::Cms> cmses = PackageSignatures::FileWithCmses::fromPath(package())->cmses();
+  ASSERT_EQ(cmses.size(), 2U);
+  EXPECT_EQ(cmses[0].certificate()->keyId(), pki().keyId("bob"));
+  EXPECT_TRUE(container().ends_with(source));
+  EXPECT_TRUE(verifies());
+}
+
+TEST_F(Signing, ReplacesAllSignaturesOfTheSameRoleAndNoOther) {
+  const std::string roleless = opensslCms({"SIGNER:roleless"});
+  replaceContainer(package(), roleless + opensslCms({"SIGNER:alice"}) + opensslCms({"SIGNER:bob"}));
+  Support::sign(package(), "alice-2");
+  const std::vector<PackageSignatures::Cms> cmses = PackageSignatures::FileWithCmses::fromPath(package())->cmses();
+  ASSERT_EQ(cmses.size(), 2U);
+  EXPECT_TRUE(container().starts_with(roleless));
+  EXPECT_EQ(cmses[1].certificate()->keyId(), pki().keyId("alice-2"));
+}
+
+TEST_F(Signing, KeepsAnOpenPgpSignature) {
+  const Support::OpenPgpKey key(sandbox());
+  key.sign(package());
+  const std::string openPgp = openPgpSignature();
+  EXPECT_NE(openPgp, "(none)");
+  Support::sign(package(), "alice");
+  EXPECT_EQ(openPgpSignature(), openPgp);
+  EXPECT_TRUE(verifies());
+}
+
+TEST_F(Signing, IsKeptByAnOpenPgpSignature) {
+  const Support::OpenPgpKey key(sandbox());
+  Support::sign(package(), "alice");
+  key.sign(package());
+  EXPECT_NE(openPgpSignature(), "(none)");
+  EXPECT_TRUE(verifies());
+}
+
+TEST_F(Signing, RefusesMoreThanRpmReads) {
+  const std::string before = Support::readFile(package());
+  EXPECT_EQ(failure([&] { replaceContainer(package(), std::string(mostData + 1, 'x')); }),
+            "its signatures would have 67108865 bytes, and RPM reads at most 67108864");
+  EXPECT_EQ(Support::readFile(package()), before);
+}
+
+TEST_F(Signing, TakesAsMuchAsRpmReads) {
+  const std::string before = Support::readFile(package());
+  const std::string message = failure([&] { replaceContainer(package(), std::string(mostData, 'x')); });
+  const std::string start = "its signature header would have ";
+  ASSERT_TRUE(message.starts_with(start)) << message;
+  const std::size_t others = std::stoul(message.substr(start.size())) - mostData;
+  EXPECT_EQ(message, start + std::to_string(mostData + others) + " bytes of data, and RPM reads at most 67108864");
+
+  EXPECT_EQ(failure([&] { replaceContainer(package(), std::string(mostData - others, 'x')); }), "no failure");
+  EXPECT_EQ(digests(), package() + ": digests OK\n");
+  Support::writeFile(package(), before);
+  EXPECT_EQ(failure([&] { replaceContainer(package(), std::string(mostData - others + 1, 'x')); }),
+            start + "67108865 bytes of data, and RPM reads at most 67108864");
+}
+
+TEST_F(Signing, RefusesAnEntryTooMany) {
+  // With the container and the region, which the header does not have yet, there are two more.
+  writeHeaderOfEntries(31);
+  const std::string before = Support::readFile(package());
+  EXPECT_EQ(failure([&] { Support::sign(package(), "alice"); }),
+            "its signature header would have 33 entries, and RPM reads at most 32");
+  EXPECT_EQ(Support::readFile(package()), before);
+  writeHeaderOfEntries(30);
+  Support::sign(package(), "alice");
+  EXPECT_TRUE(verifies());
+  EXPECT_EQ(Support::runOrThrow({"rpm", "-qp", package()}), "sample-1.0-1.noarch\n");
+}
+
+TEST_F(Signing, RefusesWhatCannotBeSigned) {
+  const PackageSignatures::Signer alice = pki().signer("alice");
+  Support::writeFile(inSandbox("text"), "text");
+  const auto failureAt = [&](const std::string& path) { return failure([&] { signPackage(path, alice); }); };
+  EXPECT_EQ(failureAt(inSandbox("text")), "it is no RPM package");
+  EXPECT_EQ(failureAt(inSandbox("missing")), "it cannot be opened: No such file or directory");
+  EXPECT_EQ(failureAt(sandbox().path()), "it is not a regular file");
+  EXPECT_EQ(failureAt("/dev/null"), "it is not a regular file");
+  EXPECT_EQ(Support::readFile(inSandbox("text")), "text");
+  replaceContainer(package(), "no signature");
+  const std::string before = Support::readFile(package());
+  EXPECT_EQ(failureAt(package()), "its signatures cannot be read");
+  EXPECT_EQ(Support::readFile(package()), before);
+}
+
+TEST_F(Signing, ReportsAFolderInWhichNothingCanBeMade) {
+  const PackageSignatures::Signer alice = pki().signer("alice");
+  const std::string before = Support::readFile(package());
+  const Support::OrdinaryUser user(sandbox().path());
+  const Support::ScopedPermissions closed(sandbox().path(),
+                                          std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+  EXPECT_EQ(failure([&] { signPackage(package(), alice); }), "no file can be made beside it: Permission denied");
+  EXPECT_EQ(Support::readFile(package()), before);
+}
+
+TEST_F(Signing, RefusesASignerWithoutARole) {
+  for (const char* name : {"both", "roleless"})
+    EXPECT_EQ(failure([&] { Support::sign(package(), name); }),
+              "the certificate of the key is neither a developer's nor a source's")
+        << name;
+  EXPECT_EQ(failure([&] { Support::sign(package(), "alice", {"source"}); }),
+            "the earlier key " + pki().keyId("source") + " is not a developer's");
+}
+
+TEST_F(Signing, SurvivesEveryFlippedBitOfTheHeader) {
+  Support::sign(package(), "alice");
+  const std::string good = Support::readFile(package());
+  const std::size_t entries = 16 * static_cast<unsigned char>(good[107]);
+  const PackageSignatures::Signer bob = pki().signer("bob");
+  std::size_t failures = 0;
+  for (std::size_t bit = 8 * 96; bit < 8 * (112 + entries); ++bit) {
+    const std::string changed = flipped(good, bit);
+    Support::writeFile(package(), changed);
+    if (failure([&] { signPackage(package(), bob); }) != "no failure") {
+      ++failures;
+      ASSERT_EQ(Support::readFile(package()), changed) << bit;
+    }
+    ASSERT_EQ(ERR_peek_error(), 0U) << bit;
+  }
+  EXPECT_GT(failures, 0U);
+}
+
+TEST_F(Signing, ReadsKeysAndCertificates) {
+  const auto failureWith = [&](const std::string& key, const std::string& certificate) {
+    return failure([&] { SigningKey::fromFiles(key, certificate); });
+  };
+  const std::string key = pki().key("alice");
+  const std::string certificate = pki().certificate("alice");
+  EXPECT_EQ(failureWith(key, certificate), "no failure");
+  EXPECT_EQ(failureWith(key, pki().certificate("bob")),
+            "the key " + key + " does not belong to the certificate " + pki().certificate("bob").string());
+  EXPECT_EQ(failureWith("/nowhere", certificate), "/nowhere cannot be opened: No such file or directory");
+  EXPECT_EQ(failureWith(key, "/nowhere"), "/nowhere cannot be opened: No such file or directory");
+  EXPECT_EQ(failureWith(certificate, certificate),
+            certificate + " holds no private key in PEM form without a pass phrase");
+  EXPECT_EQ(failureWith(key, key), key + " holds no certificate in PEM form");
+  Support::runOrThrow(
+      {"openssl", "pkcs8", "-topk8", "-in", key, "-out", inSandbox("locked.pem"), "-passout", "pass:secret"});
+  EXPECT_EQ(failureWith(inSandbox("locked.pem"), certificate),
+            inSandbox("locked.pem") + " holds no private key in PEM form without a pass phrase");
+}
+
+TEST_F(Signing, ReadsTheCertificatesInBetween) {
+  PackageSignatures::Signer signer = pki().signer("branch");
+  const auto failureWith = [&](const std::string& path) {
+    signer.chainPath = path;
+    return failure([&] { signPackage(package(), signer); });
+  };
+  EXPECT_EQ(failureWith("/nowhere"), "/nowhere cannot be opened: No such file or directory");
+  const std::string key = pki().key("alice");
+  EXPECT_EQ(failureWith(key), key + " holds no certificate in PEM form, or something that is none");
+  Support::writeFile(inSandbox("both.pem"),
+                     Support::readFile(pki().certificate("branch-ca")) + Support::readFile(pki().certificate("ca")));
+  EXPECT_EQ(failureWith(inSandbox("both.pem")), "no failure");
+  EXPECT_TRUE(verifies());
+  Support::writeFile(inSandbox("cut.pem"), Support::readFile(pki().certificate("branch-ca")) +
+                                               "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n");
+  EXPECT_EQ(failureWith(inSandbox("cut.pem")),
+            inSandbox("cut.pem") + " holds no certificate in PEM form, or something that is none");
+}
+
+TEST_F(Signing, TellsTheRoleOfAKey) {
+  const auto roleOf = [&](const std::string& name) {
+    return SigningKey::fromFiles(pki().key(name), pki().certificate(name)).role();
+  };
+  EXPECT_EQ(roleOf("alice"), PackageSignatures::Role::Developer);
+  EXPECT_EQ(roleOf("source"), PackageSignatures::Role::Source);
+  EXPECT_EQ(roleOf("both"), std::nullopt);
+  EXPECT_EQ(roleOf("roleless"), std::nullopt);
+}
+
+TEST_F(Signing, KnowsWhereTheSignaturesAre) {
+  Support::sign(package(), "alice");
+  Support::sign(package(), "source");
+  const PackageSignatures::PackageLayout layout = PackageSignatures::packageLayout(package());
+  ASSERT_EQ(layout.cmses.size(), 2U);
+  EXPECT_EQ(layout.cmses[1].offset, layout.cmses[0].offset + static_cast<off_t>(layout.cmses[0].size));
+  EXPECT_EQ(Support::readFile(package()).substr(static_cast<std::size_t>(layout.contentOffset), 3), "\x8e\xad\xe8");
+}
+
+} // namespace

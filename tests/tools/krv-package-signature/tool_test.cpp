@@ -1,0 +1,334 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/support/pki.h"
+#include "tests/support/process.h"
+#include "tests/support/rpm_sandbox.h"
+
+#include <gtest/gtest.h>
+#include <rpmsign-external/package_signatures.h>
+#include <rpmsign-external/signing.h>
+
+#include <algorithm>
+#include <csignal>
+
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+namespace {
+
+using Support::Pki;
+using Support::ProcessResult;
+using Support::readFile;
+
+const std::string tool = "krv-package-signature: ";
+
+/// The hand tool, run in a folder with the package "a.rpm" that nobody has signed.
+class PackageSignatureTool : public testing::Test {
+protected:
+  PackageSignatureTool() { m_sandbox.build({}, folder() / "a.rpm"); }
+
+  std::filesystem::path folder() const { return m_sandbox.path() / "packages"; }
+  const Support::RpmSandbox& sandbox() const { return m_sandbox; }
+  std::string package() const { return readFile(folder() / "a.rpm"); }
+
+  ProcessResult runTool(std::vector<std::string> arguments, const Support::Environment& environment = {}) const {
+    arguments.insert(arguments.begin(), Support::program("krv-package-signature"));
+    return Support::run(arguments, environment, folder());
+  }
+
+  /// Runs "sign" with the key of `name`, and further arguments.
+  ProcessResult signAs(const std::string& name, const std::vector<std::string>& rest) const {
+    std::vector<std::string> arguments = {"sign", "--key", Pki::instance().key(name), "--cert",
+                                          Pki::instance().certificate(name)};
+    arguments.insert(arguments.end(), rest.begin(), rest.end());
+    return runTool(arguments);
+  }
+
+  ProcessResult verifyTool(const std::vector<std::string>& packages) const {
+    std::vector<std::string> arguments = {"verify", "--ca-path", Pki::instance().trustedCa()};
+    arguments.insert(arguments.end(), packages.begin(), packages.end());
+    return runTool(arguments);
+  }
+
+  static std::string previous(const std::string& name) {
+    return Pki::instance().key(name).string() + "," + Pki::instance().certificate(name).string();
+  }
+
+  /// The names in the folder, so that a test sees what was left behind.
+  std::vector<std::string> names() const {
+    std::vector<std::string> result;
+    for (const auto& entry : std::filesystem::directory_iterator(folder()))
+      result.push_back(entry.path().filename());
+    std::sort(result.begin(), result.end());
+    return result;
+  }
+
+private:
+  Support::RpmSandbox m_sandbox;
+};
+
+void expectResult(const ProcessResult& result, int status, const std::string& output, const std::string& errors) {
+  EXPECT_EQ(result.status, status);
+  EXPECT_EQ(result.output, output);
+  EXPECT_EQ(result.errors, errors);
+}
+
+TEST_F(PackageSignatureTool, SignsInPlaceAndVerifies) {
+  expectResult(signAs("alice", {"a.rpm"}), 0, "", "");
+  expectResult(signAs("source", {"a.rpm"}), 0, "", "");
+  expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
+  EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
+}
+
+TEST_F(PackageSignatureTool, TakesOptionsBehindThePackages) {
+  expectResult(runTool({"sign", "a.rpm", "--cert=" + Pki::instance().certificate("alice").string(),
+                        "--key=" + Pki::instance().key("alice").string()}),
+               0, "", "");
+  expectResult(verifyTool({"--", "a.rpm"}), 0, "a.rpm: OK\n", "");
+}
+
+TEST_F(PackageSignatureTool, ShowsEachSignature) {
+  signAs("alice-3", {"--previous", previous("alice"), "--previous", previous("alice-2"), "a.rpm"});
+  signAs("source", {"a.rpm"});
+  const PackageSignatures::PackageLayout layout = PackageSignatures::packageLayout(folder() / "a.rpm");
+  const auto stored = [&](std::size_t i) {
+    return std::to_string(layout.cmses.at(i).size) + " bytes from byte " + std::to_string(layout.cmses.at(i).offset);
+  };
+  const Pki& pki = Pki::instance();
+  expectResult(runTool({"show", "a.rpm"}), 0,
+               "a.rpm\n  content: from byte " + std::to_string(layout.contentOffset) +
+                   "\n  signature 1: developer\n    stored: " + stored(0) + "\n    key id: " + pki.keyId("alice-3") +
+                   "\n    subgroup: regular\n    previous key id: " + pki.keyId("alice") + "\n    previous key id: " +
+                   pki.keyId("alice-2") + "\n  signature 2: source\n    stored: " + stored(1) +
+                   "\n    key id: " + pki.keyId("source") + "\n    subgroup: regular\n",
+               "");
+}
+
+TEST_F(PackageSignatureTool, ShowsAPackageThatNobodySigned) {
+  const std::string offset = std::to_string(PackageSignatures::packageLayout(folder() / "a.rpm").contentOffset);
+  expectResult(runTool({"show", "a.rpm"}), 0, "a.rpm\n  content: from byte " + offset + "\n  not signed\n", "");
+  expectResult(runTool({"show", "--json", "a.rpm"}), 0,
+               R"([{"path":"a.rpm","contentOffset":)" + offset +
+                   R"(,"cmses":[]}])"
+                   "\n",
+               "");
+}
+
+TEST_F(PackageSignatureTool, ShowsJson) {
+  const std::string name = "a \"b\"\n\\c \xc3\xa9\xff.rpm";
+  std::filesystem::rename(folder() / "a.rpm", folder() / name);
+  signAs("system", {"--previous", previous("bob"), name});
+  const PackageSignatures::PackageLayout layout = PackageSignatures::packageLayout(folder() / name);
+  const std::string expected = R"([{"path":"a \"b\"\u000a\\c )"
+                               "\xc3\xa9"
+                               R"(\ufffd.rpm","contentOffset":)" +
+                               std::to_string(layout.contentOffset) + R"(,"cmses":[{"role":"developer","keyId":")" +
+                               Pki::instance().keyId("system") + R"(","subgroup":"system","previousKeyIds":[")" +
+                               Pki::instance().keyId("bob") + R"("],"offset":)" +
+                               std::to_string(layout.cmses.at(0).offset) + R"(,"size":)" +
+                               std::to_string(layout.cmses.at(0).size) + "}]}]\n";
+  expectResult(runTool({"show", "--json", name}), 0, expected, "");
+}
+
+TEST_F(PackageSignatureTool, ShowsWithoutTrustingAnybody) {
+  signAs("foreign", {"a.rpm"});
+  EXPECT_EQ(runTool({"show", "a.rpm"}).status, 0);
+}
+
+TEST_F(PackageSignatureTool, ReplacesTheSignatureOfTheSameRole) {
+  signAs("alice", {"a.rpm"});
+  signAs("bob", {"a.rpm"});
+  const auto file = PackageSignatures::FileWithCmses::fromPath(folder() / "a.rpm");
+  ASSERT_EQ(file->cmses().size(), 1U);
+  EXPECT_EQ(file->cmses()[0].certificate()->keyId(), Pki::instance().keyId("bob"));
+}
+
+TEST_F(PackageSignatureTool, EmbedsTheCertificatesInBetween) {
+  signAs("branch", {"a.rpm"});
+  EXPECT_EQ(verifyTool({"a.rpm"}).status, 1);
+  expectResult(signAs("branch", {"--chain", Pki::instance().certificate("branch-ca"), "a.rpm"}), 0, "", "");
+  EXPECT_EQ(verifyTool({"a.rpm"}).status, 0);
+}
+
+TEST_F(PackageSignatureTool, KeepsModeAndAttributes) {
+  const std::string path = folder() / "a.rpm";
+  ASSERT_EQ(chmod(path.c_str(), 06741), 0);
+  ASSERT_EQ(setxattr(path.c_str(), "user.color", "blue", 4, 0), 0);
+  ASSERT_EQ(setxattr(path.c_str(), "user.nothing", "", 0, 0), 0);
+  EXPECT_EQ(signAs("alice", {"a.rpm"}).status, 0);
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 06741U);
+  char value[8] = {};
+  EXPECT_EQ(getxattr(path.c_str(), "user.color", value, sizeof value), 4);
+  EXPECT_STREQ(value, "blue");
+  EXPECT_EQ(getxattr(path.c_str(), "user.nothing", value, sizeof value), 0);
+}
+
+TEST_F(PackageSignatureTool, KeepsTheOwner) {
+  if (geteuid() != 0)
+    GTEST_SKIP() << "only root can give a file away";
+  const std::string path = folder() / "a.rpm";
+  ASSERT_EQ(chown(path.c_str(), 1234, 5678), 0);
+  ASSERT_EQ(chmod(path.c_str(), 04750), 0);
+  EXPECT_EQ(signAs("alice", {"a.rpm"}).status, 0);
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, 1234U);
+  EXPECT_EQ(status.st_gid, 5678U);
+  EXPECT_EQ(status.st_mode & 07777U, 04750U);
+}
+
+TEST_F(PackageSignatureTool, FollowsALink) {
+  std::filesystem::create_directory(folder() / "links");
+  std::filesystem::create_symlink("../a.rpm", folder() / "links/b.rpm");
+  expectResult(signAs("alice", {"links/b.rpm"}), 0, "", "");
+  EXPECT_TRUE(std::filesystem::is_symlink(folder() / "links/b.rpm"));
+  expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
+  EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "links"}));
+}
+
+TEST_F(PackageSignatureTool, DoesTheOtherPackagesWhenOneFails) {
+  Support::writeFile(folder() / "text", "no package\n");
+  std::filesystem::copy_file(folder() / "a.rpm", folder() / "b.rpm");
+  const std::string errors = tool + "text: it is no RPM package\n" + tool +
+                             "missing: it cannot be opened: No such file or directory\n" + tool +
+                             ".: it is not a regular file\n";
+  expectResult(signAs("alice", {"a.rpm", "text", "missing", ".", "b.rpm"}), 1, "", errors);
+  EXPECT_EQ(readFile(folder() / "text"), "no package\n");
+  expectResult(verifyTool({"a.rpm", "text", "missing", ".", "b.rpm"}), 1, "a.rpm: OK\nb.rpm: OK\n", errors);
+  const ProcessResult shown = runTool({"show", "--json", "text", "missing", "."});
+  expectResult(shown, 1, "[]\n", errors);
+  EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "b.rpm", "text"}));
+}
+
+TEST_F(PackageSignatureTool, RefusesAKeyThatDoesNotMatchItsCertificate) {
+  const std::string before = package();
+  const Pki& pki = Pki::instance();
+  expectResult(runTool({"sign", "--key", pki.key("alice"), "--cert", pki.certificate("bob"), "a.rpm"}), 1, "",
+               tool + "the key " + pki.key("alice").string() + " does not belong to the certificate " +
+                   pki.certificate("bob").string() + "\n");
+  EXPECT_EQ(package(), before);
+}
+
+TEST_F(PackageSignatureTool, RefusesACertificateWithoutARole) {
+  const std::string before = package();
+  for (const char* name : {"roleless", "both"}) {
+    expectResult(signAs(name, {"a.rpm"}), 1, "",
+                 tool + "a.rpm: the certificate of the key is neither a developer's nor a source's\n");
+    EXPECT_EQ(package(), before);
+  }
+}
+
+TEST_F(PackageSignatureTool, RefusesSignaturesThatCannotBeRead) {
+  PackageSignatures::replaceContainer(folder() / "a.rpm", "no signature");
+  const std::string before = package();
+  const std::string error = tool + "a.rpm: its signatures cannot be read\n";
+  expectResult(signAs("alice", {"a.rpm"}), 1, "", error);
+  expectResult(runTool({"show", "a.rpm"}), 1, "", error);
+  expectResult(verifyTool({"a.rpm"}), 1, "", error);
+  EXPECT_EQ(package(), before);
+}
+
+TEST_F(PackageSignatureTool, SaysWhyAPackageDoesNotVerify) {
+  const std::string authorities = Pki::instance().trustedCa();
+  expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: it is not signed\n");
+  signAs("foreign", {"a.rpm"});
+  expectResult(verifyTool({"a.rpm"}), 1, "",
+               tool + "a.rpm: the developer's certificate is expired or from no authority in " + authorities + "\n");
+  signAs("alice", {"a.rpm"});
+  signAs("expired-source", {"a.rpm"});
+  expectResult(verifyTool({"a.rpm"}), 1, "",
+               tool + "a.rpm: the source's certificate is expired or from no authority in " + authorities + "\n");
+  signAs("source", {"a.rpm"});
+  Support::writeFile(folder() / "a.rpm", package() + '\n');
+  expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: its signatures or key rotations do not hold\n");
+}
+
+TEST_F(PackageSignatureTool, TrustsTheSystemsAuthoritiesByDefault) {
+  signAs("alice", {"a.rpm"});
+  Support::trustAuthorityUnder(sandbox().path());
+  expectResult(runTool({"verify", "a.rpm"}, {{"KRV_ROOT_FS", sandbox().path()}}), 0, "a.rpm: OK\n", "");
+  expectResult(runTool({"verify", "a.rpm"}, {{"KRV_ROOT_FS", folder()}}), 1, "",
+               tool + "a.rpm: the developer's certificate is expired or from no authority in " +
+                   (folder() / "etc/krv/trusted-ca").string() + "\n");
+}
+
+TEST_F(PackageSignatureTool, LeavesThePackageAloneWhenTheNewOneCannotBeWritten) {
+  const std::string before = package();
+  const std::string limited = "ulimit -f 2; exec \"$0\" \"$@\"";
+  const Pki& pki = Pki::instance();
+  const ProcessResult result = Support::run({"bash", "-c", limited, Support::program("krv-package-signature"), "sign",
+                                             "--key", pki.key("alice"), "--cert", pki.certificate("alice"), "a.rpm"},
+                                            {}, folder());
+  expectResult(result, 1, "", tool + "a.rpm: the new file cannot be written: File too large\n");
+  EXPECT_EQ(package(), before);
+  EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
+}
+
+TEST_F(PackageSignatureTool, LeavesNothingBehindWhenItIsInterrupted) {
+  // Large enough for the signal to find the tool at work, most of the time.
+  sandbox().build(
+      {.install = "mkdir -p %{buildroot}/opt/%{name}; head -c 60000000 /dev/zero > %{buildroot}/opt/%{name}/file",
+       .globals = "%global _binary_payload w.ufdio"},
+      folder() / "a.rpm");
+  const std::string before = package();
+  const Pki& pki = Pki::instance();
+  for (int i = 0; i < 5; ++i) {
+    Support::Process process({Support::program("krv-package-signature"), "sign", "--key", pki.key("alice"), "--cert",
+                              pki.certificate("alice"), "a.rpm"},
+                             {}, folder());
+    while (process.isRunning() && names().size() == 1 && package() == before)
+      continue;
+    process.signal(SIGINT);
+    process.wait();
+    EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
+    PackageSignatures::replaceContainer(folder() / "a.rpm", "");
+    ASSERT_EQ(package(), before);
+  }
+}
+
+TEST_F(PackageSignatureTool, ReportsAnOutputThatCannotBeWritten) {
+  const ProcessResult result = Support::run(
+      {"bash", "-c", "exec \"$0\" show a.rpm >/dev/full", Support::program("krv-package-signature")}, {}, folder());
+  expectResult(result, 1, "", tool + "standard output cannot be written\n");
+}
+
+TEST_F(PackageSignatureTool, ExplainsItself) {
+  const std::string help = runTool({"--help"}).output;
+  EXPECT_TRUE(help.starts_with("usage:\n  krv-package-signature sign   --key K.pem --cert C.pem [--chain CA.pem]\n"));
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"-h"}, {"sign", "--help"}, {"show", "-h"}, {"verify", "--help", "--ca-path", "x"}})
+    expectResult(runTool(arguments), 0, help, "");
+}
+
+TEST_F(PackageSignatureTool, RefusesWrongUsage) {
+  const struct {
+    std::vector<std::string> arguments;
+    std::string message;
+  } cases[] = {
+      {{}, "no command is given"},
+      {{"list"}, "unknown command: list"},
+      {{"a.rpm"}, "unknown command: a.rpm"},
+      {{"show"}, "no package is given"},
+      {{"verify", "--ca-path", "x"}, "no package is given"},
+      {{"sign", "a.rpm"}, "sign needs --key and --cert"},
+      {{"sign", "--key", "k", "a.rpm"}, "sign needs --key and --cert"},
+      {{"sign", "--key", "k", "--cert", "c"}, "no package is given"},
+      {{"sign", "--key", "k", "--cert", "c", "--previous", "k2", "a.rpm"},
+       "--previous takes a key and a certificate with one comma between them, not k2"},
+      {{"sign", "--key", "k", "--cert", "c", "--previous", "a,b,c", "a.rpm"},
+       "--previous takes a key and a certificate with one comma between them, not a,b,c"},
+      {{"show", "--color", "a.rpm"}, "unknown option or missing value: --color"},
+      {{"show", "--ca-path", "x", "a.rpm"}, "unknown option or missing value: --ca-path"},
+      {{"show", "-x", "a.rpm"}, "unknown option or missing value: -x"},
+      {{"verify", "a.rpm", "--ca-path"}, "unknown option or missing value: --ca-path"},
+  };
+  const std::string before = package();
+  for (const auto& [arguments, message] : cases)
+    expectResult(runTool(arguments), 2, "", tool + message + "\nTry: krv-package-signature --help\n");
+  EXPECT_EQ(package(), before);
+}
+
+} // namespace
