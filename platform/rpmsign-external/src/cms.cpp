@@ -8,8 +8,8 @@ namespace PackageSignatures {
 
 namespace {
 
-/// The certificate that the signer's identifier names; null when there is none, and when there are two, since readers
-/// could then disagree about who signed.
+/// The certificate that the signer's identifier names; null when there is none, and when there are two: OpenSSL, which
+/// looks for it once more to verify, could take the other one.
 CertificatePtr findSignerCertificate(CMS_SignerInfo* signer, const STACK_OF(X509) * certificates) {
   CertificatePtr found;
   for (int i = 0; i < sk_X509_num(certificates); ++i) {
@@ -54,8 +54,6 @@ std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes) {
   CertificatePtr own = findSignerCertificate(signer, certificates.get());
   if (!own)
     return nullptr;
-  // Verification has to use the very certificate that was chosen here.
-  CMS_SignerInfo_set1_signer_cert(signer, own.get());
   bytes.remove_prefix(static_cast<std::size_t>(end - begin));
   auto certificate =
       std::make_shared<const Certificate::Impl>(Certificate::Impl{std::move(own), std::move(certificates)});

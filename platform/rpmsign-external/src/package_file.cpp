@@ -56,6 +56,7 @@ FileDescriptor openRegularFile(const std::string& path) {
   if (path.find('\0') != std::string::npos || stat(path.c_str(), &status) != 0)
     return FileDescriptor(-1);
   errno = 0;
+  // Asked before the file is opened: merely opening a device can set it to work.
   if (!S_ISREG(status.st_mode))
     return FileDescriptor(-1);
   // Somebody may have put a FIFO there since: without O_NONBLOCK this would wait for its other end.

@@ -1,36 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "tests/platform/rpmsign-external/largest_request.h"
 #include "tests/platform/rpmsign-external/package_test.h"
 #include "tests/support/process.h"
 #include "tests/support/special_files.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <new>
-
 #include <unistd.h>
-
-namespace {
-
-std::size_t largestRequest = 0;
-
-} // namespace
-
-// Counts what the program asks for, so that a test can see that a claimed size is not believed.
-void* operator new(std::size_t size) {
-  largestRequest = std::max(largestRequest, size);
-  if (void* const memory = std::malloc(size))
-    return memory;
-  throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 namespace {
 

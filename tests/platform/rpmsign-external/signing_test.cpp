@@ -61,8 +61,8 @@ TEST_F(Signing, LeavesThePackageReadableForRpm) {
   Support::sign(package(), "source");
   EXPECT_EQ(digests(), package() + ": digests OK\n");
   EXPECT_EQ(Support::runOrThrow({"rpm", "-qp", package()}), "sample-1.0-1.noarch\n");
-  EXPECT_EQ(Support::runOrThrow({"rpm2cpio", package()}), payload);
-  EXPECT_EQ(content(), before);
+  EXPECT_TRUE(Support::runOrThrow({"rpm2cpio", package()}) == payload);
+  EXPECT_TRUE(content() == before);
   EXPECT_EQ(Support::runOrThrow({"rpm", "-qpl", package()}), "/opt/sample\n/opt/sample/file\n");
 }
 
@@ -77,9 +77,9 @@ TEST_F(Signing, TakesTheSpaceThatIsReservedForSignatures) {
 TEST_F(Signing, GivesTheFileBackAsItWasWhenTheSignaturesAreRemoved) {
   const std::string before = Support::readFile(package());
   Support::sign(package(), "alice");
-  EXPECT_NE(Support::readFile(package()), before);
+  EXPECT_FALSE(Support::readFile(package()) == before);
   replaceContainer(package(), "");
-  EXPECT_EQ(Support::readFile(package()), before);
+  EXPECT_TRUE(Support::readFile(package()) == before);
 }
 
 TEST_F(Signing, GrowsTheHeaderForLargeSignatures) {
@@ -140,7 +140,7 @@ TEST_F(Signing, RefusesMoreThanRpmReads) {
   const std::string before = Support::readFile(package());
   EXPECT_EQ(failure([&] { replaceContainer(package(), std::string(mostData + 1, 'x')); }),
             "its signatures would have 67108865 bytes, and RPM reads at most 67108864");
-  EXPECT_EQ(Support::readFile(package()), before);
+  EXPECT_TRUE(Support::readFile(package()) == before);
 }
 
 TEST_F(Signing, TakesAsMuchAsRpmReads) {
@@ -164,7 +164,7 @@ TEST_F(Signing, RefusesAnEntryTooMany) {
   const std::string before = Support::readFile(package());
   EXPECT_EQ(failure([&] { Support::sign(package(), "alice"); }),
             "its signature header would have 33 entries, and RPM reads at most 32");
-  EXPECT_EQ(Support::readFile(package()), before);
+  EXPECT_TRUE(Support::readFile(package()) == before);
   writeHeaderOfEntries(30);
   Support::sign(package(), "alice");
   EXPECT_TRUE(verifies());
@@ -183,7 +183,7 @@ TEST_F(Signing, RefusesWhatCannotBeSigned) {
   replaceContainer(package(), "no signature");
   const std::string before = Support::readFile(package());
   EXPECT_EQ(failureAt(package()), "its signatures cannot be read");
-  EXPECT_EQ(Support::readFile(package()), before);
+  EXPECT_TRUE(Support::readFile(package()) == before);
 }
 
 TEST_F(Signing, ReportsAFolderInWhichNothingCanBeMade) {
@@ -193,7 +193,7 @@ TEST_F(Signing, ReportsAFolderInWhichNothingCanBeMade) {
   const Support::ScopedPermissions closed(sandbox().path(),
                                           std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
   EXPECT_EQ(failure([&] { signPackage(package(), alice); }), "no file can be made beside it: Permission denied");
-  EXPECT_EQ(Support::readFile(package()), before);
+  EXPECT_TRUE(Support::readFile(package()) == before);
 }
 
 TEST_F(Signing, RefusesASignerWithoutARole) {
@@ -216,7 +216,7 @@ TEST_F(Signing, SurvivesEveryFlippedBitOfTheHeader) {
     Support::writeFile(package(), changed);
     if (failure([&] { signPackage(package(), bob); }) != "no failure") {
       ++failures;
-      ASSERT_EQ(Support::readFile(package()), changed) << bit;
+      ASSERT_TRUE(Support::readFile(package()) == changed) << bit;
     }
     ASSERT_EQ(ERR_peek_error(), 0U) << bit;
   }
