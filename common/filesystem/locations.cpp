@@ -5,9 +5,10 @@
 #include "common/filesystem/failure.h"
 #include "common/filesystem/root.h"
 
+#include <boost/filesystem/operations.hpp>
+
 #include <cstdlib>
 
-#include <boost/filesystem/operations.hpp>
 #include <grp.h>
 
 namespace Common::Filesystem {

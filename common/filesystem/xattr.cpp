@@ -32,9 +32,8 @@ std::string readSized(Read read, const std::string& sizeMessage, const std::stri
 
 std::string getXattr(const fs::path& path, const std::string& name) {
   const std::string subject = name + " extended attribute: " + path.string();
-  return readSized(
-      [&](char* buffer, std::size_t size) { return getxattr(path.c_str(), name.c_str(), buffer, size); },
-      "Couldn't retrieve size of " + subject, "Couldn't retrieve " + subject);
+  return readSized([&](char* buffer, std::size_t size) { return getxattr(path.c_str(), name.c_str(), buffer, size); },
+                   "Couldn't retrieve size of " + subject, "Couldn't retrieve " + subject);
 }
 
 XattrList listXattrs(const fs::path& path) {

@@ -95,8 +95,8 @@ TEST_F(CopyFile, LeavesAnExistingDestinationInPlace) {
     const CapturedLog own;
     EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, path); }),
               "Filesystem: Coulnd't copy file " + from.string() + " to " + path.string());
-    EXPECT_EQ(own.text(), "[E] filesystem error: cannot copy file: File exists [" + from.string() + "] [" +
-                              path.string() + "]\n");
+    EXPECT_EQ(own.text(),
+              "[E] filesystem error: cannot copy file: File exists [" + from.string() + "] [" + path.string() + "]\n");
   }
   EXPECT_EQ(describeTree(directory.path()), before);
 }
@@ -294,8 +294,7 @@ TEST_F(CopySymlink, FallsBackToTheContentWhereTheParentsCannotBeMade) {
   const fs::path path = directory / "file/to";
   EXPECT_EQ(errorOf([&] { Filesystem::copySymlink(from, path); }),
             "Filesystem: Attempt to copy file, but target is not regular file");
-  EXPECT_EQ(log.text(),
-            "[W] Coulnd't copy symlink " + quoted(from) + " to " + quoted(path) + "\n" + contentOfTarget);
+  EXPECT_EQ(log.text(), "[W] Coulnd't copy symlink " + quoted(from) + " to " + quoted(path) + "\n" + contentOfTarget);
 }
 
 // ---- directories
@@ -409,9 +408,9 @@ TEST_F(CopyDirectory, LeavesTheSourceWhenItFailsIntoADirectoryAboveIt) {
   const fs::path source = directory / "above/from";
   const fs::path above = directory / "above";
   const std::string before = describeTree(directory.path());
-  EXPECT_EQ(errorOf([&] { Filesystem::copyDirectory(source, above); }),
-            "Filesystem: Couldn't copy " + (source / "from").string() + " to " + source.string() +
-                " (path already exists)");
+  EXPECT_EQ(errorOf([&] { Filesystem::copyDirectory(source, above); }), "Filesystem: Couldn't copy " +
+                                                                            (source / "from").string() + " to " +
+                                                                            source.string() + " (path already exists)");
   EXPECT_EQ(log.text(), "[W] Couldn't cleanup bad copied directory: " + quoted(above) + "\n");
   EXPECT_EQ(describeTree(directory.path()), before);
 }

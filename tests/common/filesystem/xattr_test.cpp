@@ -121,9 +121,9 @@ TEST_F(Xattr, ThatIsRefusedIsAnError) {
     std::string name;
     std::string value;
   };
-  for (const Case& each : {Case{missing, "user.value", "x"}, Case{file, "", "x"}, Case{file, "no namespace", "x"},
-                           Case{file, "user." + std::string(300, 'x'), "x"},
-                           Case{file, "user.value", std::string(65537, 'x')}})
+  for (const Case& each :
+       {Case{missing, "user.value", "x"}, Case{file, "", "x"}, Case{file, "no namespace", "x"},
+        Case{file, "user." + std::string(300, 'x'), "x"}, Case{file, "user.value", std::string(65537, 'x')}})
     EXPECT_EQ(errorOf([&] { Filesystem::setXattr(each.path, each.name, each.value); }),
               "Filesystem: Couldn't attach " + each.name + " extended attribute to " + each.path.string());
   EXPECT_THAT(Filesystem::listXattrs(file), IsEmpty());
