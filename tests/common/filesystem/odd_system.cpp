@@ -45,6 +45,18 @@ int lsetxattr(const char* path, const char* name, const void* value, size_t size
   return static_cast<int>(syscall(SYS_lsetxattr, path, name, value, size, flags));
 }
 
+ssize_t copy_file_range(int from, off_t* fromOffset, int to, off_t* toOffset, size_t size, unsigned flags) {
+  if (oddSystem().copyFileRange)
+    return oddSystem().copyFileRange(from, to, size);
+  return syscall(SYS_copy_file_range, from, fromOffset, to, toOffset, size, flags);
+}
+
+int close(int descriptor) {
+  if (oddSystem().close)
+    return oddSystem().close(descriptor);
+  return static_cast<int>(syscall(SYS_close, descriptor));
+}
+
 ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
   if (oddSystem().getrandom)
     return oddSystem().getrandom(buffer, size, flags);

@@ -13,11 +13,12 @@ struct OddSystem {
   std::function<ssize_t(const char* path, const char* name, void* value, size_t size)> getxattr;
   std::function<ssize_t(const char* path, char* list, size_t size)> listxattr;
   std::function<int(const char* path, const char* name, const void* value, size_t size, int flags)> lsetxattr;
+  std::function<ssize_t(int from, int to, size_t size)> copyFileRange;
+  std::function<int(int descriptor)> close;
   std::function<ssize_t(void* buffer, size_t size, unsigned flags)> getrandom;
   std::function<group*(const char* name)> getgrnam;
 };
 
-/// Forgotten at the end of the process only: each test has a process of its own.
 OddSystem& oddSystem();
 
 /// What a system call answers when it fails.

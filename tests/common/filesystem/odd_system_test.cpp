@@ -19,6 +19,10 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -47,7 +51,13 @@ struct Answers {
   }
 };
 
-class OddAttributes : public FilesystemTest {
+/// The system is itself again after each test.
+class OddSystemTest : public FilesystemTest {
+protected:
+  ~OddSystemTest() override { oddSystem() = {}; }
+};
+
+class OddAttributes : public OddSystemTest {
 protected:
   OddAttributes() {
     oddSystem().getxattr = [this](const char*, const char*, void* buffer, size_t size) {
@@ -158,15 +168,15 @@ TEST_F(OddAttributes, AreAttachedAsTheyAreAndReplaced) {
 }
 
 /// Files whose attributes the destination refuses.
-class RefusedAttributes : public FilesystemTest {
+class RefusedAttributes : public OddSystemTest {
 protected:
   RefusedAttributes() {
     oddSystem().listxattr = [](const char*, char* list, size_t size) -> ssize_t {
-      std::memcpy(list, "user.a", std::min<size_t>(size, 7));
+      std::copy_n("user.a", std::min<size_t>(size, 7), list);
       return 7;
     };
     oddSystem().getxattr = [](const char*, const char*, void* value, size_t size) -> ssize_t {
-      std::memset(value, 'x', size);
+      std::fill_n(static_cast<char*>(value), size, 'x');
       return 1;
     };
     oddSystem().lsetxattr = [](const char*, const char*, const void*, size_t, int) { return failing(ENOTSUP); };
@@ -248,8 +258,43 @@ TEST_F(RefusedAttributes, OfAnyKindOfExceptionTakeTheCopyAway) {
   expectSilence();
 }
 
-TEST(OddGroup, WithoutAMemberListIsAnError) {
-  const Support::CapturedLog log;
+class OddContent : public OddSystemTest {};
+class OddGroup : public OddSystemTest {};
+class OddRandomSource : public OddSystemTest {};
+
+TEST_F(OddContent, IsReadFromWhereTheSystemStoppedCopyingIt) {
+  const std::string content(200'000, 'x');
+  writeFile(from, content + "end");
+  for (const int error : {0, ENOSYS, EXDEV, EINVAL, EIO}) {
+    int calls = 0;
+    oddSystem().copyFileRange = [&](int source, int destination, size_t) -> ssize_t {
+      if (++calls == 3)
+        return error == 0 ? 0 : failing(error);
+      return syscall(SYS_copy_file_range, source, nullptr, destination, nullptr, 50'000, 0);
+    };
+    Filesystem::copyFile(from, to);
+    EXPECT_EQ(calls, 3);
+    EXPECT_TRUE(Support::readFile(to) == content + "end") << error;
+    fs::remove(to);
+  }
+  expectSilence();
+}
+
+TEST_F(OddContent, ThatIsLostAtTheVeryEndIsAnError) {
+  writeFile(from, "content");
+  oddSystem().close = [](int descriptor) {
+    const bool written = (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY;
+    syscall(SYS_close, descriptor);
+    return written ? failing(EDQUOT) : 0;
+  };
+  EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
+            "Filesystem: Coulnd't copy file " + from.string() + " to " + to.string());
+  oddSystem().close = nullptr;
+  EXPECT_EQ(log.text(), "[E] filesystem error: cannot copy file: Disk quota exceeded [" + from.string() + "] [" +
+                            to.string() + "]\n");
+}
+
+TEST_F(OddGroup, WithoutAMemberListIsAnError) {
   group users{};
   std::string asked;
   oddSystem().getgrnam = [&](const char* name) {
@@ -258,15 +303,14 @@ TEST(OddGroup, WithoutAMemberListIsAnError) {
   };
   EXPECT_EQ(errorOf([] { Filesystem::usersHomeDirectories(); }), "Internal: Couldn't retrieve list of system users");
   EXPECT_EQ(asked, "users");
-  EXPECT_EQ(log.text(), "");
+  expectSilence();
 }
 
-TEST(OddRandomSource, PassesItsErrorOn) {
-  const Support::CapturedLog log;
+TEST_F(OddRandomSource, PassesItsErrorOn) {
   oddSystem().getrandom = [](void*, size_t, unsigned) { return failing(EIO); };
   EXPECT_EQ(reasonOf([] { Filesystem::uniquePath("pkg-%%%%.tmp"); }),
             "boost::filesystem::unique_path: Input/output error");
-  EXPECT_EQ(log.text(), "");
+  expectSilence();
 }
 
 } // namespace
