@@ -3,6 +3,7 @@
 #include "common/filesystem/entry.h"
 
 #include "common/filesystem/failure.h"
+#include "common/filesystem/parents.h"
 
 #include <string>
 
@@ -11,12 +12,6 @@ namespace Common::Filesystem {
 namespace fs = std::filesystem;
 
 namespace {
-
-void createParents(const fs::path& path) {
-  // A bare file name has no parent to make, and the library refuses to make "".
-  if (path.has_parent_path())
-    fs::create_directories(path.parent_path());
-}
 
 template <typename CreateLink>
 void createLink(const std::string& message, const fs::path& link, CreateLink create) {

@@ -6,6 +6,7 @@
 #include "tests/support/special_files.h"
 #include "tests/support/temp_directory.h"
 #include "tests/support/thrown.h"
+#include "tests/support/working_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -22,6 +23,7 @@ namespace Filesystem = Common::Filesystem;
 using Support::CapturedLog;
 using Support::errorOf;
 using Support::reasonOf;
+using Support::ScopedWorkingDirectory;
 using Support::TempDirectory;
 using Support::writeFile;
 
@@ -69,21 +71,6 @@ void expectRefusal(const std::function<void()>& action, const std::string& messa
   EXPECT_EQ(errorOf(action), "Filesystem: " + message);
   EXPECT_EQ(log.text(), "");
 }
-
-/// Makes `folder` the working directory for as long as it lives.
-class ScopedWorkingDirectory {
-public:
-  explicit ScopedWorkingDirectory(const fs::path& folder) : m_before(fs::current_path()) { fs::current_path(folder); }
-  ~ScopedWorkingDirectory() {
-    std::error_code ignored;
-    fs::current_path(m_before, ignored);
-  }
-  ScopedWorkingDirectory(const ScopedWorkingDirectory&) = delete;
-  ScopedWorkingDirectory& operator=(const ScopedWorkingDirectory&) = delete;
-
-private:
-  fs::path m_before;
-};
 
 TEST(Entry, QueriesTellTheTypesApart) {
   const TempDirectory directory;

@@ -1,0 +1,92 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "common/filesystem/content.h"
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Common::Filesystem {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// The two ends of a copy. A failure between them is told as the standard library tells it.
+struct Ends {
+  const fs::path& from;
+  const fs::path& to;
+
+  template <typename Result>
+  Result check(Result result) const {
+    const int error = errno;
+    if (result < 0)
+      fail(error);
+    return result;
+  }
+
+  [[noreturn]] void fail(int error) const {
+    throw fs::filesystem_error("cannot copy file", from, to, std::error_code(error, std::generic_category()));
+  }
+};
+
+class Descriptor {
+public:
+  explicit Descriptor(int number) : m_number(number) {}
+  ~Descriptor() {
+    if (m_number >= 0)
+      ::close(m_number);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int number() const { return m_number; }
+  /// For what was written: a full disk may show itself here only.
+  int close() { return ::close(std::exchange(m_number, -1)); }
+
+private:
+  int m_number;
+};
+
+void writeAll(int to, const char* bytes, std::size_t size, const Ends& ends) {
+  while (size > 0) {
+    const auto written = static_cast<std::size_t>(ends.check(write(to, bytes, size)));
+    bytes += written;
+    size -= written;
+  }
+}
+
+void copyBytes(int from, int to, const Ends& ends) {
+  constexpr std::size_t oneStep = std::size_t{1} << 30;
+  while (copy_file_range(from, nullptr, to, nullptr, oneStep, 0) > 0) {
+  }
+  // Whatever stopped it, the end, a failure or two file systems it cannot copy between: reading goes on from there.
+  std::array<char, 65536> buffer;
+  while (const auto count = static_cast<std::size_t>(ends.check(read(from, buffer.data(), buffer.size()))))
+    writeAll(to, buffer.data(), count, ends);
+}
+
+} // namespace
+
+void copyContent(const fs::path& from, const fs::path& to) {
+  const Ends ends{from, to};
+  // Opening a pipe that has come into the place of the file since somebody looked must not wait for its other end.
+  const Descriptor source(ends.check(open(from.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
+  struct stat status {};
+  ends.check(fstat(source.number(), &status));
+  if (!S_ISREG(status.st_mode))
+    ends.fail(ENOTSUP);
+
+  // Nobody else may open it before it has its final permissions.
+  Descriptor destination(ends.check(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IWUSR)));
+  ends.check(fchmod(destination.number(), status.st_mode & 07777));
+  copyBytes(source.number(), destination.number(), ends);
+  ends.check(destination.close());
+}
+
+} // namespace Common::Filesystem

@@ -1,0 +1,15 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <filesystem>
+
+namespace Common::Filesystem {
+
+/// What std::filesystem::copy_file() does without options: copies the bytes and the permissions of a regular file,
+/// links followed, to a path at which nothing may be yet, not even a dangling link. Throws filesystem_error with the
+/// same description; what was made until then stays. Unlike the standard one it lets the file system share the bytes
+/// and does not ask both paths for their status again. For the sources of this folder only.
+void copyContent(const std::filesystem::path& from, const std::filesystem::path& to);
+
+} // namespace Common::Filesystem

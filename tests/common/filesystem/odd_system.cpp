@@ -1,0 +1,72 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/common/filesystem/odd_system.h"
+
+#include <cerrno>
+
+#include <dlfcn.h>
+#include <sys/random.h>
+#include <sys/syscall.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+OddSystem& oddSystem() {
+  static OddSystem system;
+  return system;
+}
+
+int failing(int error) {
+  errno = error;
+  return -1;
+}
+
+extern "C" {
+
+/// AddressSanitizer would end the program where there is no memory for what is asked of it.
+const char* __asan_default_options() {
+  return "allocator_may_return_null=1";
+}
+
+ssize_t getxattr(const char* path, const char* name, void* value, size_t size) noexcept {
+  if (oddSystem().getxattr)
+    return oddSystem().getxattr(path, name, value, size);
+  return syscall(SYS_getxattr, path, name, value, size);
+}
+
+ssize_t listxattr(const char* path, char* list, size_t size) noexcept {
+  if (oddSystem().listxattr)
+    return oddSystem().listxattr(path, list, size);
+  return syscall(SYS_listxattr, path, list, size);
+}
+
+int lsetxattr(const char* path, const char* name, const void* value, size_t size, int flags) noexcept {
+  if (oddSystem().lsetxattr)
+    return oddSystem().lsetxattr(path, name, value, size, flags);
+  return static_cast<int>(syscall(SYS_lsetxattr, path, name, value, size, flags));
+}
+
+ssize_t copy_file_range(int from, off_t* fromOffset, int to, off_t* toOffset, size_t size, unsigned flags) {
+  if (oddSystem().copyFileRange)
+    return oddSystem().copyFileRange(from, to, size);
+  return syscall(SYS_copy_file_range, from, fromOffset, to, toOffset, size, flags);
+}
+
+int close(int descriptor) {
+  if (oddSystem().close)
+    return oddSystem().close(descriptor);
+  return static_cast<int>(syscall(SYS_close, descriptor));
+}
+
+ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
+  if (oddSystem().getrandom)
+    return oddSystem().getrandom(buffer, size, flags);
+  return syscall(SYS_getrandom, buffer, size, flags);
+}
+
+group* getgrnam(const char* name) {
+  if (oddSystem().getgrnam)
+    return oddSystem().getgrnam(name);
+  return reinterpret_cast<group* (*)(const char*)>(dlsym(RTLD_NEXT, "getgrnam"))(name);
+}
+
+} // extern "C"

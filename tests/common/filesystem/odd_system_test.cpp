@@ -1,0 +1,316 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "common/filesystem/copy.h"
+#include "common/filesystem/locations.h"
+#include "common/filesystem/xattr.h"
+#include "tests/common/filesystem/fixture.h"
+#include "tests/common/filesystem/odd_system.h"
+#include "tests/support/ordinary_user.h"
+#include "tests/support/thrown.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace Filesystem = Common::Filesystem;
+using Filesystem::XattrList;
+using Support::describeTree;
+using Support::errorOf;
+using Support::reasonOf;
+using Support::writeFile;
+
+/// Answers one call after the other with the next of `counts`, of which -1 is a failure, and writes `bytes` into every
+/// buffer. Remembers what the calls offered.
+struct Answers {
+  std::vector<ssize_t> counts;
+  std::string bytes;
+  std::vector<size_t> sizes = {};
+  std::vector<bool> buffers = {};
+
+  ssize_t next(void* buffer, size_t size) {
+    sizes.push_back(size);
+    buffers.push_back(buffer != nullptr);
+    if (buffer != nullptr)
+      std::memcpy(buffer, bytes.data(), std::min(bytes.size(), size));
+    const ssize_t count = counts.at(sizes.size() - 1);
+    return count < 0 ? failing(ERANGE) : count;
+  }
+};
+
+/// The system is itself again after each test.
+class OddSystemTest : public FilesystemTest {
+protected:
+  ~OddSystemTest() override { oddSystem() = {}; }
+};
+
+class OddAttributes : public OddSystemTest {
+protected:
+  OddAttributes() {
+    oddSystem().getxattr = [this](const char*, const char*, void* buffer, size_t size) {
+      return values.next(buffer, size);
+    };
+    oddSystem().listxattr = [this](const char*, char* buffer, size_t size) { return names.next(buffer, size); };
+  }
+
+  Answers values;
+  Answers names;
+};
+
+TEST_F(OddAttributes, AValueThatShrinksKeepsTheLengthItHadFirst) {
+  values = {{5, 2}, "ab"};
+  EXPECT_EQ(Filesystem::getXattr("/x", "user.value"), std::string("ab\0\0\0", 5));
+}
+
+TEST_F(OddAttributes, AValueThatGrowsIsAnError) {
+  values = {{2, -1}, ""};
+  EXPECT_EQ(errorOf([] { Filesystem::getXattr("/x", "user.value"); }),
+            "Filesystem: Couldn't retrieve user.value extended attribute: /x");
+  expectSilence();
+}
+
+TEST_F(OddAttributes, AValueWithoutASizeIsAnError) {
+  values = {{-1}, ""};
+  EXPECT_EQ(errorOf([] { Filesystem::getXattr("/x", "user.value"); }),
+            "Filesystem: Couldn't retrieve size of user.value extended attribute: /x");
+  expectSilence();
+}
+
+TEST_F(OddAttributes, AnEmptyValueIsReadWithoutABufferTwice) {
+  values = {{0, 7}, ""};
+  EXPECT_EQ(Filesystem::getXattr("/x", "user.value"), "");
+  EXPECT_EQ(values.buffers, (std::vector<bool>{false, false}));
+  EXPECT_EQ(values.sizes, (std::vector<size_t>{0, 0}));
+}
+
+TEST_F(OddAttributes, AnEmptyValueThatIsGoneWhenReadIsAnError) {
+  values = {{0, -1}, ""};
+  EXPECT_EQ(errorOf([] { Filesystem::getXattr("/x", "user.value"); }),
+            "Filesystem: Couldn't retrieve user.value extended attribute: /x");
+}
+
+TEST_F(OddAttributes, AreListedInTheOrderOfTheSystem) {
+  names = {{14, 14}, std::string("user.b\0user.a\0", 14)};
+  values = {{1, 1, 1, 1}, "x"};
+  EXPECT_EQ(Filesystem::listXattrs("/x"), (XattrList{{"user.b", "x"}, {"user.a", "x"}}));
+}
+
+TEST_F(OddAttributes, OfAnEmptyListAreAskedForTwiceWithoutABuffer) {
+  names = {{0, 0}, ""};
+  EXPECT_EQ(Filesystem::listXattrs("/x"), XattrList());
+  EXPECT_EQ(names.buffers, (std::vector<bool>{false, false}));
+  EXPECT_EQ(names.sizes, (std::vector<size_t>{0, 0}));
+}
+
+TEST_F(OddAttributes, OfAListThatGrowsAreAnError) {
+  for (const ssize_t first : {0, 7}) {
+    names = {{first, -1}, ""};
+    EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }), "Filesystem: Couldn't retrieve extended attributes: /x");
+  }
+  expectSilence();
+}
+
+TEST_F(OddAttributes, OfAListWithoutASizeAreAnError) {
+  names = {{-1}, ""};
+  EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }),
+            "Filesystem: Couldn't retrieve size of extended attributes: /x");
+  expectSilence();
+}
+
+TEST_F(OddAttributes, OfAListThatShrinksAreReadToItsFirstSize) {
+  // Behind the names that are left the buffer is zeros: as many empty names.
+  names = {{14, 7}, std::string("user.a\0", 7)};
+  values = {{1, 1, -1}, "x"};
+  EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }),
+            "Filesystem: Couldn't retrieve size of  extended attribute: /x");
+}
+
+TEST_F(OddAttributes, OfAListPassTheErrorOfAValueOn) {
+  names = {{7, 7}, std::string("user.a\0", 7)};
+  values = {{3, -1}, ""};
+  EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }),
+            "Filesystem: Couldn't retrieve user.a extended attribute: /x");
+}
+
+TEST_F(OddAttributes, OfANameWithoutAnEndAreStillReadWithinTheBuffer) {
+  names = {{6, 6}, "user.a"};
+  values = {{1, 1}, "x"};
+  EXPECT_EQ(Filesystem::listXattrs("/x"), (XattrList{{"user.a", "x"}}));
+}
+
+TEST_F(OddAttributes, AreAttachedAsTheyAreAndReplaced) {
+  struct Call {
+    std::string path, name, value;
+    int flags;
+    bool operator==(const Call&) const = default;
+  };
+  std::vector<Call> calls;
+  oddSystem().lsetxattr = [&](const char* path, const char* name, const void* value, size_t size, int flags) {
+    calls.push_back({path, name, std::string(static_cast<const char*>(value), size), flags});
+    return 0;
+  };
+  Filesystem::setXattr("/x", "security.any", zeros);
+  Filesystem::setXattr("/x", "user.empty", "");
+  EXPECT_EQ(calls, (std::vector<Call>{{"/x", "security.any", zeros, 0}}));
+}
+
+/// Files whose attributes the destination refuses.
+class RefusedAttributes : public OddSystemTest {
+protected:
+  RefusedAttributes() {
+    oddSystem().listxattr = [](const char*, char* list, size_t size) -> ssize_t {
+      std::copy_n("user.a", std::min<size_t>(size, 7), list);
+      return 7;
+    };
+    oddSystem().getxattr = [](const char*, const char*, void* value, size_t size) -> ssize_t {
+      std::fill_n(static_cast<char*>(value), size, 'x');
+      return 1;
+    };
+    oddSystem().lsetxattr = [](const char*, const char*, const void*, size_t, int) { return failing(ENOTSUP); };
+  }
+};
+
+TEST_F(RefusedAttributes, TakeTheCopyOfAFileAway) {
+  writeFile(from, "content");
+  for (const int error : {ENOTSUP, ERANGE, E2BIG, ENOSPC, EPERM}) {
+    oddSystem().lsetxattr = [&](const char*, const char*, const void*, size_t, int) { return failing(error); };
+    EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
+              "Filesystem: Couldn't attach user.a extended attribute to " + to.string());
+    EXPECT_EQ(describeTree(to), "nothing\n");
+  }
+  expectSilence();
+}
+
+TEST_F(RefusedAttributes, ThatCannotEvenBeReadTakeTheCopyOfAFileAway) {
+  writeFile(from, "content");
+  oddSystem().getxattr = [](const char*, const char*, void*, size_t) { return failing(EIO); };
+  EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
+            "Filesystem: Couldn't retrieve size of user.a extended attribute: " + from.string());
+  EXPECT_EQ(describeTree(to), "nothing\n");
+  oddSystem().listxattr = [](const char*, char*, size_t) { return failing(EIO); };
+  EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
+            "Filesystem: Couldn't retrieve size of extended attributes: " + from.string());
+  EXPECT_EQ(describeTree(to), "nothing\n");
+  expectSilence();
+}
+
+TEST_F(RefusedAttributes, AreTheErrorAlsoWhenTheCopyCannotBeTakenAway) {
+  writeFile(from, "content");
+  const fs::path copied = directory / "folder/copy";
+  fs::create_directory(directory / "folder");
+  const Support::OrdinaryUser user(directory.path());
+  std::string reason;
+  oddSystem().lsetxattr = [&](const char*, const char*, const void*, size_t, int) {
+    fs::permissions(copied.parent_path(), fs::perms::owner_read | fs::perms::owner_exec);
+    reason = reasonOf([&] { fs::remove_all(copied); });
+    return failing(ENOTSUP);
+  };
+  EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, copied); }),
+            "Filesystem: Couldn't attach user.a extended attribute to " + copied.string());
+  EXPECT_EQ(log.text(), "[E] " + reason + "\n[W] Couldn't cleanup bad copied file: " + quoted(copied) + "\n");
+  fs::permissions(copied.parent_path(), fs::perms::owner_all);
+  EXPECT_EQ(describeTree(copied), describeTree(from));
+}
+
+TEST_F(RefusedAttributes, LeaveNothingOfATree) {
+  writeFile(from / "a/b/file", "content");
+  writeFile(from / "other", "content");
+  const std::string before = describeTree(from);
+  const std::string error = errorOf([&] { Filesystem::copy(from, to); });
+  EXPECT_THAT(error,
+              testing::AnyOf("Filesystem: Couldn't attach user.a extended attribute to " + (to / "a/b/file").string(),
+                             "Filesystem: Couldn't attach user.a extended attribute to " + (to / "other").string()));
+  EXPECT_EQ(describeTree(to), "nothing\n");
+  EXPECT_EQ(describeTree(from), before);
+  expectSilence();
+}
+
+TEST_F(RefusedAttributes, TakeTheContentOfALinkAwayToo) {
+  writeFile(directory / "target", "content");
+  fs::create_symlink(directory / "target", from);
+  EXPECT_EQ(errorOf([&] { Filesystem::copySymlink(from, to); }),
+            "Filesystem: Couldn't attach user.a extended attribute to " + to.string());
+  EXPECT_EQ(describeTree(to), "nothing\n");
+  EXPECT_EQ(describeTree(directory / "target"), "file 644 \"content\"\n");
+}
+
+TEST_F(RefusedAttributes, OfAnyKindOfExceptionTakeTheCopyAway) {
+  writeFile(from / "file", "content");
+  // There is no memory for a list of that size.
+  oddSystem().listxattr = [](const char*, char*, size_t) -> ssize_t { return SSIZE_MAX; };
+  EXPECT_THROW(Filesystem::copyFile(from / "file", to), std::bad_alloc);
+  EXPECT_EQ(describeTree(to), "nothing\n");
+  EXPECT_THROW(Filesystem::copyDirectory(from, to), std::bad_alloc);
+  EXPECT_EQ(describeTree(to), "nothing\n");
+  expectSilence();
+}
+
+class OddContent : public OddSystemTest {};
+class OddGroup : public OddSystemTest {};
+class OddRandomSource : public OddSystemTest {};
+
+TEST_F(OddContent, IsReadFromWhereTheSystemStoppedCopyingIt) {
+  const std::string content(200'000, 'x');
+  writeFile(from, content + "end");
+  for (const int error : {0, ENOSYS, EXDEV, EINVAL, EIO}) {
+    int calls = 0;
+    oddSystem().copyFileRange = [&](int source, int destination, size_t) -> ssize_t {
+      if (++calls == 3)
+        return error == 0 ? 0 : failing(error);
+      return syscall(SYS_copy_file_range, source, nullptr, destination, nullptr, 50'000, 0);
+    };
+    Filesystem::copyFile(from, to);
+    EXPECT_EQ(calls, 3);
+    EXPECT_TRUE(Support::readFile(to) == content + "end") << error;
+    fs::remove(to);
+  }
+  expectSilence();
+}
+
+TEST_F(OddContent, ThatIsLostAtTheVeryEndIsAnError) {
+  writeFile(from, "content");
+  oddSystem().close = [](int descriptor) {
+    const bool written = (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY;
+    syscall(SYS_close, descriptor);
+    return written ? failing(EDQUOT) : 0;
+  };
+  EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
+            "Filesystem: Coulnd't copy file " + from.string() + " to " + to.string());
+  oddSystem().close = nullptr;
+  EXPECT_EQ(log.text(), "[E] filesystem error: cannot copy file: Disk quota exceeded [" + from.string() + "] [" +
+                            to.string() + "]\n");
+}
+
+TEST_F(OddGroup, WithoutAMemberListIsAnError) {
+  group users{};
+  std::string asked;
+  oddSystem().getgrnam = [&](const char* name) {
+    asked = name;
+    return &users;
+  };
+  EXPECT_EQ(errorOf([] { Filesystem::usersHomeDirectories(); }), "Internal: Couldn't retrieve list of system users");
+  EXPECT_EQ(asked, "users");
+  expectSilence();
+}
+
+TEST_F(OddRandomSource, PassesItsErrorOn) {
+  oddSystem().getrandom = [](void*, size_t, unsigned) { return failing(EIO); };
+  EXPECT_EQ(reasonOf([] { Filesystem::uniquePath("pkg-%%%%.tmp"); }),
+            "boost::filesystem::unique_path: Input/output error");
+  expectSilence();
+}
+
+} // namespace
