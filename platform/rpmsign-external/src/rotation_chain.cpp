@@ -13,12 +13,10 @@ std::string_view viewOf(const ASN1_STRING* string) {
           static_cast<std::size_t>(ASN1_STRING_length(string))};
 }
 
-/// The elements of a DER sequence that fills `der`; null when it is none.
+/// The elements of a sequence, given as OpenSSL keeps the value of an attribute: one whole DER value.
 AnySequencePtr parseSequence(std::string_view der) {
   const auto* position = reinterpret_cast<const unsigned char*>(der.data());
-  const unsigned char* const end = position + der.size();
-  AnySequencePtr elements(d2i_ASN1_SEQUENCE_ANY(nullptr, &position, static_cast<long>(der.size())));
-  return position == end ? std::move(elements) : nullptr;
+  return AnySequencePtr(d2i_ASN1_SEQUENCE_ANY(nullptr, &position, static_cast<long>(der.size())));
 }
 
 std::shared_ptr<const SignedData> parseLink(const ASN1_TYPE& element) {

@@ -97,7 +97,7 @@ std::string makeRotationChain(const Signer& signer, STACK_OF(X509) * others) {
         ASN1_TYPE_set1(element.get(), V_ASN1_OCTET_STRING, octets.get()) != 1 ||
         sk_ASN1_TYPE_push(links.get(), element.get()) <= 0)
       failToSign();
-    element.release();
+    static_cast<void>(element.release());
   }
   unsigned char* der = nullptr;
   const int size = i2d_ASN1_SEQUENCE_ANY(links.get(), &der);

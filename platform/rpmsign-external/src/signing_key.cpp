@@ -40,7 +40,7 @@ CertificatesPtr readCertificates(const std::string& path) {
   const BioPtr file = openPem(path);
   while (CertificatePtr certificate{PEM_read_bio_X509(file.get(), nullptr, noPassPhrase, nullptr)}) {
     if (sk_X509_push(certificates.get(), certificate.get()) > 0)
-      certificate.release();
+      static_cast<void>(certificate.release());
   }
   const bool atEnd = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
   if (!atEnd || sk_X509_num(certificates.get()) == 0)
