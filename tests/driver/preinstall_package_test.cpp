@@ -4,6 +4,7 @@
 #include "tests/support/expected_errors.h"
 #include "tests/support/package_surgery.h"
 #include "tests/support/pki.h"
+#include "tests/support/preload.h"
 
 #include <gtest/gtest.h>
 #include <rpm/rpmtag.h>
@@ -210,7 +211,7 @@ TEST_F(Preinstall, ChecksTheDeveloperWhenTheVersionCannotBeParsed) {
 TEST_F(Preinstall, UpdatesWhenTheComparisonIsOdd) {
   const fs::path path = m_device.add({});
   m_device.service().hasInstalled("sample", "1.0-1", keyId("alice"));
-  EXPECT_EQ(m_device.run({{"LD_PRELOAD", KRV_ODD_COMPARISON}, {"ASAN_OPTIONS", "verify_asan_link_order=0"}}).log,
+  EXPECT_EQ(m_device.run(Support::preloading(KRV_ODD_COMPARISON)).log,
             "[E] Unexpected result of comparing rpm versions\n" + comparisonLine + quoted(path) + "\n" +
                 installedLine(path) + timeLine);
 }

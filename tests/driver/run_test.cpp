@@ -201,7 +201,7 @@ TEST_F(Run, NeedsNoRegistryFolderForInstalledPackages) {
 
 TEST_F(Run, EndsAllTheSameWhenNobodyCanReadItsLog) {
   m_device.add({});
-  Support::Process tool({"sh", "-c", Support::program("krv-pre-installer").string() + " >/dev/full"},
+  Support::Process tool({"sh", "-c", "\"$0\" >/dev/full", Support::program("krv-pre-installer")},
                         {{"KRV_ROOT_FS", m_device.root().string()}});
   EXPECT_EQ(tool.wait().status, 0);
   EXPECT_EQ(m_device.service().calls().size(), 2U);

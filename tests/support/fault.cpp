@@ -2,16 +2,14 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/fault.h"
 
-#include <cstdlib>
+#include "tests/support/preload.h"
 
 namespace Support {
 
 Environment fault(const std::string& call, int nth, const std::string& what, const std::string& path) {
-  // AddressSanitizer refuses by default to start behind another preloaded library.
-  const char* options = std::getenv("ASAN_OPTIONS");
-  return {{"LD_PRELOAD", KRV_FAULT_SHIM},
-          {"KRV_FAULT", call + " " + std::to_string(nth) + " " + what + " " + path},
-          {"ASAN_OPTIONS", (options != nullptr ? options + std::string(":") : "") + "verify_asan_link_order=0"}};
+  Environment environment = preloading(KRV_FAULT_SHIM);
+  environment["KRV_FAULT"] = call + " " + std::to_string(nth) + " " + what + " " + path;
+  return environment;
 }
 
 } // namespace Support

@@ -64,9 +64,9 @@ PrivateBus::PrivateBus() {
   m_systemBus = std::make_unique<ScopedEnvironment>("DBUS_SYSTEM_BUS_ADDRESS", m_address);
 }
 
-void PrivateBus::provide(const std::string& name, const std::string& command) const {
+void PrivateBus::provide(const std::string& name, const std::filesystem::path& program) const {
   writeFile(m_directory / "services" / (name + ".service"),
-            "[D-BUS Service]\nName=" + name + "\nExec=" + command + "\n");
+            "[D-BUS Service]\nName=" + name + "\nExec=\"" + program.string() + "\"\n");
 }
 
 void PrivateBus::stop() {

@@ -6,6 +6,7 @@
 #include "tests/support/process.h"
 #include "tests/support/temp_directory.h"
 
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -19,8 +20,8 @@ public:
 
   const std::string& address() const { return m_address; }
 
-  /// Lets the bus start `command` when the service `name` is asked for and not there. The command is split at spaces.
-  void provide(const std::string& name, const std::string& command) const;
+  /// Lets the bus start `program` when the service `name` is asked for and not there.
+  void provide(const std::string& name, const std::filesystem::path& program) const;
 
   /// Ends the bus: every connection is cut, and nobody listens at the address any more.
   void stop();
