@@ -10,6 +10,7 @@
 #include <rpmsign-external/signing.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 
 #include <sys/stat.h>
@@ -155,8 +156,9 @@ TEST_F(PackageSignatureTool, EmbedsTheCertificatesInBetween) {
 
 TEST_F(PackageSignatureTool, KeepsModeAndAttributes) {
   const std::string path = folder() / "a.rpm";
+  if (setxattr(path.c_str(), "user.color", "blue", 4, 0) != 0 && errno == ENOTSUP)
+    GTEST_SKIP() << "the temporary folder's file system has no attributes of users";
   ASSERT_EQ(chmod(path.c_str(), 06741), 0);
-  ASSERT_EQ(setxattr(path.c_str(), "user.color", "blue", 4, 0), 0);
   ASSERT_EQ(setxattr(path.c_str(), "user.nothing", "", 0, 0), 0);
   EXPECT_EQ(signAs("alice", {"a.rpm"}).status, 0);
   struct stat status {};
