@@ -65,8 +65,10 @@ PrivateBus::PrivateBus() {
 }
 
 void PrivateBus::provide(const std::string& name, const std::filesystem::path& program) const {
-  writeFile(m_directory / "services" / (name + ".service"),
-            "[D-BUS Service]\nName=" + name + "\nExec=\"" + program.string() + "\"\n");
+  // The daemon watches the folder: it must not find the file half-written.
+  const std::filesystem::path unfinished = m_directory / "unfinished";
+  writeFile(unfinished, "[D-BUS Service]\nName=" + name + "\nExec=\"" + program.string() + "\"\n");
+  std::filesystem::rename(unfinished, m_directory / "services" / (name + ".service"));
 }
 
 void PrivateBus::stop() {
