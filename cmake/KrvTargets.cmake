@@ -35,12 +35,12 @@ function(krv_program name)
   target_link_libraries(${name} PRIVATE krv_build_options ${arg_LIBRARIES})
 endfunction()
 
-# krv_test(NAME SOURCES file... LIBRARIES target... [PROGRAMS target...] [LABELS label...])
+# krv_test(NAME SOURCES file... LIBRARIES target... [PROGRAMS target...])
 #
 # A GoogleTest program; each of its tests becomes a CTest test and runs in a process of its own. PROGRAMS are
 # executables of this build that the tests start: they are built first.
 function(krv_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;PROGRAMS;LABELS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;PROGRAMS")
   krv_program(${name} SOURCES ${arg_SOURCES} LIBRARIES ${arg_LIBRARIES} krv_test_support GTest::gmock_main)
   if(arg_PROGRAMS)
     add_dependencies(${name} ${arg_PROGRAMS})
@@ -49,5 +49,5 @@ function(krv_test name)
     ${name}
     DISCOVERY_MODE PRE_TEST
     NO_PRETTY_VALUES
-    PROPERTIES TIMEOUT 120 LABELS "${arg_LABELS}")
+    PROPERTIES TIMEOUT 120)
 endfunction()
