@@ -29,7 +29,8 @@ public:
 
   std::string message(int value) const override {
     const auto found = messages().find(value);
-    return std::string(found != messages().end() ? found->second : messages().at(static_cast<int>(ErrorCode::Internal)));
+    return std::string(found != messages().end() ? found->second
+                                                 : messages().at(static_cast<int>(ErrorCode::Internal)));
   }
 };
 

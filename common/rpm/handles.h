@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <memory>
-
 #include <rpm/header.h>
 #include <rpm/rpmio.h>
 #include <rpm/rpmkeyring.h>
@@ -11,6 +9,8 @@
 #include <rpm/rpmts.h>
 #include <rpm/rpmtypes.h>
 #include <rpm/rpmver.h>
+
+#include <memory>
 
 /// Owners of librpm's handles. A maker takes the handle on the very line that obtains it; null stays null. Copies
 /// share the handle and the last one releases it.

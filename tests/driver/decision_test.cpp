@@ -51,8 +51,7 @@ TEST(Decision, PassesOverARemovalUnderForeignKeys) {
 }
 
 TEST(Decision, PassesOverInstallationsAndUpdates) {
-  EXPECT_EQ(reasonFor({record(Event::Install, "app", "k3"), record(Event::Update, "app", "k3")}),
-            Reason::NotInstalled);
+  EXPECT_EQ(reasonFor({record(Event::Install, "app", "k3"), record(Event::Update, "app", "k3")}), Reason::NotInstalled);
 }
 
 TEST(Decision, PassesOverOtherNames) {

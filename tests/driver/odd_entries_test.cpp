@@ -1,20 +1,17 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
-
 #include "tests/support/open_pgp_key.h"
 #include "tests/support/package_surgery.h"
+#include "tests/support/special_files.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <string>
 
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
@@ -44,20 +41,16 @@ protected:
 
 TEST_F(OddEntries, AreSkippedWithoutHangingWhenTheyAreNoRegularFiles) {
   m_device.add({});
-  ASSERT_EQ(mkfifo(in("fifo.rpm").c_str(), 0600), 0);
+  Support::makeFifo(in("fifo.rpm"));
   fs::create_symlink("fifo.rpm", in("link-to-fifo.rpm"));
   fs::create_directory(in("folder.rpm"));
   fs::create_symlink("/dev/zero", in("device.rpm"));
-  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", in("socket.rpm").c_str());
-  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  Support::makeSocket(in("socket.rpm"));
 
   std::map<std::string, std::string> lines;
   for (const std::string name : {"fifo.rpm", "link-to-fifo.rpm", "folder.rpm", "device.rpm", "socket.rpm"})
     lines[name] = unreadableLines(unreadable, in(name));
   const auto run = m_device.run();
-  close(listener);
   EXPECT_EQ(run.log, expectedLog(lines));
   EXPECT_EQ(run.status, 0);
 }

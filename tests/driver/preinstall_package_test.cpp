@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
-
 #include "tests/support/expected_errors.h"
 #include "tests/support/package_surgery.h"
 
 #include <gtest/gtest.h>
+#include <rpm/rpmtag.h>
 
 #include <filesystem>
 #include <string>
@@ -137,10 +137,10 @@ TEST_F(Preinstall, TriesAnUnreadableRegistryAgainForTheNextPackage) {
   fs::remove(m_device.registry());
   writeFile(m_device.registry(), removal(paths[1].stem(), keyId("alice")));
   m_device.service().release();
-  EXPECT_EQ(Device::finish(*tool).log,
-            "[E] Couldn't open registry: " + quoted(m_device.registry()) +
-                "\n[E] Failed to read records from krv registry\n" + installedLine(paths[0]) + removedLine +
-                quoted(paths[1]) + "\n" + skippedLine(paths[1]) + timeLine);
+  EXPECT_EQ(Device::finish(*tool).log, "[E] Couldn't open registry: " + quoted(m_device.registry()) +
+                                           "\n[E] Failed to read records from krv registry\n" +
+                                           installedLine(paths[0]) + removedLine + quoted(paths[1]) + "\n" +
+                                           skippedLine(paths[1]) + timeLine);
 }
 
 TEST_F(Preinstall, NeverReadsTheRegistryAgainAfterASuccess) {
@@ -170,8 +170,8 @@ class PreinstallUpdate : public Preinstall, public testing::WithParamInterface<U
 
 TEST_P(PreinstallUpdate, FollowsTheVersionAndTheDeveloper) {
   const Update& update = GetParam();
-  const fs::path path = m_device.add(
-      {.version = update.version, .release = update.release, .preamble = "Epoch: 9"}, "alice-3", {"alice", "alice-2"});
+  const fs::path path = m_device.add({.version = update.version, .release = update.release, .preamble = "Epoch: 9"},
+                                     "alice-3", {"alice", "alice-2"});
   m_device.service().hasInstalled("sample", update.installedVersion, keyId(update.installedDeveloper));
   const std::string expected =
       update.refusal ? update.refusal + quoted(path) + "\n" + skippedLine(path) : installedLine(path);
@@ -219,8 +219,7 @@ TEST_F(Preinstall, UpdatesWhenTheComparisonIsOdd) {
 TEST_F(Preinstall, TakesAnIncompleteAnswerForNotInstalled) {
   const fs::path path = m_device.add({});
   m_device.service().onGetPackage().answer({{"certificate.id", keyId("bob")}});
-  EXPECT_EQ(m_device.run().log,
-            "[E] Failed to determinate package version: sample\n" + installedLine(path) + timeLine);
+  EXPECT_EQ(m_device.run().log, "[E] Failed to determinate package version: sample\n" + installedLine(path) + timeLine);
   m_device.service().onGetPackage().answer({{"general.version", "9-9"}});
   EXPECT_EQ(m_device.run().log,
             "[E] Failed to determinate package developer key id: sample\n" + installedLine(path) + timeLine);
@@ -275,15 +274,14 @@ TEST_F(Preinstall, SkipsAPackageWhoseSignaturesAreOutOfForm) {
 
 TEST_F(Preinstall, SkipsAPackageWithoutARelease) {
   const fs::path path = m_device.add({}, "");
-  Support::removeTag(path, RPMTAG_RELEASE);
+  Support::hideTag(path, RPMTAG_RELEASE);
   m_device.pki().sign(path, "alice");
-  EXPECT_EQ(m_device.run().log,
-            unreadableLines("Couldn't retrieve rpm tag from package (type=1002)", path) + timeLine);
+  EXPECT_EQ(m_device.run().log, unreadableLines("Couldn't retrieve rpm tag from package (type=1002)", path) + timeLine);
 }
 
 TEST_F(Preinstall, SkipsAPackageWithoutAName) {
   const fs::path path = m_device.add({}, "");
-  Support::removeTag(path, RPMTAG_NAME);
+  Support::hideTag(path, RPMTAG_NAME);
   m_device.pki().sign(path, "alice");
   const std::string log = m_device.run().log;
   EXPECT_EQ(log, unreadableLines("Couldn't retrieve rpm tag from package (type=1000)", path) + timeLine);

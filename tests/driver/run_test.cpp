@@ -61,8 +61,8 @@ TEST_F(Run, EndsWhenTheDirectoryIsAFile) {
   writeFile(m_device.preinstallDirectory(), "");
   const auto run = m_device.run();
   EXPECT_EQ(run.log, "[E] filesystem error: directory iterator cannot open directory: Not a directory [" +
-                         m_device.preinstallDirectory().string() + "]\n[E] Couldn't read directory: " +
-                         m_device.preinstallDirectory().string() + "\n" + noList);
+                         m_device.preinstallDirectory().string() +
+                         "]\n[E] Couldn't read directory: " + m_device.preinstallDirectory().string() + "\n" + noList);
   EXPECT_EQ(run.status, 1);
 }
 
@@ -135,8 +135,8 @@ TEST_F(Run, CountsWholeSecondsOfItsOwnTime) {
   const auto tool = m_device.start();
   ASSERT_TRUE(m_device.service().waitForCalls(2));
   const auto inLoop = std::chrono::steady_clock::now();
-  ASSERT_TRUE(Support::waitUntil(
-      [&] { return std::chrono::steady_clock::now() - inLoop >= std::chrono::milliseconds(1100); }));
+  ASSERT_TRUE(
+      Support::waitUntil([&] { return std::chrono::steady_clock::now() - inLoop >= std::chrono::milliseconds(1100); }));
   m_device.service().release();
   const auto run = Device::finish(*tool);
   ASSERT_TRUE(run.seconds.has_value());
@@ -151,9 +151,7 @@ TEST_F(Run, WritesEachLineAtOnce) {
   const auto tool = m_device.start();
   ASSERT_TRUE(m_device.service().waitForCalls(2));
   const std::string soFar =
-      m_device.entries().front() == refused
-          ? unreadableLines("Package doesn't have developer signature", refused)
-          : "";
+      m_device.entries().front() == refused ? unreadableLines("Package doesn't have developer signature", refused) : "";
   EXPECT_EQ(tool->outputSoFar(), soFar);
   m_device.service().release();
   Device::finish(*tool);
@@ -188,8 +186,8 @@ TEST_F(Run, StopsWithItsTimeAndTheReasonWhenTheRegistryFolderCannotBeMade) {
   writeFile(m_device.root() / "var", "in the way");
   const auto run = m_device.run();
   const std::string folder = (m_device.root() / "var/lib/krv").string();
-  EXPECT_EQ(run.log, "[E] filesystem error: cannot create directories: Not a directory [" + folder + "]\n" +
-                         timeLine + "[E] Couldn't create directory: " + folder + "\n");
+  EXPECT_EQ(run.log, "[E] filesystem error: cannot create directories: Not a directory [" + folder + "]\n" + timeLine +
+                         "[E] Couldn't create directory: " + folder + "\n");
   EXPECT_EQ(run.status, 2);
 }
 

@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "driver/run_timer.h"
-
 #include "tests/support/captured_log.h"
 #include "tests/support/process.h"
 

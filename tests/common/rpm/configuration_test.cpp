@@ -1,14 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/rpm/configuration.h"
-
 #include "common/rpm/reader.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/environment.h"
 #include "tests/support/rpm_sandbox.h"
 
 #include <gtest/gtest.h>
-
 #include <rpm/rpmtag.h>
 
 #include <filesystem>

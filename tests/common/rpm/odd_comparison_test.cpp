@@ -3,7 +3,6 @@
 #include "common/rpm/version.h"
 
 #include <gtest/gtest.h>
-
 #include <rpm/rpmver.h>
 
 // Takes the place of librpm's function for this program: the library never gives such a result today.
