@@ -3,6 +3,11 @@
 #pragma once
 
 #include <rpm/header.h>
+#include <rpm/rpmcrypto.h>
+#include <rpm/rpmdb.h>
+#include <rpm/rpmds.h>
+#include <rpm/rpmfi.h>
+#include <rpm/rpmfiles.h>
 #include <rpm/rpmio.h>
 #include <rpm/rpmkeyring.h>
 #include <rpm/rpmtd.h>
@@ -44,6 +49,31 @@ inline TransactionSetHandle ownTransactionSet(rpmts set) {
   return ownHandle<rpmtsFree>(set);
 }
 
+using TransactionLockHandle = std::shared_ptr<std::remove_pointer_t<rpmtxn>>;
+inline TransactionLockHandle ownTransactionLock(rpmtxn lock) {
+  return ownHandle<rpmtxnEnd>(lock);
+}
+
+using PackageIteratorHandle = std::shared_ptr<std::remove_pointer_t<rpmdbMatchIterator>>;
+inline PackageIteratorHandle ownPackageIterator(rpmdbMatchIterator iterator) {
+  return ownHandle<rpmdbFreeIterator>(iterator);
+}
+
+using DependencySetHandle = std::shared_ptr<std::remove_pointer_t<rpmds>>;
+inline DependencySetHandle ownDependencySet(rpmds dependencies) {
+  return ownHandle<rpmdsFree>(dependencies);
+}
+
+using FileSetHandle = std::shared_ptr<std::remove_pointer_t<rpmfiles>>;
+inline FileSetHandle ownFileSet(rpmfiles files) {
+  return ownHandle<rpmfilesFree>(files);
+}
+
+using FileIteratorHandle = std::shared_ptr<std::remove_pointer_t<rpmfi>>;
+inline FileIteratorHandle ownFileIterator(rpmfi iterator) {
+  return ownHandle<rpmfiFree>(iterator);
+}
+
 using KeyringHandle = std::shared_ptr<std::remove_pointer_t<rpmKeyring>>;
 inline KeyringHandle ownKeyring(rpmKeyring keyring) {
   return ownHandle<rpmKeyringFree>(keyring);
@@ -63,6 +93,16 @@ inline void releaseTagData(rpmtd data) {
 using TagDataHandle = std::shared_ptr<std::remove_pointer_t<rpmtd>>;
 inline TagDataHandle ownTagData(rpmtd data) {
   return ownHandle<releaseTagData>(data);
+}
+
+/// There is no other way to release a digest than to finish it.
+inline void releaseDigest(DIGEST_CTX digest) {
+  rpmDigestFinal(digest, nullptr, nullptr, 0);
+}
+
+using DigestHandle = std::shared_ptr<std::remove_pointer_t<DIGEST_CTX>>;
+inline DigestHandle ownDigest(DIGEST_CTX digest) {
+  return ownHandle<releaseDigest>(digest);
 }
 
 } // namespace Common::Rpm

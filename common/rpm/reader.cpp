@@ -12,7 +12,8 @@
 
 namespace Common::Rpm {
 
-static_assert(Tag::Name == RPMTAG_NAME && Tag::Version == RPMTAG_VERSION && Tag::Release == RPMTAG_RELEASE);
+static_assert(Tag::Name == RPMTAG_NAME && Tag::Version == RPMTAG_VERSION && Tag::Release == RPMTAG_RELEASE &&
+              Tag::PayloadCompressor == RPMTAG_PAYLOADCOMPRESSOR);
 
 namespace {
 

@@ -14,6 +14,7 @@ namespace Tag {
 inline constexpr std::int32_t Name = 1000;
 inline constexpr std::int32_t Version = 1001;
 inline constexpr std::int32_t Release = 1002;
+inline constexpr std::int32_t PayloadCompressor = 1125;
 } // namespace Tag
 
 /// The header of one package and, for a package file, the open file. Copies share both. For the single thread of the
@@ -37,6 +38,10 @@ public:
   std::string tagOr(std::int32_t tag, const std::string& fallback) const;
 
   HeaderHandle header() const { return m_header; }
+
+protected:
+  /// The open file, behind the header; null for a header from the database. Copies share its position.
+  const FileHandle& file() const { return m_file; }
 
 private:
   FileHandle m_file;

@@ -2,10 +2,13 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/package_surgery.h"
 
+#include "common/rpm/handles.h"
 #include "tests/support/temp_directory.h"
 
 #include <rpm/rpmtag.h>
 
+#include <cstdlib>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
 
@@ -65,6 +68,11 @@ std::size_t entryOffset(const std::string& package, std::int32_t tag) {
   throw std::runtime_error("the package has no tag " + std::to_string(tag));
 }
 
+/// Writes the package anew with the main header and the payload that `content` is.
+void writeContent(const std::filesystem::path& package, const std::string& before, const std::string& content) {
+  writeFile(package, before.substr(0, leadSize) + leastSignatureHeader(content.size()) + content);
+}
+
 } // namespace
 
 std::size_t payloadOffset(const std::string& package) {
@@ -76,8 +84,43 @@ void hideTag(const std::filesystem::path& package, std::int32_t tag) {
   constexpr std::uint32_t unusedTag = 0x7ffffff0;
   std::string bytes = readFile(package);
   bytes.replace(entryOffset(bytes, tag), 4, asBytes(unusedTag));
-  const std::string content = bytes.substr(mainHeaderOffset(bytes));
-  writeFile(package, bytes.substr(0, leadSize) + leastSignatureHeader(content.size()) + content);
+  writeContent(package, bytes, bytes.substr(mainHeaderOffset(bytes)));
+}
+
+void changeHeader(const std::filesystem::path& package, const std::function<void(Header)>& change) {
+  const std::string bytes = readFile(package);
+  const std::size_t begin = mainHeaderOffset(bytes) + magic.size();
+  std::string blob = bytes.substr(begin, payloadOffset(bytes) - begin);
+  const auto header =
+      Common::Rpm::ownHeader(headerImport(blob.data(), static_cast<unsigned int>(blob.size()), HEADERIMPORT_COPY));
+  if (!header)
+    throw std::runtime_error("not a package: " + package.string());
+  // A copy has left the region behind that shields its tags; reading it again gives it one.
+  const auto copy = Common::Rpm::ownHeader(headerCopy(header.get()));
+  change(copy.get());
+  const auto changed = Common::Rpm::ownHeader(headerReload(headerLink(copy.get()), RPMTAG_HEADERIMMUTABLE));
+  unsigned int size = 0;
+  const std::unique_ptr<void, decltype(&free)> exported(headerExport(changed.get(), &size), &free);
+  writeContent(package, bytes,
+               std::string(magic) + std::string(static_cast<const char*>(exported.get()), size) +
+                   bytes.substr(payloadOffset(bytes)));
+}
+
+void replacePayload(const std::filesystem::path& package, std::string_view payload) {
+  const std::string bytes = readFile(package);
+  const std::size_t begin = mainHeaderOffset(bytes);
+  writeContent(package, bytes, bytes.substr(begin, payloadOffset(bytes) - begin) + std::string(payload));
+}
+
+void replaceEverywhere(const std::filesystem::path& package, std::string_view from, std::string_view to) {
+  const std::string bytes = readFile(package);
+  std::string content = bytes.substr(mainHeaderOffset(bytes));
+  std::size_t place = content.find(from);
+  if (place == std::string::npos || from.size() != to.size())
+    throw std::runtime_error("this cannot be replaced in " + package.string());
+  for (; place != std::string::npos; place = content.find(from, place + to.size()))
+    content.replace(place, from.size(), to);
+  writeContent(package, bytes, content);
 }
 
 } // namespace Support

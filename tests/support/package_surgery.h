@@ -2,10 +2,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <rpm/header.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <string_view>
 
 namespace Support {
 
@@ -16,5 +20,16 @@ std::size_t payloadOffset(const std::string& package);
 /// Makes a tag of the main header absent, in place, by giving its entry a number that nobody asks for. All signatures
 /// and digests go, so that none of them is wrong.
 void hideTag(const std::filesystem::path& package, std::int32_t tag);
+
+/// Changes the main header in place, the way no build tool would. The payload and the digests of the single files stay;
+/// all signatures and other digests go.
+void changeHeader(const std::filesystem::path& package, const std::function<void(Header)>& change);
+
+/// Puts other bytes behind the headers of a package, with the signature header that changeHeader() leaves.
+void replacePayload(const std::filesystem::path& package, std::string_view payload);
+
+/// Puts `to` in the place of `from`, which is of the same length, everywhere in the main header and in the payload;
+/// that one must not be compressed. Throws when there is no such place.
+void replaceEverywhere(const std::filesystem::path& package, std::string_view from, std::string_view to);
 
 } // namespace Support

@@ -1,0 +1,27 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/support/extract_tree.h"
+
+#include <exception>
+#include <iostream>
+
+#include <sys/resource.h>
+
+/// bench-extract PACKAGE FOLDER: unpacks a package into an empty folder. Writes the most memory that it had, in KiB.
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::cerr << "usage: bench-extract PACKAGE FOLDER\n";
+    return 2;
+  }
+  try {
+    auto archive = Common::Rpm::ArchiveReader::openForExtraction(argv[1]);
+    Support::extractTree(archive, argv[2]);
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    std::cout << usage.ru_maxrss << '\n';
+    return 0;
+  } catch (const std::exception& exception) {
+    std::cerr << exception.what() << '\n';
+    return 1;
+  }
+}

@@ -1,0 +1,290 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "common/rpm/archive.h"
+
+#include "common/error/error.h"
+#include "driver/log/log_message.h"
+
+#include <rpm/rpmarchive.h>
+#include <rpm/rpmmacro.h>
+#include <rpm/rpmtag.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <memory>
+#include <utility>
+
+#include <sys/stat.h>
+
+namespace Common::Rpm {
+
+namespace {
+
+constexpr std::size_t chunkSize = 128 * 1024;
+
+Error openError() {
+  return {ErrorCode::BadPackageFileFormat, "Couldn't open rpm package for extraction"};
+}
+
+Error contentError() {
+  return {ErrorCode::Internal, "Couldn't read content from rpm package"};
+}
+
+/// librpm believes these sizes: it allocates what the header claims for the text of a symbolic link, ends the process
+/// when it cannot, and writes past its buffers when a size is negative as a file offset.
+void refuseImpossibleSizes(const FileSetHandle& files) {
+  for (int index = 0; index < static_cast<int>(rpmfilesFC(files.get())); ++index) {
+    const rpm_loff_t limit = S_ISLNK(rpmfilesFMode(files.get(), index)) ? PATH_MAX : std::numeric_limits<off_t>::max();
+    if (rpmfilesFSize(files.get(), index) > limit)
+      throw openError();
+  }
+}
+
+/// Whether the file is as long as its signature header says, which has the size of all that follows it. Nothing else
+/// tells that the end of a compressed stream is missing: the archive in it may be complete by then. To be asked when
+/// the file has been read up to the payload.
+bool isAsLongAsPromised(const FileHandle& file, const HeaderHandle& header) {
+  const TagDataHandle mainHeader = ownTagData(rpmtdNew());
+  const std::uint64_t promised = headerGetNumber(header.get(), RPMTAG_LONGSIGSIZE);
+  struct stat status;
+  if (promised == 0 || headerGet(header.get(), RPMTAG_HEADERIMMUTABLE, mainHeader.get(), HEADERGET_DEFAULT) == 0 ||
+      fstat(Fileno(file.get()), &status) != 0)
+    return true; // there is nothing to compare with
+  const off_t payload = status.st_size - Ftell(file.get());
+  return sizeof(rpm_header_magic) + mainHeader->count + static_cast<std::uint64_t>(payload) >= promised;
+}
+
+std::filesystem::path underTarget(const std::filesystem::path& target, const char* name) {
+  const std::filesystem::path relative = (std::filesystem::path("/") / name).lexically_normal().relative_path();
+  return relative.empty() ? target : target / relative;
+}
+
+std::filesystem::file_type typeOf(rpm_mode_t mode) {
+  using std::filesystem::file_type;
+  switch (mode & S_IFMT) {
+  case S_IFDIR:
+    return file_type::directory;
+  case S_IFLNK:
+    return file_type::symlink;
+  case S_IFREG:
+    return file_type::regular;
+  case S_IFBLK:
+    return file_type::block;
+  case S_IFCHR:
+    return file_type::character;
+  case S_IFIFO:
+    return file_type::fifo;
+  case S_IFSOCK:
+    return file_type::socket;
+  default:
+    return file_type::unknown;
+  }
+}
+
+bool isImaSigned(rpmfi file) {
+  return (rpmfiFFlags(file) & RPMFILE_CONFIG) == 0 || (rpmfiFMode(file) & 0111) != 0 ||
+         rpmExpandNumeric("%{?_ima_sign_config_files}") != 0;
+}
+
+/// The entry at which the iterator stands.
+ArchiveEntry describe(rpmfi file, const std::filesystem::path& target) {
+  const rpm_mode_t mode = rpmfiFMode(file);
+  ArchiveEntry entry{.path = underTarget(target, rpmfiFN(file)),
+                     .type = typeOf(mode),
+                     .permissions = static_cast<std::filesystem::perms>(mode & 0777),
+                     .imaSigned = isImaSigned(file),
+                     .index = rpmfiFX(file),
+                     .target = {}};
+  const char* link = rpmfiFLink(file);
+  if (entry.type == std::filesystem::file_type::symlink && link != nullptr)
+    entry.target = link;
+  return entry;
+}
+
+/// The other names of the file at which the iterator stands. It is set back: its next step goes by where it stands.
+std::vector<HardLinkDescription::Link> otherNames(rpmfi file, const std::filesystem::path& target) {
+  const int* indexes = nullptr;
+  const std::uint32_t count = rpmfiFLinks(file, &indexes);
+  const int current = rpmfiFX(file);
+  std::vector<HardLinkDescription::Link> links;
+  for (std::uint32_t i = 0; indexes != nullptr && i < count; ++i) {
+    if (indexes[i] == current)
+      continue;
+    rpmfiSetFX(file, indexes[i]);
+    links.push_back({.index = indexes[i], .path = underTarget(target, rpmfiFN(file))});
+  }
+  rpmfiSetFX(file, current);
+  return links;
+}
+
+/// One entry of a payload. Hard links have to wait for the end of the walk: they are collected in `groups`.
+void handOut(rpmfi file, const std::filesystem::path& target, const ExtractionHandlers& handlers,
+             std::vector<HardLinkDescription>& groups) {
+  const ArchiveEntry entry = describe(file, target);
+  switch (entry.type) {
+  case std::filesystem::file_type::directory:
+    return handlers.directory(entry);
+  case std::filesystem::file_type::symlink:
+    return handlers.symbolicLink(entry);
+  case std::filesystem::file_type::regular: {
+    if (rpmfiArchiveHasContent(file) == 0)
+      return;
+    std::any value = handlers.regularFile(entry);
+    if (rpmfiFLinks(file, nullptr) > 1)
+      groups.push_back({.content = entry, .value = std::move(value), .links = otherNames(file, target)});
+    return;
+  }
+  default:
+    LogMessage(LogLevel::Warning) << "Unexpected entry type in rpm package";
+  }
+}
+
+/// The digest of the content that is read, beside the one in the header.
+class ContentDigest {
+public:
+  explicit ContentDigest(rpmfi file) {
+    int algorithm = 0;
+    m_expected = rpmfiFDigest(file, &algorithm, &m_size);
+    if (m_expected != nullptr)
+      m_digest = ownDigest(rpmDigestInit(algorithm, RPMDIGEST_NONE));
+  }
+
+  void add(std::span<const std::byte> bytes) { rpmDigestUpdate(m_digest.get(), bytes.data(), bytes.size()); }
+
+  /// A header without digests has nothing to compare with.
+  bool isAsExpected() const {
+    if (m_expected == nullptr)
+      return true;
+    void* found = nullptr;
+    rpmDigestFinal(rpmDigestDup(m_digest.get()), &found, nullptr, 0);
+    const std::unique_ptr<void, decltype(&std::free)> owned(found, &std::free);
+    return found != nullptr && std::memcmp(found, m_expected, m_size) == 0;
+  }
+
+private:
+  const unsigned char* m_expected;
+  std::size_t m_size = 0;
+  DigestHandle m_digest;
+};
+
+} // namespace
+
+ArchiveReader::ArchiveReader(Reader package)
+    : Reader(std::move(package)), m_files(ownFileSet(rpmfilesNew(nullptr, header().get(), 0, RPMFI_KEEPHEADER))) {
+  if (!m_files)
+    throw openError();
+}
+
+ArchiveReader ArchiveReader::openForExtraction(const std::string& path) {
+  ArchiveReader archive{Reader(path)};
+  archive.openPayload();
+  return archive;
+}
+
+ArchiveReader ArchiveReader::openFileList(const std::string& path) {
+  return openFileList(Reader(path));
+}
+
+ArchiveReader ArchiveReader::openFileList(const Reader& reader) {
+  return ArchiveReader(reader);
+}
+
+void ArchiveReader::openPayload() {
+  refuseImpossibleSizes(m_files);
+  m_isFileComplete = isAsLongAsPromised(file(), header());
+  const std::string mode = "r." + tagOr(Tag::PayloadCompressor, "gzip");
+  // This is the file that the reader owns already, with a decompressor pushed on it.
+  const FD_t payload = Fdopen(file().get(), mode.c_str());
+  if (payload != nullptr)
+    m_payload = ownFileIterator(rpmfiNewArchiveReader(payload, m_files.get(), RPMFI_ITER_READ_ARCHIVE_CONTENT_FIRST));
+  if (!m_payload)
+    throw openError();
+}
+
+void ArchiveReader::forEachFile(const std::filesystem::path& target,
+                                const std::function<void(const ArchiveEntry&)>& visitor) const {
+  const FileIteratorHandle files = ownFileIterator(rpmfilesIter(m_files.get(), RPMFI_ITER_FWD));
+  while (rpmfiNext(files.get()) >= 0)
+    visitor(describe(files.get(), target));
+}
+
+void ArchiveReader::extract(const std::filesystem::path& target, const ExtractionHandlers& handlers) {
+  // Without a payload librpm would answer with the end of it.
+  if (!m_payload)
+    throw contentError();
+  std::vector<HardLinkDescription> groups;
+  std::vector<bool> seen(rpmfilesFC(m_files.get()));
+  int index;
+  while ((index = rpmfiNext(m_payload.get())) >= 0) {
+    seen.at(static_cast<std::size_t>(index)) = true;
+    handOut(m_payload.get(), target, handlers, groups);
+  }
+  if (index != RPMERR_ITER_END || !isWhole(seen))
+    throw contentError();
+  for (const HardLinkDescription& group : groups)
+    handlers.hardLinks(group);
+}
+
+/// librpm looks for missing files itself, but when the members of a hard-link group are out of order it takes files
+/// for found that it has passed over.
+bool ArchiveReader::isWhole(const std::vector<bool>& seen) const {
+  for (std::size_t index = 0; index < seen.size(); ++index) {
+    if (!seen[index] && (rpmfilesFFlags(m_files.get(), static_cast<int>(index)) & RPMFILE_GHOST) == 0)
+      return false;
+  }
+  return m_isFileComplete;
+}
+
+void ArchiveReader::requireContent() const {
+  if (rpmfiArchiveHasContent(m_payload.get()) == 0)
+    throw contentError();
+}
+
+void ArchiveReader::streamContent(const std::function<void(std::span<const std::byte>)>& sink) {
+  m_buffer.resize(chunkSize);
+  ContentDigest digest(m_payload.get());
+  const rpm_loff_t size = rpmfiFSize(m_payload.get());
+  for (rpm_loff_t remaining = size; remaining > 0;) {
+    const std::size_t wanted = std::min<rpm_loff_t>(remaining, m_buffer.size());
+    const ssize_t count = rpmfiArchiveRead(m_payload.get(), m_buffer.data(), wanted);
+    if (count <= 0)
+      throw contentError();
+    const std::span<const std::byte> chunk(m_buffer.data(), static_cast<std::size_t>(count));
+    digest.add(chunk);
+    sink(chunk);
+    remaining -= chunk.size();
+  }
+  // Old packages have zeros for the digest of an empty file.
+  if (size > 0 && !digest.isAsExpected())
+    throw contentError();
+}
+
+void ArchiveReader::writeContent(const std::filesystem::path& destination) {
+  requireContent();
+  std::ofstream file(destination, std::ios::out | std::ios::binary);
+  if (!file)
+    throw Error(ErrorCode::Filesystem, "Couldn't open file for writing rpm content: " + destination.string());
+  const auto check = [&] {
+    if (!file)
+      throw Error(ErrorCode::Filesystem, "Couldn't write rpm package content to " + destination.string());
+  };
+  streamContent([&](std::span<const std::byte> chunk) {
+    file.write(reinterpret_cast<const char*>(chunk.data()), static_cast<std::streamsize>(chunk.size()));
+    check();
+  });
+  file.close(); // what was still buffered may fail only now
+  check();
+}
+
+std::vector<std::byte> ArchiveReader::readContent() {
+  requireContent();
+  std::vector<std::byte> content;
+  streamContent([&](std::span<const std::byte> chunk) { content.insert(content.end(), chunk.begin(), chunk.end()); });
+  return content;
+}
+
+} // namespace Common::Rpm

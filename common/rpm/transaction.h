@@ -1,0 +1,56 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "common/rpm/handles.h"
+#include "common/rpm/reader.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Common::Rpm {
+
+/// A locked transaction on the RPM database under the system root; the lock goes when the last copy does. One at a
+/// time per process. For the single thread of the program only.
+class RpmTransaction {
+public:
+  /// Locks the database. `flags` are RPMTXN_READ or RPMTXN_WRITE of rpm/rpmts.h; either takes the same exclusive lock,
+  /// RPMTXN_WRITE holds back signals as well. If another process has the lock and standard input is a terminal, librpm
+  /// waits for it. Throws Common::Error: Internal "Couldn't begin rpm transaction" when the lock cannot be had.
+  explicit RpmTransaction(rpmtxnFlags flags);
+
+  /// Adds RPMTRANS_FLAG_* bits of rpm/rpmts.h to those that are set.
+  void addFlags(rpmtransFlags flags);
+
+  /// Makes run() print a label and hash marks per package on standard output, as librpm's own tool does.
+  void showProgress();
+
+  /// Queues the erasure of an installed package, which `reader` has from forEachInstalled(). Throws Common::Error:
+  /// Internal "Couldn't add erase element to the RPM transaction", also for a package that is not from the database.
+  void erase(const Reader& reader);
+
+  /// Does what is queued; dependencies are not checked. Returns normally also when librpm found problems and did
+  /// nothing. Throws Common::Error: Internal "Couldn't run rpm transaction" when it failed, for example in a
+  /// package's script; other packages may have been erased then.
+  void run();
+
+  /// All installed packages. A database that cannot be opened has none; librpm says so on standard error.
+  PackageIteratorHandle installedPackages() const;
+
+  /// Calls `visitor` for each package of `packages`. The reader is good until the visitor returns, and so is a copy of
+  /// it. An empty visitor raises std::bad_function_call; what a visitor throws goes on to the caller.
+  static void forEachInstalled(const PackageIteratorHandle& packages,
+                               const std::function<void(const Reader&)>& visitor);
+
+  /// The names of the package's dependencies of one kind, for example RPMTAG_REQUIRENAME, in header order and with
+  /// duplicates, without their versions. Of a rich dependency it is the first word. A tag of another kind has none.
+  static std::vector<std::string> dependencyNames(const Reader& reader, std::int32_t tag);
+
+private:
+  TransactionSetHandle m_set;
+  TransactionLockHandle m_lock; // released before the set it was begun on
+};
+
+} // namespace Common::Rpm

@@ -1,0 +1,143 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/support/extract_tree.h"
+
+#include "tests/support/temp_directory.h"
+
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include <sys/stat.h>
+
+namespace Support {
+
+namespace {
+
+using Common::Rpm::ArchiveEntry;
+using Common::Rpm::HardLinkDescription;
+using std::filesystem::path;
+
+class TreeExtraction {
+public:
+  TreeExtraction(Common::Rpm::ArchiveReader& archive, const path& target) : m_archive(archive) {
+    m_directories.insert(target);
+  }
+
+  void run(const path& target) {
+    m_archive.extract(target, {.directory = [this](const ArchiveEntry& entry) { makeDirectory(entry); },
+                               .regularFile = [this](const ArchiveEntry& entry) { return makeFile(entry); },
+                               .symbolicLink = [this](const ArchiveEntry& entry) { makeSymbolicLink(entry); },
+                               .hardLinks = [this](const HardLinkDescription& group) { makeHardLinks(group); }});
+    // Not before: some may not be written into. The deepest first: some may not be passed through.
+    for (auto directory = m_permissions.rbegin(); directory != m_permissions.rend(); ++directory)
+      std::filesystem::permissions(directory->first, directory->second);
+  }
+
+private:
+  /// Makes a directory and its parents. None of them is a link: it was made here, or found and looked at.
+  void ensureDirectory(const path& directory) {
+    if (m_directories.contains(directory))
+      return;
+    ensureDirectory(directory.parent_path());
+    if (!std::filesystem::create_directory(directory) && !std::filesystem::is_directory(symlink_status(directory)))
+      throw std::runtime_error("a package writes through the link " + directory.string());
+    m_directories.insert(directory);
+  }
+
+  void prepare(const path& entry) {
+    ensureDirectory(entry.parent_path());
+    if (exists(symlink_status(entry)))
+      throw std::runtime_error("a package has two entries " + entry.string());
+  }
+
+  void makeDirectory(const ArchiveEntry& entry) {
+    ensureDirectory(entry.path);
+    m_permissions[entry.path] = entry.permissions;
+  }
+
+  std::any makeFile(const ArchiveEntry& entry) {
+    prepare(entry.path);
+    m_archive.writeContent(entry.path);
+    std::filesystem::permissions(entry.path, entry.permissions);
+    return {};
+  }
+
+  void makeSymbolicLink(const ArchiveEntry& entry) {
+    prepare(entry.path);
+    std::filesystem::create_symlink(entry.target, entry.path);
+  }
+
+  void makeHardLinks(const HardLinkDescription& group) {
+    for (const HardLinkDescription::Link& link : group.links) {
+      prepare(link.path);
+      std::filesystem::create_hard_link(group.content.path, link.path);
+    }
+  }
+
+  Common::Rpm::ArchiveReader& m_archive;
+  std::set<path> m_directories;
+  std::map<path, std::filesystem::perms> m_permissions;
+};
+
+std::string octal(std::filesystem::perms permissions) {
+  std::string digits;
+  for (auto bits = static_cast<unsigned>(permissions) & 0777; digits.size() < 3; bits >>= 3)
+    digits.insert(digits.begin(), static_cast<char>('0' + (bits & 7)));
+  return digits;
+}
+
+std::string typeName(std::filesystem::file_type type) {
+  switch (type) {
+  case std::filesystem::file_type::directory:
+    return "directory";
+  case std::filesystem::file_type::symlink:
+    return "link";
+  case std::filesystem::file_type::regular:
+    return "file";
+  default:
+    return "special";
+  }
+}
+
+/// A fingerprint that tells trees of tests apart; no defence against anybody.
+std::string fingerprint(const path& file) {
+  const std::string content = readFile(file);
+  return std::to_string(content.size()) + " " + std::to_string(std::hash<std::string>()(content));
+}
+
+} // namespace
+
+void extractTree(Common::Rpm::ArchiveReader& archive, const path& target) {
+  TreeExtraction(archive, target).run(target);
+}
+
+std::string describeTree(const path& folder) {
+  std::set<path> entries;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+    entries.insert(entry.path());
+  std::map<ino_t, std::string> firstNames;
+  std::string lines;
+  for (const path& entry : entries) {
+    const std::string name = entry.lexically_relative(folder).string();
+    const std::filesystem::file_status status = std::filesystem::symlink_status(entry);
+    lines += name + " " + typeName(status.type());
+    if (status.type() == std::filesystem::file_type::symlink) {
+      lines += " " + std::filesystem::read_symlink(entry).string();
+    } else {
+      lines += " " + octal(status.permissions());
+    }
+    if (status.type() == std::filesystem::file_type::regular) {
+      struct stat information = {};
+      if (lstat(entry.c_str(), &information) != 0)
+        throw std::runtime_error("no status of " + entry.string());
+      lines += " " + fingerprint(entry) + " " + firstNames.emplace(information.st_ino, name).first->second;
+    }
+    lines += "\n";
+  }
+  return lines;
+}
+
+} // namespace Support
