@@ -73,9 +73,24 @@ void removeFailedFile(const fs::path& to) {
   }
 }
 
-void copyRegularFile(const fs::path& from, const fs::path& to) {
+/// The type of the entry itself, or none when it does not exist, which a dangling link does not either.
+fs::file_type typeOf(const fs::path& path) {
+  fs::file_type type = fs::file_type::none;
+  const bool exists = Failure::answering([&] {
+    const fs::file_status status = fs::symlink_status(path);
+    type = status.type();
+    return type == fs::file_type::symlink ? fs::exists(path) : fs::exists(status);
+  });
+  return exists ? type : fs::file_type::none;
+}
+
+/// Whether the directory of a destination may be missing. Asking takes a twentieth of the time of a small file.
+enum class Parents { MayBeMissing, AreThere };
+
+void copyRegularFile(const fs::path& from, const fs::path& to, Parents parents) {
   Failure::throwing("Coulnd't copy file " + from.string() + " to " + to.string(), [&] {
-    createParents(to);
+    if (parents == Parents::MayBeMissing)
+      createParents(to);
     copyContent(from, to);
   });
   try {
@@ -97,12 +112,31 @@ void removeFailedDirectory(const fs::path& from, const fs::path& to) {
   }
 }
 
+void copyEntry(const fs::path& from, const fs::path& to, Parents parents) {
+  const fs::file_type type = typeOf(from);
+  const std::string message = "Couldn't copy " + from.string() + " to " + to.string();
+  if (type == fs::file_type::none)
+    throw Failure::error(message + " (path " + from.string() + " doesn't exists)");
+  if (Filesystem::exists(to))
+    throw Failure::error(message + " (path already exists)");
+  switch (type) {
+  case fs::file_type::symlink:
+    return copySymlink(from, to);
+  case fs::file_type::directory:
+    return copyDirectory(from, to);
+  case fs::file_type::regular:
+    return copyRegularFile(from, to, parents);
+  default:
+    throw Failure::error("Couldn't copy unsupported filesystem entry " + from.string());
+  }
+}
+
 } // namespace
 
 void copyFile(const fs::path& from, const fs::path& to) {
   if (!Filesystem::isRegularFile(from))
     throw Failure::error("Attempt to copy file, but " + from.string() + " is not regular file");
-  copyRegularFile(from, to);
+  copyRegularFile(from, to, Parents::MayBeMissing);
 }
 
 void copySymlink(const fs::path& from, const fs::path& to) {
@@ -123,7 +157,7 @@ void copyDirectory(const fs::path& from, const fs::path& to) {
   makeDestination(from, to);
   try {
     for (const fs::path& entry : listDirectory(from, ListOptions::None))
-      Filesystem::copy(entry, to / entry.filename());
+      copyEntry(entry, to / entry.filename(), Parents::AreThere);
   } catch (...) {
     removeFailedDirectory(from, to);
     throw;
@@ -131,23 +165,7 @@ void copyDirectory(const fs::path& from, const fs::path& to) {
 }
 
 void copy(const fs::path& from, const fs::path& to) {
-  const std::string message = "Couldn't copy " + from.string() + " to " + to.string();
-  if (!Filesystem::exists(from))
-    throw Failure::error(message + " (path " + from.string() + " doesn't exists)");
-  if (Filesystem::exists(to))
-    throw Failure::error(message + " (path already exists)");
-  // One look at the entry itself tells the kinds apart: only a link differs from what it leads to.
-  std::error_code ignored;
-  switch (fs::symlink_status(from, ignored).type()) {
-  case fs::file_type::symlink:
-    return copySymlink(from, to);
-  case fs::file_type::directory:
-    return copyDirectory(from, to);
-  case fs::file_type::regular:
-    return copyRegularFile(from, to);
-  default:
-    throw Failure::error("Couldn't copy unsupported filesystem entry " + from.string());
-  }
+  copyEntry(from, to, Parents::MayBeMissing);
 }
 
 } // namespace Common::Filesystem

@@ -54,7 +54,10 @@ struct Answers {
 /// The system is itself again after each test.
 class OddSystemTest : public FilesystemTest {
 protected:
-  ~OddSystemTest() override { oddSystem() = {}; }
+  void TearDown() override {
+    oddSystem() = {};
+    FilesystemTest::TearDown();
+  }
 };
 
 class OddAttributes : public OddSystemTest {
