@@ -16,7 +16,7 @@ using ArchiveTest::mixedPackage;
 using Support::describeTree;
 
 class ArchiveTree : public ArchiveTest::Fixture {
-protected:
+public:
   /// Folders that may not be written into could not be removed.
   ~ArchiveTree() override {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(m_sandbox.path())) {
@@ -25,6 +25,7 @@ protected:
     }
   }
 
+protected:
   std::filesystem::path freshFolder(const std::string& name) const {
     const std::filesystem::path folder = m_sandbox.path() / name;
     std::filesystem::create_directory(folder);
