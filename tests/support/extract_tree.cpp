@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 #include <stdexcept>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -20,36 +21,46 @@ using Common::Rpm::ArchiveEntry;
 using Common::Rpm::HardLinkDescription;
 using std::filesystem::path;
 
+/// The permissions that the system gives to a new file by itself.
+std::filesystem::perms permissionsOfNewFiles() {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return static_cast<std::filesystem::perms>(0666 & ~mask);
+}
+
+/// Nothing is below the target that was not made here, so what was made says what exists, and a status for each of many
+/// small files is saved.
 class TreeExtraction {
 public:
-  TreeExtraction(Common::Rpm::ArchiveReader& archive, const path& target) : m_archive(archive) {
-    m_directories.insert(target);
+  TreeExtraction(Common::Rpm::ArchiveReader& archive, const path& target) : m_archive(archive), m_target(target) {
+    m_directories.insert(target.native());
   }
 
-  void run(const path& target) {
-    m_archive.extract(target, {.directory = [this](const ArchiveEntry& entry) { makeDirectory(entry); },
-                               .regularFile = [this](const ArchiveEntry& entry) { return makeFile(entry); },
-                               .symbolicLink = [this](const ArchiveEntry& entry) { makeSymbolicLink(entry); },
-                               .hardLinks = [this](const HardLinkDescription& group) { makeHardLinks(group); }});
+  void run() {
+    m_archive.extract(m_target, {.directory = [this](const ArchiveEntry& entry) { makeDirectory(entry); },
+                                 .regularFile = [this](const ArchiveEntry& entry) { return makeFile(entry); },
+                                 .symbolicLink = [this](const ArchiveEntry& entry) { makeSymbolicLink(entry); },
+                                 .hardLinks = [this](const HardLinkDescription& group) { makeHardLinks(group); }});
     // Not before: some may not be written into. The deepest first: some may not be passed through.
     for (auto directory = m_permissions.rbegin(); directory != m_permissions.rend(); ++directory)
       std::filesystem::permissions(directory->first, directory->second);
   }
 
 private:
-  /// Makes a directory and its parents. None of them is a link: it was made here, or found and looked at.
+  /// Makes a directory and its parents.
   void ensureDirectory(const path& directory) {
-    if (m_directories.contains(directory))
+    if (m_directories.contains(directory.native()))
       return;
     ensureDirectory(directory.parent_path());
-    if (!std::filesystem::create_directory(directory) && !std::filesystem::is_directory(symlink_status(directory)))
+    if (m_others.contains(directory.native()))
       throw std::runtime_error("a package writes through the link " + directory.string());
-    m_directories.insert(directory);
+    std::filesystem::create_directory(directory);
+    m_directories.insert(directory.native());
   }
 
   void prepare(const path& entry) {
     ensureDirectory(entry.parent_path());
-    if (exists(symlink_status(entry)))
+    if (m_directories.contains(entry.native()) || !m_others.insert(entry.native()).second)
       throw std::runtime_error("a package has two entries " + entry.string());
   }
 
@@ -61,7 +72,8 @@ private:
   std::any makeFile(const ArchiveEntry& entry) {
     prepare(entry.path);
     m_archive.writeContent(entry.path);
-    std::filesystem::permissions(entry.path, entry.permissions);
+    if (entry.permissions != m_permissionsOfNewFiles)
+      std::filesystem::permissions(entry.path, entry.permissions);
     return {};
   }
 
@@ -78,7 +90,10 @@ private:
   }
 
   Common::Rpm::ArchiveReader& m_archive;
-  std::set<path> m_directories;
+  const path m_target;
+  const std::filesystem::perms m_permissionsOfNewFiles = permissionsOfNewFiles();
+  std::unordered_set<std::string> m_directories;
+  std::unordered_set<std::string> m_others;
   std::map<path, std::filesystem::perms> m_permissions;
 };
 
@@ -111,7 +126,7 @@ std::string fingerprint(const path& file) {
 } // namespace
 
 void extractTree(Common::Rpm::ArchiveReader& archive, const path& target) {
-  TreeExtraction(archive, target).run(target);
+  TreeExtraction(archive, target).run();
 }
 
 std::string describeTree(const path& folder) {
