@@ -1,11 +1,11 @@
 # SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 # SPDX-License-Identifier: MIT
 #
-# Sourced by the benchmarks: compare NAME TARGET OURS YARDSTICK [RESET]
+# Sourced by the cases: compare NAME TARGET OURS YARDSTICK [RESET]
 #
-# Times the command OURS beside the command YARDSTICK and prints one row: both medians in milliseconds, the median of
-# the ratios with the smallest and the largest, and TARGET, the largest ratio that is good enough. RESET runs before
-# each of them, untimed. The three are texts for the shell; a command that fails ends the benchmark.
+# Times the command OURS beside the command YARDSTICK and prints one row of the table: both medians in milliseconds, the
+# median of the ratios with the smallest and the largest, and TARGET, the largest ratio that is good enough. RESET runs
+# before each of them, untimed. The three are texts for the shell; a command that fails ends the benchmark.
 #
 # After a warm-up the commands take turns, KRV_BENCH_PAIRS times (7 unless said otherwise), and each pair gives one
 # ratio: what else the machine does at the moment hits both. Who goes first changes from pair to pair.
@@ -28,8 +28,24 @@ compare_sorted() {
   printf '%s\n' "$@" | sort -n
 }
 
-compare_ratio() { # a ratio in thousandths
-  printf '%d.%02d' $((($1 + 5) / 1000)) $((($1 + 5) % 1000 / 10))
+thousandths() { # number; printed with a decimal point
+  printf '%d.%03d' $(($1 / 1000)) $(($1 % 1000))
+}
+
+# One row of the table, and one line for scripts/bench to make JSON of. Times in microseconds, ratios in thousandths.
+report() { # name, our time, yardstick's time, ratio, smallest, largest, target
+  printf '%-56s %9.1f ms %9.1f ms  %6.2f (%.2f-%.2f)  %s\n' "$1" "$(thousandths "$2")" "$(thousandths "$3")" \
+    "$(thousandths "$4")" "$(thousandths "$5")" "$(thousandths "$6")" "$7"
+  [ -z "${KRV_BENCH_FIGURES:-}" ] ||
+    printf '%s\t%s\t%s\t%s\t%s\t%s\t%s\n' "$1" "$(thousandths "$2")" "$(thousandths "$3")" "$(thousandths "$4")" \
+      "$(thousandths "$5")" "$(thousandths "$6")" "$7" >>"$KRV_BENCH_FIGURES"
+}
+
+# A row for a figure that has no yardstick but its target.
+report_value() { # name, value in thousandths, unit, target
+  printf '%-56s %9.3f %s, target %s\n' "$1" "$(thousandths "$2")" "$3" "$4"
+  [ -z "${KRV_BENCH_FIGURES:-}" ] ||
+    printf '%s\t%s\t\t\t\t\t%s\n' "$1" "$(thousandths "$2")" "$4" >>"$KRV_BENCH_FIGURES"
 }
 
 compare() {
@@ -51,7 +67,6 @@ compare() {
   mapfile -t our_times < <(compare_sorted "${our_times[@]}")
   mapfile -t yardstick_times < <(compare_sorted "${yardstick_times[@]}")
   mapfile -t ratios < <(compare_sorted "${ratios[@]}")
-  printf '%s: %d ms, yardstick %d ms, ratio %s (%s-%s), target %s\n' "$name" \
-    $((our_times[pairs / 2] / 1000)) $((yardstick_times[pairs / 2] / 1000)) "$(compare_ratio "${ratios[pairs / 2]}")" \
-    "$(compare_ratio "${ratios[0]}")" "$(compare_ratio "${ratios[-1]}")" "$target"
+  report "$name" "${our_times[pairs / 2]}" "${yardstick_times[pairs / 2]}" "${ratios[pairs / 2]}" "${ratios[0]}" \
+    "${ratios[-1]}" "$target"
 }

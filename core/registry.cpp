@@ -11,6 +11,7 @@
 #include <boost/interprocess/sync/file_lock.hpp>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -66,21 +67,24 @@ bool withLock(const fs::path& registry, Work work) {
   return work();
 }
 
-/// Calls `callback` with each valid record. A read error is a failure like one to open: taken for the end of the
-/// file, it would make the next write drop what could not be read.
+/// Calls `callback` with each valid record, which it may plunder. A read error is a failure like one to open: taken for
+/// the end of the file, it would make the next write drop what could not be read.
 template <typename Callback>
 bool readRecords(const fs::path& registry, Callback callback) {
   if (!Common::Filesystem::exists(registry))
     return true;
+  std::array<char, 65536> buffer;
   std::ifstream file;
+  file.rdbuf()->pubsetbuf(buffer.data(), buffer.size());
   // Only a regular file is sure to open without waiting and to end.
   if (Common::Filesystem::isRegularFile(registry))
     file.open(registry);
+  RegistryRecord record{};
   for (std::string line; std::getline(file, line);) {
     if (line.empty())
       continue;
-    if (std::optional<RegistryRecord> record = parseRecord(line))
-      callback(std::move(*record));
+    if (parseRecord(line, record))
+      callback(record);
     else
       LogMessage(LogLevel::Warning) << "Bad registry record found: '" << line << "'";
   }
@@ -145,7 +149,7 @@ bool Registry::writeRecord(const RegistryRecord& record) const {
   const fs::path registry = registryPath();
   return withLock(registry, [&] {
     std::vector<RegistryRecord> records;
-    if (!readRecords(registry, [&](RegistryRecord&& read) { records.push_back(std::move(read)); })) {
+    if (!readRecords(registry, [&](RegistryRecord& read) { records.push_back(std::move(read)); })) {
       LogMessage(LogLevel::Error) << "Couldn't load registry records";
       return false;
     }

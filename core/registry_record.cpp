@@ -4,8 +4,8 @@
 
 #include "driver/log/log_message.h"
 
-#include <boost/lexical_cast/try_lexical_convert.hpp>
-
+#include <charconv>
+#include <system_error>
 #include <unordered_map>
 #include <utility>
 
@@ -40,7 +40,6 @@ struct Fields {
   std::string_view event;
   std::string_view package;
   std::string_view keyId;
-  std::vector<std::string> previousKeys;
 };
 
 /// Calls `use` with each non-empty piece of `text` between the separators.
@@ -57,28 +56,41 @@ void split(std::string_view text, std::string_view separator, Use use) {
   }
 }
 
-/// When `piece` begins with `key`, puts the rest into `value`.
-bool take(std::string_view piece, std::string_view key, std::string_view& value) {
-  if (!piece.starts_with(key))
-    return false;
-  value = piece.substr(key.size());
-  return true;
-}
-
-void readPiece(std::string_view piece, Fields& fields) {
-  if (take(piece, timestampKey, fields.timestamp) || take(piece, eventKey, fields.event) ||
-      take(piece, packageKey, fields.package) || take(piece, keyIdKey, fields.keyId))
-    return;
-  std::string_view keys;
-  if (take(piece, previousKeysKey, keys))
-    split(keys, keySeparator, [&](std::string_view key) { fields.previousKeys.emplace_back(key); });
+void readPiece(std::string_view piece, Fields& fields, std::vector<std::string>& previousKeys) {
+  const std::size_t valueBegin = piece.find('=') + 1; // 0 without one, and there is no empty key
+  const std::string_view key = piece.substr(0, valueBegin);
+  const std::string_view value = piece.substr(valueBegin);
+  if (key == timestampKey)
+    fields.timestamp = value;
+  else if (key == eventKey)
+    fields.event = value;
+  else if (key == packageKey)
+    fields.package = value;
+  else if (key == keyIdKey)
+    fields.keyId = value;
+  else if (key == previousKeysKey)
+    split(value, keySeparator, [&](std::string_view previous) { previousKeys.emplace_back(previous); });
   else
     LogMessage(LogLevel::Warning) << "Registry record contains unknown key: " << piece;
 }
 
-std::nullopt_t reject(std::string_view reason, std::string_view subject = {}) {
+/// At most one sign, then digits and nothing else. std::from_chars() takes a minus but no plus, so that the plus goes
+/// first, and must not open the door to a minus behind it.
+std::optional<std::int64_t> parseTimestamp(std::string_view text) {
+  if (text.starts_with('+')) {
+    text.remove_prefix(1);
+    if (text.starts_with('-'))
+      return std::nullopt;
+  }
+  std::int64_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  return error == std::errc() && stop == end ? std::optional(value) : std::nullopt;
+}
+
+bool reject(std::string_view reason, std::string_view subject = {}) {
   LogMessage(LogLevel::Warning) << reason << subject;
-  return std::nullopt;
+  return false;
 }
 
 } // namespace
@@ -99,9 +111,10 @@ std::string toString(const RegistryRecord& record) {
   return line;
 }
 
-std::optional<RegistryRecord> parseRecord(std::string_view line) {
+bool parseRecord(std::string_view line, RegistryRecord& record) {
   Fields fields;
-  split(line, " ", [&](std::string_view piece) { readPiece(piece, fields); });
+  record.prevKeyIds.clear();
+  split(line, " ", [&](std::string_view piece) { readPiece(piece, fields, record.prevKeyIds); });
 
   if (fields.timestamp.empty())
     return reject("Registry record doesn't contains timestamp");
@@ -114,12 +127,22 @@ std::optional<RegistryRecord> parseRecord(std::string_view line) {
     return reject("Registry record doesn't contains package id");
   if (fields.keyId.empty())
     return reject("Registry record doesn't contains key id");
-  std::int64_t timestamp = 0;
-  if (!boost::conversion::try_lexical_convert(fields.timestamp.data(), fields.timestamp.size(), timestamp))
+  const std::optional<std::int64_t> timestamp = parseTimestamp(fields.timestamp);
+  if (!timestamp)
     return reject("Couldn't parse timestamp from registry record: ", fields.timestamp);
 
-  return RegistryRecord{event->second, timestamp, std::string(fields.package), std::string(fields.keyId),
-                        std::move(fields.previousKeys)};
+  record.event = event->second;
+  record.timestamp = *timestamp;
+  record.packageId = fields.package;
+  record.keyId = fields.keyId;
+  return true;
+}
+
+std::optional<RegistryRecord> parseRecord(std::string_view line) {
+  std::optional<RegistryRecord> record(std::in_place);
+  if (!parseRecord(line, *record))
+    record.reset();
+  return record;
 }
 
 } // namespace Core::KRV

@@ -35,4 +35,8 @@ std::string toString(const RegistryRecord& record);
 /// is worth a warning line and nothing more. Never throws for bad input.
 std::optional<RegistryRecord> parseRecord(std::string_view line);
 
+/// As above, into a record whose memory is used again: for many lines in a row. False for a line that is none; what
+/// `record` holds then is of no use.
+bool parseRecord(std::string_view line, RegistryRecord& record);
+
 } // namespace Core::KRV

@@ -34,17 +34,26 @@ std::optional<PackageFacts> readFacts(const std::filesystem::path& path) {
   }
 }
 
-/// The registry's records. A failed read leaves the cache empty, so that the next package tries again.
-std::span<const RegistryRecord> registryRecords(RegistryCache& cache) {
-  if (!cache) {
-    std::vector<RegistryRecord> records;
-    if (!Core::KRV::Registry().foreachRecord([&](const RegistryRecord& record) { records.push_back(record); })) {
-      LogMessage(LogLevel::Error) << "Failed to read records from krv registry";
-      return {};
-    }
-    cache = std::move(records);
-  }
-  return *cache;
+/// False when the registry cannot be read. The cache stays empty then, so that the next package tries again.
+bool fillCache(RegistryCache& cache) {
+  RegistryCache::value_type removals;
+  const bool isRead = Core::KRV::Registry().foreachRecord([&](const RegistryRecord& record) {
+    // Nothing else decides about a package, and a registry may hold a hundred times as many installations.
+    if (record.event == RegistryRecord::Event::Remove)
+      removals[record.packageId].push_back(record);
+  });
+  if (isRead)
+    cache = std::move(removals);
+  else
+    LogMessage(LogLevel::Error) << "Failed to read records from krv registry";
+  return isRead;
+}
+
+std::span<const RegistryRecord> removalsOf(const std::string& name, RegistryCache& cache) {
+  if (!cache && !fillCache(cache))
+    return {};
+  const auto found = cache->find(name);
+  return found == cache->end() ? std::span<const RegistryRecord>() : found->second;
 }
 
 void logComparison(VersionComparison comparison, const std::string& version, const std::filesystem::path& path) {
@@ -92,8 +101,8 @@ PreinstallOutcome preinstallPackage(KrvProxy& proxy, const std::filesystem::path
     return skip(packagePath);
 
   const std::optional<InstalledPackage> installed = proxy.getPackage(facts->name);
-  const auto records = installed ? std::span<const RegistryRecord>() : registryRecords(registryCache);
-  const Verdict verdict = decide(*facts, installed, records);
+  const auto removals = installed ? std::span<const RegistryRecord>() : removalsOf(facts->name, registryCache);
+  const Verdict verdict = decide(*facts, installed, removals);
   if (verdict.comparison)
     logComparison(*verdict.comparison, facts->version, packagePath);
   if (!verdict.isInstallationDue()) {
