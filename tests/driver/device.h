@@ -45,7 +45,7 @@ public:
 
   Support::RpmSandbox& rpm() { return m_rpm; }
   Support::PrivateBus& bus() { return m_bus; }
-  Support::ScriptedService& service() { return *m_service; }
+  Support::ScriptedService& service() const { return *m_service; }
   void removeService() { m_service.reset(); }
 
 private:
