@@ -38,13 +38,6 @@ enum class Fate {
   Either,    ///< offered or skipped: the damage may lie where nobody looks
 };
 
-/// The most address space that the tool may take for this, in KiB. AddressSanitizer takes terabytes.
-#ifdef __SANITIZE_ADDRESS__
-const std::string addressSpace = "unlimited";
-#else
-const std::string addressSpace = "250000";
-#endif
-
 constexpr std::size_t leadSize = 96;
 
 /// A pre-install directory that somebody filled to do harm.
@@ -93,7 +86,6 @@ protected:
   void addOddNames();
   void addSpecialFiles();
 
-  Device::Run run();
   void checkOutcomes(std::string_view log) const;
 
   std::mt19937::result_type m_seed;
@@ -268,13 +260,6 @@ void HostileDirectory::addSpecialFiles() {
   fs::permissions(in("locked"), fs::perms::none);
 }
 
-Device::Run HostileDirectory::run() {
-  const std::string limits = "ulimit -n 64 && ulimit -v " + addressSpace + " && exec \"$0\"";
-  Support::Process tool({"sh", "-c", limits, Support::program("krv-pre-installer")},
-                        {{"KRV_ROOT_FS", m_device.root().string()}});
-  return Device::finish(tool);
-}
-
 /// Takes `text` off the front of `log`.
 bool take(std::string_view& log, std::string_view text) {
   if (!log.starts_with(text))
@@ -350,7 +335,7 @@ TEST_F(HostileDirectory, KeepsNoGoodPackageFromBeingInstalled) {
   ASSERT_EQ(m_fates.size(), 2000U);
   SCOPED_TRACE("KRV_HOSTILE_SEED=" + std::to_string(m_seed));
 
-  const Device::Run run = this->run();
+  const Device::Run run = m_device.runWithin(244);
   EXPECT_EQ(run.status, 0);
   checkOutcomes(run.log);
 }
@@ -358,7 +343,7 @@ TEST_F(HostileDirectory, KeepsNoGoodPackageFromBeingInstalled) {
 TEST_F(HostileDirectory, CannotBeListedWithALinkThatLeadsNowhere) {
   addGood(1);
   fs::create_symlink("loop", in("loop"));
-  const Device::Run run = this->run();
+  const Device::Run run = m_device.run();
   EXPECT_EQ(run.log, "[E] filesystem error: cannot get file time: Too many levels of symbolic links [" +
                          in("loop").string() +
                          "]\n[E] Couldn't read directory: " + m_device.preinstallDirectory().string() +
