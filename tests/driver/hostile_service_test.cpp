@@ -187,7 +187,7 @@ TEST_F(HostileServiceOnAWideBus, MayAnswerWith64MebibytesOfEntries) {
   for (std::size_t i = 0; i < 64 * mebibyte / 24; ++i)
     entries.emplace_back(std::to_string(1'000'000 + i), "");
   onQuery().answer(entries);
-  const auto run = m_device.runWithin(700);
+  const auto run = m_device.runWithin(300);
   expectLog(run, "[E] Failed to determinate package version: " + first.stem().string() + "\n" + installedLine(first));
 }
 
