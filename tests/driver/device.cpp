@@ -6,6 +6,16 @@
 
 #include <algorithm>
 
+bool Device::isSanitized() {
+#if defined(__SANITIZE_ADDRESS__) // gcc's way to say it; the other one is clang's
+  return true;
+#elif defined(__has_feature)
+  return __has_feature(address_sanitizer);
+#else
+  return false;
+#endif
+}
+
 Device::Device(std::size_t largestMessage) : m_bus(largestMessage) {
   std::filesystem::create_directories(preinstallDirectory());
 }
@@ -57,11 +67,7 @@ Device::Run Device::run(const Support::Environment& environment, const std::file
 }
 
 Device::Run Device::runWithin(std::size_t megabytes) {
-#ifdef __SANITIZE_ADDRESS__
-  const std::string memory = "unlimited";
-#else
-  const std::string memory = std::to_string(megabytes * 1024);
-#endif
+  const std::string memory = isSanitized() ? "unlimited" : std::to_string(megabytes * 1024);
   Support::Process tool(
       {"sh", "-c", "ulimit -n 64 && ulimit -v " + memory + " && exec \"$0\"", Support::program("krv-pre-installer")},
       {{"KRV_ROOT_FS", root().string()}});

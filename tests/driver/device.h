@@ -23,6 +23,9 @@ public:
     std::optional<long> seconds; ///< that number; nothing when there is no such line
   };
 
+  /// Whether the programs are built with AddressSanitizer.
+  static bool isSanitized();
+
   explicit Device(std::size_t largestMessage = 32 * 1024 * 1024);
 
   std::filesystem::path root() const { return m_rpm.path() / "root"; }
