@@ -150,9 +150,9 @@ void HostileDirectory::addFlipped(int count) {
     case 0:
       addFlip(0, leadSize, Fate::Either);
       break;
-    case 1:
+    case 1: // the magic of the signature header
       addFlip(leadSize, leadSize + 8, Fate::Skipped);
-      break; // the magic of the signature header
+      break;
     case 2:
       addFlip(leadSize + 8, main, Fate::Either);
       break;
