@@ -17,8 +17,21 @@ namespace {
 
 constexpr std::chrono::microseconds installationTimeLimit{300'000'000};
 
-/// The answer keeps the first of several entries with one key: that is how the library fills a map.
-using Answer = std::map<std::string, std::string>;
+/// What is kept of an answer: of each key the first entry. An answer may have millions of others.
+struct Answer {
+  std::optional<std::string> version;
+  std::optional<std::string> developerKeyId;
+};
+
+sdbus::Message& operator>>(sdbus::Message& message, Answer& answer) {
+  return message.deserializeDictionary<std::string, std::string>([&](auto entry) {
+    auto& [key, value] = entry;
+    if (key == BusNames::versionKey && !answer.version)
+      answer.version = std::move(value);
+    else if (key == BusNames::developerKeyIdKey && !answer.developerKeyId)
+      answer.developerKeyId = std::move(value);
+  });
+}
 
 /// The bus itself answers these two calls. Only a name without an owner may be started: for a running service that
 /// no .service file describes, the start alone fails as if nobody provided the name.
@@ -34,18 +47,16 @@ void ensureServiceIsThere(sdbus::IConnection& connection) {
     bus->callMethod("StartServiceByName").onInterface(busInterface).withArguments(BusNames::service, noFlags);
 }
 
-std::optional<InstalledPackage> packageFrom(const Answer& answer, const std::string& name) {
-  const auto version = answer.find(BusNames::versionKey);
-  if (version == answer.end()) {
+std::optional<InstalledPackage> packageFrom(Answer answer, const std::string& name) {
+  if (!answer.version) {
     LogMessage(LogLevel::Error) << "Failed to determinate package version: " << name;
     return std::nullopt;
   }
-  const auto keyId = answer.find(BusNames::developerKeyIdKey);
-  if (keyId == answer.end()) {
+  if (!answer.developerKeyId) {
     LogMessage(LogLevel::Error) << "Failed to determinate package developer key id: " << name;
     return std::nullopt;
   }
-  return InstalledPackage{version->second, keyId->second};
+  return InstalledPackage{std::move(*answer.version), std::move(*answer.developerKeyId)};
 }
 
 std::map<std::string, sdbus::Variant> installationOptions() {
@@ -82,7 +93,7 @@ std::optional<InstalledPackage> KrvProxy::getPackage(const std::string& name) co
         .onInterface(BusNames::interface)
         .withArguments(name)
         .storeResultsTo(answer);
-    return packageFrom(answer, name);
+    return packageFrom(std::move(answer), name);
   } catch (const sdbus::Error& error) {
     if (Common::fromDBusName(error.getName()) != Common::ErrorCode::PackageNotExist) {
       LogMessage(LogLevel::Error) << error.getMessage();

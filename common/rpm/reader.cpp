@@ -8,7 +8,13 @@
 #include <rpm/rpmlib.h>
 #include <rpm/rpmtag.h>
 
+#include <array>
 #include <filesystem>
+#include <optional>
+
+#include <arpa/inet.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace Common::Rpm {
 
@@ -31,6 +37,32 @@ FileHandle openPackage(const std::string& path) {
   return file;
 }
 
+/// The size of the header whose intro (magic, number of entries, size of the data) is at `offset`; nothing when the
+/// file ends before.
+std::optional<off_t> headerSize(int file, off_t offset) {
+  constexpr off_t entrySize = 16;
+  std::array<std::uint32_t, 4> intro{};
+  if (pread(file, intro.data(), sizeof intro, offset) != sizeof intro)
+    return std::nullopt;
+  return off_t{sizeof intro} + entrySize * ntohl(intro[2]) + ntohl(intro[3]);
+}
+
+/// Whether the file holds the headers that it claims to have, and no main header beyond measure. librpm takes memory
+/// for what is claimed before it reads, up to 64 and 256 MiB, and ends the process when there is none.
+bool hasReadableSize(int file) {
+  constexpr off_t leadSize = 96;
+  // The name of a package is sent over the bus, which cuts the connection of who sends more than 32 MiB: one package
+  // would take all that follow with it.
+  constexpr off_t largestHeader = 31 * 1024 * 1024;
+  struct stat status {};
+  const std::optional<off_t> signatureHeader = headerSize(file, leadSize);
+  if (!signatureHeader || fstat(file, &status) != 0)
+    return false;
+  const off_t begin = leadSize + (*signatureHeader + 7) / 8 * 8;
+  const std::optional<off_t> header = headerSize(file, begin);
+  return header && *header <= largestHeader && *header <= status.st_size - begin;
+}
+
 /// A transaction set that shares one keyring with all others. Left alone, each set would load the keyring from the RPM
 /// database at its first use, which costs many times more than reading a package.
 TransactionSetHandle transactionSet() {
@@ -45,6 +77,8 @@ TransactionSetHandle transactionSet() {
 }
 
 HeaderHandle readHeader(const FileHandle& file, const std::string& path) {
+  if (!hasReadableSize(Fileno(file.get())))
+    throw Error(ErrorCode::BadPackageFileFormat, "Couldn't read rpm package");
   const TransactionSetHandle set = transactionSet();
   Header found = nullptr;
   const rpmRC result = rpmReadPackageFile(set.get(), file.get(), path.c_str(), &found);

@@ -24,7 +24,7 @@ public:
   /// Opens the package file at `path`, links followed, and reads its header; whether signatures and digests have to
   /// hold is up to RPM's configuration. Blocks for the disk alone: what is not a regular file is never opened.
   /// Throws Common::Error: FileNotFound "Couldn't open rpm package"; BadPackageFileFormat "Couldn't read rpm package",
-  /// also for a package whose signing key is not imported.
+  /// also for a package whose signing key is not imported and for a main header of more than 31 MiB.
   explicit Reader(const std::string& path);
 
   /// Wraps a header that an RPM database iterator owns; the reader must not outlive the iterator's step.

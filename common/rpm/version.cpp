@@ -6,7 +6,16 @@
 
 namespace Common::Rpm {
 
+namespace {
+
+/// librpm copies what it compares onto the stack, and a version of some megabytes ends the process.
+constexpr std::size_t longestVersion = 64 * 1024;
+
+} // namespace
+
 VersionComparison compareVersions(const std::string& candidate, const std::string& installed) {
+  if (candidate.size() > longestVersion || installed.size() > longestVersion)
+    return VersionComparison::Unparsable;
   const VersionHandle first = ownVersion(rpmverParse(candidate.c_str()));
   const VersionHandle second = ownVersion(rpmverParse(installed.c_str()));
   if (!first || !second)

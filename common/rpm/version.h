@@ -9,7 +9,7 @@ namespace Common::Rpm {
 enum class VersionComparison {
   Newer,
   LowerOrEqual,
-  Unparsable, ///< one of the two is no version to RPM
+  Unparsable, ///< one of the two is no version to RPM, or longer than 64 KiB
   Unexpected, ///< RPM's comparison gave none of -1, 0 and 1
 };
 

@@ -23,7 +23,10 @@ public:
     std::optional<long> seconds; ///< that number; nothing when there is no such line
   };
 
-  Device();
+  /// Whether the programs are built with AddressSanitizer.
+  static bool isSanitized();
+
+  explicit Device(std::size_t largestMessage = 32 * 1024 * 1024);
 
   std::filesystem::path root() const { return m_rpm.path() / "root"; }
   std::filesystem::path preinstallDirectory() const { return root() / "usr/share/krv/pre-install-apps"; }
@@ -38,6 +41,9 @@ public:
 
   /// Runs the tool to its end.
   Run run(const Support::Environment& environment = {}, const std::filesystem::path& workingDirectory = ".");
+  /// Runs the tool with 64 descriptors and so much memory (address space; not under AddressSanitizer, which takes
+  /// terabytes of it).
+  Run runWithin(std::size_t megabytes);
   /// Starts the tool; finish() waits for its end.
   std::unique_ptr<Support::Process> start(const Support::Environment& environment = {},
                                           const std::filesystem::path& workingDirectory = ".");
@@ -45,7 +51,7 @@ public:
 
   Support::RpmSandbox& rpm() { return m_rpm; }
   Support::PrivateBus& bus() { return m_bus; }
-  Support::ScriptedService& service() { return *m_service; }
+  Support::ScriptedService& service() const { return *m_service; }
   void removeService() { m_service.reset(); }
 
 private:

@@ -45,10 +45,6 @@ std::size_t padded(std::size_t size) {
   return (size + 7) / 8 * 8;
 }
 
-std::size_t mainHeaderOffset(const std::string& package) {
-  return leadSize + padded(headerSize(package, leadSize));
-}
-
 /// The least that a signature header may hold: the size of what follows it.
 std::string leastSignatureHeader(std::size_t contentSize) {
   std::string header = std::string(magic) + asBytes(1) + asBytes(4) + asBytes(RPMSIGTAG_SIZE) +
@@ -74,6 +70,10 @@ void writeContent(const std::filesystem::path& package, const std::string& befor
 }
 
 } // namespace
+
+std::size_t mainHeaderOffset(const std::string& package) {
+  return leadSize + padded(headerSize(package, leadSize));
+}
 
 std::size_t payloadOffset(const std::string& package) {
   const std::size_t main = mainHeaderOffset(package);

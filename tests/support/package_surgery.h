@@ -13,8 +13,11 @@
 
 namespace Support {
 
-/// Where the payload of a package with these bytes begins: behind the lead, the signature header with its padding, and
-/// the main header.
+/// Where the main header of a package with these bytes begins: behind the lead and the signature header with its
+/// padding.
+std::size_t mainHeaderOffset(const std::string& package);
+
+/// Where the payload of a package with these bytes begins: behind the main header.
 std::size_t payloadOffset(const std::string& package);
 
 /// Makes a tag of the main header absent, in place, by giving its entry a number that nobody asks for. All signatures

@@ -31,12 +31,16 @@ std::string escaped(const std::string& path) {
 }
 
 /// The folder of services is relative to the configuration file.
-std::string configuration(const std::filesystem::path& socket) {
+std::string configuration(const std::filesystem::path& socket, std::size_t largestMessage) {
+  const std::string size = std::to_string(largestMessage);
   return "<busconfig>\n"
          "  <listen>unix:path=" +
          escaped(socket.string()) +
          "</listen>\n"
          "  <auth>EXTERNAL</auth>\n"
+         "  <limit name=\"max_message_size\">" +
+         size +
+         "</limit>\n"
          "  <servicedir>services</servicedir>\n"
          "  <policy context=\"default\">\n"
          "    <allow user=\"*\"/>\n"
@@ -49,9 +53,9 @@ std::string configuration(const std::filesystem::path& socket) {
 
 } // namespace
 
-PrivateBus::PrivateBus() {
+PrivateBus::PrivateBus(std::size_t largestMessage) {
   const std::filesystem::path configurationFile = m_directory / "bus.conf";
-  writeFile(configurationFile, configuration(m_directory / "socket"));
+  writeFile(configurationFile, configuration(m_directory / "socket", largestMessage));
   std::filesystem::create_directory(m_directory / "services");
   m_daemon = std::make_unique<Process>(std::vector<std::string>{
       "dbus-daemon", "--nofork", "--nopidfile", "--print-address", "--config-file=" + configurationFile.string()});

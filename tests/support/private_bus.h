@@ -6,6 +6,7 @@
 #include "tests/support/process.h"
 #include "tests/support/temp_directory.h"
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -16,7 +17,9 @@ namespace Support {
 /// allows everything to everybody and knows no service that it could start until provide() names one.
 class PrivateBus {
 public:
-  PrivateBus();
+  /// The bus cuts the connection of who sends it a message of more than `largestMessage` bytes. 32 MiB is what a
+  /// dbus-daemon allows that nobody configured.
+  explicit PrivateBus(std::size_t largestMessage = 32 * 1024 * 1024);
 
   const std::string& address() const { return m_address; }
 

@@ -64,7 +64,8 @@ class ScriptedService::Worker {
 public:
   explicit Worker(ScriptedService& service) : m_service(service), m_bus(connect()) {
     checked(sd_bus_add_filter(m_bus.get(), nullptr, &collect, &m_arrived), "the service cannot listen");
-    checked(sd_bus_request_name(m_bus.get(), serviceName, 0), "the service cannot take its name");
+    checked(sd_bus_request_name(m_bus.get(), serviceName, service.m_claim == Claim::OrWait ? SD_BUS_NAME_QUEUE : 0),
+            "the service cannot take its name");
   }
 
   /// Until the service leaves, dies or loses the bus.
@@ -161,7 +162,7 @@ private:
   Bus m_bus; // goes first: it still knows the filter
 };
 
-ScriptedService::ScriptedService() : m_wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+ScriptedService::ScriptedService(Claim claim) : m_claim(claim), m_wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   onGetPackage().fail("velta.KRV.Error.PackageNotExist", "The package does not exist");
   onInstall().succeed();
   arrive();

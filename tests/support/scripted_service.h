@@ -36,8 +36,11 @@ public:
   using Dictionary = std::vector<std::pair<std::string, std::string>>;
   class Script;
 
-  /// Returns when the service has its name. Throws without a bus, and when the name is taken.
-  ScriptedService();
+  /// What to do when another one has the name.
+  enum class Claim { OrThrow, OrWait };
+
+  /// Returns when the service has its name, or its place behind who has it now. Throws without a bus.
+  explicit ScriptedService(Claim claim = Claim::OrThrow);
   ~ScriptedService();
   ScriptedService(const ScriptedService&) = delete;
   ScriptedService& operator=(const ScriptedService&) = delete;
@@ -87,6 +90,7 @@ private:
   bool m_mustNudge = false;
   bool m_mustLeave = false;
 
+  Claim m_claim;
   int m_wakeUp; ///< an eventfd
   std::thread m_thread;
 };

@@ -20,7 +20,14 @@ struct SignedData {
   std::shared_ptr<const Certificate::Impl> certificate;
 };
 
-/// Takes one message in DER off the front of `bytes`; null when what stands there is anything else.
+/// True when a key in `bytes` may define a curve (SpecifiedECDomain of X9.62, whose field has an identifier under
+/// 1.2.840.10045.1) instead of naming one. OpenSSL decodes every key at once, and a compressed point on a field made
+/// for the purpose keeps it busy for a tenth of a second. The keys of certificates have to name their curve anyway (RFC
+/// 5480, section 2.1.1).
+bool mayDefineCurves(std::string_view bytes);
+
+/// Takes one message in DER off the front of `bytes`; null when what stands there is anything else, and when
+/// mayDefineCurves(bytes).
 std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes);
 
 /// The content that the message carries in itself; none when it is detached.

@@ -41,7 +41,8 @@ bool findContainer(std::string_view entries, std::uint32_t dataSize, PackagePart
     const std::uint32_t type = number(entries, 4);
     const std::uint32_t offset = number(entries, 8);
     const std::uint32_t size = number(entries, 12);
-    if (parts.container || type != binaryType || size == 0 || offset > dataSize || size > dataSize - offset)
+    if (parts.container || type != binaryType || size == 0 || size > maximalContainer || offset > dataSize ||
+        size > dataSize - offset)
       return false;
     parts.container = {.offset = dataOffset + offset, .size = size};
   }

@@ -25,6 +25,10 @@ inline constexpr off_t leadSize = 96;
 inline constexpr std::uint32_t maximalEntries = 32;
 inline constexpr std::uint32_t maximalData = 64 * 1024 * 1024;
 
+/// The most bytes of signatures that are read of a package. A few signatures with their chains take some kilobytes;
+/// what OpenSSL does with this many bytes, chosen to keep it busy, takes about a second.
+inline constexpr std::uint32_t maximalContainer = 256 * 1024;
+
 /// Where the parts of a package lie in its file.
 struct PackageParts {
   struct Container {
@@ -41,7 +45,7 @@ struct PackageParts {
 FileDescriptor openRegularFile(const std::string& path);
 
 /// Looks at the lead and the signature header; nothing when the file is no package, is cut off before the content, or
-/// has a container of another type or two of them.
+/// has a container of another type, one that is too large, or two of them.
 std::optional<PackageParts> locateParts(int file);
 
 /// The `size` bytes at `offset`, which have to lie inside the file; nothing when they cannot be read.

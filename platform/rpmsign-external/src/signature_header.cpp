@@ -96,9 +96,9 @@ std::string rewriteSignatureHeader(int file, const PackageParts& parts, std::str
   HeaderPtr tags = importTags(*blob);
   const std::size_t originalSize = sizeOf(tags.get());
   headerDel(tags.get(), static_cast<rpmTagVal>(containerTag));
-  if (container.size() > maximalData)
-    throw SigningError("its signatures would have " + std::to_string(container.size()) +
-                       " bytes, and RPM reads at most " + std::to_string(maximalData));
+  if (container.size() > maximalContainer)
+    throw SigningError("its signatures would have " + std::to_string(container.size()) + " bytes, and at most " +
+                       std::to_string(maximalContainer) + " are read");
   if (!container.empty())
     putBinary(tags.get(), containerTag, container);
   adjustReservedSpace(tags.get(), originalSize);

@@ -123,7 +123,10 @@ std::string makeDetached(const OpenPackage& package, const Signer& signer) {
     failWithErrno("it cannot be read", errno);
   if (CMS_dataFinal(message.get(), digest.get()) != 1)
     failToSign();
-  return toDer(message.get());
+  std::string made = toDer(message.get());
+  if (mayDefineCurves(made))
+    throw SigningError("a key defines its curve, and has to name it");
+  return made;
 }
 
 void replace(const std::string& path, const OpenPackage& package, std::string_view container) {

@@ -165,6 +165,38 @@ TEST_F(RpmReader, RefusesAPackageCutAnywhereBeforeItsPayload) {
   }
 }
 
+TEST_F(RpmReader, RefusesClaimsThatTheFileDoesNotFulfil) {
+  const std::string whole = readFile(package());
+  const std::size_t main = Support::mainHeaderOffset(whole);
+  for (const std::size_t header : {std::size_t{96}, main}) {
+    for (const std::size_t number : {header + 8, header + 12}) {
+      for (const char* value : {"\x0f\xff\xff\xff", "\x03\xff\xff\xff", "\x7f\xff\xff\xff", "\xff\xff\xff\xff"}) {
+        SCOPED_TRACE(number);
+        writeFile(package(), std::string(whole).replace(number, 4, value));
+        expectUnreadable(package());
+      }
+    }
+  }
+}
+
+TEST_F(RpmReader, ReadsAMainHeaderOf31Megabytes) {
+  // The label stands last in the header, which grows with it byte by byte.
+  const auto labelPackage = [&](std::size_t size) {
+    Support::changeHeader(package(), [&](Header header) {
+      headerDel(header, RPMTAG_MODULARITYLABEL);
+      headerPutString(header, RPMTAG_MODULARITYLABEL, std::string(size, 'x').c_str());
+    });
+    const std::string bytes = readFile(package());
+    return payloadOffset(bytes) - Support::mainHeaderOffset(bytes);
+  };
+  constexpr std::size_t limit = 31 * 1024 * 1024;
+  const std::size_t others = labelPackage(1) - 1;
+  ASSERT_EQ(labelPackage(limit - others), limit);
+  EXPECT_EQ(Reader(package().string()).tag(RPMTAG_MODULARITYLABEL).size(), limit - others);
+  ASSERT_EQ(labelPackage(limit - others + 1), limit + 1);
+  expectUnreadable(package());
+}
+
 TEST_F(RpmReader, ReadsAPackageCutInsideItsPayload) {
   const std::string whole = readFile(package());
   const std::filesystem::path cut = m_sandbox.path() / "cut.rpm";

@@ -15,14 +15,14 @@ struct Case {
   VersionComparison expected;
 };
 
-class Versions : public testing::TestWithParam<Case> {};
+class VersionTable : public testing::TestWithParam<Case> {};
 
-TEST_P(Versions, AreComparedByTheRulesOfRpm) {
+TEST_P(VersionTable, AreComparedByTheRulesOfRpm) {
   EXPECT_EQ(compareVersions(GetParam().candidate, GetParam().installed), GetParam().expected)
       << GetParam().candidate << " against " << GetParam().installed;
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, Versions,
+INSTANTIATE_TEST_SUITE_P(Table, VersionTable,
                          testing::Values(Case{"1.0-1", "1.0-1", VersionComparison::LowerOrEqual},
                                          Case{"1.0-2", "1.0-1", VersionComparison::Newer},
                                          Case{"1.0-1", "1.0-2", VersionComparison::LowerOrEqual},
@@ -34,5 +34,15 @@ INSTANTIATE_TEST_SUITE_P(Table, Versions,
                                          Case{"1.0-1", "", VersionComparison::Unparsable},
                                          Case{"", "1.0-1", VersionComparison::Unparsable},
                                          Case{"", "", VersionComparison::Unparsable}));
+
+TEST(Versions, OfMoreThan64KibibytesAreNotCompared) {
+  const std::string longest(64 * 1024, '1');
+  EXPECT_EQ(compareVersions(longest, "1.0-1"), VersionComparison::Newer);
+  EXPECT_EQ(compareVersions("1.0-1", longest), VersionComparison::LowerOrEqual);
+  for (const std::size_t size : {longest.size() + 1, std::size_t{40} * 1024 * 1024}) {
+    EXPECT_EQ(compareVersions(std::string(size, '1'), "1.0-1"), VersionComparison::Unparsable);
+    EXPECT_EQ(compareVersions("1.0-1", std::string(size, '1')), VersionComparison::Unparsable);
+  }
+}
 
 } // namespace

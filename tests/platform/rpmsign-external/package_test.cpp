@@ -53,6 +53,13 @@ std::string replaced(std::string bytes, std::string_view from, std::string_view 
   return bytes.replace(bytes.find(from), from.size(), to);
 }
 
+std::string bigEndian(std::size_t value) {
+  std::string bytes;
+  for (int shift = 24; shift >= 0; shift -= 8)
+    bytes += static_cast<char>(value >> shift & 0xFF);
+  return bytes;
+}
+
 std::string flipped(std::string bytes, std::size_t bit) {
   bytes.at(bit / 8) = static_cast<char>(bytes.at(bit / 8) ^ (1 << bit % 8));
   return bytes;

@@ -49,5 +49,8 @@ private:
 /// `bytes` with one occurrence of `from` replaced, which has to be there.
 std::string replaced(std::string bytes, std::string_view from, std::string_view to);
 
+/// A number as headers hold it, in four bytes.
+std::string bigEndian(std::size_t value);
+
 /// `bytes` with one bit changed.
 std::string flipped(std::string bytes, std::size_t bit);

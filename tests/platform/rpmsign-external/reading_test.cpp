@@ -17,13 +17,7 @@ constexpr std::size_t entryCountOffset = 104;
 constexpr std::size_t dataSizeOffset = 108;
 constexpr std::size_t firstEntryOffset = 112;
 constexpr std::string_view containerTag{"\x4b\x52\x56\x43", 4};
-
-std::string bigEndian(std::uint32_t value) {
-  std::string bytes;
-  for (int shift = 24; shift >= 0; shift -= 8)
-    bytes += static_cast<char>(value >> shift & 0xFF);
-  return bytes;
-}
+constexpr std::size_t mostSignatures = 256 * 1024;
 
 class Reading : public PackageTest {
 protected:
@@ -201,14 +195,46 @@ TEST_F(Reading, RefusesTwoCertificatesThatCouldBothBeTheSigners) {
   EXPECT_TRUE(readsAs(opensslCms({"SIGNER:alice", "-certfile", pki().certificate("ca").string()})));
 }
 
-TEST_F(Reading, TakesThousandsOfSignatures) {
+TEST_F(Reading, TakesAsManySignaturesAsThereIsRoomFor) {
   Support::sign(package(), "alice");
   const std::string one = container();
+  const std::size_t count = mostSignatures / one.size();
   std::string many;
-  for (int i = 0; i < 2000; ++i)
+  for (std::size_t i = 0; i < count; ++i)
     many += one;
   EXPECT_TRUE(readsAs(many));
-  EXPECT_EQ(FileWithCmses::fromPath(package())->cmses().size(), 2000U);
+  EXPECT_EQ(FileWithCmses::fromPath(package())->cmses().size(), count);
+}
+
+TEST_F(Reading, RefusesMoreSignaturesThanCostASecond) {
+  Support::sign(package(), "alice");
+  const std::string one = container();
+  // All of them are good, and they lie where a reader looks for them.
+  std::string header("\x8e\xad\xe8\x01\0\0\0\0\0\0\0\1", 12);
+  std::string many;
+  while (many.size() <= mostSignatures)
+    many += one;
+  const std::string size = bigEndian(many.size());
+  header += size + std::string(containerTag) + bigEndian(7) + bigEndian(0) + size + many;
+  header.resize((header.size() + 7) / 8 * 8);
+  const std::string file = Support::readFile(package());
+  const auto content = static_cast<std::size_t>(PackageSignatures::packageLayout(package()).contentOffset);
+  Support::writeFile(package(), file.substr(0, 96) + header + file.substr(content));
+  EXPECT_FALSE(isReadable());
+}
+
+TEST_F(Reading, RefusesAKeyThatDefinesItsCurve) {
+  for (const char* curve : {"P-256", "sect571r1"}) {
+    for (const char* encoding : {"named_curve", "explicit"}) {
+      Support::runOrThrow({"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                           std::string("ec_paramgen_curve:") + curve, "-pkeyopt",
+                           std::string("ec_param_enc:") + encoding, "-noenc", "-keyout", inSandbox("rogue.key"),
+                           "-subj", "/CN=Curve", "-out", inSandbox("rogue.pem")});
+      EXPECT_EQ(readsAs(opensslCms({"SIGNER:alice", "-certfile", inSandbox("rogue.pem")})),
+                std::string_view(encoding) == "named_curve")
+          << curve << " " << encoding;
+    }
+  }
 }
 
 TEST_F(Reading, SurvivesEveryFlippedBitOfTheHeader) {
