@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iostream>
+#include <stdexcept>
 
 #include <signal.h>
 
@@ -16,6 +17,7 @@ using Support::SupervisedResult;
 
 struct Tally {
   std::size_t faults = 0;
+  std::size_t leftOut = 0;
   std::size_t kills = 0;
   std::size_t failures = 0;
 };
@@ -52,8 +54,12 @@ public:
 
   void disturbEach() {
     for (std::size_t i = 0; i < m_calls.size(); ++i) {
-      for (const int error : m_calls[i].errors)
-        disturb({.call = i, .kind = Fault::Kind::Error, .error = error}, m_tally.faults);
+      for (const int error : m_calls[i].errors) {
+        if (m_operation.leaveOut && m_operation.leaveOut(m_calls[i], error))
+          ++m_tally.leftOut;
+        else
+          disturb({.call = i, .kind = Fault::Kind::Error, .error = error}, m_tally.faults);
+      }
       disturb({.call = i, .kind = Fault::Kind::KillBefore}, m_tally.kills);
       disturb({.call = i, .kind = Fault::Kind::KillAfter}, m_tally.kills);
     }
@@ -61,7 +67,8 @@ public:
 
   std::string report() const {
     return std::to_string(m_calls.size()) + " calls, " + std::to_string(m_tally.faults) + " faults, " +
-           std::to_string(m_tally.kills) + " kills, " + std::to_string(m_tally.failures) + " failures";
+           std::to_string(m_tally.leftOut) + " left out, " + std::to_string(m_tally.kills) + " kills, " +
+           std::to_string(m_tally.failures) + " failures";
   }
 
 private:
@@ -75,7 +82,12 @@ private:
     SCOPED_TRACE("call " + std::to_string(fault.call + 1) + " of " + std::to_string(m_calls.size()) + ", " + call.name +
                  " " + call.path + ": " + describe(fault));
     const int before = failuresSoFar();
-    const SupervisedResult result = run(fault);
+    SupervisedResult result;
+    try {
+      result = run(fault);
+    } catch (const std::runtime_error& error) {
+      ADD_FAILURE() << error.what();
+    }
     SCOPED_TRACE("it said: " + result.process.output + result.process.errors);
     ++count;
     EXPECT_TRUE(result.calls.size() > fault.call && result.calls[fault.call].name == call.name)

@@ -34,6 +34,8 @@ struct Operation {
   std::function<void(const Disturbed&)> checkDisturbed;
   /// The calls on files of the folder that one run cannot do without, and how many of each.
   std::map<std::string, std::size_t> atLeast;
+  /// Says of which errors it is known that the operation, or a library behind it, does not survive them.
+  std::function<bool(const Support::SeenCall&, int error)> leaveOut = {};
 };
 
 /// A test of an operation: every fault at every system call.

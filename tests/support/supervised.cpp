@@ -117,7 +117,7 @@ public:
       : m_listener(listener), m_process(process), m_folder(folder.filename().string()), m_fault(fault) {}
 
   void serveUntilTheEnd() {
-    constexpr int silence = 60'000;
+    constexpr int silence = 20'000;
     pollfd ready{.fd = m_listener, .events = POLLIN, .revents = 0};
     while (poll(&ready, 1, silence) == 1 && (ready.revents & POLLIN) != 0)
       serveOne();
