@@ -147,8 +147,8 @@ TEST_F(RegistryWriteFaults, WriteTheFirstRecord) {
 
 TEST_F(RegistryFaults, ForeachRecord) {
   std::string content;
-  for (int i = 0; i < 400; ++i)
-    content += recordOf("p" + std::to_string(i), i) + "\n";
+  for (int i = 0; i < 400; ++i) // long enough for several reads
+    content += recordOf(std::string(400, 'p') + std::to_string(i), i) + "\n";
   Operation operation = on(content, {"read"});
   operation.atLeast = {{"openat", 3}, {"fcntl", 1}, {"read", 3}, {"close", 3}};
   operation.checkUndisturbed = [&](const Support::ProcessResult& process) {
