@@ -67,12 +67,14 @@ bool withLock(const fs::path& registry, Work work) {
   return work();
 }
 
+enum class Reading { Done, Missing, Failed };
+
 /// Calls `callback` with each valid record, which it may plunder. A read error is a failure like one to open: taken for
 /// the end of the file, it would make the next write drop what could not be read.
 template <typename Callback>
-bool readRecords(const fs::path& registry, Callback callback) {
+Reading readRecords(const fs::path& registry, Callback callback) {
   if (!Common::Filesystem::exists(registry))
-    return true;
+    return Reading::Missing;
   std::array<char, 65536> buffer;
   std::ifstream file;
   file.rdbuf()->pubsetbuf(buffer.data(), buffer.size());
@@ -89,7 +91,22 @@ bool readRecords(const fs::path& registry, Callback callback) {
       LogMessage(LogLevel::Warning) << "Bad registry record found: '" << line << "'";
   }
   if (file.is_open() && !file.bad())
-    return true;
+    return Reading::Done;
+  LogMessage(LogLevel::Error) << "Couldn't open registry: " << registry;
+  return Reading::Failed;
+}
+
+/// exists() takes a registry for missing also when the system cannot tell. Good enough for a reader, but to begin a new
+/// registry then would drop all the records of the one that may be there.
+bool isSurelyMissing(const fs::path& registry) {
+  std::error_code reason;
+  return fs::status(registry, reason).type() == fs::file_type::not_found;
+}
+
+bool loadRecords(const fs::path& registry, std::vector<RegistryRecord>& records) {
+  const Reading reading = readRecords(registry, [&](RegistryRecord& record) { records.push_back(std::move(record)); });
+  if (reading != Reading::Missing || isSurelyMissing(registry))
+    return reading != Reading::Failed;
   LogMessage(LogLevel::Error) << "Couldn't open registry: " << registry;
   return false;
 }
@@ -142,14 +159,14 @@ bool replaceRegistry(const fs::path& next, const fs::path& registry) {
 
 bool Registry::foreachRecord(const std::function<void(const RegistryRecord&)>& callback) const {
   const fs::path registry = registryPath();
-  return withLock(registry, [&] { return readRecords(registry, callback); });
+  return withLock(registry, [&] { return readRecords(registry, callback) != Reading::Failed; });
 }
 
 bool Registry::writeRecord(const RegistryRecord& record) const {
   const fs::path registry = registryPath();
   return withLock(registry, [&] {
     std::vector<RegistryRecord> records;
-    if (!readRecords(registry, [&](RegistryRecord& read) { records.push_back(std::move(read)); })) {
+    if (!loadRecords(registry, records)) {
       LogMessage(LogLevel::Error) << "Couldn't load registry records";
       return false;
     }

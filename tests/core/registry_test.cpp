@@ -368,6 +368,16 @@ TEST_F(RegistryWriting, FailsWhenTheRegistryCannotBeLoaded) {
   EXPECT_FALSE(fs::exists(nextFile));
 }
 
+TEST_F(RegistryWriting, FailsWhenTheRegistryCannotBeAskedAbout) {
+  fs::create_directories(folder);
+  fs::create_symlink("registry", file);
+  const CapturedLog log;
+  EXPECT_FALSE(Registry().writeRecord(record(2)));
+  EXPECT_EQ(log.text(), "[E] " + reasonOf([&] { return fs::exists(file); }) +
+                            "\n[E] Couldn't open registry: " + quoted(file) + "\n[E] Couldn't load registry records\n");
+  EXPECT_TRUE(fs::is_symlink(file));
+}
+
 TEST_F(RegistryWriting, FailsWhenADirectoryIsInTheWay) {
   fs::create_directories(nextFile);
   expectFailure("[E] Couldn't write records to the next registry: " + quoted(nextFile) + "\n");

@@ -58,7 +58,7 @@ std::vector<std::string> childEnvironment(const Environment& changes) {
 /// Everything was prepared before the fork: a process with threads may only make system calls after it, because a
 /// lock that another thread held at that moment stays locked in the child.
 [[noreturn]] void become(char* const* arguments, char** environment, const char* workingDirectory, int output,
-                         int errors) {
+                         int errors, const std::function<void()>& beforeStart) {
   // A test that dies takes its children with it.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
@@ -66,6 +66,8 @@ std::vector<std::string> childEnvironment(const Environment& changes) {
   dup2(errors, STDERR_FILENO);
   if (chdir(workingDirectory) != 0)
     _exit(126);
+  if (beforeStart)
+    beforeStart();
   environ = environment;
   execvp(arguments[0], arguments);
   _exit(127);
@@ -74,7 +76,7 @@ std::vector<std::string> childEnvironment(const Environment& changes) {
 } // namespace
 
 Process::Process(const std::vector<std::string>& arguments, const Environment& environment,
-                 const std::filesystem::path& workingDirectory)
+                 const std::filesystem::path& workingDirectory, const std::function<void()>& beforeStart)
     : m_output(memoryFile("output")), m_errors(memoryFile("errors")) {
   const std::vector<char*> argumentPointers = pointersTo(arguments);
   const std::vector<std::string> variables = childEnvironment(environment);
@@ -83,7 +85,7 @@ Process::Process(const std::vector<std::string>& arguments, const Environment& e
   if (m_id < 0)
     throw std::system_error(errno, std::generic_category(), "fork");
   if (m_id == 0)
-    become(argumentPointers.data(), variablePointers.data(), workingDirectory.c_str(), m_output, m_errors);
+    become(argumentPointers.data(), variablePointers.data(), workingDirectory.c_str(), m_output, m_errors, beforeStart);
 }
 
 Process::~Process() {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -25,9 +26,10 @@ struct ProcessResult {
 /// when the object goes.
 class Process {
 public:
-  /// Starts `arguments[0]`, looked up in PATH. Standard input is /dev/null.
+  /// Starts `arguments[0]`, looked up in PATH. Standard input is /dev/null. `beforeStart` is called in the child just
+  /// before it becomes the program, and may only make system calls.
   explicit Process(const std::vector<std::string>& arguments, const Environment& environment = {},
-                   const std::filesystem::path& workingDirectory = ".");
+                   const std::filesystem::path& workingDirectory = ".", const std::function<void()>& beforeStart = {});
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;

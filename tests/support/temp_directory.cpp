@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <system_error>
 
 namespace Support {
@@ -25,7 +25,9 @@ std::string readFile(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file)
     throw std::system_error(errno, std::generic_category(), path.string());
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
 }
 
 void writeFile(const std::filesystem::path& path, std::string_view content) {

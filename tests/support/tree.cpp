@@ -5,6 +5,7 @@
 #include "tests/support/temp_directory.h"
 
 #include <cerrno>
+#include <functional>
 #include <iomanip>
 #include <map>
 #include <sstream>
@@ -37,12 +38,22 @@ std::string attributesOf(const fs::path& path) {
   return text.str();
 }
 
+/// Content that nobody would read is told by its size and a fingerprint.
+std::string describeContent(const std::string& content) {
+  std::ostringstream text;
+  if (content.size() < 65536)
+    text << std::quoted(content);
+  else
+    text << content.size() << " bytes, " << std::hash<std::string>()(content);
+  return text.str();
+}
+
 std::string describe(const fs::path& path) {
   const fs::file_status status = fs::symlink_status(path);
   std::ostringstream text;
   switch (status.type()) {
   case fs::file_type::regular:
-    text << "file " << std::oct << static_cast<unsigned>(status.permissions()) << ' ' << std::quoted(readFile(path))
+    text << "file " << std::oct << static_cast<unsigned>(status.permissions()) << ' ' << describeContent(readFile(path))
          << attributesOf(path);
     break;
   case fs::file_type::symlink:

@@ -1,0 +1,54 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "tests/support/process.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Support {
+
+/// A system call on a file of the watched folder.
+struct SeenCall {
+  std::string name;
+  std::string path;
+  std::vector<int> errors; ///< with which it can fail
+};
+
+/// What befalls one of the calls on files of the watched folder.
+struct Fault {
+  enum class Kind {
+    Error,      ///< the call is not made and fails with `error`; a file that is closed is closed all the same
+    KillBefore, ///< SIGKILL instead of the call
+    KillAfter,  ///< SIGKILL at the next system call of any kind
+  };
+
+  std::size_t call; ///< its position, from 0
+  Kind kind;
+  int error = 0;
+};
+
+struct SupervisedResult {
+  ProcessResult process;
+  std::vector<SeenCall> calls;
+  /// Numbers of the calls, on whatever, of which it is not known whether they have to do with files.
+  std::set<long> unknownCalls;
+};
+
+/// Whether this kernel, and whatever confines this process, allows runSupervised(): seccomp's user notification, which
+/// needs neither privileges nor ptrace.
+bool canSupervise();
+
+/// Runs a program to its end and sees each of its system calls before the kernel does, also those that the C library
+/// makes on its own behalf. Calls are on files of `folder` when the path, or that of the descriptor, contains the name
+/// of the folder, which therefore has to be unmistakable. Throws std::runtime_error when the program makes none for 20
+/// seconds.
+SupervisedResult runSupervised(const std::vector<std::string>& arguments, const Environment& environment,
+                               const std::filesystem::path& folder, const std::optional<Fault>& fault = {});
+
+} // namespace Support
