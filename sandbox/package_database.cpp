@@ -21,13 +21,14 @@ using Common::ErrorCode;
 using Common::Rpm::Reader;
 using Common::Rpm::RpmTransaction;
 
-/// A walk over a database that cannot be opened would find nothing, and everything would count as not installed.
+/// The end of a walk over a database that cannot be opened or read looks like any other end, and the packages that were
+/// not found would count as not installed.
 void forEach(const RpmTransaction& transaction, const std::filesystem::path& folder,
              const std::function<void(const Reader&)>& visitor) {
-  const auto packages = transaction.installedPackages();
-  if (!packages)
-    throw Error(ErrorCode::Internal, "Couldn't open the RPM database: " + folder.string());
-  RpmTransaction::forEachInstalled(packages, visitor);
+  const int errors = RpmTransaction::reportedErrors();
+  RpmTransaction::forEachInstalled(transaction.installedPackages(), visitor);
+  if (RpmTransaction::reportedErrors() != errors)
+    throw Error(ErrorCode::Internal, "Couldn't read the RPM database: " + folder.string());
 }
 
 } // namespace

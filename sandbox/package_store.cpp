@@ -187,9 +187,11 @@ void PackageStore::inTransaction(const std::function<void()>& work) {
   try {
     m_transaction.begin();
     work();
-  } catch (...) {
+  } catch (const std::exception& exception) {
     afterwards([&] { m_transaction.undo(m_database); });
-    throw;
+    if (dynamic_cast<const Error*>(&exception) != nullptr)
+      throw;
+    throw Error(ErrorCode::Internal, exception.what());
   }
   afterwards([&] { m_transaction.finish(); });
 }
@@ -198,8 +200,8 @@ void PackageStore::inTransaction(const std::function<void()>& work) {
 void PackageStore::afterwards(const std::function<void()>& work) {
   try {
     work();
-  } catch (const Error& error) {
-    LogMessage(LogLevel::Error) << error.what();
+  } catch (const std::exception& exception) {
+    LogMessage(LogLevel::Error) << exception.what();
     LogMessage(LogLevel::Warning) << "The package store will clean up later";
   }
 }

@@ -8,8 +8,8 @@
 #include "sandbox/entries.h"
 
 #include <fstream>
-#include <iterator>
 #include <ranges>
+#include <sstream>
 #include <utility>
 
 namespace Sandbox {
@@ -34,10 +34,11 @@ std::optional<std::string> readFile(const fs::path& path) {
   if (!isPresent(path))
     return std::nullopt;
   std::ifstream file(path, std::ios::binary);
-  std::string bytes(std::istreambuf_iterator<char>(file), {});
-  if (!file.is_open() || file.bad())
+  std::ostringstream bytes;
+  bytes << file.rdbuf(); // which stops at an error that an iterator over the file would throw
+  if (!bytes || file.bad() || !file.is_open())
     throw Error(ErrorCode::Filesystem, "Couldn't read file: " + path.string());
-  return bytes;
+  return bytes.str();
 }
 
 } // namespace

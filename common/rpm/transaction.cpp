@@ -6,6 +6,7 @@
 #include "common/rpm/configuration.h"
 
 #include <rpm/rpmcli.h>
+#include <rpm/rpmlog.h>
 
 #include <sstream>
 
@@ -43,6 +44,10 @@ void RpmTransaction::record(const Reader& reader) {
 void RpmTransaction::run() {
   if (rpmtsRun(m_set.get(), nullptr, 0) < 0)
     throw Error(ErrorCode::Internal, "Couldn't run rpm transaction");
+}
+
+int RpmTransaction::reportedErrors() {
+  return rpmlogGetNrecsByMask(RPMLOG_UPTO(RPMLOG_ERR));
 }
 
 PackageIteratorHandle RpmTransaction::installedPackages() const {

@@ -45,6 +45,10 @@ public:
   /// package's script; other packages may have been erased then.
   void run();
 
+  /// How many errors librpm has reported in this process so far. A walk over a database that turns out to be damaged
+  /// ends like any other; this is the one place where the difference shows.
+  static int reportedErrors();
+
   /// All installed packages. A database that cannot be opened has none; librpm says so on standard error.
   PackageIteratorHandle installedPackages() const;
 
