@@ -54,7 +54,9 @@ public:
   std::size_t nextNumber() {
     const std::string_view text = next();
     std::size_t number = 0;
-    if (std::from_chars(text.data(), text.data() + text.size(), number).ec != std::errc())
+    const char* const last = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), last, number);
+    if (result.ec != std::errc() || result.ptr != last)
       throw damaged();
     return number;
   }

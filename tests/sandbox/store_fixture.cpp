@@ -48,8 +48,7 @@ ino_t numberOf(const fs::path& entry) {
 /// Everything that RPM can show of the packages in a database. An entry that has been put back is the last one.
 std::string headers(const fs::path& database) {
   const std::string end = "</rpmHeader>\n";
-  std::string text =
-      Support::runOrThrow({"rpm", "--dbpath", database.string(), "-qa", "--qf", "[%{*:xml}\\n]"});
+  std::string text = Support::runOrThrow({"rpm", "--dbpath", database.string(), "-qa", "--qf", "[%{*:xml}\\n]"});
   std::set<std::string> entries;
   for (std::size_t size; (size = text.find(end)) != text.npos; text.erase(0, size + end.size()))
     entries.insert(text.substr(0, size));
