@@ -75,13 +75,37 @@ std::string nameOf(const Reader& entry) {
   return entry.tagOr(Common::Rpm::Tag::Name, "");
 }
 
-} // namespace
-
 /// A package of the database, with its entry there.
-struct PackageStore::Installed {
+struct Installed {
   StoredPackage package;
   Reader entry;
 };
+
+std::optional<Installed> find(const std::vector<Reader>& entries, const std::string& name) {
+  std::optional<Installed> found;
+  for (const Reader& entry : entries) {
+    if (nameOf(entry) != name)
+      continue;
+    const std::optional<StoredPackage> package = storedPackage(entry);
+    if (!package || found)
+      throw Error(ErrorCode::CorruptedInstalledPackage, "The package was not installed by this service: " + name);
+    found = {.package = *package, .entry = entry};
+  }
+  return found;
+}
+
+Installed require(const std::vector<Reader>& entries, const std::string& name) {
+  if (std::optional<Installed> found = find(entries, name))
+    return *std::move(found);
+  throw Error(ErrorCode::PackageNotExist, "The package is not installed: " + name);
+}
+
+PackagedFiles filesOfOthers(std::vector<Reader> entries, const std::string& name) {
+  std::erase_if(entries, [&](const Reader& entry) { return nameOf(entry) == name; });
+  return filesOf(entries);
+}
+
+} // namespace
 
 PackageStore::PackageStore()
     : m_root(usableRoot()), m_lock(m_root / "var/lib/krv/sandbox/lock"), m_database(m_root / "var/lib/rpm"),
@@ -103,32 +127,7 @@ std::vector<StoredPackage> PackageStore::list() const {
 }
 
 StoredPackage PackageStore::get(const std::string& name) const {
-  return require(name).package;
-}
-
-std::optional<PackageStore::Installed> PackageStore::find(const std::string& name) const {
-  std::optional<Installed> found;
-  for (const Reader& entry : m_database.packages()) {
-    if (nameOf(entry) != name)
-      continue;
-    const std::optional<StoredPackage> package = storedPackage(entry);
-    if (!package || found)
-      throw Error(ErrorCode::CorruptedInstalledPackage, "The package was not installed by this service: " + name);
-    found = {.package = *package, .entry = entry};
-  }
-  return found;
-}
-
-PackageStore::Installed PackageStore::require(const std::string& name) const {
-  if (std::optional<Installed> found = find(name))
-    return *std::move(found);
-  throw Error(ErrorCode::PackageNotExist, "The package is not installed: " + name);
-}
-
-PackagedFiles PackageStore::filesOfOthers(const std::string& name) const {
-  std::vector<Reader> others = m_database.packages();
-  std::erase_if(others, [&](const Reader& entry) { return nameOf(entry) == name; });
-  return filesOf(others);
+  return require(m_database.packages(), name).package;
 }
 
 void PackageStore::install(const std::string& path, const std::string& source) {
@@ -146,13 +145,14 @@ void PackageStore::install(const std::string& path, const std::string& source) {
 
 void PackageStore::installVerified(ArchiveReader& archive, const StoredPackage& package) {
   requireInstallable(archive);
-  const std::optional<Installed> installed = find(package.name);
+  const std::vector<Reader> entries = m_database.packages();
+  const std::optional<Installed> installed = find(entries, package.name);
   if (installed)
     requireSuccessor(package, installed->package);
 
   const PackagedFiles files = contentOf(archive);
   const PackagedFiles earlier = installed ? filesOf({installed->entry}) : PackagedFiles{};
-  const PackagedFiles others = filesOfOthers(package.name);
+  const PackagedFiles others = filesOfOthers(entries, package.name);
   ChangePlan plan = planInstallation(m_root, files, {.earlier = earlier, .others = others});
   requireSpace(files, m_root);
   m_transaction.stage(archive);
@@ -169,9 +169,10 @@ void PackageStore::installVerified(ArchiveReader& archive, const StoredPackage& 
 
 void PackageStore::remove(const std::string& name) {
   inTransaction([&] {
-    const Installed installed = require(name);
+    const std::vector<Reader> entries = m_database.packages();
+    const Installed installed = require(entries, name);
     const PackagedFiles earlier = filesOf({installed.entry});
-    const PackagedFiles others = filesOfOthers(name);
+    const PackagedFiles others = filesOfOthers(entries, name);
     ChangePlan plan = planRemoval(m_root, {.earlier = earlier, .others = others});
     const RegistryRecord event = newRecord(RegistryRecord::Event::Remove, installed.package);
     plan.package = name;

@@ -3,7 +3,6 @@
 #pragma once
 
 #include "common/rpm/archive.h"
-#include "sandbox/package_content.h"
 #include "sandbox/package_database.h"
 #include "sandbox/store_lock.h"
 #include "sandbox/stored_package.h"
@@ -11,7 +10,6 @@
 
 #include <filesystem>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,11 +45,6 @@ public:
   void remove(const std::string& name);
 
 private:
-  struct Installed;
-
-  std::optional<Installed> find(const std::string& name) const;
-  Installed require(const std::string& name) const;
-  PackagedFiles filesOfOthers(const std::string& name) const;
   void installVerified(Common::Rpm::ArchiveReader& archive, const StoredPackage& package);
   void inTransaction(const std::function<void()>& work);
   static void afterwards(const std::function<void()>& work);

@@ -54,7 +54,7 @@ struct Operation {
   std::size_t leastChanges; ///< how many calls change something, to the least
 };
 
-class StoreFaults : public StoreTest::Fixture, public testing::WithParamInterface<std::tuple<Operation, int>> {
+class StoreFaults : public StoreTest::Fixture, public testing::WithParamInterface<std::tuple<Operation, std::size_t>> {
 protected:
   void SetUp() override {
     if (!Support::canSupervise())
@@ -98,6 +98,17 @@ protected:
     return changingCalls.contains(call.name) && call.path.starts_with(root().string());
   }
 
+  static bool isOfTheDatabase(const SeenCall& call) { return call.path.find("/var/lib/rpm") != call.path.npos; }
+
+  /// The errors that a call is made to fail with: the three of them for what changes something, one for all others.
+  std::vector<int> errorsFor(const SeenCall& call) const {
+    std::vector<int> errors = {EIO};
+    if (isChange(call) && !isOfTheDatabase(call))
+      errors.insert(errors.end(), {ENOSPC, EACCES});
+    std::erase_if(errors, [&](int error) { return std::ranges::count(call.errors, error) == 0; });
+    return errors;
+  }
+
   void disturb(const Fault& fault) {
     restore();
     const auto result = Support::runSupervised(m_command, {}, m_rpm.path(), fault);
@@ -134,31 +145,28 @@ protected:
   std::string m_after;
 };
 
-constexpr int slices = 4;
+constexpr std::size_t slices = 4;
 
-TEST_P(StoreFaults, KilledAnywhere) {
+TEST_P(StoreFaults, LeaveAllOrNothingWhenTheyKill) {
   const auto& [operation, slice] = GetParam();
-  std::size_t points = 0;
+  std::size_t changes = 0;
   for (std::size_t i = 0; i < m_calls.size(); ++i) {
-    if (isChange(m_calls[i]) && points++ % slices == static_cast<std::size_t>(slice))
+    if (isChange(m_calls[i]) && changes++ % slices == slice)
       disturb({.call = i, .kind = Fault::Kind::KillBefore});
   }
-  EXPECT_GE(points, operation.leastChanges);
-  std::cout << points << std::endl;
+  EXPECT_GE(changes, operation.leastChanges);
 }
 
-TEST_P(StoreFaults, FailedAnywhere) {
-  const int slice = std::get<int>(GetParam());
+TEST_P(StoreFaults, AreFailuresThatChangeNothing) {
+  const std::size_t slice = std::get<std::size_t>(GetParam());
+  std::size_t position = 0;
   for (std::size_t i = 0; i < m_calls.size(); ++i) {
-    if (i % slices != static_cast<std::size_t>(slice))
+    // Most calls by far are those of SQLite, which do the same again and again.
+    const bool isSkipped = isOfTheDatabase(m_calls[i]) && (!isChange(m_calls[i]) || i % 3 != 0);
+    if (isSkipped || position++ % slices != slice)
       continue;
-    for (const int error : {EIO, ENOSPC, EACCES}) {
-      if (std::ranges::count(m_calls[i].errors, error) != 0) {
-        disturb({.call = i, .kind = Fault::Kind::Error, .error = error});
-        if (error == EIO && !isChange(m_calls[i]))
-          break;
-      }
-    }
+    for (const int error : errorsFor(m_calls[i]))
+      disturb({.call = i, .kind = Fault::Kind::Error, .error = error});
   }
 }
 
@@ -166,9 +174,10 @@ INSTANTIATE_TEST_SUITE_P(Of, StoreFaults,
                          testing::Combine(testing::Values(Operation{"Installation", false, false, 30},
                                                           Operation{"Update", true, false, 30},
                                                           Operation{"Removal", true, true, 30}),
-                                          testing::Range(0, slices)),
+                                          testing::Range(std::size_t(0), slices)),
                          [](const auto& suite) {
-                           return std::get<Operation>(suite.param).name + std::to_string(std::get<int>(suite.param));
+                           return std::get<Operation>(suite.param).name +
+                                  std::to_string(std::get<std::size_t>(suite.param));
                          });
 
 } // namespace
