@@ -7,8 +7,8 @@
 #include "common/filesystem/entry.h"
 #include "sandbox/entries.h"
 
+#include <algorithm>
 #include <fstream>
-#include <ranges>
 #include <sstream>
 #include <utility>
 
@@ -115,10 +115,9 @@ std::optional<ChangePlan> Transaction::plan() const {
 void Transaction::undo(PackageDatabase& database) const {
   if (const std::optional<ChangePlan> plan = this->plan()) {
     database.replace(plan->package, readFile(header()));
-    for (const Change& change : plan->changes | std::views::reverse)
-      undo(change);
-    for (const fs::path& directory : plan->newDirectories | std::views::reverse)
-      removeIfEmpty(m_root / directory);
+    std::for_each(plan->changes.rbegin(), plan->changes.rend(), [this](const Change& change) { undo(change); });
+    std::for_each(plan->newDirectories.rbegin(), plan->newDirectories.rend(),
+                  [this](const fs::path& directory) { removeIfEmpty(m_root / directory); });
   }
   discard();
 }
