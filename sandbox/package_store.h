@@ -2,36 +2,58 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <map>
+#include "common/rpm/archive.h"
+#include "sandbox/package_database.h"
+#include "sandbox/store_lock.h"
+#include "sandbox/stored_package.h"
+#include "sandbox/transaction.h"
+
+#include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace Sandbox {
 
-/// What the service knows of an installed package.
-struct StoredPackage {
-  std::string version; ///< version and release joined with "-"
-  std::string source;
-  std::string developerKeyId;
-  std::vector<std::string> previousKeyIds;
-  std::string developerSubgroup;
-};
-
-/// The packages that count as installed, in memory. Installing and removing also adds an event to the registry.
+/// The installed packages of the root: their files, the RPM database "var/lib/rpm" and the registry. Its own state is
+/// in "var/lib/krv/sandbox". One store at a time, for the single thread of its process.
+///
+/// Installing and removing happen wholly or not at all, whatever fails on the way. When the process ends in between,
+/// the next store takes back what was done or finishes it. Scripts and triggers of packages are never run; owners are
+/// not set; set-id bits are dropped.
 class PackageStore {
 public:
-  /// The package called `name`. Throws Common::Error: PackageNotExist.
-  const StoredPackage& get(const std::string& name) const;
+  /// Opens the store under Common::Filesystem::rootDirectory(), which must be a directory, and cleans up after one that
+  /// did not end by itself. Throws Common::Error, Filesystem or Internal, when the root or the database is unusable or
+  /// another process has the store.
+  PackageStore();
 
-  /// Takes the package file at `path` for installed, as if `source` had distributed it, over an earlier version of the
-  /// same name. Throws Common::Error with what is wrong about the file or its signatures, which are verified.
+  /// The packages that this service has installed, sorted by name; a warning line for each other one.
+  std::vector<StoredPackage> list() const;
+
+  /// The package called `name`. Throws Common::Error: PackageNotExist; CorruptedInstalledPackage for one that is in the
+  /// database and not from this service.
+  StoredPackage get(const std::string& name) const;
+
+  /// Installs the package file at `path`, which is absolute, as if `source` had distributed it, or updates an earlier
+  /// version. The signatures are verified. Throws Common::Error with the code for what is wrong with the package;
+  /// FileConflict, also for files of nobody; Filesystem and Internal when it could not be done.
   void install(const std::string& path, const std::string& source);
 
-  /// Throws Common::Error: PackageNotExist.
+  /// Removes a package and all of its files that no other package has. Throws Common::Error: PackageNotExist,
+  /// CorruptedInstalledPackage; Filesystem and Internal when it could not be done.
   void remove(const std::string& name);
 
 private:
-  std::map<std::string, StoredPackage> m_packages;
+  void installVerified(Common::Rpm::ArchiveReader& archive, const StoredPackage& package);
+  void inTransaction(const std::function<void()>& work);
+  static void afterwards(const std::function<void()>& work);
+  void recover();
+
+  std::filesystem::path m_root;
+  StoreLock m_lock;
+  PackageDatabase m_database;
+  Transaction m_transaction;
 };
 
 } // namespace Sandbox

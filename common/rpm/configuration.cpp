@@ -5,6 +5,9 @@
 #include "driver/log/log_message.h"
 
 #include <rpm/rpmlib.h>
+#include <rpm/rpmmacro.h>
+
+#include <string>
 
 namespace Common::Rpm {
 
@@ -24,6 +27,17 @@ void ensureRpmConfig() {
 
 bool isRpmConfigured() {
   return configured;
+}
+
+void setDatabaseFolder(const std::filesystem::path& folder) {
+  ensureRpmConfig();
+  std::string body;
+  for (const char character : folder.string()) {
+    body += character;
+    if (character == '%') // it would begin the name of another macro
+      body += character;
+  }
+  rpmPushMacro(nullptr, "_dbpath", nullptr, body.c_str(), RMIL_CMDLINE);
 }
 
 } // namespace Common::Rpm

@@ -11,6 +11,7 @@
 #include <array>
 #include <filesystem>
 #include <optional>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <sys/stat.h>
@@ -19,7 +20,8 @@
 namespace Common::Rpm {
 
 static_assert(Tag::Name == RPMTAG_NAME && Tag::Version == RPMTAG_VERSION && Tag::Release == RPMTAG_RELEASE &&
-              Tag::PayloadCompressor == RPMTAG_PAYLOADCOMPRESSOR);
+              Tag::Architecture == RPMTAG_ARCH && Tag::PayloadCompressor == RPMTAG_PAYLOADCOMPRESSOR &&
+              Tag::FullVersion == RPMTAG_EVR);
 
 namespace {
 
@@ -101,6 +103,10 @@ Reader::Reader(Header header) : m_header(borrowHeader(header)) {
   ensureRpmConfig();
 }
 
+Reader::Reader(HeaderHandle header) : m_header(std::move(header)) {
+  ensureRpmConfig();
+}
+
 std::string Reader::tag(std::int32_t tag) const {
   const TagDataHandle data = ownTagData(rpmtdNew());
   if (headerGet(m_header.get(), tag, data.get(), HEADERGET_EXT) != 0) {
@@ -117,6 +123,16 @@ std::string Reader::tagOr(std::int32_t tag, const std::string& fallback) const {
   } catch (const Error&) {
     return fallback;
   }
+}
+
+std::vector<std::string> Reader::texts(std::int32_t tag) const {
+  const TagDataHandle data = ownTagData(rpmtdNew());
+  std::vector<std::string> found;
+  if (headerGet(m_header.get(), tag, data.get(), HEADERGET_EXT) != 0) {
+    while (const char* text = rpmtdNextString(data.get()))
+      found.emplace_back(text);
+  }
+  return found;
 }
 
 } // namespace Common::Rpm

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace Common::Rpm {
 
@@ -14,7 +15,10 @@ namespace Tag {
 inline constexpr std::int32_t Name = 1000;
 inline constexpr std::int32_t Version = 1001;
 inline constexpr std::int32_t Release = 1002;
+inline constexpr std::int32_t Architecture = 1022;
 inline constexpr std::int32_t PayloadCompressor = 1125;
+/// "[epoch:]version-release"; librpm makes it from the three.
+inline constexpr std::int32_t FullVersion = 5013;
 } // namespace Tag
 
 /// The header of one package and, for a package file, the open file. Copies share both. For the single thread of the
@@ -30,12 +34,18 @@ public:
   /// Wraps a header that an RPM database iterator owns; the reader must not outlive the iterator's step.
   explicit Reader(Header header);
 
+  /// Wraps a header that belongs to whoever has a handle of it.
+  explicit Reader(HeaderHandle header);
+
   /// The text of one header tag. Throws Common::Error with BadPackageFileFormat when the tag is absent or has no string
   /// form (numbers, binary data). Of a list of strings it is the first.
   std::string tag(std::int32_t tag) const;
 
   /// As tag(), with `fallback` in place of the error.
   std::string tagOr(std::int32_t tag, const std::string& fallback) const;
+
+  /// All texts of one header tag. Empty when the tag is absent or has no string form.
+  std::vector<std::string> texts(std::int32_t tag) const;
 
   HeaderHandle header() const { return m_header; }
 

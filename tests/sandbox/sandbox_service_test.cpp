@@ -107,7 +107,8 @@ TEST_F(SandboxService, RefusesWhatItCannotTrust) {
   EXPECT_EQ(installation(package({}, "foreign")),
             "[E] Package installation error: Package is signed with a non-legal developer certificate\nfalse");
   EXPECT_EQ(installation(m_rpm.path() / "missing.rpm"),
-            "[E] Package installation error: Couldn't open rpm package\nfalse");
+            "[E] Package installation error: The package is not a file that exists: " +
+                (m_rpm.path() / "missing.rpm").string() + "\nfalse");
   EXPECT_EQ(installed("sample"), std::nullopt);
 }
 
@@ -117,7 +118,8 @@ TEST_F(SandboxService, EndsCleanlyWhenTold) {
 }
 
 TEST_F(SandboxService, EndsWithAReasonWhenTheNameIsTaken) {
-  const Support::ProcessResult result = Support::run(command());
+  std::filesystem::create_directories(m_rpm.path() / "other");
+  const Support::ProcessResult result = Support::run({command()[0], "--root", (m_rpm.path() / "other").string()});
   EXPECT_EQ(result.output, "[E] [org.freedesktop.DBus.Error.FileExists] Failed to request bus name (File exists)\n");
   EXPECT_EQ(result.status, 1);
 }

@@ -1,0 +1,82 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "sandbox/package_rules.h"
+
+#include "common/error/error.h"
+#include "common/rpm/facts.h"
+#include "common/rpm/version.h"
+
+#include <algorithm>
+
+namespace Sandbox {
+
+namespace {
+
+using Common::Error;
+using Common::ErrorCode;
+using Common::Rpm::compareVersions;
+using Common::Rpm::Reader;
+using Common::Rpm::VersionComparison;
+
+bool isControlOrSpace(char character) {
+  const auto code = static_cast<unsigned char>(character);
+  return code <= ' ' || code == 0x7f;
+}
+
+bool has(const std::string& text, const char* part) {
+  return text.find(part) != std::string::npos;
+}
+
+/// The registry has names between spaces, and its keys between arrows. RPM takes entries of the one name below for the
+/// keys that it trusts.
+void requireUsableName(const std::string& name) {
+  if (name.empty() || name == "gpg-pubkey" || has(name, "/") || has(name, "->") ||
+      std::ranges::any_of(name, isControlOrSpace))
+    throw Error(ErrorCode::BadPackageID, "The package has a name that cannot be used: '" + name + "'");
+}
+
+/// With a dash in one of them "version-release" could be read in two ways.
+void requireVersion(const Reader& package) {
+  for (const auto tag : {Common::Rpm::Tag::Version, Common::Rpm::Tag::Release}) {
+    const std::string text = package.tag(tag);
+    if (text.empty() || has(text, "-") || std::ranges::any_of(text, isControlOrSpace))
+      throw Error(ErrorCode::BadPackageVersion, "The package has a version or release that is none: '" + text + "'");
+  }
+}
+
+bool contains(const std::vector<std::string>& keyIds, const std::string& keyId) {
+  return std::ranges::find(keyIds, keyId) != keyIds.end();
+}
+
+void requireDeveloper(const StoredPackage& package, const StoredPackage& installed) {
+  if (package.developerKeyId == installed.developerKeyId || contains(package.previousKeyIds, installed.developerKeyId))
+    return;
+  if (contains(installed.previousKeyIds, package.developerKeyId))
+    throw Error(ErrorCode::DeveloperKeySuperseded,
+                "The installed package is signed with a newer key of its developer: " + package.name);
+  throw Error(ErrorCode::DeveloperMismatch, "The installed package is of another developer: " + package.name);
+}
+
+} // namespace
+
+void requireInstallable(const Reader& package) {
+  requireUsableName(package.tag(Common::Rpm::Tag::Name));
+  requireVersion(package);
+  if (!Common::Rpm::fitsArchitecture(package))
+    throw Error(ErrorCode::BadPackageArchitecture,
+                "The package is for another architecture: " + package.tag(Common::Rpm::Tag::Architecture));
+  if (hasInstallationFacts(package))
+    throw Error(ErrorCode::BadPackageContent, "The package has a header that claims an installation");
+}
+
+void requireSuccessor(const StoredPackage& package, const StoredPackage& installed) {
+  requireDeveloper(package, installed);
+  if (compareVersions(package.version, installed.version) == VersionComparison::Newer)
+    return;
+  const std::string versions = package.name + " " + package.version + " over " + installed.version;
+  if (compareVersions(installed.version, package.version) == VersionComparison::Newer)
+    throw Error(ErrorCode::DowngradeAttempt, "A newer version of the package is installed: " + versions);
+  throw Error(ErrorCode::SamePackageIsInstalled, "This version of the package is installed: " + versions);
+}
+
+} // namespace Sandbox

@@ -1,0 +1,23 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <filesystem>
+
+namespace Sandbox {
+
+/// The lock that makes one process the only one to change the packages of a root. It goes with the process.
+class StoreLock {
+public:
+  /// Locks `file`, which is made if it is missing. Throws Common::Error: Internal when another process has the lock,
+  /// Filesystem when the file cannot be opened.
+  explicit StoreLock(const std::filesystem::path& file);
+  ~StoreLock();
+  StoreLock(const StoreLock&) = delete;
+  StoreLock& operator=(const StoreLock&) = delete;
+
+private:
+  int m_descriptor;
+};
+
+} // namespace Sandbox
