@@ -18,9 +18,10 @@ constexpr const char* help =
     "usage: krv-sandbox-service [--root DIR]\n"
     "\n"
     "Serves the package manager's D-Bus interface \"velta.KRV\" on the system bus\n"
-    "(DBUS_SYSTEM_BUS_ADDRESS moves it). Packages count as installed while it runs. Its\n"
-    "registry and its trusted certificate authorities are those under the root:\n"
-    "DIR, or else the environment variable KRV_ROOT_FS.\n";
+    "(DBUS_SYSTEM_BUS_ADDRESS moves it) until SIGTERM or SIGINT. Says \"ready\" when it\n"
+    "can be called, then writes a line for each call. Packages, their database, the\n"
+    "registry and the trusted certificate authorities are those under the root: DIR, or\n"
+    "else the environment variable KRV_ROOT_FS. docs/velta.KRV.xml describes the interface.\n";
 
 int usageError() {
   std::cerr << "usage: krv-sandbox-service [--root DIR]\n";
@@ -29,9 +30,13 @@ int usageError() {
 
 bool isRootUsable() {
   const char* root = std::getenv("KRV_ROOT_FS");
-  if (root != nullptr && std::filesystem::is_directory(root))
+  // Nobody is to get packages into a real system because a variable was forgotten.
+  if (root == nullptr)
+    LogMessage(LogLevel::Error) << "No root is given, neither with --root nor in KRV_ROOT_FS";
+  else if (!std::filesystem::is_directory(root))
+    LogMessage(LogLevel::Error) << "The root is not a directory: " << std::filesystem::path(root);
+  else
     return true;
-  LogMessage(LogLevel::Error) << "The root is not a directory: " << std::filesystem::path(root ? root : "");
   return false;
 }
 
