@@ -1,0 +1,42 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/sandbox/script_test.h"
+
+#include <regex>
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> ScriptTest::script(const std::string& name, const std::vector<std::string>& arguments) {
+  std::vector<std::string> command{KRV_SOURCE_DIRECTORY "/sandbox/" + name, KRV_BINARY_DIRECTORY};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return command;
+}
+
+void ScriptTest::expectNothingLeft() const {
+  EXPECT_TRUE(fs::is_empty(temporary()));
+  EXPECT_EQ(processes(), std::vector<std::string>());
+}
+
+std::vector<std::string> ScriptTest::processes() const {
+  std::vector<std::string> found;
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    try {
+      if (Support::readFile(entry.path() / "environ").find("TMPDIR=" + temporary()) != std::string::npos)
+        found.push_back(Support::readFile(entry.path() / "cmdline"));
+    } catch (const std::exception&) {
+      continue; // not a process, gone, or somebody else's
+    }
+  }
+  return found;
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  for (auto place = text.find(from); place != std::string::npos; place = text.find(from, place + to.size()))
+    text.replace(place, from.size(), to);
+  return text;
+}
+
+std::string withoutTimes(const std::string& log) {
+  static const std::regex time("(Time spent for pre-installation: )[0-9]+( seconds)");
+  return std::regex_replace(log, time, "$1N$2");
+}
