@@ -34,8 +34,8 @@ clean_up() {
   wait ${process[@]+"${process[@]}"} || true
   [ -n "$folder" ] || return 0
   [ "$is_open" = no ] || rm -rf -- "$folder/run"
-  [ "$is_doomed" = no ] || rm -rf -- "$folder"/{device,home,packages,pki}
-  [ "$is_new" = no ] || rmdir -- "$folder"
+  [ "$is_doomed" = no ] || rm -rf -- "$folder"/{device,home,packages,pki,run}
+  [ "$is_new" = no ] || [ ! -e "$folder" ] || rmdir -- "$folder"
 }
 
 # A path as a bus address holds it, where many characters have a meaning. Nothing remains that XML would mind either.
@@ -57,15 +57,16 @@ enter_sandbox() { # folder of the built programs; folder of the sandbox, or noth
   trap 'exit 130' INT
   trap 'exit 143' TERM
   bin=$(cd -- "$1" && pwd)
-  if [ -n "$2" ] && [ -e "$2" ]; then
-    folder=$(cd -- "$2" && pwd)
-  elif [ -n "$2" ]; then
-    mkdir -- "$2"
-    folder=$(cd -- "$2" && pwd)
+  # What is to go is put down before it is made: a signal may come in between.
+  if [ -z "$2" ]; then
     is_new=yes
-  else
     folder=$(mktemp -d "${TMPDIR:-/tmp}/krv-sandbox.XXXXXX")
+  elif [ -e "$2" ]; then
+    folder=$(cd -- "$2" && pwd)
+  else
+    folder=$(realpath -m -- "$2")
     is_new=yes
+    mkdir -- "$folder" || { is_new=no; exit 1; }
   fi
   image=$folder/device/usr/share/krv/pre-install-apps
   export PATH=$bin:$PATH

@@ -5,8 +5,8 @@
 
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -28,18 +28,6 @@ int usageError() {
   return 2;
 }
 
-bool isRootUsable() {
-  const char* root = std::getenv("KRV_ROOT_FS");
-  // Nobody is to get packages into a real system because a variable was forgotten.
-  if (root == nullptr)
-    LogMessage(LogLevel::Error) << "No root is given, neither with --root nor in KRV_ROOT_FS";
-  else if (!std::filesystem::is_directory(root))
-    LogMessage(LogLevel::Error) << "The root is not a directory: " << std::filesystem::path(root);
-  else
-    return true;
-  return false;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -53,8 +41,9 @@ int main(int argc, char** argv) {
       setenv("KRV_ROOT_FS", arguments[1].c_str(), 1);
     else if (!arguments.empty())
       return usageError();
-    if (!isRootUsable())
-      return EXIT_FAILURE;
+    // Nobody is to get packages into a real system because a variable was forgotten.
+    if (std::getenv("KRV_ROOT_FS") == nullptr)
+      throw std::runtime_error("No root is given, neither with --root nor in KRV_ROOT_FS");
     Sandbox::serve();
     return EXIT_SUCCESS;
   } catch (const std::exception& error) {

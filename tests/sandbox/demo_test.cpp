@@ -40,25 +40,45 @@ std::string withNumberedKeys(const std::string& text) {
   return result.append(rest, text.end());
 }
 
-/// The scenes with the device's folder, which the first line names, as DEVICE, with T and N for times and numbers for
-/// keys, and with the lines of each scene sorted: the order in which a directory is listed differs from file system to
-/// file system.
+/// Whether the line is the last one that the tool writes about a package, or the only one about an event.
+bool endsBlock(const std::string& line) {
+  static const std::regex end(
+      R"((\[[IE]\] (Skipping package pre-installation|The package successfully pre-installed|Failed to pre-install package): |timestamp=).*)");
+  return std::regex_match(line, end);
+}
+
+bool continuesScene(const std::string& line) {
+  return line.starts_with("[E] ") || line.starts_with("[W] ") || line.starts_with("[I] The package was manually");
+}
+
+/// The text with what is about the packages of each scene in the order of its last lines: the order in which a folder
+/// is listed differs from file system to file system.
+std::string inOneOrder(const std::string& text) {
+  std::map<std::string, std::string> blocks;
+  std::string block;
+  std::string result;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    block += line + "\n";
+    if (endsBlock(line)) {
+      blocks[line] += std::exchange(block, "");
+    } else if (!continuesScene(line)) {
+      for (const auto& [end, content] : std::exchange(blocks, {}))
+        result += content;
+      result += std::exchange(block, "");
+    }
+  }
+  for (const auto& [end, content] : blocks)
+    result += content;
+  return result + block;
+}
+
+/// The scenes with the device's folder, which the first line names, as DEVICE, with T and N for times, with numbers for
+/// keys, and in one order.
 std::string comparable(const std::string& output) {
   const std::string device = output.substr(output.find('/'), output.find('\n') - output.find('/'));
-  std::string text = withoutTimes(replaced(output, device, "DEVICE"));
-  std::istringstream lined(std::regex_replace(text, std::regex("\ntimestamp=[0-9]+ "), "\ntimestamp=T "));
-  Lines lines;
-  auto sceneBegin = lines.size();
-  for (std::string line; std::getline(lined, line);) {
-    lines.push_back(line);
-    if (line.empty())
-      sceneBegin = lines.size();
-    std::sort(lines.begin() + static_cast<Lines::difference_type>(sceneBegin), lines.end());
-  }
-  std::string joined;
-  for (const std::string& line : lines)
-    joined += line + "\n";
-  return withNumberedKeys(joined);
+  const std::string text = withoutTimes(replaced(output, device, "DEVICE"));
+  return withNumberedKeys(inOneOrder(std::regex_replace(text, std::regex("\ntimestamp=[0-9]+ "), "\ntimestamp=T ")));
 }
 
 std::string expectedScenes() {
@@ -70,18 +90,12 @@ std::string quoted(const fs::path& path) {
   return Support::runOrThrow({"bash", "-c", "printf %q \"$1\"", "bash", path});
 }
 
-TEST_F(Demo, TellsItsScenes) {
-  const Support::ProcessResult result = Support::run(script("demo"), environment());
+TEST_F(Demo, TellsItsScenesFromAnyFolder) {
+  const Support::ProcessResult result = Support::run(script("demo"), environment(), "/");
   EXPECT_EQ(comparable(result.output), expectedScenes());
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(result.status, 0);
   expectNothingLeft();
-}
-
-TEST_F(Demo, WorksFromAnyFolder) {
-  const Support::ProcessResult result = Support::run(script("demo"), environment(), "/");
-  EXPECT_EQ(result.errors, "");
-  EXPECT_EQ(result.status, 0);
 }
 
 TEST_F(Demo, KeepsTheDeviceForTheEnvironmentThatItPrints) {
@@ -122,35 +136,45 @@ TEST_F(Demo, KeepsNothingInAFolderThatIsInUse) {
   expectNothingLeft();
 }
 
-/// A point of the story at which it ends, and the signal.
-class InterruptedDemo : public Demo, public testing::WithParamInterface<std::pair<const char*, int>> {
+struct Interruption {
+  std::string name;
+  std::string point; ///< what is to be seen in the output or in the command line of a process of the demo
+  int signal;
+  bool keeps;
+};
+
+void PrintTo(const Interruption& interruption, std::ostream* out) {
+  *out << interruption.name;
+}
+
+class InterruptedDemo : public Demo, public testing::WithParamInterface<Interruption> {
 protected:
-  void interrupt(const std::vector<std::string>& command) const {
-    const auto [point, signalNumber] = GetParam();
-    signal(signalNumber, SIG_DFL); // a shell cannot trap what its parent ignores
-    Support::Process demo(command, environment());
-    ASSERT_TRUE(Support::waitUntil([&, place = point] {
-      return *place == '\0' ? !processes().empty() : demo.outputSoFar().find(place) != std::string::npos;
-    }));
-    demo.signal(signalNumber);
-    EXPECT_EQ(demo.wait().status, 128 + signalNumber);
-    expectNothingLeft();
+  bool hasReached(const Support::Process& demo, const std::string& point) const {
+    const auto shows = [&](const std::string& text) { return text.find(point) != std::string::npos; };
+    const std::string output = demo.outputSoFar();
+    return output.empty() ? std::ranges::any_of(processes(), shows) : shows(output);
   }
 };
 
 TEST_P(InterruptedDemo, LeavesNothingBehind) {
-  interrupt(script("demo"));
-}
-
-TEST_P(InterruptedDemo, LeavesNothingToKeepEither) {
-  interrupt(script("demo", {"--keep", kept()}));
+  const Interruption& interruption = GetParam();
+  signal(interruption.signal, SIG_DFL); // a shell cannot trap what its parent ignores
+  const Lines arguments = interruption.keeps ? Lines{"--keep", kept()} : Lines{};
+  Support::Process demo(script("demo", arguments), environment());
+  ASSERT_TRUE(Support::waitUntil([&] { return hasReached(demo, interruption.point); }));
+  demo.signal(interruption.signal);
+  EXPECT_EQ(demo.wait().status, 128 + interruption.signal);
+  expectNothingLeft();
   EXPECT_FALSE(fs::exists(kept()));
 }
 
-INSTANTIATE_TEST_SUITE_P(AtAPoint, InterruptedDemo,
-                         testing::Values(std::pair("", SIGINT), std::pair("The device lives", SIGTERM),
-                                         std::pair("\n4. ", SIGINT), std::pair("\n6. ", SIGHUP),
-                                         std::pair("\n10. ", SIGTERM)));
+INSTANTIATE_TEST_SUITE_P(, InterruptedDemo,
+                         testing::Values(Interruption{"InTheBeginning", "sandbox/demo", SIGINT, true},
+                                         Interruption{"WhilePackagesAreBuilt", "rpmbuild", SIGTERM, false},
+                                         Interruption{"WhilePackagesToKeepAreBuilt", "rpmbuild", SIGINT, true},
+                                         Interruption{"BetweenScenes", "\n4. ", SIGHUP, false},
+                                         Interruption{"BetweenScenesToKeep", "\n9. ", SIGTERM, true}),
+                         [](const auto& instance) { return instance.param.name; });
 
 TEST(DemoUsage, IsExplained) {
   for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
