@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/script_test.h"
+#include "tests/sandbox/text.h"
 #include "tests/support/wait.h"
 
 #include <gtest/gtest.h>
@@ -78,7 +79,7 @@ std::string inOneOrder(const std::string& text) {
 std::string comparable(const std::string& output) {
   const std::string device = output.substr(output.find('/'), output.find('\n') - output.find('/'));
   const std::string text = withoutTimes(replaced(output, device, "DEVICE"));
-  return withNumberedKeys(inOneOrder(std::regex_replace(text, std::regex("\ntimestamp=[0-9]+ "), "\ntimestamp=T ")));
+  return withNumberedKeys(inOneOrder(withoutTimestamps(text)));
 }
 
 std::string expectedScenes() {

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/real_service.h"
-#include "tests/sandbox/script_test.h"
+#include "tests/sandbox/text.h"
 #include "tests/support/pki.h"
 #include "tests/support/private_bus.h"
 #include "tests/support/rpm_sandbox.h"
@@ -14,7 +14,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -47,10 +46,7 @@ protected:
     return path;
   }
 
-  /// The registry with T for each time.
-  std::string registry() const {
-    return std::regex_replace(Support::readFile(root() / "var/lib/krv/registry"), std::regex("timestamp=[0-9]+"), "T");
-  }
+  std::string registry() const { return withoutTimestamps(Support::readFile(root() / "var/lib/krv/registry")); }
 
   Support::RpmSandbox m_rpm;
   Support::PrivateBus m_bus;
@@ -73,7 +69,7 @@ TEST_F(SandboxService, DescribesWhatItInstalled) {
                                                                    {"general.source", ""},
                                                                    {"certificate.id", keyId},
                                                                    {"certificate.subgroup", "regular"}}));
-  EXPECT_EQ(registry(), "T event=I package=sample keyid=" + keyId + "\n");
+  EXPECT_EQ(registry(), "timestamp=T event=I package=sample keyid=" + keyId + "\n");
 }
 
 TEST_F(SandboxService, ListsByNameWhatItWouldDescribe) {
@@ -96,7 +92,7 @@ TEST_F(SandboxService, ForgetsWhatIsRemovedAndWritesItDown) {
   m_client.install(package({}));
   m_client.remove("sample");
   EXPECT_THAT(m_client.list(), IsEmpty());
-  EXPECT_EQ(registry(), "T event=R package=sample keyid=" + Support::Pki::instance().keyId("alice") + "\n");
+  EXPECT_EQ(registry(), "timestamp=T event=R package=sample keyid=" + Support::Pki::instance().keyId("alice") + "\n");
 }
 
 TEST_F(SandboxService, KnowsWhatItInstalledBeforeItWasStarted) {

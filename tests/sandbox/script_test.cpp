@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/script_test.h"
 
-#include <regex>
-
 namespace fs = std::filesystem;
 
 std::vector<std::string> ScriptTest::script(const std::string& name, const std::vector<std::string>& arguments) {
@@ -28,15 +26,4 @@ std::vector<std::string> ScriptTest::processes() const {
     }
   }
   return found;
-}
-
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-  for (auto place = text.find(from); place != std::string::npos; place = text.find(from, place + to.size()))
-    text.replace(place, from.size(), to);
-  return text;
-}
-
-std::string withoutTimes(const std::string& log) {
-  static const std::regex time("(Time spent for pre-installation: )[0-9]+( seconds)");
-  return std::regex_replace(log, time, "$1N$2");
 }

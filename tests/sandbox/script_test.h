@@ -28,9 +28,3 @@ protected:
   ScriptTest() { std::filesystem::create_directory(temporary()); }
   Support::TempDirectory m_directory;
 };
-
-/// `text` with `to` in every place of `from`.
-std::string replaced(std::string text, const std::string& from, const std::string& to);
-
-/// Logs of the tool with N for the numbers of seconds.
-std::string withoutTimes(const std::string& log);

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/script_test.h"
+#include "tests/sandbox/text.h"
 #include "tests/support/wait.h"
 
 #include <gtest/gtest.h>
