@@ -71,9 +71,14 @@ std::string sourceFrom(const Options& options) {
   return source;
 }
 
+/// Clients compare version and release; an epoch would make every package that has none look older.
+std::string withoutEpoch(const std::string& version) {
+  return version.substr(version.find(':') + 1);
+}
+
 Description describe(const StoredPackage& package) {
   Description description{{"general.name", package.name},
-                          {BusNames::versionKey, package.version},
+                          {BusNames::versionKey, withoutEpoch(package.version)},
                           {"general.source", package.source},
                           {BusNames::developerKeyIdKey, package.developerKeyId},
                           {"certificate.subgroup", package.developerSubgroup}};

@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "service/bus_names.h"
 #include "tests/sandbox/real_service.h"
 #include "tests/sandbox/text.h"
 #include "tests/support/pki.h"
@@ -11,6 +12,8 @@
 #include <gtest/gtest.h>
 #include <sdbus-c++/sdbus-c++.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -78,6 +81,11 @@ TEST_F(SandboxService, ListsByNameWhatItWouldDescribe) {
   m_client.install(package({.name = "plum"}));
   EXPECT_THAT(m_client.list(),
               ElementsAre(m_client.getPackage("apple"), m_client.getPackage("pear"), m_client.getPackage("plum")));
+}
+
+TEST_F(SandboxService, GivesAVersionWithoutItsEpoch) {
+  m_client.install(package({.preamble = "Epoch: 3"}));
+  EXPECT_THAT(m_client.installed(), ElementsAre("sample 1.0-1"));
 }
 
 TEST_F(SandboxService, KnowsNothingElse) {
@@ -221,6 +229,29 @@ TEST_F(SandboxService, EndsWithAReasonWhenTheBusGoes) {
 }
 
 class SandboxServiceAt : public SandboxService, public testing::WithParamInterface<int> {};
+
+/// Clients that never wait for an answer keep the service busy to its end.
+TEST_P(SandboxServiceAt, EndsCleanlyWhenItIsFloodedWithCalls) {
+  std::atomic<bool> goesOn = true;
+  std::vector<std::thread> flood;
+  for (int number = 0; number < 2; ++number)
+    flood.emplace_back([&] {
+      ServiceClient client;
+      while (goesOn)
+        busErrorOf([&] {
+          auto call = client.proxy().createMethodCall(BusNames::interface, sdbus::MethodName("List"));
+          call.dontExpectReply();
+          client.proxy().callMethod(call);
+        });
+    });
+  EXPECT_TRUE(Support::waitUntil([&] { return m_service.log().size() > 1000; }));
+  m_service.process().signal(GetParam());
+  EXPECT_TRUE(Support::waitUntil([&] { return !m_service.process().isRunning(); }, std::chrono::seconds(10)));
+  goesOn = false;
+  for (std::thread& thread : flood)
+    thread.join();
+  EXPECT_EQ(m_service.process().wait().status, 0);
+}
 
 TEST_P(SandboxServiceAt, EndsCleanly) {
   m_service.process().signal(GetParam());
