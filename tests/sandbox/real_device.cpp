@@ -5,13 +5,23 @@
 #include "tests/sandbox/text.h"
 #include "tests/support/pki.h"
 
-#include <memory>
 #include <set>
 #include <sstream>
+#include <stdexcept>
+
+#include <signal.h>
 
 RealDevice::RealDevice() {
   removeService();
   Support::trustAuthorityUnder(root());
+  m_service = std::make_unique<RealService>(root());
+}
+
+void RealDevice::reboot() {
+  m_service->process().signal(SIGTERM);
+  const Support::ProcessResult result = m_service->process().wait();
+  if (result.status != 0)
+    throw std::runtime_error("the service does not end cleanly: " + result.output + result.errors);
   m_service = std::make_unique<RealService>(root());
 }
 

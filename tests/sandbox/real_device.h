@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 
 /// A device whose package-manager service is the real one.
@@ -17,6 +18,9 @@ public:
 
   ServiceClient& client() { return m_client; }
   RealService& service() { return *m_service; }
+
+  /// Ends the service, which has to end cleanly, and starts it again.
+  void reboot();
 
   /// Empties the pre-install directory for the next image.
   void clearImage() const;

@@ -220,6 +220,15 @@ TEST_F(SandboxService, EndsWithAReasonWhenTheNameIsTaken) {
   EXPECT_EQ(result.status, 1);
 }
 
+/// Another bus has another name to take, but there is only one root.
+TEST_F(SandboxService, EndsWithAReasonWhenTheRootIsInUse) {
+  const Support::PrivateBus otherBus;
+  const Support::ProcessResult result = Support::run(serviceCommand(root()));
+  EXPECT_EQ(result.output,
+            "[E] Another process has the package store: " + (root() / "var/lib/krv/sandbox/lock").string() + "\n");
+  EXPECT_EQ(result.status, 1);
+}
+
 TEST_F(SandboxService, EndsWithAReasonWhenTheBusGoes) {
   m_bus.stop();
   const Support::ProcessResult result = m_service.process().wait();

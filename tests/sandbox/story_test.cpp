@@ -55,6 +55,7 @@ protected:
   }
 
   void boot(const std::map<std::string, RealDevice::Lines>& linesOf) {
+    m_device.reboot();
     const Device::Run run = m_device.run();
     EXPECT_EQ(run.log, m_device.expectedLog(linesOf));
     EXPECT_EQ(run.status, 0);
