@@ -95,6 +95,15 @@ TEST_F(SandboxShell, TouchesNoFolderThatIsNoSandbox) {
   EXPECT_EQ(Support::readFile(folder() / "run/precious"), "content");
 }
 
+/// The terminal sends Ctrl-C to all of them. It is meant for the command.
+TEST_F(SandboxShell, LeavesCtrlCToTheCommand) {
+  EXPECT_EQ(run({"--", "sh", "-c", "kill -INT $PPID; echo goes on"}).output, "goes on\n");
+  const Support::ProcessResult result = run({"--", "sh", "-c", "kill -INT $$; echo goes on"});
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.status, 128 + SIGINT);
+  expectNothingLeft();
+}
+
 class InterruptedShell : public SandboxShell, public testing::WithParamInterface<int> {};
 
 TEST_P(InterruptedShell, TakesTheCommandAndAllElseWithIt) {
