@@ -2,18 +2,15 @@
 // SPDX-License-Identifier: MIT
 #include "sandbox/calls.h"
 
-#include "common/error/dbus_error.h"
 #include "common/error/error.h"
-#include "driver/log/log_message.h"
+#include "sandbox/attend.h"
 #include "sandbox/package_store.h"
 #include "sandbox/utf8.h"
 #include "service/bus_names.h"
 
 #include <sdbus-c++/sdbus-c++.h>
 
-#include <exception>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <sstream>
 #include <string>
@@ -30,25 +27,6 @@ using Description = std::map<std::string, std::string>;
 using Options = std::map<std::string, sdbus::Variant>;
 /// A source's name, and a text of which nothing is made here.
 using Source = sdbus::Struct<std::string, std::string>;
-
-[[noreturn]] void refuse(const std::string& call, ErrorCode code, const char* reason) {
-  const Common::DBusErrorInfo info = Common::fromCode(code);
-  LogMessage(LogLevel::Error) << call << ": " << info.shortName << ": " << reason;
-  throw sdbus::Error(sdbus::Error::Name(info.name), asUtf8(reason));
-}
-
-/// Does `work` for the call that the text `call` describes.
-void attend(const std::string& call, const std::function<void()>& work) {
-  try {
-    work();
-    LogMessage(LogLevel::Info) << call;
-  } catch (const Error& error) {
-    const bool isOurs = error.code().category() == Common::errorCategory();
-    refuse(call, isOurs ? static_cast<ErrorCode>(error.code().value()) : ErrorCode::Internal, error.what());
-  } catch (const std::exception& error) {
-    refuse(call, ErrorCode::Internal, error.what());
-  }
-}
 
 template <typename Expected>
 const sdbus::Variant& checked(const std::string& option, const sdbus::Variant& value) {
