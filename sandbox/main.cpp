@@ -5,8 +5,8 @@
 
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -18,21 +18,14 @@ constexpr const char* help =
     "usage: krv-sandbox-service [--root DIR]\n"
     "\n"
     "Serves the package manager's D-Bus interface \"velta.KRV\" on the system bus\n"
-    "(DBUS_SYSTEM_BUS_ADDRESS moves it). Packages count as installed while it runs. Its\n"
-    "registry and its trusted certificate authorities are those under the root:\n"
-    "DIR, or else the environment variable KRV_ROOT_FS.\n";
+    "(DBUS_SYSTEM_BUS_ADDRESS moves it) until SIGTERM or SIGINT. Says \"ready\" when it\n"
+    "can be called, then writes a line for each call. Packages, their database, the\n"
+    "registry and the trusted certificate authorities are those under the root: DIR, or\n"
+    "else the environment variable KRV_ROOT_FS. docs/velta.KRV.xml describes the interface.\n";
 
 int usageError() {
   std::cerr << "usage: krv-sandbox-service [--root DIR]\n";
   return 2;
-}
-
-bool isRootUsable() {
-  const char* root = std::getenv("KRV_ROOT_FS");
-  if (root != nullptr && std::filesystem::is_directory(root))
-    return true;
-  LogMessage(LogLevel::Error) << "The root is not a directory: " << std::filesystem::path(root ? root : "");
-  return false;
 }
 
 } // namespace
@@ -48,8 +41,9 @@ int main(int argc, char** argv) {
       setenv("KRV_ROOT_FS", arguments[1].c_str(), 1);
     else if (!arguments.empty())
       return usageError();
-    if (!isRootUsable())
-      return EXIT_FAILURE;
+    // Nobody is to get packages into a real system because a variable was forgotten.
+    if (std::getenv("KRV_ROOT_FS") == nullptr)
+      throw std::runtime_error("No root is given, neither with --root nor in KRV_ROOT_FS");
     Sandbox::serve();
     return EXIT_SUCCESS;
   } catch (const std::exception& error) {

@@ -2,16 +2,16 @@
 // SPDX-License-Identifier: MIT
 #include "sandbox/service.h"
 
-#include "common/error/dbus_error.h"
-#include "common/error/error.h"
+#include "sandbox/calls.h"
 #include "sandbox/package_store.h"
 #include "service/bus_names.h"
 
 #include <sdbus-c++/sdbus-c++.h>
 
+#include <cerrno>
 #include <iostream>
-#include <map>
-#include <string>
+#include <memory>
+#include <stdexcept>
 #include <system_error>
 
 #include <poll.h>
@@ -39,48 +39,6 @@ private:
   int m_descriptor;
 };
 
-using Options = std::map<std::string, sdbus::Variant>;
-
-/// Does `work`; what goes wrong reaches the caller under its D-Bus error name.
-template <typename Work>
-auto answering(Work work) {
-  try {
-    return work();
-  } catch (const Common::Error& error) {
-    const auto code = static_cast<Common::ErrorCode>(error.code().value());
-    throw sdbus::Error(sdbus::Error::Name(Common::fromCode(code).name), error.what());
-  }
-}
-
-std::string sourceFrom(const Options& options) {
-  const auto found = options.find(BusNames::overrideSourceOption);
-  if (found == options.end())
-    return {};
-  return found->second.get<sdbus::Struct<std::string, std::string>>().get<0>();
-}
-
-std::map<std::string, std::string> describe(const std::string& name, const StoredPackage& package) {
-  return {{"general.name", name},
-          {BusNames::versionKey, package.version},
-          {"general.source", package.source},
-          {BusNames::developerKeyIdKey, package.developerKeyId},
-          {"certificate.subgroup", package.developerSubgroup}};
-}
-
-void addMethods(sdbus::IObject& object, PackageStore& store) {
-  object
-      .addVTable(sdbus::registerMethod(BusNames::getPackage).implementedAs([&store](const std::string& name) {
-        return answering([&] { return describe(name, store.get(name)); });
-      }),
-                 sdbus::registerMethod(BusNames::install)
-                     .implementedAs([&store](const std::string& path, const Options& options) {
-                       answering([&] { store.install(path, sourceFrom(options)); });
-                     }),
-                 sdbus::registerMethod("Remove").implementedAs(
-                     [&store](const std::string& name) { answering([&] { store.remove(name); }); }))
-      .forInterface(BusNames::interface);
-}
-
 /// Both are blocked, so that they come through the descriptor alone.
 FileDescriptor terminationSignals() {
   sigset_t signals;
@@ -91,14 +49,33 @@ FileDescriptor terminationSignals() {
   return FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
+std::unique_ptr<sdbus::IConnection> connect() {
+  try {
+    return sdbus::createSystemBusConnection();
+  } catch (const sdbus::Error& error) {
+    throw std::runtime_error("Couldn't connect to the system bus: " + error.getMessage());
+  }
+}
+
+void takeName(sdbus::IConnection& connection) {
+  try {
+    connection.requestName(BusNames::service);
+  } catch (const sdbus::Error& error) {
+    if (error.getName() != "org.freedesktop.DBus.Error.FileExists")
+      throw;
+    throw std::runtime_error("The bus name is taken: " + BusNames::service);
+  }
+}
+
 void processUntilTerminated(sdbus::IConnection& connection, const FileDescriptor& signals) {
-  for (pollfd sources[2] = {}; sources[1].revents == 0;) {
-    while (connection.processPendingEvent()) {
-    }
+  for (;;) {
+    const bool wasBusy = connection.processPendingEvent();
     const auto bus = connection.getEventLoopPollData();
-    sources[0] = {bus.fd, bus.events, 0};
-    sources[1] = {signals.get(), POLLIN, 0};
-    poll(sources, 2, bus.getPollTimeout());
+    pollfd sources[2] = {{bus.fd, bus.events, 0}, {signals.get(), POLLIN, 0}};
+    // The signals are looked at after every single call: busy clients must not keep the service alive.
+    poll(sources, 2, wasBusy ? 0 : bus.getPollTimeout());
+    if (sources[1].revents != 0)
+      return;
   }
 }
 
@@ -107,14 +84,18 @@ void processUntilTerminated(sdbus::IConnection& connection, const FileDescriptor
 void serve() {
   // First of all, so that no signal is lost that comes once "ready" is out.
   const FileDescriptor signals = terminationSignals();
+  const auto connection = connect();
+  // Before the root is touched, which may be in another service's hands if the name is. Calls wait until all is there.
+  takeName(*connection);
   PackageStore store;
-  const auto connection = sdbus::createSystemBusConnection();
-  const auto object = sdbus::createObject(*connection, BusNames::objectPath);
-  addMethods(*object, store);
-  connection->requestName(BusNames::service);
+  const auto object = serveCalls(*connection, store);
 
   std::cout << "ready" << std::endl;
-  processUntilTerminated(*connection, signals);
+  try {
+    processUntilTerminated(*connection, signals);
+  } catch (const sdbus::Error& error) {
+    throw std::runtime_error("The connection to the system bus broke: " + error.getMessage());
+  }
 }
 
 } // namespace Sandbox

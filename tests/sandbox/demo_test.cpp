@@ -1,17 +1,18 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "tests/support/environment.h"
-#include "tests/support/process.h"
-#include "tests/support/temp_directory.h"
+#include "tests/sandbox/script_test.h"
+#include "tests/sandbox/text.h"
 #include "tests/support/wait.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <regex>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <signal.h>
@@ -21,88 +22,170 @@ namespace {
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
-/// The demo's programs put all their files below this folder, also the running ones' sockets: a process that is left
-/// behind shows by its command line.
-class Demo : public testing::Test {
+class Demo : public ScriptTest {
 protected:
-  std::vector<std::string> command() const {
-    return {std::string(KRV_SOURCE_DIRECTORY) + "/sandbox/demo", KRV_BINARY_DIRECTORY};
-  }
-  Support::Environment environment() const { return {{"TMPDIR", m_directory.path().string()}}; }
-
-  void expectNothingLeft() const {
-    EXPECT_TRUE(fs::is_empty(m_directory.path()));
-    EXPECT_EQ(processesOfTheDemo(), Lines());
-  }
-
-  Lines processesOfTheDemo() const {
-    Lines found;
-    for (const auto& entry : fs::directory_iterator("/proc")) {
-      std::string environment;
-      try {
-        environment = Support::readFile(entry.path() / "environ");
-      } catch (const std::exception&) {
-        continue; // not a process, gone, or somebody else's
-      }
-      if (environment.find("TMPDIR=" + m_directory.path().string()) != std::string::npos)
-        found.push_back(entry.path().filename());
-    }
-    return found;
-  }
-
-  Support::TempDirectory m_directory;
+  fs::path kept() const { return m_directory / "kept"; }
 };
 
-/// The output without the folder's random name, and with the lines of each scene sorted: the order in which a
-/// directory is listed differs from file system to file system.
-std::string comparable(const std::string& output) {
-  std::istringstream text(std::regex_replace(output, std::regex("/[^ \"]*/krv-demo\\.[A-Za-z0-9]*/device"), "DEVICE"));
-  Lines lines;
-  auto sceneBegin = lines.size();
-  for (std::string line; std::getline(text, line);) {
-    lines.push_back(line);
-    if (line.empty())
-      sceneBegin = lines.size();
-    std::sort(lines.begin() + static_cast<Lines::difference_type>(sceneBegin), lines.end());
+/// The key ids of the registry's lines, cut to eight digits, as K1, K2, … in the order in which they appear first.
+std::string withNumberedKeys(const std::string& text) {
+  static const std::regex key("(keyid=|keyids=|->)([0-9a-f]{8})\\b");
+  std::map<std::string, std::string> names;
+  std::string result;
+  auto rest = text.begin();
+  for (std::sregex_iterator found(text.begin(), text.end(), key), end; found != end; ++found) {
+    const auto name = names.emplace((*found)[2], "K" + std::to_string(names.size() + 1)).first;
+    result.append(rest, (*found)[2].first).append(name->second);
+    rest = (*found)[0].second;
   }
-  std::string joined;
-  for (const std::string& line : lines)
-    joined += line + "\n";
-  return joined;
+  return result.append(rest, text.end());
 }
 
-TEST_F(Demo, TellsItsScenes) {
-  const Support::ProcessResult result = Support::run(command(), environment());
-  EXPECT_EQ(comparable(result.output),
-            comparable(Support::readFile(fs::path(KRV_SOURCE_DIRECTORY) / "tests/sandbox/demo.expected")));
+/// Whether the line is the last one that the tool writes about a package, or the only one about an event.
+bool endsBlock(const std::string& line) {
+  static const std::regex end(
+      R"((\[[IE]\] (Skipping package pre-installation|The package successfully pre-installed|Failed to pre-install package): |timestamp=).*)");
+  return std::regex_match(line, end);
+}
+
+bool continuesScene(const std::string& line) {
+  return line.starts_with("[E] ") || line.starts_with("[W] ") || line.starts_with("[I] The package was manually");
+}
+
+/// The text with what is about the packages of each scene in the order of its last lines: the order in which a folder
+/// is listed differs from file system to file system.
+std::string inOneOrder(const std::string& text) {
+  std::map<std::string, std::string> blocks;
+  std::string block;
+  std::string result;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    block += line + "\n";
+    if (endsBlock(line)) {
+      blocks[line] += std::exchange(block, "");
+    } else if (!continuesScene(line)) {
+      for (const auto& [end, content] : std::exchange(blocks, {}))
+        result += content;
+      result += std::exchange(block, "");
+    }
+  }
+  for (const auto& [end, content] : blocks)
+    result += content;
+  return result + block;
+}
+
+/// The scenes with the device's folder, which the first line names, as DEVICE, with T and N for times, with numbers for
+/// keys, and in one order.
+std::string comparable(const std::string& output) {
+  const std::string device = output.substr(output.find('/'), output.find('\n') - output.find('/'));
+  const std::string text = withoutTimes(replaced(output, device, "DEVICE"));
+  return withNumberedKeys(inOneOrder(withoutTimestamps(text)));
+}
+
+std::string expectedScenes() {
+  return Support::readFile(KRV_SOURCE_DIRECTORY "/tests/sandbox/demo.expected");
+}
+
+/// A path as the shell reads it.
+std::string quoted(const fs::path& path) {
+  return Support::runOrThrow({"bash", "-c", "printf %q \"$1\"", "bash", path});
+}
+
+TEST_F(Demo, TellsItsScenesFromAnyFolder) {
+  const Support::ProcessResult result = Support::run(script("demo"), environment(), "/");
+  EXPECT_EQ(comparable(result.output), expectedScenes());
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(result.status, 0);
   expectNothingLeft();
 }
 
-TEST_F(Demo, WorksFromAnyFolder) {
-  const Support::ProcessResult result = Support::run(command(), environment(), "/");
+TEST_F(Demo, KeepsTheDeviceForTheEnvironmentThatItPrints) {
+  const Support::ProcessResult result = Support::run(script("demo", {"--keep", kept()}), environment());
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(result.status, 0);
+  const auto end = result.output.find("\nThe sandbox stays in ");
+  EXPECT_EQ(comparable(result.output.substr(0, end)), expectedScenes());
+  EXPECT_EQ(replaced(result.output.substr(end), quoted(m_directory.path()), "FOLDER"),
+            "\n"
+            "The sandbox stays in FOLDER/kept, without bus and service. A shell in it, with both:\n"
+            "  scripts/sandbox FOLDER/kept\n"
+            "Or the same environment in the shell that you have:\n"
+            "  export PATH=" +
+                quoted(KRV_BINARY_DIRECTORY) +
+                ":$PATH\n"
+                "  export HOME=FOLDER/kept/home\n"
+                "  export KRV_ROOT_FS=FOLDER/kept/device\n"
+                "  export DBUS_SYSTEM_BUS_ADDRESS=unix:path=FOLDER/kept/run/bus\n");
+  expectNothingLeft();
+
+  const std::string exports = result.output.substr(result.output.find("  export "));
+  const Support::ProcessResult byHand = Support::run({"bash", "-c", exports + "rpm -qa | sort; krv-pre-installer"});
+  EXPECT_EQ(byHand.output, "maps-2.0-2.noarch\nnotes-1.2-1.noarch\nplayer-1.0-1.noarch\nweather-1.0-1.noarch\n"
+                           "[E] Failed to open bus (No such file or directory)\n"
+                           "[E] Failed to create dbus proxy for KRV service\n");
 }
 
-class InterruptedDemo : public Demo, public testing::WithParamInterface<int> {};
+TEST_F(Demo, KeepsNothingInAFolderThatIsInUse) {
+  Support::writeFile(kept() / "precious", "content");
+  const Support::ProcessResult result = Support::run(script("demo", {"--keep", kept()}), environment());
+  EXPECT_EQ(result.errors, "demo: " + kept().string() + " is there already and no empty folder\n");
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.status, 1);
+  const Support::ProcessResult onAFile = Support::run(script("demo", {"--keep", kept() / "precious"}), environment());
+  EXPECT_EQ(onAFile.status, 1);
+  EXPECT_EQ(Support::readFile(kept() / "precious"), "content");
+  expectNothingLeft();
+}
+
+struct Interruption {
+  std::string name;
+  std::string point; ///< what is to be seen in the output or in the command line of a process of the demo
+  int signal;
+  bool keeps;
+};
+
+void PrintTo(const Interruption& interruption, std::ostream* out) {
+  *out << interruption.name;
+}
+
+class InterruptedDemo : public Demo, public testing::WithParamInterface<Interruption> {
+protected:
+  bool hasReached(const Support::Process& demo, const std::string& point) const {
+    const auto shows = [&](const std::string& text) { return text.find(point) != std::string::npos; };
+    const std::string output = demo.outputSoFar();
+    return output.empty() ? std::ranges::any_of(processes(), shows) : shows(output);
+  }
+};
 
 TEST_P(InterruptedDemo, LeavesNothingBehind) {
-  signal(GetParam(), SIG_DFL); // a shell cannot trap what its parent ignores
-  Support::Process demo(command(), environment());
-  ASSERT_TRUE(Support::waitUntil([&] { return demo.outputSoFar().find("\n4. ") != std::string::npos; }));
-  demo.signal(GetParam());
-  EXPECT_EQ(demo.wait().status, 128 + GetParam());
+  const Interruption& interruption = GetParam();
+  signal(interruption.signal, SIG_DFL); // a shell cannot trap what its parent ignores
+  const Lines arguments = interruption.keeps ? Lines{"--keep", kept()} : Lines{};
+  Support::Process demo(script("demo", arguments), environment());
+  ASSERT_TRUE(Support::waitUntil([&] { return hasReached(demo, interruption.point); }));
+  demo.signal(interruption.signal);
+  EXPECT_EQ(demo.wait().status, 128 + interruption.signal);
   expectNothingLeft();
+  EXPECT_FALSE(fs::exists(kept()));
 }
 
-INSTANTIATE_TEST_SUITE_P(BySignal, InterruptedDemo, testing::Values(SIGINT, SIGTERM));
+INSTANTIATE_TEST_SUITE_P(, InterruptedDemo,
+                         testing::Values(Interruption{"InTheBeginning", "sandbox/demo", SIGINT, true},
+                                         Interruption{"WhilePackagesAreBuilt", "rpmbuild", SIGTERM, false},
+                                         Interruption{"WhilePackagesToKeepAreBuilt", "rpmbuild", SIGINT, true},
+                                         Interruption{"BetweenScenes", "\n4. ", SIGHUP, false},
+                                         Interruption{"BetweenScenesToKeep", "\n9. ", SIGTERM, true}),
+                         [](const auto& instance) { return instance.param.name; });
 
 TEST(DemoUsage, IsExplained) {
-  const Support::ProcessResult result = Support::run({std::string(KRV_SOURCE_DIRECTORY) + "/sandbox/demo"});
-  EXPECT_EQ(result.errors, "usage: demo BIN-DIR\n");
-  EXPECT_EQ(result.status, 2);
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+           {}, {KRV_BINARY_DIRECTORY, "more"}, {KRV_BINARY_DIRECTORY, "--keep"}, {KRV_BINARY_DIRECTORY, "-k", "x"}}) {
+    std::vector<std::string> command{KRV_SOURCE_DIRECTORY "/sandbox/demo"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    const Support::ProcessResult result = Support::run(command);
+    EXPECT_EQ(result.errors, "usage: demo BIN-DIR [--keep DIR]\n");
+    EXPECT_EQ(result.status, 2);
+  }
 }
 
 } // namespace

@@ -1,153 +1,343 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "service/krv_proxy.h"
-#include "tests/support/captured_log.h"
+#include "service/bus_names.h"
+#include "tests/sandbox/real_service.h"
+#include "tests/sandbox/text.h"
 #include "tests/support/pki.h"
 #include "tests/support/private_bus.h"
-#include "tests/support/process.h"
 #include "tests/support/rpm_sandbox.h"
 #include "tests/support/wait.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sdbus-c++/sdbus-c++.h>
 
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
 #include <memory>
-#include <optional>
-#include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <signal.h>
 
 namespace {
 
+namespace fs = std::filesystem;
 using Support::PackageInput;
+using Source = sdbus::Struct<std::string, std::string>;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
-/// The service as a child process, and a client of it.
-class SandboxService : public testing::Test {
+/// A device's root, a bus, and a way to start the service.
+class SandboxProcess : public testing::Test {
 protected:
-  SandboxService() {
-    std::filesystem::create_directories(root());
+  SandboxProcess() {
+    fs::create_directories(root());
     Support::trustAuthorityUnder(root());
-    m_service = std::make_unique<Support::Process>(command());
-    EXPECT_TRUE(Support::waitUntil([this] { return m_service->outputSoFar() == "ready\n"; }));
   }
 
-  std::filesystem::path root() const { return m_rpm.path() / "root"; }
-  std::vector<std::string> command() const { return {Support::program("krv-sandbox-service"), "--root", root()}; }
+  fs::path root() const { return m_rpm.path() / "root"; }
 
-  std::filesystem::path package(const PackageInput& input, const std::string& developer = "alice") {
-    const std::filesystem::path path = m_rpm.path() / "package.rpm";
+  fs::path package(const PackageInput& input, const std::string& developer = "alice") {
+    const fs::path path = m_rpm.path() / (input.name + "-" + input.version + ".rpm");
     m_rpm.build(input, path);
-    Support::sign(path, developer);
+    if (!developer.empty())
+      Support::sign(path, developer);
     return path;
   }
 
-  /// The log of an installation, and after it the result.
-  std::string installation(const std::filesystem::path& path) {
-    const Support::CapturedLog log;
-    const bool result = KrvProxy::create().value().install(path);
-    return log.text() + (result ? "true" : "false");
-  }
-
-  std::optional<InstalledPackage> installed(const std::string& name) {
-    return KrvProxy::create().value().getPackage(name);
-  }
-
-  Support::ProcessResult call(const std::string& member, const std::string& argument) {
-    return Support::run({"dbus-send", "--system", "--print-reply", "--dest=velta.KRV", "/velta/KRV",
-                         "velta.KRV." + member, "string:" + argument});
-  }
-
-  /// The registry with T for each time.
-  std::string registry() const {
-    return std::regex_replace(Support::readFile(root() / "var/lib/krv/registry"), std::regex("timestamp=[0-9]+"), "T");
-  }
+  std::string registry() const { return withoutTimestamps(Support::readFile(root() / "var/lib/krv/registry")); }
 
   Support::RpmSandbox m_rpm;
   Support::PrivateBus m_bus;
-  std::unique_ptr<Support::Process> m_service;
 };
 
+/// The running service, and a client of it.
+class SandboxService : public SandboxProcess {
+protected:
+  RealService m_service{root()};
+  ServiceClient m_client;
+};
+
+// What is installed
+
 TEST_F(SandboxService, DescribesWhatItInstalled) {
-  EXPECT_EQ(installation(package({.version = "1.2", .release = "3"})), "true");
+  m_client.install(package({.version = "1.2", .release = "3"}));
   const std::string keyId = Support::Pki::instance().keyId("alice");
-  const auto found = installed("sample");
-  ASSERT_TRUE(found.has_value());
-  EXPECT_EQ(found->version, "1.2-3");
-  EXPECT_EQ(found->developerKeyId, keyId);
-  EXPECT_EQ(registry(), "T event=I package=sample keyid=" + keyId + "\n");
+  EXPECT_EQ(m_client.getPackage("sample"), (ServiceClient::Package{{"general.name", "sample"},
+                                                                   {"general.version", "1.2-3"},
+                                                                   {"general.source", ""},
+                                                                   {"certificate.id", keyId},
+                                                                   {"certificate.subgroup", "regular"}}));
+  EXPECT_EQ(registry(), "timestamp=T event=I package=sample keyid=" + keyId + "\n");
 }
 
-TEST_F(SandboxService, GivesTheFiveFactsOfAPackage) {
-  installation(package({}));
-  std::string reply = call("GetPackage", "sample").output;
-  for (const std::string entry :
-       {"\"general.name\"\n         string \"sample\"", "\"general.version\"\n         string \"1.0-1\"",
-        "\"general.source\"\n         string \".pre.installed.apps\"",
-        "\"certificate.subgroup\"\n         string \"regular\""})
-    EXPECT_NE(reply.find(entry), std::string::npos) << reply;
+TEST_F(SandboxService, ListsByNameWhatItWouldDescribe) {
+  m_client.install(package({.name = "pear"}));
+  m_client.install(package({.name = "apple"}, "extended"));
+  m_client.install(package({.name = "plum"}));
+  EXPECT_THAT(m_client.list(),
+              ElementsAre(m_client.getPackage("apple"), m_client.getPackage("pear"), m_client.getPackage("plum")));
+}
+
+TEST_F(SandboxService, GivesAVersionWithoutItsEpoch) {
+  m_client.install(package({.preamble = "Epoch: 3"}));
+  EXPECT_THAT(m_client.installed(), ElementsAre("sample 1.0-1"));
 }
 
 TEST_F(SandboxService, KnowsNothingElse) {
-  EXPECT_EQ(installed("sample"), std::nullopt);
-  EXPECT_EQ(call("GetPackage", "sample").errors,
-            "Error velta.KRV.Error.PackageNotExist: The package is not installed: sample\n");
-  EXPECT_EQ(call("Remove", "sample").errors,
-            "Error velta.KRV.Error.PackageNotExist: The package is not installed: sample\n");
+  EXPECT_THAT(m_client.list(), IsEmpty());
+  EXPECT_EQ(busErrorOf([&] { m_client.getPackage("sample"); }),
+            "velta.KRV.Error.PackageNotExist: The package is not installed: sample");
+  EXPECT_EQ(busErrorOf([&] { m_client.remove("sample"); }),
+            "velta.KRV.Error.PackageNotExist: The package is not installed: sample");
 }
 
 TEST_F(SandboxService, ForgetsWhatIsRemovedAndWritesItDown) {
-  installation(package({}));
-  EXPECT_EQ(call("Remove", "sample").status, 0);
-  EXPECT_EQ(installed("sample"), std::nullopt);
-  EXPECT_EQ(registry(), "T event=R package=sample keyid=" + Support::Pki::instance().keyId("alice") + "\n");
+  m_client.install(package({}));
+  m_client.remove("sample");
+  EXPECT_THAT(m_client.list(), IsEmpty());
+  EXPECT_EQ(registry(), "timestamp=T event=R package=sample keyid=" + Support::Pki::instance().keyId("alice") + "\n");
 }
 
-TEST_F(SandboxService, RefusesWhatItCannotTrust) {
-  EXPECT_EQ(installation(package({}, "foreign")),
-            "[E] Package installation error: Package is signed with a non-legal developer certificate\nfalse");
-  EXPECT_EQ(installation(m_rpm.path() / "missing.rpm"),
-            "[E] Package installation error: The package is not a file that exists: " +
-                (m_rpm.path() / "missing.rpm").string() + "\nfalse");
-  EXPECT_EQ(installed("sample"), std::nullopt);
+TEST_F(SandboxService, KnowsWhatItInstalledBeforeItWasStarted) {
+  m_client.install(package({}), {{"OverrideSource", sdbus::Variant(Source("shop", ""))}});
+  const ServiceClient::Package before = m_client.getPackage("sample");
+  m_service.process().signal(SIGTERM);
+  m_service.process().wait();
+  const RealService next(root());
+  EXPECT_EQ(m_client.getPackage("sample"), before);
 }
 
-TEST_F(SandboxService, EndsCleanlyWhenTold) {
-  m_service->signal(SIGTERM);
-  EXPECT_EQ(m_service->wait().status, 0);
+// The options of an installation
+
+struct WrongOption {
+  std::string name;
+  std::string option;
+  std::function<sdbus::Variant()> value; ///< made in the test: the library's variants do not outlive main()
+  std::string error;
+};
+
+void PrintTo(const WrongOption& option, std::ostream* out) {
+  *out << option.name;
 }
+
+template <typename Value>
+std::function<sdbus::Variant()> variant(const Value& value) {
+  return [value] { return sdbus::Variant(value); };
+}
+
+sdbus::Variant variantInAVariant() {
+  const sdbus::Variant inner(false);
+  return sdbus::Variant(inner, sdbus::embed_variant);
+}
+
+const std::string unknown = "Unknown installation option: ";
+const std::string mistyped = "The installation option has a wrong type: ";
+
+class InstallationOption : public SandboxService, public testing::WithParamInterface<WrongOption> {};
+
+TEST_P(InstallationOption, IsRefusedByItsNameAlsoBesideGoodOnes) {
+  const fs::path path = package({});
+  const std::string error = "velta.KRV.Error.InvalidArguments: " + GetParam().error;
+  ServiceClient::Options options;
+  options.emplace(GetParam().option, GetParam().value());
+  EXPECT_EQ(busErrorOf([&] { m_client.install(path, options); }), error);
+  options.emplace("ShowPrompt", sdbus::Variant(false));
+  options.emplace("ShowNotifications", sdbus::Variant(false));
+  EXPECT_EQ(busErrorOf([&] { m_client.install(path, options); }), error);
+  EXPECT_THAT(m_client.list(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Wrong, InstallationOption,
+    testing::ValuesIn(std::vector<WrongOption>{
+        {"Unknown", "Force", variant(true), unknown + "Force"},
+        {"InAnotherCase", "showPrompt", variant(true), unknown + "showPrompt"},
+        {"WithoutAName", "", variant(true), unknown},
+        {"PromptAsText", "ShowPrompt", variant(std::string("no")), mistyped + "ShowPrompt"},
+        {"PromptInAVariant", "ShowPrompt", variantInAVariant, mistyped + "ShowPrompt"},
+        {"NotificationsAsANumber", "ShowNotifications", variant(std::int32_t(0)), mistyped + "ShowNotifications"},
+        {"SourceAsText", "OverrideSource", variant(std::string("shop")), mistyped + "OverrideSource"},
+        {"SourceOfOneText", "OverrideSource", variant(sdbus::Struct<std::string>("shop")), mistyped + "OverrideSource"},
+        {"SourceOfThreeTexts", "OverrideSource",
+         variant(sdbus::Struct<std::string, std::string, std::string>("a", "b", "c")), mistyped + "OverrideSource"},
+        {"SourceAsAList", "OverrideSource", variant(std::vector<std::string>{"shop", ""}), mistyped + "OverrideSource"},
+    }),
+    [](const auto& instance) { return instance.param.name; });
+
+TEST_F(SandboxService, TakesAllOptionsAndKeepsTheSource) {
+  m_client.install(package({}), {{"ShowPrompt", sdbus::Variant(true)},
+                                 {"ShowNotifications", sdbus::Variant(true)},
+                                 {"OverrideSource", sdbus::Variant(Source("shop", "ignored"))}});
+  EXPECT_EQ(m_client.getPackage("sample").at("general.source"), "shop");
+}
+
+// Other calls, and the log
+
+TEST_F(SandboxService, LeavesWhatItDoesNotKnowToTheBusLibrary) {
+  EXPECT_EQ(busErrorOf([&] { m_client.proxy().callMethod("Update").onInterface("velta.KRV"); }),
+            "org.freedesktop.DBus.Error.UnknownMethod: Unknown method Update or interface velta.KRV.");
+  EXPECT_EQ(busErrorOf([&] { m_client.proxy().callMethod("Remove").onInterface("velta.KRV").withArguments(1); }),
+            "org.freedesktop.DBus.Error.InvalidArgs: Invalid arguments 'i' to call velta.KRV.Remove(), expecting 's'.");
+  EXPECT_THAT(m_client.list(), IsEmpty());
+}
+
+/// What the store itself says about its work comes before the line of the call.
+TEST_F(SandboxService, WritesALineForEachCall) {
+  const std::string good = package({});
+  m_client.install(good);
+  m_client.getPackage("sample");
+  m_client.list();
+  m_client.remove("sample");
+  busErrorOf([&] { m_client.remove("sample"); });
+  busErrorOf([&] { m_client.getPackage("other"); });
+  busErrorOf([&] { m_client.install("/nowhere/\"a\".rpm"); });
+  busErrorOf([&] { m_client.install(good, {{"Force", sdbus::Variant(true)}}); });
+  EXPECT_EQ(replaced(m_service.log(), good, "GOOD"),
+            R"([I] Installed: sample 1.0-1
+[I] Install "GOOD"
+[I] GetPackage sample
+[I] List
+[I] Removed: sample 1.0-1
+[I] Remove sample
+[E] Remove sample: PackageNotExist: The package is not installed: sample
+[E] GetPackage other: PackageNotExist: The package is not installed: other
+[E] Install "/nowhere/\"a\".rpm": FileNotFound: The package is not a file that exists: /nowhere/"a".rpm
+[E] Install "GOOD": InvalidArguments: Unknown installation option: Force
+)");
+}
+
+// Start and end
 
 TEST_F(SandboxService, EndsWithAReasonWhenTheNameIsTaken) {
-  std::filesystem::create_directories(m_rpm.path() / "other");
-  const Support::ProcessResult result = Support::run({command()[0], "--root", (m_rpm.path() / "other").string()});
-  EXPECT_EQ(result.output, "[E] [org.freedesktop.DBus.Error.FileExists] Failed to request bus name (File exists)\n");
+  fs::create_directory(m_rpm.path() / "other");
+  const Support::ProcessResult result = Support::run(serviceCommand(m_rpm.path() / "other"));
+  EXPECT_EQ(result.output, "[E] The bus name is taken: velta.KRV\n");
   EXPECT_EQ(result.status, 1);
 }
 
-TEST_F(SandboxService, EndsWithAReasonWhenTheRootIsUnusable) {
-  const Support::ProcessResult result = Support::run({command()[0], "--root", "/nowhere"});
-  EXPECT_EQ(result.output, "[E] The root is not a directory: \"/nowhere\"\n");
+/// Another bus has another name to take, but there is only one root.
+TEST_F(SandboxService, EndsWithAReasonWhenTheRootIsInUse) {
+  const Support::PrivateBus otherBus;
+  const Support::ProcessResult result = Support::run(serviceCommand(root()));
+  EXPECT_EQ(result.output,
+            "[E] Another process has the package store: " + (root() / "var/lib/krv/sandbox/lock").string() + "\n");
   EXPECT_EQ(result.status, 1);
 }
 
 TEST_F(SandboxService, EndsWithAReasonWhenTheBusGoes) {
   m_bus.stop();
-  const Support::ProcessResult result = m_service->wait();
+  const Support::ProcessResult result = m_service.process().wait();
+  EXPECT_EQ(result.output, "ready\n[E] The connection to the system bus broke: "
+                           "Failed to get bus poll data (Transport endpoint is not connected)\n");
   EXPECT_EQ(result.status, 1);
-  EXPECT_TRUE(result.output.starts_with("ready\n[E] ")) << result.output;
 }
 
-TEST_F(SandboxService, SaysWhatItIs) {
-  const Support::ProcessResult result = Support::run({command()[0], "--help"});
+class SandboxServiceAt : public SandboxService, public testing::WithParamInterface<int> {};
+
+/// Clients that never wait for an answer keep the service busy to its end.
+TEST_P(SandboxServiceAt, EndsCleanlyWhenItIsFloodedWithCalls) {
+  std::atomic<bool> goesOn = true;
+  std::vector<std::thread> flood;
+  for (int number = 0; number < 2; ++number)
+    flood.emplace_back([&] {
+      ServiceClient client;
+      while (goesOn)
+        busErrorOf([&] {
+          auto call = client.proxy().createMethodCall(BusNames::interface, sdbus::MethodName("List"));
+          call.dontExpectReply();
+          client.proxy().callMethod(call);
+        });
+    });
+  EXPECT_TRUE(Support::waitUntil([&] { return m_service.log().size() > 1000; }));
+  m_service.process().signal(GetParam());
+  EXPECT_TRUE(Support::waitUntil([&] { return !m_service.process().isRunning(); }, std::chrono::seconds(10)));
+  goesOn = false;
+  for (std::thread& thread : flood)
+    thread.join();
+  EXPECT_EQ(m_service.process().wait().status, 0);
+}
+
+TEST_P(SandboxServiceAt, EndsCleanly) {
+  m_service.process().signal(GetParam());
+  const Support::ProcessResult result = m_service.process().wait();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output, "ready\n");
+  EXPECT_EQ(result.errors, "");
+}
+
+/// The client sees the end as an error of the bus; whatever was answered before holds.
+TEST_P(SandboxServiceAt, EndsCleanlyInTheMiddleOfASeriesOfCalls) {
+  const fs::path path = package({});
+  std::vector<std::string> answers;
+  std::thread series([&] {
+    ServiceClient client;
+    for (std::string error = "no error"; error == "no error";) {
+      error = busErrorOf([&] { answers.size() % 2 == 0 ? client.install(path) : client.remove("sample"); });
+      answers.push_back(error);
+    }
+  });
+  Support::waitUntil([&] { return m_service.log().find("Remove sample\n") != std::string::npos; });
+  m_service.process().signal(GetParam());
+  const Support::ProcessResult result = m_service.process().wait();
+  series.join();
+  EXPECT_EQ(result.status, 0);
+  const bool isInstalled = (answers.size() - 1) % 2 == 1;
+  RealService next(root());
+  EXPECT_EQ(m_client.installed(), isInstalled ? std::vector<std::string>{"sample 1.0-1"} : std::vector<std::string>{});
+  EXPECT_EQ(fs::exists(root() / "opt/sample/file"), isInstalled);
+}
+
+INSTANTIATE_TEST_SUITE_P(Signal, SandboxServiceAt, testing::Values(SIGTERM, SIGINT),
+                         [](const auto& instance) { return instance.param == SIGTERM ? "Sigterm" : "Sigint"; });
+
+TEST_F(SandboxProcess, EndsWithAReasonWithoutABus) {
+  m_bus.stop();
+  const Support::ProcessResult result = Support::run(serviceCommand(root()));
+  EXPECT_EQ(result.output, "[E] Couldn't connect to the system bus: Failed to open bus (Connection refused)\n");
+  EXPECT_EQ(result.status, 1);
+}
+
+TEST_F(SandboxProcess, EndsWithAReasonWhenTheRootIsUnusable) {
+  const fs::path file = m_rpm.path() / "file";
+  Support::writeFile(file, "");
+  for (const fs::path& unusable : {fs::path("/nowhere"), file, fs::path()}) {
+    const Support::ProcessResult result = Support::run(serviceCommand(unusable));
+    EXPECT_EQ(result.output, "[E] The root is not a directory: " + unusable.string() + "\n");
+    EXPECT_EQ(result.status, 1);
+  }
+}
+
+TEST_F(SandboxProcess, TakesItsRootFromTheEnvironment) {
+  const std::vector<std::string> command{serviceCommand("")[0]};
+  const Support::ProcessResult without = Support::run(command, {{"KRV_ROOT_FS", std::nullopt}});
+  EXPECT_EQ(without.output, "[E] No root is given, neither with --root nor in KRV_ROOT_FS\n");
+  EXPECT_EQ(without.status, 1);
+  Support::Process with(command, {{"KRV_ROOT_FS", root()}});
+  EXPECT_TRUE(Support::waitUntil([&] { return with.outputSoFar() == "ready\n"; }));
+}
+
+TEST_F(SandboxProcess, SaysWhatItIs) {
+  const Support::ProcessResult result = Support::run({serviceCommand("")[0], "--help"});
   EXPECT_EQ(result.output.substr(0, result.output.find('\n')),
             "krv-sandbox-service: a development and test companion, never to be installed on a device.");
   EXPECT_EQ(result.status, 0);
 }
 
-TEST_F(SandboxService, ExplainsItsUsage) {
-  const Support::ProcessResult result = Support::run({command()[0], "--rot", "/"});
-  EXPECT_EQ(result.errors, "usage: krv-sandbox-service [--root DIR]\n");
-  EXPECT_EQ(result.status, 2);
+TEST_F(SandboxProcess, ExplainsItsUsage) {
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+           {"--rot", "/"}, {"--root"}, {"--root", root(), "more"}, {"--help", "more"}, {root()}}) {
+    std::vector<std::string> command{serviceCommand("")[0]};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    const Support::ProcessResult result = Support::run(command);
+    EXPECT_EQ(result.errors, "usage: krv-sandbox-service [--root DIR]\n");
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.status, 2);
+  }
 }
 
 } // namespace

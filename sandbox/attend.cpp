@@ -1,0 +1,44 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "sandbox/attend.h"
+
+#include "common/error/dbus_error.h"
+#include "common/error/error.h"
+#include "driver/log/log_message.h"
+#include "sandbox/utf8.h"
+
+#include <sdbus-c++/Error.h>
+
+#include <exception>
+
+namespace Sandbox {
+
+namespace {
+
+using Common::ErrorCode;
+
+[[noreturn]] void refuse(const std::string& call, ErrorCode code, const char* reason) {
+  const Common::DBusErrorInfo info = Common::fromCode(code);
+  LogMessage(LogLevel::Error) << call << ": " << info.shortName << ": " << reason;
+  throw sdbus::Error(sdbus::Error::Name(info.name), asUtf8(reason));
+}
+
+ErrorCode codeOf(const Common::Error& error) {
+  const bool isOurs = error.code().category() == Common::errorCategory();
+  return isOurs ? static_cast<ErrorCode>(error.code().value()) : ErrorCode::Internal;
+}
+
+} // namespace
+
+void attend(const std::string& call, const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const Common::Error& error) {
+    refuse(call, codeOf(error), error.what());
+  } catch (const std::exception& error) {
+    refuse(call, ErrorCode::Internal, error.what());
+  }
+  LogMessage(LogLevel::Info) << call;
+}
+
+} // namespace Sandbox

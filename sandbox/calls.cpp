@@ -1,0 +1,114 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "sandbox/calls.h"
+
+#include "common/error/error.h"
+#include "sandbox/attend.h"
+#include "sandbox/package_store.h"
+#include "sandbox/utf8.h"
+#include "service/bus_names.h"
+
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <filesystem>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace Sandbox {
+
+namespace {
+
+using Common::Error;
+using Common::ErrorCode;
+
+using Description = std::map<std::string, std::string>;
+using Options = std::map<std::string, sdbus::Variant>;
+/// A source's name, and a text of which nothing is made here.
+using Source = sdbus::Struct<std::string, std::string>;
+
+template <typename Expected>
+const sdbus::Variant& checked(const std::string& option, const sdbus::Variant& value) {
+  if (!value.containsValueOfType<Expected>())
+    throw Error(ErrorCode::InvalidArguments, "The installation option has a wrong type: " + option);
+  return value;
+}
+
+/// The source that the options name. The two about showing something are for a service that has a screen.
+std::string sourceFrom(const Options& options) {
+  std::string source;
+  for (const auto& [option, value] : options) {
+    if (option == BusNames::overrideSourceOption)
+      source = checked<Source>(option, value).get<Source>().get<0>();
+    else if (option == BusNames::showPromptOption || option == BusNames::showNotificationsOption)
+      checked<bool>(option, value);
+    else
+      throw Error(ErrorCode::InvalidArguments, "Unknown installation option: " + option);
+  }
+  return source;
+}
+
+/// Clients compare version and release; an epoch would make every package that has none look older.
+std::string withoutEpoch(const std::string& version) {
+  return version.substr(version.find(':') + 1);
+}
+
+Description describe(const StoredPackage& package) {
+  Description description{{"general.name", package.name},
+                          {BusNames::versionKey, withoutEpoch(package.version)},
+                          {"general.source", package.source},
+                          {BusNames::developerKeyIdKey, package.developerKeyId},
+                          {"certificate.subgroup", package.developerSubgroup}};
+  for (auto& [key, value] : description)
+    value = asUtf8(value);
+  return description;
+}
+
+Description getPackage(const PackageStore& store, const std::string& name) {
+  Description package;
+  attend("GetPackage " + name, [&] { package = describe(store.get(name)); });
+  return package;
+}
+
+void install(PackageStore& store, const std::string& path, const Options& options) {
+  std::ostringstream call;
+  call << "Install " << std::filesystem::path(path);
+  attend(call.str(), [&] { store.install(path, sourceFrom(options)); });
+}
+
+void remove(PackageStore& store, const std::string& name) {
+  attend("Remove " + name, [&] { store.remove(name); });
+}
+
+std::vector<Description> list(const PackageStore& store) {
+  std::vector<Description> packages;
+  attend("List", [&] {
+    for (const StoredPackage& package : store.list())
+      packages.push_back(describe(package));
+  });
+  return packages;
+}
+
+} // namespace
+
+std::unique_ptr<sdbus::IObject> serveCalls(sdbus::IConnection& connection, PackageStore& store) {
+  auto object = sdbus::createObject(connection, BusNames::objectPath);
+  const auto getPackageMethod =
+      sdbus::registerMethod(BusNames::getPackage)
+          .withInputParamNames("name")
+          .withOutputParamNames("package")
+          .implementedAs([&store](const std::string& name) { return getPackage(store, name); });
+  const auto installMethod =
+      sdbus::registerMethod(BusNames::install)
+          .withInputParamNames("path", "options")
+          .implementedAs([&store](const std::string& path, const Options& options) { install(store, path, options); });
+  const auto removeMethod = sdbus::registerMethod("Remove").withInputParamNames("name").implementedAs(
+      [&store](const std::string& name) { remove(store, name); });
+  const auto listMethod =
+      sdbus::registerMethod("List").withOutputParamNames("packages").implementedAs([&store] { return list(store); });
+  object->addVTable(getPackageMethod, installMethod, removeMethod, listMethod).forInterface(BusNames::interface);
+  return object;
+}
+
+} // namespace Sandbox

@@ -1,0 +1,29 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/sandbox/script_test.h"
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> ScriptTest::script(const std::string& name, const std::vector<std::string>& arguments) {
+  std::vector<std::string> command{KRV_SOURCE_DIRECTORY "/sandbox/" + name, KRV_BINARY_DIRECTORY};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return command;
+}
+
+void ScriptTest::expectNothingLeft() const {
+  EXPECT_TRUE(fs::is_empty(temporary()));
+  EXPECT_EQ(processes(), std::vector<std::string>());
+}
+
+std::vector<std::string> ScriptTest::processes() const {
+  std::vector<std::string> found;
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    try {
+      if (Support::readFile(entry.path() / "environ").find("TMPDIR=" + temporary()) != std::string::npos)
+        found.push_back(Support::readFile(entry.path() / "cmdline"));
+    } catch (const std::exception&) {
+      continue; // not a process, gone, or somebody else's
+    }
+  }
+  return found;
+}
