@@ -83,13 +83,9 @@ void collect(std::vector<Value>& values, std::vector<Place>& places) {
 }
 
 void mutateValue(Value& value) {
-  if (value.parts.empty()) {
-    value.content = mutateBytes(std::move(value.content), value.content.size() + 64);
-    return;
-  }
-  // In parts it would be put together again.
-  value.content = mutateBytes(print(value.parts), value.content.size() + 64);
-  value.parts.clear();
+  const std::string content = value.parts.empty() ? value.content : print(value.parts);
+  value.content = mutateBytes(content, content.size() + 64);
+  value.parts.clear(); // the content would be put together from them again
 }
 
 void mutateOne(std::vector<Value>& values, Random& random) {

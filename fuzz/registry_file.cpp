@@ -71,8 +71,8 @@ bool follows(const Records& after, const Records& before, const RegistryRecord& 
 } // namespace
 
 /// Whatever the registry holds, adding a record leaves one that reads without a warning and lacks nothing but records
-/// of that package. Files are slow: only the first inputs of a process and some of the others are tried on a registry on
-/// disk too, which has to become the same.
+/// of that package. Files are slow: only the first inputs of a process and some of the others are tried on a registry
+/// on disk too, which has to become the same.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(Fuzz::begin(data, size));
   const Records before = readText(text);
