@@ -16,6 +16,19 @@ target_compile_options(
             -Wold-style-cast
             $<$<BOOL:${KRV_WARNINGS_AS_ERRORS}>:-Werror>)
 
+# What stands between a mistake and somebody who would use it. scripts/check-hardening looks for every one of these in
+# the programs. FORTIFY works on optimised code only; the C library takes 3 for the highest level it has.
+include(CheckCXXCompilerFlag)
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+check_cxx_compiler_flag(-fcf-protection KRV_HAS_CF_PROTECTION) # a matter of x86
+target_compile_options(
+  krv_build_options
+  INTERFACE -fstack-protector-strong -fstack-clash-protection $<$<BOOL:${KRV_HAS_CF_PROTECTION}>:-fcf-protection>
+            "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:SHELL:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>")
+target_link_options(krv_build_options INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack)
+
 # krv_library(NAME SOURCES file... [PUBLIC target...] [PRIVATE target...])
 #
 # A static library of one folder. PUBLIC names only what a header of the folder names.

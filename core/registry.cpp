@@ -5,19 +5,18 @@
 #include "common/error/error.h"
 #include "common/filesystem/entry.h"
 #include "common/filesystem/root.h"
+#include "core/registry_content.h"
 #include "driver/log/log_message.h"
 
 #include <boost/interprocess/exceptions.hpp>
 #include <boost/interprocess/sync/file_lock.hpp>
 
-#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string>
 #include <system_error>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -26,8 +25,6 @@ namespace Core::KRV {
 namespace fs = std::filesystem;
 
 namespace {
-
-using Event = RegistryRecord::Event;
 
 fs::path registryPath() {
   return Common::Filesystem::rootDirectory() / "var/lib/krv/registry";
@@ -81,15 +78,7 @@ Reading readRecords(const fs::path& registry, Callback callback) {
   // Only a regular file is sure to open without waiting and to end.
   if (Common::Filesystem::isRegularFile(registry))
     file.open(registry);
-  RegistryRecord record{};
-  for (std::string line; std::getline(file, line);) {
-    if (line.empty())
-      continue;
-    if (parseRecord(line, record))
-      callback(record);
-    else
-      LogMessage(LogLevel::Warning) << "Bad registry record found: '" << line << "'";
-  }
+  readLines(file, callback);
   if (file.is_open() && !file.bad())
     return Reading::Done;
   LogMessage(LogLevel::Error) << "Couldn't open registry: " << registry;
@@ -111,25 +100,6 @@ bool loadRecords(const fs::path& registry, std::vector<RegistryRecord>& records)
   return false;
 }
 
-/// The records that stay when `added` follows them, in their order. The walk begins at the newest, so that the
-/// earlier keys that it names lead to the older records.
-std::vector<RegistryRecord> prune(std::vector<RegistryRecord> records, const RegistryRecord& added) {
-  std::unordered_set<std::string> keyChain(added.prevKeyIds.begin(), added.prevKeyIds.end());
-  keyChain.insert(added.keyId);
-  const auto stays = [&](const RegistryRecord& older) {
-    if (older.packageId != added.packageId || !keyChain.contains(older.keyId))
-      return true;
-    keyChain.insert(older.prevKeyIds.begin(), older.prevKeyIds.end());
-    return added.event == Event::Update && older.event == Event::Install;
-  };
-  std::vector<RegistryRecord> kept;
-  for (auto record = records.rbegin(); record != records.rend(); ++record)
-    if (stays(*record))
-      kept.push_back(std::move(*record));
-  std::ranges::reverse(kept);
-  return kept;
-}
-
 bool writeRecords(const fs::path& next, const std::vector<RegistryRecord>& records) {
   try {
     Common::Filesystem::createDirectories(next.parent_path());
@@ -137,8 +107,7 @@ bool writeRecords(const fs::path& next, const std::vector<RegistryRecord>& recor
     return false; // the reason is in the log
   }
   std::ofstream file = openForWriting(next);
-  for (const RegistryRecord& record : records)
-    file << toString(record) << std::endl;
+  writeLines(file, records);
   // The last failure may show no earlier than here.
   file.close();
   return file.good();

@@ -3,6 +3,7 @@
 #include "common/rpm/archive.h"
 
 #include "common/error/error.h"
+#include "common/rpm/sound_header.h"
 #include "driver/log/log_message.h"
 
 #include <rpm/rpmarchive.h>
@@ -173,8 +174,9 @@ private:
 
 } // namespace
 
-ArchiveReader::ArchiveReader(Reader package)
-    : Reader(std::move(package)), m_files(ownFileSet(rpmfilesNew(nullptr, header().get(), 0, RPMFI_KEEPHEADER))) {
+ArchiveReader::ArchiveReader(Reader package) : Reader(std::move(package)) {
+  if (isSound(header()))
+    m_files = ownFileSet(rpmfilesNew(nullptr, header().get(), 0, RPMFI_KEEPHEADER));
   if (!m_files)
     throw openError();
 }

@@ -44,6 +44,11 @@ inline HeaderHandle borrowHeader(Header header) {
   return {header, [](Header) {}};
 }
 
+using HeaderIteratorHandle = std::shared_ptr<std::remove_pointer_t<HeaderIterator>>;
+inline HeaderIteratorHandle ownHeaderIterator(HeaderIterator iterator) {
+  return ownHandle<headerFreeIterator>(iterator);
+}
+
 using TransactionSetHandle = std::shared_ptr<std::remove_pointer_t<rpmts>>;
 inline TransactionSetHandle ownTransactionSet(rpmts set) {
   return ownHandle<rpmtsFree>(set);

@@ -4,6 +4,7 @@
 
 #include "common/error/error.h"
 #include "common/rpm/configuration.h"
+#include "common/rpm/sound_header.h"
 
 #include <rpm/rpmlib.h>
 #include <rpm/rpmtag.h>
@@ -91,6 +92,12 @@ HeaderHandle readHeader(const FileHandle& file, const std::string& path) {
   return header;
 }
 
+/// These values stand in the header as they are. Other tags may be computed from several.
+bool mayBeAskedFor(std::int32_t tag, const HeaderHandle& header) {
+  const bool isPlain = tag == Tag::Name || tag == Tag::Version || tag == Tag::Release || tag == Tag::PayloadCompressor;
+  return isPlain || isSound(header);
+}
+
 } // namespace
 
 Reader::Reader(const std::string& path) {
@@ -109,7 +116,7 @@ Reader::Reader(HeaderHandle header) : m_header(std::move(header)) {
 
 std::string Reader::tag(std::int32_t tag) const {
   const TagDataHandle data = ownTagData(rpmtdNew());
-  if (headerGet(m_header.get(), tag, data.get(), HEADERGET_EXT) != 0) {
+  if (mayBeAskedFor(tag, m_header) && headerGet(m_header.get(), tag, data.get(), HEADERGET_EXT) != 0) {
     if (const char* text = rpmtdGetString(data.get()))
       return text;
   }

@@ -38,7 +38,8 @@ public:
   explicit Reader(HeaderHandle header);
 
   /// The text of one header tag. Throws Common::Error with BadPackageFileFormat when the tag is absent or has no string
-  /// form (numbers, binary data). Of a list of strings it is the first.
+  /// form (numbers, binary data), and for tags that librpm may have to compute from others when the header is damaged.
+  /// Of a list of strings it is the first.
   std::string tag(std::int32_t tag) const;
 
   /// As tag(), with `fallback` in place of the error.

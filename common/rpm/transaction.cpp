@@ -4,6 +4,7 @@
 
 #include "common/error/error.h"
 #include "common/rpm/configuration.h"
+#include "common/rpm/sound_header.h"
 
 #include <rpm/rpmcli.h>
 #include <rpm/rpmlog.h>
@@ -62,8 +63,10 @@ void RpmTransaction::forEachInstalled(const PackageIteratorHandle& packages,
 }
 
 std::vector<std::string> RpmTransaction::dependencyNames(const Reader& reader, std::int32_t tag) {
-  const DependencySetHandle dependencies = ownDependencySet(rpmdsNew(reader.header().get(), tag, 0));
   std::vector<std::string> names;
+  if (!isSound(reader.header()))
+    return names;
+  const DependencySetHandle dependencies = ownDependencySet(rpmdsNew(reader.header().get(), tag, 0));
   while (rpmdsNext(dependencies.get()) >= 0) {
     const char* text = rpmdsDNEVR(dependencies.get());
     std::istringstream words(text != nullptr ? text : "");

@@ -58,7 +58,8 @@ public:
                                const std::function<void(const Reader&)>& visitor);
 
   /// The names of the package's dependencies of one kind, for example RPMTAG_REQUIRENAME, in header order and with
-  /// duplicates, without their versions. Of a rich dependency it is the first word. A tag of another kind has none.
+  /// duplicates, without their versions. Of a rich dependency it is the first word. A tag of another kind has none,
+  /// and neither has a header whose values do not fit each other.
   static std::vector<std::string> dependencyNames(const Reader& reader, std::int32_t tag);
 
 private:

@@ -1,0 +1,37 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "core/registry_content.h"
+
+#include <algorithm>
+#include <ostream>
+#include <unordered_set>
+#include <utility>
+
+namespace Core::KRV {
+
+using Event = RegistryRecord::Event;
+
+// The walk begins at the newest, so that the earlier keys that it names lead to the older records.
+std::vector<RegistryRecord> prune(std::vector<RegistryRecord> records, const RegistryRecord& added) {
+  std::unordered_set<std::string> keyChain(added.prevKeyIds.begin(), added.prevKeyIds.end());
+  keyChain.insert(added.keyId);
+  const auto stays = [&](const RegistryRecord& older) {
+    if (older.packageId != added.packageId || !keyChain.contains(older.keyId))
+      return true;
+    keyChain.insert(older.prevKeyIds.begin(), older.prevKeyIds.end());
+    return added.event == Event::Update && older.event == Event::Install;
+  };
+  std::vector<RegistryRecord> kept;
+  for (auto record = records.rbegin(); record != records.rend(); ++record)
+    if (stays(*record))
+      kept.push_back(std::move(*record));
+  std::ranges::reverse(kept);
+  return kept;
+}
+
+void writeLines(std::ostream& lines, const std::vector<RegistryRecord>& records) {
+  for (const RegistryRecord& record : records)
+    lines << toString(record) << std::endl;
+}
+
+} // namespace Core::KRV

@@ -1,0 +1,90 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "core/registry.h"
+#include "core/registry_content.h"
+#include "fuzz/support.h"
+#include "tests/support/environment.h"
+#include "tests/support/temp_directory.h"
+
+#include <sstream>
+#include <vector>
+
+namespace {
+
+using Core::KRV::Registry;
+using Core::KRV::RegistryRecord;
+using Records = std::vector<RegistryRecord>;
+
+Records readText(const std::string& text) {
+  Records records;
+  std::istringstream lines(text);
+  Core::KRV::readLines(lines, [&](RegistryRecord& record) { records.push_back(std::move(record)); });
+  return records;
+}
+
+/// What Registry::writeRecord() does to a registry, without the files.
+std::string addToText(const std::string& text, const RegistryRecord& added) {
+  Records records = Core::KRV::prune(readText(text), added);
+  records.push_back(added);
+  std::ostringstream lines;
+  Core::KRV::writeLines(lines, records);
+  return lines.str();
+}
+
+std::string addToFile(std::string_view text, const RegistryRecord& added) {
+  static const Support::TempDirectory root;
+  static const Support::ScopedEnvironment environment("KRV_ROOT_FS", root.path().string());
+  const std::filesystem::path registry = root / "var/lib/krv/registry";
+  Support::writeFile(registry, text);
+  Records before;
+  Fuzz::require(Registry().foreachRecord([&](const RegistryRecord& record) { before.push_back(record); }),
+                "a registry that is there can be read");
+  Fuzz::require(before == readText(std::string(text)), "the file reads as its content does");
+  Fuzz::require(Registry().writeRecord(added), "a record can be added");
+  return Support::readFile(registry);
+}
+
+/// A record that supersedes some of the others where there are any: a later event of the last one's package and key.
+RegistryRecord nextRecord(const Records& records) {
+  if (records.empty())
+    return {.event = RegistryRecord::Event::Install, .timestamp = 1, .packageId = "p", .keyId = "k", .prevKeyIds = {}};
+  RegistryRecord next = records.back();
+  next.event = static_cast<RegistryRecord::Event>(next.prevKeyIds.size() % 3);
+  return next;
+}
+
+/// Whether `after` is `before` without some records of one package, and `added` at the end.
+bool follows(const Records& after, const Records& before, const RegistryRecord& added) {
+  if (after.empty() || after.back() != added)
+    return false;
+  auto kept = after.begin();
+  const auto end = after.end() - 1;
+  for (const RegistryRecord& record : before) {
+    if (kept != end && *kept == record)
+      ++kept;
+    else if (record.packageId != added.packageId)
+      return false;
+  }
+  return kept == end;
+}
+
+} // namespace
+
+/// Whatever the registry holds, adding a record leaves one that reads without a warning and lacks nothing but records
+/// of that package. Files are slow: only the first inputs of a process and some of the others are tried on a registry
+/// on disk too, which has to become the same.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string text(Fuzz::begin(data, size));
+  const Records before = readText(text);
+  if (!before.empty())
+    Fuzz::accept();
+  const RegistryRecord added = nextRecord(before);
+  const std::string result = addToText(text, added);
+  const std::size_t warnings = Fuzz::loggedLines();
+  const Records after = readText(result);
+  Fuzz::require(Fuzz::loggedLines() == warnings, "a registry that was written reads without a warning");
+  Fuzz::require(follows(after, before, added), "nothing but superseded records is lost, and the new one is last");
+  if (Fuzz::tally().inputs <= 16 || Fuzz::tally().inputs % 128 == 0)
+    Fuzz::require(addToFile(text, added) == result, "the registry on disk becomes the same");
+  return 0;
+}

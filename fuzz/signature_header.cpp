@@ -1,0 +1,46 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "fuzz/mutator.h"
+#include "fuzz/rpm_process.h"
+#include "fuzz/support.h"
+#include "tests/support/temp_directory.h"
+
+#include <openssl/err.h>
+#include <rpmsign-external/package_signatures.h>
+#include <rpmsign-external/signing.h>
+
+namespace {
+
+using PackageSignatures::FileWithCmses;
+
+std::string signedContent(const std::string& path) {
+  return Support::readFile(path).substr(static_cast<std::size_t>(PackageSignatures::packageLayout(path).contentOffset));
+}
+
+} // namespace
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maximum,
+                                               unsigned int seed) {
+  return Fuzz::mutateInput(data, size, maximum, seed, Fuzz::mutatePackage);
+}
+
+/// The signatures of a package are found, and its signature header is rewritten without them.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Fuzz::prepareRpm();
+  static const Support::TempDirectory folder;
+  static const std::string path = folder / "package.rpm";
+  Support::writeFile(path, Fuzz::begin(data, size));
+  if (FileWithCmses::fromPath(path)) {
+    try {
+      const std::string before = signedContent(path);
+      PackageSignatures::replaceContainer(path, "");
+      Fuzz::accept();
+      const auto after = FileWithCmses::fromPath(path);
+      Fuzz::require(after && after->cmses().empty(), "a package whose signatures were removed has none");
+      Fuzz::require(signedContent(path) == before, "the signed content stays as it is");
+    } catch (const PackageSignatures::SigningError&) { // an answer like any other
+    }
+  }
+  Fuzz::require(ERR_peek_error() == 0, "OpenSSL's error queue is left empty");
+  return 0;
+}
