@@ -73,4 +73,12 @@ TEST_F(Installation, HasThePagesOfTheSource) {
             Support::readFile(fs::path(KRV_SOURCE_DIRECTORY) / "docs/man/krv-registry.5"));
 }
 
+TEST(SpecFile, HasTheVersionOfTheProject) {
+  const std::string spec = Support::readFile(fs::path(KRV_SOURCE_DIRECTORY) / "packaging/krv-pre-installer.spec");
+  static const std::regex pattern("\nVersion: *([^\n]*)\n");
+  std::smatch version;
+  ASSERT_TRUE(std::regex_search(spec, version, pattern));
+  EXPECT_EQ(version[1], KRV_VERSION);
+}
+
 } // namespace
