@@ -1,7 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "core/registry.h"
 #include "tests/docs/man/message_texts.h"
 #include "tests/driver/device.h"
+#include "tests/support/environment.h"
 #include "tests/support/pki.h"
 
 #include <gtest/gtest.h>
@@ -201,6 +203,22 @@ TEST_F(PagesAndTheLog, FindLinesInTheJournalAsDocumented) {
   const auto isAboutNotes = [](const std::string& line) { return line.find("notes") != std::string::npos; };
   EXPECT_EQ(found,
             (std::vector{log, linesWith(log, isError), linesWith(log, isNotable), linesWith(log, isAboutNotes)}));
+}
+
+TEST(ManualPages, ShowWhatTheRegistryBecomes) {
+  static const std::regex block("\\.Bd[^\n]*\n((timestamp=[^\n]*\n)*)\\.Ed");
+  const std::string page = std::regex_replace(readFile(pages / "krv-registry.5"), std::regex("\\\\-"), "-");
+  std::vector<std::string> examples;
+  for (std::sregex_iterator match(page.begin(), page.end(), block), end; match != end; ++match)
+    examples.push_back((*match)[1]);
+  ASSERT_EQ(examples.size(), 2u);
+
+  const Support::TempDirectory root;
+  const Support::ScopedEnvironment rootVariable("KRV_ROOT_FS", root.path().string());
+  writeFile(root / "var/lib/krv/registry", examples[0]);
+  const auto added = Core::KRV::parseRecord(split(examples[1]).back());
+  ASSERT_TRUE(added && Core::KRV::Registry().writeRecord(*added));
+  EXPECT_EQ(readFile(root / "var/lib/krv/registry"), examples[1]);
 }
 
 TEST(ManualPages, AreGoodMdoc) {
