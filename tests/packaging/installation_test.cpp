@@ -54,6 +54,7 @@ TEST_F(Installation, HasTheseFilesAndNoOthers) {
                      "644 share/doc/krv-pre-installer/LICENSE\n"
                      "644 share/doc/krv-pre-installer/README.md\n"
                      "644 share/doc/krv-pre-installer/docs/signature-format.md\n"
+                     "644 share/doc/krv-pre-installer/docs/velta.KRV.xml\n"
                      "644 share/doc/krv-pre-installer/velta.KRV.conf.example\n"
                      "644 share/man/man1/krv-package-signature.1.gz\n"
                      "644 share/man/man5/krv-registry.5.gz\n"
