@@ -16,7 +16,7 @@ bool Device::isSanitized() {
 #endif
 }
 
-Device::Device(std::size_t largestMessage) : m_bus(largestMessage) {
+Device::Device(const Support::BusSettings& bus) : m_bus(bus) {
   std::filesystem::create_directories(preinstallDirectory());
 }
 

@@ -26,7 +26,7 @@ public:
   /// Whether the programs are built with AddressSanitizer.
   static bool isSanitized();
 
-  explicit Device(std::size_t largestMessage = 32 * 1024 * 1024);
+  explicit Device(const Support::BusSettings& bus = {});
 
   std::filesystem::path root() const { return m_rpm.path() / "root"; }
   std::filesystem::path preinstallDirectory() const { return root() / "usr/share/krv/pre-install-apps"; }

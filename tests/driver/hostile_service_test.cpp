@@ -35,7 +35,8 @@ std::string installationLines(const std::string& message, const fs::path& path) 
 class HostileService : public testing::Test {
 protected:
   HostileService() : HostileService(32 * mebibyte) {}
-  explicit HostileService(std::size_t largestMessage) : m_device(largestMessage) {
+  explicit HostileService(std::size_t largestMessage)
+      : m_device(Support::BusSettings{.largestMessage = largestMessage}) {
     m_device.add({.name = "a"});
     m_device.add({.name = "b"});
     const std::vector<fs::path> entries = m_device.entries();

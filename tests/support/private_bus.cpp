@@ -30,9 +30,16 @@ std::string escaped(const std::string& path) {
   return text;
 }
 
+const std::string everythingAllowed = "  <policy context=\"default\">\n"
+                                      "    <allow user=\"*\"/>\n"
+                                      "    <allow own=\"*\"/>\n"
+                                      "    <allow send_destination=\"*\" eavesdrop=\"true\"/>\n"
+                                      "    <allow receive_sender=\"*\" eavesdrop=\"true\"/>\n"
+                                      "  </policy>\n";
+
 /// The folder of services is relative to the configuration file.
-std::string configuration(const std::filesystem::path& socket, std::size_t largestMessage) {
-  const std::string size = std::to_string(largestMessage);
+std::string configuration(const std::filesystem::path& socket, const BusSettings& settings) {
+  const std::string size = std::to_string(settings.largestMessage);
   return "<busconfig>\n"
          "  <listen>unix:path=" +
          escaped(socket.string()) +
@@ -41,21 +48,15 @@ std::string configuration(const std::filesystem::path& socket, std::size_t large
          "  <limit name=\"max_message_size\">" +
          size +
          "</limit>\n"
-         "  <servicedir>services</servicedir>\n"
-         "  <policy context=\"default\">\n"
-         "    <allow user=\"*\"/>\n"
-         "    <allow own=\"*\"/>\n"
-         "    <allow send_destination=\"*\" eavesdrop=\"true\"/>\n"
-         "    <allow receive_sender=\"*\" eavesdrop=\"true\"/>\n"
-         "  </policy>\n"
-         "</busconfig>\n";
+         "  <servicedir>services</servicedir>\n" +
+         (settings.policies.empty() ? everythingAllowed : settings.policies) + "</busconfig>\n";
 }
 
 } // namespace
 
-PrivateBus::PrivateBus(std::size_t largestMessage) {
+PrivateBus::PrivateBus(const BusSettings& settings) {
   const std::filesystem::path configurationFile = m_directory / "bus.conf";
-  writeFile(configurationFile, configuration(m_directory / "socket", largestMessage));
+  writeFile(configurationFile, configuration(socket(), settings));
   std::filesystem::create_directory(m_directory / "services");
   m_daemon = std::make_unique<Process>(std::vector<std::string>{
       "dbus-daemon", "--nofork", "--nopidfile", "--print-address", "--config-file=" + configurationFile.string()});

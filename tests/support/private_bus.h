@@ -13,15 +13,22 @@
 
 namespace Support {
 
+struct BusSettings {
+  /// The bus cuts the connection of who sends it a message of more bytes. 32 MiB is what a dbus-daemon allows that
+  /// nobody configured.
+  std::size_t largestMessage = 32 * 1024 * 1024;
+  /// Elements of the bus's configuration; see dbus-daemon(1). Without any, everybody may do everything.
+  std::string policies = {};
+};
+
 /// A message bus of the test's own, which is the system bus of this process and of its children while it lives. It
-/// allows everything to everybody and knows no service that it could start until provide() names one.
+/// knows no service that it could start until provide() names one.
 class PrivateBus {
 public:
-  /// The bus cuts the connection of who sends it a message of more than `largestMessage` bytes. 32 MiB is what a
-  /// dbus-daemon allows that nobody configured.
-  explicit PrivateBus(std::size_t largestMessage = 32 * 1024 * 1024);
+  explicit PrivateBus(const BusSettings& settings = {});
 
   const std::string& address() const { return m_address; }
+  std::filesystem::path socket() const { return m_directory / "socket"; }
 
   /// Lets the bus start `program` when the service `name` is asked for and not there.
   void provide(const std::string& name, const std::filesystem::path& program) const;

@@ -1,0 +1,87 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/driver/device.h"
+#include "tests/support/ordinary_user.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include <systemd/sd-bus.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Support::getPackageCall;
+using Support::installCall;
+
+/// What a system bus lets nobody do unless the policy of a service allows it, and the example of such a policy.
+const std::string stockPolicies =
+    "  <policy context=\"default\">\n"
+    "    <allow user=\"*\"/>\n"
+    "    <deny own=\"*\"/>\n"
+    "    <deny send_type=\"method_call\"/>\n"
+    "    <allow send_type=\"signal\"/>\n"
+    "    <allow send_requested_reply=\"true\" send_type=\"method_return\"/>\n"
+    "    <allow send_requested_reply=\"true\" send_type=\"error\"/>\n"
+    "    <allow receive_type=\"method_call\"/>\n"
+    "    <allow receive_type=\"method_return\"/>\n"
+    "    <allow receive_type=\"error\"/>\n"
+    "    <allow receive_type=\"signal\"/>\n"
+    "    <allow send_destination=\"org.freedesktop.DBus\"/>\n"
+    "  </policy>\n"
+    "  <include>" KRV_SOURCE_DIRECTORY "/packaging/dbus/velta.KRV.conf.example</include>\n";
+
+/// Calls a method of the service with a text, and returns the name of the error; nothing when there is none.
+std::string errorOf(const char* interface, const char* method) {
+  sd_bus* connection = nullptr;
+  if (sd_bus_open_system(&connection) < 0)
+    return "no connection";
+  const std::unique_ptr<sd_bus, decltype(&sd_bus_flush_close_unref)> owner(connection, &sd_bus_flush_close_unref);
+  sd_bus_error error = SD_BUS_ERROR_NULL;
+  sd_bus_call_method(connection, "velta.KRV", "/velta/KRV", interface, method, &error, nullptr, "s", "x");
+  const std::string name = error.name == nullptr ? "" : error.name;
+  sd_bus_error_free(&error);
+  return name;
+}
+
+class BusPolicy : public testing::Test {
+protected:
+  void SetUp() override {
+    if (geteuid() != 0)
+      GTEST_SKIP() << "only root can be both the tool's user and an ordinary one";
+    m_device = std::make_unique<Device>(Support::BusSettings{.policies = stockPolicies});
+  }
+
+  std::unique_ptr<Device> m_device;
+};
+
+const std::string accessDenied = "org.freedesktop.DBus.Error.AccessDenied";
+
+TEST_F(BusPolicy, LetsTheToolDoItsJob) {
+  const fs::path package = m_device->add({});
+  const auto run = m_device->run();
+  EXPECT_EQ(run.log, installedLine(package) + timeLine);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(m_device->service().calls(), (std::vector{getPackageCall("sample"), installCall(package)}));
+}
+
+TEST_F(BusPolicy, RefusesInstallationsByOthers) {
+  const Support::OrdinaryUser user(m_device->bus().socket().parent_path());
+  EXPECT_EQ(errorOf("velta.KRV", "Install"), accessDenied);
+  EXPECT_EQ(errorOf(nullptr, "Install"), accessDenied);
+  EXPECT_EQ(errorOf("velta.KRV", "Remove"), accessDenied);
+  EXPECT_EQ(m_device->service().calls(), std::vector<Support::ReceivedCall>());
+}
+
+TEST_F(BusPolicy, LetsEverybodyAskWhatIsInstalled) {
+  m_device->service().hasInstalled("x", "1-1", "key");
+  const Support::OrdinaryUser user(m_device->bus().socket().parent_path());
+  EXPECT_EQ(errorOf("velta.KRV", "GetPackage"), "");
+  EXPECT_EQ(m_device->service().calls(), std::vector{getPackageCall("x")});
+}
+
+} // namespace

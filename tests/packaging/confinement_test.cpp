@@ -1,0 +1,166 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/driver/device.h"
+#include "tests/packaging/unit.h"
+#include "tests/support/open_pgp_key.h"
+#include "tests/support/pki.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Arguments = std::vector<std::string>;
+using Support::program;
+using Support::writeFile;
+
+/// The tool in the confinement that its unit asks systemd for, here made by bubblewrap and a filter of system calls.
+class Confinement : public testing::Test {
+protected:
+  void SetUp() override {
+    const Support::ProcessResult probe = Support::run({"bwrap", "--ro-bind", "/", "/", "--unshare-net", "true"});
+    if (probe.status != 0)
+      GTEST_SKIP() << "bubblewrap may not make namespaces here: " << probe.errors;
+    if (Support::run({"systemd-analyze", "--version"}).status == 127)
+      GTEST_SKIP() << "systemd-analyze, which knows the groups of system calls, is not here";
+    std::string calls;
+    for (const std::string& call : systemCallsOfUnit())
+      calls += call + "\n";
+    writeFile(systemCalls(), calls);
+    fs::create_directories(stateDirectory()); // as StateDirectory= does
+    m_key.import();
+  }
+
+  fs::path systemCalls() { return m_device.rpm().path() / "system-calls"; }
+  fs::path stateDirectory() const { return m_device.registry().parent_path(); }
+
+  /// Leaves the database as its last user does when it closes it: without the files beside it.
+  void closeDatabase() {
+    const fs::path file = m_device.rpm().database() / "rpmdb.sqlite";
+    ASSERT_TRUE(fs::exists(file));
+    ASSERT_EQ(fs::file_size(file.string() + "-wal"), 0u);
+    fs::remove(file.string() + "-wal");
+    fs::remove(file.string() + "-shm");
+  }
+
+  /// `command` with everything read-only but `writable`, a /tmp of its own in which the device and the socket of its
+  /// bus still are, no network, no capabilities and the unit's system calls.
+  Arguments confined(const Arguments& command, const std::vector<fs::path>& writable) {
+    const std::string device = m_device.rpm().path().string();
+    const std::string bus = m_device.bus().socket().parent_path().string();
+    const std::string programs = program("confined").parent_path().string();
+    Arguments arguments = {"bwrap",
+                           "--die-with-parent",
+                           "--unshare-net",
+                           "--cap-drop",
+                           "ALL",
+                           "--ro-bind",
+                           "/",
+                           "/",
+                           "--dev",
+                           "/dev",
+                           "--proc",
+                           "/proc",
+                           "--tmpfs",
+                           "/tmp"};
+    for (const std::string& path : {device, bus, programs})
+      arguments.insert(arguments.end(), {"--ro-bind", path, path});
+    for (const fs::path& path : writable)
+      arguments.insert(arguments.end(), {"--bind", path.string(), path.string()});
+    arguments.insert(arguments.end(), {program("confined").string(), systemCalls().string()});
+    arguments.insert(arguments.end(), command.begin(), command.end());
+    return arguments;
+  }
+
+  /// What the unit lets the tool write. The database of RPM has another place here than on a device.
+  std::vector<fs::path> writableByUnit() {
+    std::vector<fs::path> paths;
+    for (const std::string& name : valuesInUnit("StateDirectory"))
+      paths.push_back(m_device.root() / "var/lib" / name);
+    for (const std::string& path : valuesInUnit("ReadWritePaths"))
+      if (path == "-/var/lib/rpm")
+        paths.push_back(m_device.rpm().database());
+    return paths;
+  }
+
+  Device::Run runConfined(const std::vector<fs::path>& writable) {
+    closeDatabase();
+    // The leak checker would need system calls that the tool does not.
+    Support::Process tool(confined({program("krv-pre-installer").string()}, writable),
+                          {{"KRV_ROOT_FS", m_device.root().string()}, {"ASAN_OPTIONS", "detect_leaks=0"}});
+    return Device::finish(tool);
+  }
+
+  std::string expectedLog(const std::map<std::string, std::string>& linesOf) const {
+    std::string log;
+    for (const fs::path& path : m_device.entries())
+      log += linesOf.at(path.stem());
+    return log + timeLine;
+  }
+
+  Device m_device;
+  Support::OpenPgpKey m_key{m_device.rpm()};
+};
+
+TEST_F(Confinement, LeavesTheToolItsWholeJob) {
+  const fs::path fresh = m_device.add({.name = "fresh"});
+  const fs::path newer = m_device.add({.name = "newer", .version = "2.0"}, "alice-2", {"alice"});
+  m_device.service().hasInstalled("newer", "1.0-1", Support::Pki::instance().keyId("alice"));
+  const fs::path sealed = m_device.add({.name = "sealed"}, "");
+  m_key.sign(sealed);
+  Support::sign(sealed, "bob");
+  const fs::path removed = m_device.add({.name = "removed"});
+  writeFile(m_device.registry(),
+            "timestamp=1 event=R package=removed keyid=" + Support::Pki::instance().keyId("alice") + "\n");
+
+  const auto run = runConfined(writableByUnit());
+  EXPECT_EQ(run.log, expectedLog({{"fresh", installedLine(fresh)},
+                                  {"newer", installedLine(newer)},
+                                  {"sealed", installedLine(sealed)},
+                                  {"removed", "[I] The package was manually removed by the user: " + quoted(removed) +
+                                                  "\n" + skippedLine(removed)}}));
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(Confinement, LeavesTheToolItsFirstBoot) {
+  const fs::path fresh = m_device.add({});
+  const auto run = runConfined(writableByUnit());
+  EXPECT_EQ(run.log, installedLine(fresh) + timeLine);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_TRUE(fs::exists(m_device.registry().string() + ".lock"));
+}
+
+TEST_F(Confinement, MustLetTheDatabaseOfRpmBeWritten) {
+  const fs::path sealed = m_device.add({}, "");
+  m_key.sign(sealed);
+  Support::sign(sealed, "alice");
+  const auto run = runConfined({stateDirectory()});
+  EXPECT_EQ(run.log, unreadableLines("Couldn't read rpm package", sealed) + timeLine);
+}
+
+TEST_F(Confinement, MustLetTheRegistryFolderBeWritten) {
+  const fs::path fresh = m_device.add({});
+  const auto run = runConfined({m_device.rpm().database()});
+  EXPECT_EQ(run.log, "[E] Couldn't create the registry lock file: " + quoted(m_device.registry() += ".lock") +
+                         "\n[E] Failed to read records from krv registry\n" + installedLine(fresh) + timeLine);
+}
+
+TEST_F(Confinement, HoldsInTheseTests) {
+  const auto errorsOf = [&](const std::string& command) {
+    return Support::run(confined({"/bin/sh", "-c", command}, writableByUnit()), {{"LC_ALL", "C"}}).errors;
+  };
+  const std::string outside = (m_device.root() / "file").string();
+  const std::string inside = (stateDirectory() / "file").string();
+  EXPECT_EQ(errorsOf("touch " + inside), "");
+  EXPECT_EQ(errorsOf("touch " + outside), "touch: cannot touch '" + outside + "': Read-only file system\n");
+  EXPECT_EQ(errorsOf("chown 0 " + inside), "chown: changing ownership of '" + inside + "': Operation not permitted\n");
+  EXPECT_EQ(errorsOf("bash -c ': </dev/tcp/127.0.0.1/9' 2>&1 | grep -q 'Operation not permitted' && echo refused >&2"),
+            "refused\n");
+}
+
+} // namespace

@@ -1,0 +1,49 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/packaging/unit.h"
+#include "tests/support/process.h"
+#include "tests/support/temp_directory.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <regex>
+#include <string>
+
+namespace {
+
+/// systemd looks for the program of the unit, which is not installed here: the one of this build stands in for it.
+class Unit : public testing::Test {
+protected:
+  Unit() {
+    static const std::regex program("(\nExecStart=).*(/krv-pre-installer)\n");
+    const std::string text = Support::readFile(unitFile());
+    Support::writeFile(
+        m_unit, std::regex_replace(text, program,
+                                   "$1" + Support::program("krv-pre-installer").parent_path().string() + "$2\n"));
+  }
+
+  void SetUp() override {
+    if (Support::run({"systemd-analyze", "--version"}).status == 127)
+      GTEST_SKIP() << "systemd-analyze is not here";
+  }
+
+  Support::TempDirectory m_directory;
+  std::filesystem::path m_unit = m_directory / "krv-pre-installer.service";
+};
+
+TEST_F(Unit, IsFlawlessToSystemd) {
+  // The manual pages are not where man(1) looks; that the unit names one that is installed is another test.
+  const Support::ProcessResult result = Support::run({"systemd-analyze", "verify", "--man=no", m_unit.string()});
+  EXPECT_EQ(result.output + result.errors, "");
+  EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(Unit, IsConfinedAtLeastToTheDegreeThatSystemdCallsOk) {
+  // Tenths: from 5.0 on the degree is MEDIUM.
+  const Support::ProcessResult result =
+      Support::run({"systemd-analyze", "--no-pager", "security", "--offline=true", "--threshold=49", m_unit.string()});
+  EXPECT_EQ(result.status, 0) << result.output << result.errors;
+}
+
+} // namespace
