@@ -23,9 +23,9 @@ public:
 
   /// Adds `record` and drops what it supersedes: the earlier records of its package on its key chain, except that an
   /// update keeps the installations. The registry is replaced by a rename, through "registry.next" beside it, which
-  /// may stay behind after a failure. True when it was replaced; else the old registry is untouched. Unlike to a reader,
-  /// a registry of which the system cannot tell whether it exists is a failure, and not an empty one.
-  /// Throws std::out_of_range when the event of `record` is none of the three.
+  /// may stay behind after a failure. True when it was replaced; else the old registry is untouched. Unlike to a
+  /// reader, a registry of which the system cannot tell whether it exists is a failure, and not an empty one. Throws
+  /// std::out_of_range when the event of `record` is none of the three.
   bool writeRecord(const RegistryRecord& record) const;
 };
 
