@@ -9,6 +9,7 @@
 #
 # Works below the build folder, or below KRV_BENCH_DIRECTORY: on a disk, 4 GiB are enough.
 
+source sandbox/bus.bash
 bin=$PWD/build/release/bin
 work=$(mktemp -d -p "$(realpath "${KRV_BENCH_DIRECTORY:-build}")" bench-XXXXXX)
 device_processes=()
@@ -106,20 +107,7 @@ start_beside() { # name, command...
 
 start_bus() {
   export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$work/bus
-  cat >"$work/bus.conf" <<END
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <listen>$DBUS_SYSTEM_BUS_ADDRESS</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow own="*"/>
-    <allow send_destination="*"/>
-    <allow receive_sender="*"/>
-  </policy>
-</busconfig>
-END
+  bus_configuration "$DBUS_SYSTEM_BUS_ADDRESS" >"$work/bus.conf"
   start_beside bus dbus-daemon --config-file="$work/bus.conf" --nofork --print-address
 }
 

@@ -13,6 +13,7 @@ set -euo pipefail
 unset CDPATH
 
 scripts=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
+source "$scripts/bus.bash"
 folder=
 is_new=no    # whether this run has made the folder, which goes at the end then,
 is_doomed=no # the device and all that belongs to it,
@@ -157,20 +158,7 @@ stop() { # name
 }
 
 start_bus_and_service() {
-  cat >"$folder/run/bus.conf" <<END
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <listen>$DBUS_SYSTEM_BUS_ADDRESS</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow own="*"/>
-    <allow send_destination="*"/>
-    <allow receive_sender="*"/>
-  </policy>
-</busconfig>
-END
+  bus_configuration "$DBUS_SYSTEM_BUS_ADDRESS" >"$folder/run/bus.conf"
   start bus unix: dbus-daemon --config-file="$folder/run/bus.conf" --nofork --print-address
   start service ready krv-sandbox-service
 }
