@@ -3,6 +3,7 @@
 #include "common/rpm/archive.h"
 
 #include "common/error/error.h"
+#include "common/rpm/file_list.h"
 #include "common/rpm/sound_header.h"
 #include "driver/log/log_message.h"
 
@@ -62,28 +63,6 @@ bool isAsLongAsPromised(const FileHandle& file, const HeaderHandle& header) {
 std::filesystem::path underTarget(const std::filesystem::path& target, const char* name) {
   const std::filesystem::path relative = (std::filesystem::path("/") / name).lexically_normal().relative_path();
   return relative.empty() ? target : target / relative;
-}
-
-std::filesystem::file_type typeOf(rpm_mode_t mode) {
-  using std::filesystem::file_type;
-  switch (mode & S_IFMT) {
-  case S_IFDIR:
-    return file_type::directory;
-  case S_IFLNK:
-    return file_type::symlink;
-  case S_IFREG:
-    return file_type::regular;
-  case S_IFBLK:
-    return file_type::block;
-  case S_IFCHR:
-    return file_type::character;
-  case S_IFIFO:
-    return file_type::fifo;
-  case S_IFSOCK:
-    return file_type::socket;
-  default:
-    return file_type::unknown;
-  }
 }
 
 bool isImaSigned(rpmfi file) {
@@ -174,9 +153,7 @@ private:
 
 } // namespace
 
-ArchiveReader::ArchiveReader(Reader package) : Reader(std::move(package)) {
-  if (isSound(header()))
-    m_files = ownFileSet(rpmfilesNew(nullptr, header().get(), 0, RPMFI_KEEPHEADER));
+ArchiveReader::ArchiveReader(Reader package) : Reader(std::move(package)), m_files(fileSetOf(header())) {
   if (!m_files)
     throw openError();
 }

@@ -3,6 +3,7 @@
 #include "common/rpm/file_list.h"
 
 #include "common/error/error.h"
+#include "common/rpm/sound_header.h"
 
 #include <rpm/rpmstring.h>
 
@@ -14,17 +15,6 @@
 namespace Common::Rpm {
 
 namespace {
-
-std::filesystem::file_type typeOf(rpm_mode_t mode) {
-  using std::filesystem::file_type;
-  if (S_ISREG(mode))
-    return file_type::regular;
-  if (S_ISDIR(mode))
-    return file_type::directory;
-  if (S_ISLNK(mode))
-    return file_type::symlink;
-  return file_type::unknown;
-}
 
 std::string owned(char* text) {
   const std::unique_ptr<char, decltype(&std::free)> release(text, &std::free);
@@ -45,7 +35,6 @@ bool isFurtherName(rpmfiles files, int index) {
 PackagedFile describe(rpmfiles files, int index) {
   const rpm_mode_t mode = rpmfilesFMode(files, index);
   const char* target = rpmfilesFLink(files, index);
-  const rpmfileAttrs flags = rpmfilesFFlags(files, index);
   return {.index = index,
           .name = owned(rpmfilesFN(files, index)),
           .type = typeOf(mode),
@@ -53,15 +42,36 @@ PackagedFile describe(rpmfiles files, int index) {
           .size = rpmfilesFSize(files, index),
           .digest = digestOf(files, index),
           .target = target != nullptr ? target : "",
-          .isGhost = (flags & RPMFILE_GHOST) != 0,
-          .isConfiguration = (flags & RPMFILE_CONFIG) != 0,
+          .isGhost = (rpmfilesFFlags(files, index) & RPMFILE_GHOST) != 0,
           .isFurtherName = isFurtherName(files, index)};
 }
 
 } // namespace
 
+std::filesystem::file_type typeOf(rpm_mode_t mode) {
+  using std::filesystem::file_type;
+  switch (mode & S_IFMT) {
+  case S_IFDIR:
+    return file_type::directory;
+  case S_IFLNK:
+    return file_type::symlink;
+  case S_IFREG:
+    return file_type::regular;
+  case S_IFBLK:
+    return file_type::block;
+  case S_IFCHR:
+    return file_type::character;
+  case S_IFIFO:
+    return file_type::fifo;
+  case S_IFSOCK:
+    return file_type::socket;
+  default:
+    return file_type::unknown;
+  }
+}
+
 std::vector<PackagedFile> fileList(const Reader& package) {
-  const FileSetHandle files = ownFileSet(rpmfilesNew(nullptr, package.header().get(), 0, RPMFI_KEEPHEADER));
+  const FileSetHandle files = fileSetOf(package.header());
   if (!files)
     throw Error(ErrorCode::BadPackageFileFormat, "Couldn't read the list of files of the package");
   std::vector<PackagedFile> list;

@@ -21,12 +21,14 @@ struct PackagedFile {
   std::string digest; ///< of the content, as hexadecimal digits; empty where the header has none
   std::string target; ///< of a symbolic link
   bool isGhost;       ///< the package owns the name and has no content for it
-  bool isConfiguration;
   bool isFurtherName; ///< another name of a file that is in the list already
 };
 
-/// The files of a package or of a database entry, in header order. Throws Common::Error:
-/// BadPackageFileFormat "Couldn't read the list of files of the package" when the list is broken.
+/// The type that a mode says (inode(7)); unknown for a mode with none of these types.
+std::filesystem::file_type typeOf(rpm_mode_t mode);
+
+/// The files of a package or of a database entry, in header order. Throws Common::Error: BadPackageFileFormat "Couldn't
+/// read the list of files of the package" when the list is broken or the header not sound.
 std::vector<PackagedFile> fileList(const Reader& package);
 
 } // namespace Common::Rpm

@@ -98,6 +98,14 @@ bool mayBeAskedFor(std::int32_t tag, const HeaderHandle& header) {
   return isPlain || isSound(header);
 }
 
+/// Without a value, and so without a text, for a tag that is absent or must not be asked for.
+TagDataHandle valueOf(std::int32_t tag, const HeaderHandle& header) {
+  TagDataHandle data = ownTagData(rpmtdNew());
+  if (mayBeAskedFor(tag, header))
+    headerGet(header.get(), tag, data.get(), HEADERGET_EXT);
+  return data;
+}
+
 } // namespace
 
 Reader::Reader(const std::string& path) {
@@ -115,11 +123,9 @@ Reader::Reader(HeaderHandle header) : m_header(std::move(header)) {
 }
 
 std::string Reader::tag(std::int32_t tag) const {
-  const TagDataHandle data = ownTagData(rpmtdNew());
-  if (mayBeAskedFor(tag, m_header) && headerGet(m_header.get(), tag, data.get(), HEADERGET_EXT) != 0) {
-    if (const char* text = rpmtdGetString(data.get()))
-      return text;
-  }
+  const TagDataHandle data = valueOf(tag, m_header);
+  if (const char* text = rpmtdGetString(data.get()))
+    return text;
   throw Error(ErrorCode::BadPackageFileFormat,
               "Couldn't retrieve rpm tag from package (type=" + std::to_string(tag) + ")");
 }
@@ -133,12 +139,10 @@ std::string Reader::tagOr(std::int32_t tag, const std::string& fallback) const {
 }
 
 std::vector<std::string> Reader::texts(std::int32_t tag) const {
-  const TagDataHandle data = ownTagData(rpmtdNew());
+  const TagDataHandle data = valueOf(tag, m_header);
   std::vector<std::string> found;
-  if (headerGet(m_header.get(), tag, data.get(), HEADERGET_EXT) != 0) {
-    while (const char* text = rpmtdNextString(data.get()))
-      found.emplace_back(text);
-  }
+  while (const char* text = rpmtdNextString(data.get()))
+    found.emplace_back(text);
   return found;
 }
 

@@ -45,7 +45,7 @@ public:
   /// As tag(), with `fallback` in place of the error.
   std::string tagOr(std::int32_t tag, const std::string& fallback) const;
 
-  /// All texts of one header tag. Empty when the tag is absent or has no string form.
+  /// All texts of one header tag. Empty where tag() would throw.
   std::vector<std::string> texts(std::int32_t tag) const;
 
   HeaderHandle header() const { return m_header; }

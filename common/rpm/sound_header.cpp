@@ -117,4 +117,8 @@ bool isSound(const HeaderHandle& header) {
          std::ranges::all_of(triggers, [&](const TriggerTags& tags) { return haveConditions(header.get(), tags); });
 }
 
+FileSetHandle fileSetOf(const HeaderHandle& header) {
+  return isSound(header) ? ownFileSet(rpmfilesNew(nullptr, header.get(), 0, RPMFI_KEEPHEADER)) : nullptr;
+}
+
 } // namespace Common::Rpm

@@ -12,4 +12,7 @@ namespace Common::Rpm {
 /// Reading single values is safe without.
 bool isSound(const HeaderHandle& header);
 
+/// The files of a sound header; null when it is not sound, or has a list that librpm refuses.
+FileSetHandle fileSetOf(const HeaderHandle& header);
+
 } // namespace Common::Rpm

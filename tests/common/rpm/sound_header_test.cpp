@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/rpm/archive.h"
+#include "common/rpm/file_list.h"
 #include "common/rpm/sound_header.h"
 #include "common/rpm/transaction.h"
 #include "tests/common/rpm/archive_fixture.h"
@@ -153,12 +154,15 @@ TEST_F(UnsoundPackage, HasNoComputedTags) {
   const Reader reader(package().string());
   EXPECT_EQ(errorOf([&] { reader.tag(RPMTAG_NEVRA); }),
             "BadPackageFileFormat: Couldn't retrieve rpm tag from package (type=5016)");
+  EXPECT_THAT(reader.texts(RPMTAG_NEVRA), IsEmpty());
 }
 
 TEST_F(UnsoundPackage, HasNoListOfFiles) {
   const std::string error = "BadPackageFileFormat: Couldn't open rpm package for extraction";
   EXPECT_EQ(errorOf([&] { ArchiveReader::openFileList(package().string()); }), error);
   EXPECT_EQ(errorOf([&] { open(); }), error);
+  EXPECT_EQ(errorOf([&] { Common::Rpm::fileList(Reader(package().string())); }),
+            "BadPackageFileFormat: Couldn't read the list of files of the package");
 }
 
 TEST_F(UnsoundPackage, HasNoDependencies) {
