@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <stdexcept>
 
 #include <signal.h>
 #include <sys/syscall.h>
@@ -31,12 +32,11 @@ protected:
     return Support::runSupervised(command, {{"LC_ALL", "C"}}, folder.path(), fault);
   }
 
-  /// The position of the last call of that name in an undisturbed run.
-  std::size_t lastCall(const std::vector<std::string>& command, const std::string& name) const {
+  /// The last call of that name in an undisturbed run.
+  SeenCall lastCall(const std::vector<std::string>& command, const std::string& name) const {
     const std::vector<SeenCall> calls = run(command).calls;
     const auto found = std::find_if(calls.rbegin(), calls.rend(), [&](const auto& call) { return call.name == name; });
-    EXPECT_NE(found, calls.rend());
-    return static_cast<std::size_t>(calls.rend() - found) - 1;
+    return found == calls.rend() ? throw std::runtime_error("no " + name) : *found;
   }
 
   Support::TempDirectory folder;
@@ -63,7 +63,8 @@ TEST_F(Supervised, RelativePathsBelongToTheFolderInWhichTheyAre) {
 }
 
 TEST_F(Supervised, ACallFailsAsItIsTold) {
-  const SupervisedResult result = run({"cat", file}, Fault{.call = 0, .kind = Fault::Kind::Error, .error = EMFILE});
+  const SupervisedResult result =
+      run({"cat", file}, Fault{.call = run({"cat", file}).calls.front(), .kind = Fault::Kind::Error, .error = EMFILE});
   EXPECT_EQ(result.process.status, 1);
   EXPECT_EQ(result.process.output, "");
   EXPECT_EQ(result.process.errors, "cat: " + file.string() + ": Too many open files\n");
@@ -86,7 +87,7 @@ TEST_F(Supervised, AProcessIsKilledBeforeACall) {
 
 TEST_F(Supervised, AProcessIsKilledAfterACall) {
   const std::vector<std::string> command = {"truncate", "-s", "0", file};
-  const std::size_t call = lastCall(command, "ftruncate");
+  const SeenCall call = lastCall(command, "ftruncate");
   Support::writeFile(file, "content\n");
   const SupervisedResult result = run(command, Fault{.call = call, .kind = Fault::Kind::KillAfter});
   EXPECT_EQ(result.process.status, 128 + SIGKILL);

@@ -4,11 +4,13 @@
 
 #include "tests/support/system_calls.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -125,8 +127,7 @@ public:
       throw std::runtime_error("the supervised process makes no calls and does not end");
   }
 
-  std::vector<SeenCall> calls;
-  std::set<long> unknownCalls;
+  SupervisedResult result;
 
 private:
   void serveOne() {
@@ -135,8 +136,8 @@ private:
       return; // it was killed meanwhile
     const FileCall* const call = findFileCall(request.data.nr);
     if (call == nullptr && request.data.nr != SYS_exit_group)
-      unknownCalls.insert(request.data.nr);
-    if (m_killsNext)
+      result.unknownCalls.insert(request.data.nr);
+    if (m_killsNext == request.pid)
       kill(m_process, SIGKILL);
     else if (call == nullptr || !meets(*call, request))
       answer(request, 0);
@@ -150,12 +151,17 @@ private:
     if (path.find(m_folder) == path.npos)
       return false;
     const unsigned long long* const arguments = request.data.args;
-    calls.push_back({.name = call.name, .path = path, .errors = errorsOf(call, arguments)});
-    if (!m_fault || m_fault->call != calls.size() - 1)
+    const std::size_t thread = m_threads.emplace(request.pid, m_threads.size()).first->second;
+    const auto number = static_cast<std::size_t>(std::ranges::count(result.calls, thread, &SeenCall::thread));
+    result.calls.push_back(
+        {.name = call.name, .path = path, .errors = errorsOf(call, arguments), .thread = thread, .number = number});
+    if (!m_fault || m_fault->call.thread != thread || m_fault->call.number != number)
       return false;
-    m_killsNext = m_fault->kind == Fault::Kind::KillAfter;
-    if (m_killsNext)
+    result.metFault = m_fault->call.name == call.name;
+    if (m_fault->kind == Fault::Kind::KillAfter) {
+      m_killsNext = request.pid;
       return false;
+    }
     if (m_fault->kind == Fault::Kind::KillBefore) {
       kill(m_process, SIGKILL);
       return true;
@@ -224,7 +230,8 @@ private:
   pid_t m_process;
   std::string m_folder;
   std::optional<Fault> m_fault;
-  bool m_killsNext = false;
+  std::map<std::uint32_t, std::size_t> m_threads;
+  std::uint32_t m_killsNext = 0;
 };
 
 } // namespace
@@ -256,7 +263,8 @@ SupervisedResult runSupervised(const std::vector<std::string>& arguments, const 
     throw std::system_error(ENOSYS, std::generic_category(), "the kernel does not let processes be supervised");
   Supervisor supervisor(listener.number(), process.id(), folder, fault);
   supervisor.serveUntilTheEnd();
-  return {process.wait(), std::move(supervisor.calls), std::move(supervisor.unknownCalls)};
+  supervisor.result.process = process.wait();
+  return std::move(supervisor.result);
 }
 
 } // namespace Support

@@ -18,17 +18,21 @@ struct SeenCall {
   std::string name;
   std::string path;
   std::vector<int> errors; ///< with which it can fail
+  /// Which thread, of whichever process, in the order of their first calls, and which of its calls it is, from 0.
+  /// Threads run side by side, but each does the same in every run.
+  std::size_t thread;
+  std::size_t number;
 };
 
-/// What befalls one of the calls on files of the watched folder.
+/// What befalls one of the calls that an undisturbed run makes on files of the watched folder.
 struct Fault {
   enum class Kind {
     Error,      ///< the call is not made and fails with `error`; a file that is closed is closed all the same
     KillBefore, ///< SIGKILL instead of the call
-    KillAfter,  ///< SIGKILL at the next system call of any kind
+    KillAfter,  ///< SIGKILL at the thread's next system call of any kind
   };
 
-  std::size_t call; ///< its position, from 0
+  SeenCall call;
   Kind kind;
   int error = 0;
 };
@@ -36,6 +40,7 @@ struct Fault {
 struct SupervisedResult {
   ProcessResult process;
   std::vector<SeenCall> calls;
+  bool metFault = false; ///< whether the call that it is for was made again
   /// Numbers of the calls, on whatever, of which it is not known whether they have to do with files.
   std::set<long> unknownCalls;
 };
