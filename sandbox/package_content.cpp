@@ -18,10 +18,6 @@ Common::Error contentError(const std::string& reason, const fs::path& path) {
   return {Common::ErrorCode::BadPackageContent, reason + path.string()};
 }
 
-fs::path belowRoot(const std::string& name) {
-  return (fs::path("/") / name).lexically_normal().relative_path();
-}
-
 void requirePlainName(const std::string& name) {
   const fs::path path = name;
   if (!path.is_absolute() || path.lexically_normal().native() != name || (path.filename().empty() && name != "/"))
@@ -43,7 +39,7 @@ PackagedFiles contentOf(const Common::Rpm::Reader& package) {
   PackagedFiles files;
   for (PackagedFile& file : Common::Rpm::fileList(package)) {
     requirePlainName(file.name);
-    const fs::path path = belowRoot(file.name);
+    const fs::path path = Common::Rpm::nameBelowRoot(file.name);
     if (files.contains(path))
       throw contentError("The package has two entries with one path: /", path);
     if (!path.empty())
@@ -58,7 +54,7 @@ PackagedFiles filesOf(const std::vector<Common::Rpm::Reader>& entries) {
   PackagedFiles files;
   for (const Common::Rpm::Reader& entry : entries) {
     for (PackagedFile& file : Common::Rpm::fileList(entry)) {
-      const fs::path path = belowRoot(file.name);
+      const fs::path path = Common::Rpm::nameBelowRoot(file.name);
       if (!path.empty())
         files.emplace(path, std::move(file));
     }

@@ -3,6 +3,7 @@
 #include "common/rpm/archive.h"
 
 #include "common/error/error.h"
+#include "common/rpm/blocked_signals.h"
 #include "common/rpm/file_list.h"
 #include "common/rpm/sound_header.h"
 #include "driver/log/log_message.h"
@@ -18,6 +19,7 @@
 #include <fstream>
 #include <limits>
 #include <memory>
+#include <system_error>
 #include <utility>
 
 #include <sys/stat.h>
@@ -46,6 +48,19 @@ void refuseImpossibleSizes(const FileSetHandle& files) {
   }
 }
 
+// A read that waits for the decompression can be interrupted by a signal; zlib then answers with that error for ever,
+// and librpm asks for ever.
+
+int nextFile(rpmfi payload) {
+  const BlockedSignals untilItIsThere;
+  return rpmfiNext(payload);
+}
+
+ssize_t readContentOf(rpmfi payload, std::span<std::byte> buffer) {
+  const BlockedSignals untilItIsThere;
+  return rpmfiArchiveRead(payload, buffer.data(), buffer.size());
+}
+
 /// Whether the file is as long as its signature header says, which has the size of all that follows it. Nothing else
 /// tells that the end of a compressed stream is missing: the archive in it may be complete by then. To be asked when
 /// the file has been read up to the payload.
@@ -61,8 +76,13 @@ bool isAsLongAsPromised(const FileHandle& file, const HeaderHandle& header) {
 }
 
 std::filesystem::path underTarget(const std::filesystem::path& target, const char* name) {
-  const std::filesystem::path relative = (std::filesystem::path("/") / name).lexically_normal().relative_path();
-  return relative.empty() ? target : target / relative;
+  const std::string below = nameBelowRoot(name);
+  if (below.empty())
+    return target;
+  std::string path = target.native();
+  if (!path.empty() && path.back() != '/')
+    path += '/';
+  return path += below;
 }
 
 bool isImaSigned(rpmfi file) {
@@ -175,11 +195,13 @@ ArchiveReader ArchiveReader::openFileList(const Reader& reader) {
 void ArchiveReader::openPayload() {
   refuseImpossibleSizes(m_files);
   m_isFileComplete = isAsLongAsPromised(file(), header());
-  const std::string mode = "r." + tagOr(Tag::PayloadCompressor, "gzip");
-  // This is the file that the reader owns already, with a decompressor pushed on it.
-  const FD_t payload = Fdopen(file().get(), mode.c_str());
-  if (payload != nullptr)
-    m_payload = ownFileIterator(rpmfiNewArchiveReader(payload, m_files.get(), RPMFI_ITER_READ_ARCHIVE_CONTENT_FIRST));
+  try {
+    m_stream = std::make_shared<PayloadStream>(file(), tagOr(Tag::PayloadCompressor, "gzip"));
+  } catch (const std::system_error&) {
+    throw openError();
+  }
+  m_payload =
+      ownFileIterator(rpmfiNewArchiveReader(m_stream->reader(), m_files.get(), RPMFI_ITER_READ_ARCHIVE_CONTENT_FIRST));
   if (!m_payload)
     throw openError();
 }
@@ -198,7 +220,7 @@ void ArchiveReader::extract(const std::filesystem::path& target, const Extractio
   std::vector<HardLinkDescription> groups;
   std::vector<bool> seen(rpmfilesFC(m_files.get()));
   int index;
-  while ((index = rpmfiNext(m_payload.get())) >= 0) {
+  while ((index = nextFile(m_payload.get())) >= 0) {
     seen.at(static_cast<std::size_t>(index)) = true;
     handOut(m_payload.get(), target, handlers, groups);
   }
@@ -229,7 +251,7 @@ void ArchiveReader::streamContent(const std::function<void(std::span<const std::
   const rpm_loff_t size = rpmfiFSize(m_payload.get());
   for (rpm_loff_t remaining = size; remaining > 0;) {
     const std::size_t wanted = std::min<rpm_loff_t>(remaining, m_buffer.size());
-    const ssize_t count = rpmfiArchiveRead(m_payload.get(), m_buffer.data(), wanted);
+    const ssize_t count = readContentOf(m_payload.get(), std::span(m_buffer).first(wanted));
     if (count <= 0)
       throw contentError();
     const std::span<const std::byte> chunk(m_buffer.data(), static_cast<std::size_t>(count));
@@ -244,7 +266,9 @@ void ArchiveReader::streamContent(const std::function<void(std::span<const std::
 
 void ArchiveReader::writeContent(const std::filesystem::path& destination) {
   requireContent();
-  std::ofstream file(destination, std::ios::out | std::ios::binary);
+  std::ofstream file;
+  file.rdbuf()->pubsetbuf(nullptr, 0); // what comes is as large as a buffer, or all there is
+  file.open(destination, std::ios::out | std::ios::binary);
   if (!file)
     throw Error(ErrorCode::Filesystem, "Couldn't open file for writing rpm content: " + destination.string());
   const auto check = [&] {
@@ -255,7 +279,7 @@ void ArchiveReader::writeContent(const std::filesystem::path& destination) {
     file.write(reinterpret_cast<const char*>(chunk.data()), static_cast<std::streamsize>(chunk.size()));
     check();
   });
-  file.close(); // what was still buffered may fail only now
+  file.close(); // a full disk may show itself here only
   check();
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "common/rpm/handles.h"
+#include "common/rpm/payload_stream.h"
 #include "common/rpm/reader.h"
 
 #include <any>
@@ -110,7 +111,8 @@ private:
   void streamContent(const std::function<void(std::span<const std::byte>)>& sink);
 
   FileSetHandle m_files;
-  FileIteratorHandle m_payload;
+  std::shared_ptr<PayloadStream> m_stream;
+  FileIteratorHandle m_payload; // reads from the stream, and goes before it
   bool m_isFileComplete = true;
   std::vector<std::byte> m_buffer;
 };

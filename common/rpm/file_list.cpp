@@ -7,6 +7,7 @@
 
 #include <rpm/rpmstring.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -68,6 +69,23 @@ std::filesystem::file_type typeOf(rpm_mode_t mode) {
   default:
     return file_type::unknown;
   }
+}
+
+std::string nameBelowRoot(std::string_view name) {
+  std::string below;
+  while (!name.empty()) {
+    const std::string_view part = name.substr(0, name.find('/'));
+    name.remove_prefix(std::min(part.size() + 1, name.size()));
+    if (part == "..") {
+      const auto parent = below.rfind('/');
+      below.erase(parent == below.npos ? 0 : parent);
+    } else if (!part.empty() && part != ".") {
+      if (!below.empty())
+        below += '/';
+      below += part;
+    }
+  }
+  return below;
 }
 
 std::vector<PackagedFile> fileList(const Reader& package) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Common::Rpm {
@@ -26,6 +27,10 @@ struct PackagedFile {
 
 /// The type that a mode says (inode(7)); unknown for a mode with none of these types.
 std::filesystem::file_type typeOf(rpm_mode_t mode);
+
+/// Where a packaged file's name leads below the root of a file system, without a '/' at its ends; "" for the root. It
+/// cannot climb out: as in the file system, the root is its own parent.
+std::string nameBelowRoot(std::string_view name);
 
 /// The files of a package or of a database entry, in header order. Throws Common::Error: BadPackageFileFormat "Couldn't
 /// read the list of files of the package" when the list is broken or the header not sound.

@@ -3,6 +3,7 @@
 #include "common/rpm/archive.h"
 #include "tests/common/rpm/archive_fixture.h"
 #include "tests/support/package_surgery.h"
+#include "tests/support/process.h"
 #include "tests/support/thrown.h"
 
 #include <gmock/gmock.h>
@@ -64,6 +65,13 @@ protected:
     const std::string error = errorOf([&] { EXPECT_EQ(extracted(), sound); });
     EXPECT_TRUE(error == contentError || error == "no error") << error;
     return error == contentError;
+  }
+
+  void nameCompressor(const std::string& name) const {
+    changeHeader(package(), [&](Header header) {
+      headerDel(header, RPMTAG_PAYLOADCOMPRESSOR);
+      headerPutString(header, RPMTAG_PAYLOADCOMPRESSOR, name.c_str());
+    });
   }
 
   void expectUnopenable() const {
@@ -252,15 +260,27 @@ TEST_F(ArchiveDamage, ShowsWithTheFirstEntryForAnUnknownCompressor) {
   for (const std::string& name : {std::string("unknown"), std::string(""), std::string(5000, 'x'), std::string("w9")}) {
     SCOPED_TRACE(name);
     build(mixedPackage, {"xz", "w6.xzdio"});
-    changeHeader(package(), [&](Header header) {
-      headerDel(header, RPMTAG_PAYLOADCOMPRESSOR);
-      headerPutString(header, RPMTAG_PAYLOADCOMPRESSOR, name.c_str());
-    });
+    nameCompressor(name);
     ArchiveReader archive = open();
     Events events;
     EXPECT_EQ(errorOf([&] { archive.extract("/target", recording(archive, events)); }), contentError);
     EXPECT_THAT(events, IsEmpty());
   }
+}
+
+// A payload is decompressed once, by the compressor that the header names.
+TEST_F(ArchiveDamage, IsACompressionThatTheHeaderDoesNotName) {
+  build(mixedPackage, {"gzip", "w9.gzdio"});
+  nameCompressor("unknown");
+  expectDamaged();
+  nameCompressor("gzip");
+  const std::string payload = payloadOf(package());
+  replacePayload(package(), payload);
+  EXPECT_FALSE(extracted().empty());
+  writeFile(m_sandbox.path() / "payload", payload);
+  Support::runOrThrow({"gzip", m_sandbox.path() / "payload"});
+  replacePayload(package(), readFile(m_sandbox.path() / "payload.gz"));
+  expectDamaged();
 }
 
 TEST_F(ArchiveDamage, DoesNotBelieveALargeSize) {

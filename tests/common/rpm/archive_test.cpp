@@ -5,15 +5,18 @@
 #include "tests/support/captured_log.h"
 #include "tests/support/package_surgery.h"
 #include "tests/support/thrown.h"
+#include "tests/support/wait.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <rpm/rpmmacro.h>
 
+#include <algorithm>
 #include <csignal>
 #include <stdexcept>
 
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -22,6 +25,7 @@ using ArchiveTest::describe;
 using ArchiveTest::Events;
 using ArchiveTest::mixedPackage;
 using ArchiveTest::recording;
+using ArchiveTest::textOf;
 using Common::Rpm::ArchiveEntry;
 using Common::Rpm::ArchiveReader;
 using Common::Rpm::ExtractionHandlers;
@@ -57,6 +61,33 @@ protected:
     });
     return lines;
   }
+};
+
+volatile std::sig_atomic_t alarms = 0;
+
+std::ptrdiff_t threads() {
+  const std::filesystem::directory_iterator tasks("/proc/self/task");
+  return std::distance(begin(tasks), end(tasks));
+}
+
+/// Lets the process open no more than this many descriptors.
+class DescriptorLimit {
+public:
+  explicit DescriptorLimit(std::size_t count) {
+    getrlimit(RLIMIT_NOFILE, &m_before);
+    std::vector<int> numbers;
+    while (numbers.size() < count)
+      numbers.push_back(dup(STDIN_FILENO));
+    const rlimit limit = {static_cast<rlim_t>(numbers.back()) + 1, m_before.rlim_max};
+    std::ranges::for_each(numbers, close);
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+  ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &m_before); }
+  DescriptorLimit(const DescriptorLimit&) = delete;
+  DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+
+private:
+  rlimit m_before = {};
 };
 
 /// A package with one file of this many bytes.
@@ -261,7 +292,7 @@ TEST_F(Archive, FailsOnAFullDevice) {
 }
 
 // So little stays in a buffer until the file is closed.
-TEST_F(Archive, FailsOnAFullDeviceThatShowsAtClose) {
+TEST_F(Archive, FailsOnAFullDeviceWithTheFirstBytes) {
   build(fileOf(10));
   expectWriteError("/dev/full", "Couldn't write rpm package content to ");
 }
@@ -276,6 +307,70 @@ TEST_F(Archive, FailsAtTheLimitOfAFilesSize) {
   expectWriteError(m_sandbox.path() / "made", "Couldn't write rpm package content to ");
   setrlimit(RLIMIT_FSIZE, &limit);
   std::signal(SIGXFSZ, before);
+}
+
+TEST_F(Archive, EndsItsThreadWhenItIsGivenUp) {
+  build(fileOf(3'000'000)); // more than waits between the two threads
+  {
+    const ArchiveReader unread = open();
+    EXPECT_EQ(threads(), 2);
+  }
+  EXPECT_TRUE(Support::waitUntil([] { return threads() == 1; }));
+  ArchiveReader archive = open();
+  EXPECT_THROW(archive.extract("/target", {}), std::bad_function_call);
+  archive = open();
+  EXPECT_TRUE(Support::waitUntil([] { return threads() == 2; }));
+}
+
+TEST_F(Archive, LeavesTheSignalsToItsCaller) {
+  build(fileOf(10));
+  const auto blocked = [] {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    std::vector<int> signals;
+    for (int signal = 1; signal < NSIG; ++signal) {
+      if (sigismember(&mask, signal) == 1)
+        signals.push_back(signal);
+    }
+    return signals;
+  };
+  const std::vector<int> before = blocked();
+  const ArchiveReader archive = open();
+  EXPECT_EQ(blocked(), before);
+}
+
+TEST_F(Archive, IsNotDisturbedBySignals) {
+  build(fileOf(3'000'000));
+  struct sigaction interrupting = {}; // without SA_RESTART
+  interrupting.sa_handler = [](int) { alarms = alarms + 1; };
+  struct sigaction before = {};
+  sigaction(SIGALRM, &interrupting, &before);
+  const itimerval often = {.it_interval = {.tv_sec = 0, .tv_usec = 100}, .it_value = {.tv_sec = 0, .tv_usec = 100}};
+  setitimer(ITIMER_REAL, &often, nullptr);
+  alarms = 0;
+  const std::string content(3'000'000, 'x');
+  EXPECT_TRUE(Support::waitUntil([&] {
+    extractFiles([&](ArchiveReader& archive, const ArchiveEntry&) {
+      EXPECT_TRUE(textOf(archive.readContent()) == content);
+      return std::any();
+    });
+    return alarms > 1000;
+  }));
+  const itimerval never = {};
+  setitimer(ITIMER_REAL, &never, nullptr);
+  sigaction(SIGALRM, &before, nullptr);
+}
+
+TEST_F(Archive, CannotBeOpenedWithoutDescriptors) {
+  build(fileOf(10));
+  open(); // what librpm keeps open is open now
+  // One for the file, two for the pipe, and librpm's duplicates of the two.
+  for (const std::size_t descriptors : {1U, 2U, 3U, 4U}) {
+    const DescriptorLimit limit(descriptors);
+    EXPECT_EQ(errorOf([&] { open(); }), "BadPackageFileFormat: Couldn't open rpm package for extraction");
+  }
+  const DescriptorLimit limit(5);
+  EXPECT_THAT(extracted(), ElementsAre("0 file /target/opt/file 644 ima: xxxxxxxxxx"));
 }
 
 TEST_F(Archive, HasContentForTheHandlerOfRegularFilesAlone) {
@@ -404,7 +499,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Name{"/opt/", "../../../etc/passwd", "/some/target/etc/passwd"},
                     Name{"//etc//", "passwd", "/some/target/etc/passwd"},
                     Name{"/opt/", "/etc/passwd", "/some/target/opt/etc/passwd"}, Name{"", "file", "/some/target/file"},
-                    Name{"../", "file", "/some/target/file"},
+                    Name{"../", "file", "/some/target/file"}, Name{"/opt/./a/../", "b/", "/some/target/opt/b"},
                     Name{"/a b/", "\xc3\xa4\n\"", "/some/target/a b/\xc3\xa4\n\""}));
 
 } // namespace

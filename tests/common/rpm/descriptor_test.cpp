@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 
 #include <sys/syscall.h>
@@ -12,7 +13,7 @@
 
 namespace {
 
-int badCloses = 0;
+std::atomic<int> badCloses = 0; // a payload's thread closes files too
 
 } // namespace
 
@@ -52,7 +53,7 @@ TEST_P(Descriptor, IsClosedOnceWhenTheExtractionIsGivenUp) {
   const std::ptrdiff_t before = openDescriptors();
   {
     ArchiveReader archive = open();
-    EXPECT_EQ(openDescriptors(), before + 1);
+    EXPECT_GE(openDescriptors(), before + 2); // the file, the end of the pipe, and its other one until all is in it
     EXPECT_THROW(archive.extract("/target", {}), std::bad_function_call);
   }
   EXPECT_EQ(openDescriptors(), before);

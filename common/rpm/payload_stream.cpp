@@ -1,0 +1,92 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "common/rpm/payload_stream.h"
+
+#include "common/rpm/blocked_signals.h"
+
+#include <array>
+#include <cerrno>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace Common::Rpm {
+
+namespace {
+
+void require(bool holds) {
+  if (!holds)
+    throw std::system_error(errno, std::generic_category());
+}
+
+FileHandle duplicate(int descriptor) {
+  FileHandle file = ownFile(fdDup(descriptor));
+  require(file != nullptr);
+  return file;
+}
+
+/// The descriptors that pipe2(2) gives; those that librpm works with are duplicates.
+class Pipe {
+public:
+  Pipe() { require(pipe2(m_ends.data(), O_CLOEXEC) == 0); }
+  ~Pipe() {
+    close(m_ends[0]);
+    close(m_ends[1]);
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+
+  FileHandle reader() const { return duplicate(m_ends[0]); }
+  FileHandle writer() const { return duplicate(m_ends[1]); }
+
+private:
+  std::array<int, 2> m_ends;
+};
+
+/// RFC 1952
+bool beginsLikeGzip(std::string_view bytes) {
+  return bytes.starts_with("\x1f\x8b");
+}
+
+void decompress(FD_t payload, FD_t to) {
+  std::array<char, 65536> buffer;
+  bool isFirst = true;
+  ssize_t count;
+  while ((count = Fread(buffer.data(), 1, buffer.size(), payload)) > 0) {
+    const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
+    // The reader would decompress it once more.
+    if (std::exchange(isFirst, false) && beginsLikeGzip(bytes))
+      return;
+    if (Fwrite(bytes.data(), 1, bytes.size(), to) != count)
+      return;
+  }
+}
+
+} // namespace
+
+PayloadStream::PayloadStream(FileHandle file, const std::string& compressor) {
+  std::string mode = "r.";
+  mode += compressor;
+  // This is the file itself, with a decompressor pushed on it.
+  const FD_t payload = Fdopen(file.get(), mode.c_str());
+  require(payload != nullptr);
+  const Pipe pipe;
+  m_reader = pipe.reader();
+  // zlib passes on what is not in its format, see gzread in zlib.h. Unlike librpm's plain files it has a buffer, and
+  // reads on when a pipe gives less than it was asked for.
+  require(Fdopen(m_reader.get(), "r.gzip") != nullptr);
+  // Signals are for the thread that expects them. SIGPIPE is none of the process's business when a reader goes early.
+  const BlockedSignals inTheThread;
+  m_thread =
+      std::thread([file = std::move(file), payload, writer = pipe.writer()] { decompress(payload, writer.get()); });
+}
+
+PayloadStream::~PayloadStream() {
+  m_reader.reset();
+  m_thread.join();
+}
+
+} // namespace Common::Rpm
