@@ -32,20 +32,21 @@ thousandths() { # number; printed with a decimal point
   printf '%d.%03d' $(($1 / 1000)) $(($1 % 1000))
 }
 
-# One row of the table, and one line for scripts/bench to make JSON of. Times in microseconds, ratios in thousandths.
-report() { # name, our time, yardstick's time, ratio, smallest, largest, target
-  printf '%-56s %9.1f ms %9.1f ms  %6.2f (%.2f-%.2f)  %s\n' "$1" "$(thousandths "$2")" "$(thousandths "$3")" \
-    "$(thousandths "$4")" "$(thousandths "$5")" "$(thousandths "$6")" "$7"
+# One row of the table, and one line for scripts/bench to make JSON of. Times in thousandths of the unit, that is, in
+# microseconds unless another unit than ms is given; ratios in thousandths.
+report() { # name, our time, yardstick's time, ratio, smallest, largest, target [, unit]
+  printf '%-56s %9.1f %s %9.1f %s  %6.2f (%.2f-%.2f)  %s\n' "$1" "$(thousandths "$2")" "${8:-ms}" \
+    "$(thousandths "$3")" "${8:-ms}" "$(thousandths "$4")" "$(thousandths "$5")" "$(thousandths "$6")" "$7"
   [ -z "${KRV_BENCH_FIGURES:-}" ] ||
-    printf '%s\t%s\t%s\t%s\t%s\t%s\t%s\n' "$1" "$(thousandths "$2")" "$(thousandths "$3")" "$(thousandths "$4")" \
-      "$(thousandths "$5")" "$(thousandths "$6")" "$7" >>"$KRV_BENCH_FIGURES"
+    printf '%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\n' "$1" "$(thousandths "$2")" "$(thousandths "$3")" \
+      "$(thousandths "$4")" "$(thousandths "$5")" "$(thousandths "$6")" "$7" "${8:-ms}" >>"$KRV_BENCH_FIGURES"
 }
 
 # A row for a figure that has no yardstick but its target.
 report_value() { # name, value in thousandths, unit, target
   printf '%-56s %9.3f %s, target %s\n' "$1" "$(thousandths "$2")" "$3" "$4"
   [ -z "${KRV_BENCH_FIGURES:-}" ] ||
-    printf '%s\t%s\t\t\t\t\t%s\n' "$1" "$(thousandths "$2")" "$4" >>"$KRV_BENCH_FIGURES"
+    printf '%s\t%s\t\t\t\t\t%s\t%s\n' "$1" "$(thousandths "$2")" "$4" "$3" >>"$KRV_BENCH_FIGURES"
 }
 
 compare() {

@@ -20,12 +20,12 @@ using Core::KRV::RegistryRecord;
 
 std::optional<PackageFacts> readFacts(const std::filesystem::path& path) {
   try {
-    const Common::Rpm::Reader reader(path.string());
+    const Common::Rpm::Reader reader(path.native());
     PackageFacts facts;
     facts.name = reader.tag(Common::Rpm::Tag::Name);
     facts.version = reader.tag(Common::Rpm::Tag::Version) + "-" + reader.tag(Common::Rpm::Tag::Release);
     // Without verification: whether the signatures hold is for the service to judge when it installs.
-    facts.developer = Common::developerIdentity(Common::readPackageCmses(path.string(), false));
+    facts.developer = Common::developerIdentity(Common::readPackageCmses(path.native(), false));
     return facts;
   } catch (const Common::Error& error) {
     LogMessage(LogLevel::Error) << error.what();
@@ -109,5 +109,5 @@ PreinstallOutcome preinstallPackage(KrvProxy& proxy, const std::filesystem::path
     logRefusal(verdict.reason, packagePath);
     return skip(packagePath);
   }
-  return proxy.install(packagePath.string()) ? PreinstallOutcome::Installed : PreinstallOutcome::InstallFailed;
+  return proxy.install(packagePath.native()) ? PreinstallOutcome::Installed : PreinstallOutcome::InstallFailed;
 }

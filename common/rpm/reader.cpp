@@ -10,7 +10,6 @@
 #include <rpm/rpmtag.h>
 
 #include <array>
-#include <filesystem>
 #include <optional>
 #include <utility>
 
@@ -28,11 +27,10 @@ namespace {
 
 /// Opening a FIFO would block for ever and opening a device may do anything, so the file's type is asked first.
 FileHandle openPackage(const std::string& path) {
-  std::error_code ignored;
-  const std::filesystem::file_status status = std::filesystem::status(path, ignored);
-  if (!std::filesystem::exists(status))
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0)
     throw Error(ErrorCode::FileNotFound, "Couldn't open rpm package");
-  if (!std::filesystem::is_regular_file(status))
+  if (!S_ISREG(status.st_mode))
     throw Error(ErrorCode::BadPackageFileFormat, "Couldn't read rpm package");
   FileHandle file = ownFile(Fopen(path.c_str(), "r.ufdio"));
   if (!file)

@@ -11,8 +11,7 @@ namespace PackageSignatures {
 
 namespace {
 
-bool hasUsage(const STACK_OF(ASN1_OBJECT) * usages, const char* identifier) {
-  const ObjectPtr wanted = objectFromText(identifier);
+bool hasUsage(const STACK_OF(ASN1_OBJECT) * usages, const ObjectPtr& wanted) {
   for (int i = 0; wanted && i < sk_ASN1_OBJECT_num(usages); ++i) {
     if (OBJ_cmp(sk_ASN1_OBJECT_value(usages, i), wanted.get()) == 0)
       return true;
@@ -42,8 +41,11 @@ std::optional<Role> roleOf(X509* certificate) {
       static_cast<STACK_OF(ASN1_OBJECT)*>(X509_get_ext_d2i(certificate, NID_ext_key_usage, nullptr, nullptr)));
   if (!usages)
     return std::nullopt;
-  const bool developer = hasUsage(usages.get(), developerUsage);
-  const bool source = hasUsage(usages.get(), sourceUsage);
+  // Made once: to turn an arc of this length into its encoded form takes longer than all the rest here.
+  static const ObjectPtr developerObject = objectFromText(developerUsage);
+  static const ObjectPtr sourceObject = objectFromText(sourceUsage);
+  const bool developer = hasUsage(usages.get(), developerObject);
+  const bool source = hasUsage(usages.get(), sourceObject);
   if (developer == source)
     return std::nullopt;
   return developer ? Role::Developer : Role::Source;

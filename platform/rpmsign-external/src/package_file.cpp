@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/rpmsign-external/src/package_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <string_view>
 
@@ -61,19 +62,19 @@ FileDescriptor openRegularFile(const std::string& path) {
   if (!S_ISREG(status.st_mode))
     return FileDescriptor(-1);
   // Somebody may have put a FIFO there since: without O_NONBLOCK this would wait for its other end.
-  FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (!file)
-    return file;
-  const bool regular = fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
-  errno = 0;
-  return regular ? std::move(file) : FileDescriptor(-1);
+  return FileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
 }
 
 std::optional<PackageParts> locateParts(int file) {
+  constexpr off_t introEnd = leadSize + introSize;
+  constexpr off_t longest = introEnd + maximalEntries * entrySize;
   struct stat status {};
-  const std::optional<std::string> start = readRange(file, 0, leadSize + introSize);
-  if (fstat(file, &status) != 0 || !start || !isLead(*start) ||
-      std::string_view(*start).substr(leadSize, headerMagic.size()) != headerMagic)
+  if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size < introEnd)
+    return std::nullopt;
+  // The intro and all entries at once.
+  const auto size = static_cast<std::size_t>(std::min(status.st_size, longest));
+  const std::optional<std::string> start = readRange(file, 0, size);
+  if (!start || !isLead(*start) || std::string_view(*start).substr(leadSize, headerMagic.size()) != headerMagic)
     return std::nullopt;
   const std::uint32_t entryCount = number(*start, leadSize + 8);
   const std::uint32_t dataSize = number(*start, leadSize + 12);
@@ -84,8 +85,7 @@ std::optional<PackageParts> locateParts(int file) {
   parts.contentOffset = leadSize + static_cast<off_t>((parts.headerSize + 7) / 8 * 8);
   if (parts.contentOffset > status.st_size)
     return std::nullopt;
-  const std::optional<std::string> entries = readRange(file, leadSize + introSize, entryCount * entrySize);
-  if (!entries || !findContainer(*entries, dataSize, parts))
+  if (!findContainer(std::string_view(*start).substr(introEnd, entryCount * entrySize), dataSize, parts))
     return std::nullopt;
   return parts;
 }

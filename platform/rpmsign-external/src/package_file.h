@@ -41,11 +41,12 @@ struct PackageParts {
 };
 
 /// Opens a regular file for reading, links followed. An empty descriptor otherwise, with the reason in errno (0 for
-/// something that is no regular file).
+/// something that is no regular file). What somebody puts in its place just then may be open instead, without having
+/// been waited for; locateParts() refuses it.
 FileDescriptor openRegularFile(const std::string& path);
 
-/// Looks at the lead and the signature header; nothing when the file is no package, is cut off before the content, or
-/// has a container of another type, one that is too large, or two of them.
+/// Looks at the lead and the signature header; nothing when the file is not a regular one, is no package, is cut off
+/// before the content, or has a container of another type, one that is too large, or two of them.
 std::optional<PackageParts> locateParts(int file);
 
 /// The `size` bytes at `offset`, which have to lie inside the file; nothing when they cannot be read.

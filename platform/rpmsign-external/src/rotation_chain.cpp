@@ -49,7 +49,7 @@ bool readLinks(CMS_SignerInfo* signer, const ASN1_OBJECT* attribute, RotationCha
 
 RotationChain::Impl readRotationChain(const SignedData& data) {
   RotationChain::Impl chain;
-  const ObjectPtr attribute = objectFromText(rotationAttribute);
+  static const ObjectPtr attribute = objectFromText(rotationAttribute); // once: see roleOf()
   if (attribute && CMS_signed_get_attr_by_OBJ(data.signer, attribute.get(), -1) < 0)
     return chain;
   if (!attribute || !readLinks(data.signer, attribute.get(), chain))
