@@ -115,6 +115,15 @@ TEST_F(StoreConflict, WithAnotherPackageThatCameAfterTheInstalledVersion) {
                 "FileConflict: The package has a file that another package has differently: /opt/common/file");
 }
 
+// Another package has the file too: it is not this one's alone to put back.
+TEST_F(StoreConflict, WithWhatHasTakenThePlaceOfASharedFile) {
+  install(inCommon("first", "echo x >file"));
+  install(inCommon("second", "echo x >file"));
+  fs::remove(root() / "opt/common/file");
+  fs::create_symlink("elsewhere", root() / "opt/common/file");
+  expectRefused(package(versionTwo(inCommon("first", "echo x >file"))), conflict);
+}
+
 TEST_F(StoreConflict, OfAFileThatBecomesADirectory) {
   install(inCommon("sample", "echo x >file"));
   expectRefused(package(versionTwo(inCommon("sample", "mkdir file"))),
@@ -191,6 +200,13 @@ TEST_F(StoreConflict, IsNoneForAGhostThatBecomesAFile) {
   Support::writeFile(root() / "opt/common/file", "written at run time");
   install(versionTwo(inCommon("sample", "echo x >file")));
   EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\nopt/common/file 644 \"x\n\"\n");
+}
+
+TEST_F(StoreConflict, IsNoneForAGhostOfADirectoryWhichIsNotMade) {
+  PackageInput ghost = inCommon("sample", "mkdir later");
+  ghost.files = "%dir /opt/common\n%ghost %dir /opt/common/later";
+  install(ghost);
+  EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\n");
 }
 
 // A group of names of one file, of which the one that carries the content is another package's already.
