@@ -5,6 +5,7 @@
 #include "tests/support/temp_directory.h"
 
 #include <gtest/gtest.h>
+#include <rpm/rpmtag.h>
 
 namespace {
 
@@ -19,6 +20,13 @@ protected:
     return {.name = name,
             .install = "mkdir -p %{buildroot}/opt/common; cd %{buildroot}/opt/common\n" + install,
             .files = "/opt/common"};
+  }
+  /// The package with a header that lacks what tells most files apart.
+  std::string withoutDigestsAndTargets(const PackageInput& input) {
+    return package(input, [](Header header) {
+      headerDel(header, RPMTAG_FILEDIGESTS);
+      headerDel(header, RPMTAG_FILELINKTOS);
+    });
   }
   static PackageInput versionTwo(PackageInput input) {
     input.version = "2.0";
@@ -80,11 +88,40 @@ TEST_F(StoreConflict, WithAnotherPackageInTheTargetAlone) {
                 "FileConflict: The package has a file that another package has differently: /opt/common/file");
 }
 
+TEST_F(StoreConflict, WithAnotherPackageInTheSizeAlone) {
+  installFile(withoutDigestsAndTargets(inCommon("first", "echo x >file")));
+  expectRefused(withoutDigestsAndTargets(inCommon("second", "echo xy >file")),
+                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+}
+
+TEST_F(StoreConflict, WithAnotherPackageInTheTypeAlone) {
+  installFile(withoutDigestsAndTargets(inCommon("first", "printf abc >file; chmod 777 file")));
+  expectRefused(withoutDigestsAndTargets(inCommon("second", "ln -s abc file")),
+                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+}
+
+TEST_F(StoreConflict, WithAGhostOfAnotherPackage) {
+  installFile(withoutDigestsAndTargets(inCommon("first", "echo x >file")));
+  PackageInput ghost = inCommon("second", "echo x >file");
+  ghost.files = "%dir /opt/common\n%ghost /opt/common/file";
+  expectRefused(withoutDigestsAndTargets(ghost),
+                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+}
+
 TEST_F(StoreConflict, WithAnotherPackageThatCameAfterTheInstalledVersion) {
   install(inCommon("first", "echo x >file"));
   install(inCommon("second", "echo x >file"));
   expectRefused(package(versionTwo(inCommon("first", "echo y >file"))),
                 "FileConflict: The package has a file that another package has differently: /opt/common/file");
+}
+
+// Another package has the file too: it is not this one's alone to put back.
+TEST_F(StoreConflict, WithWhatHasTakenThePlaceOfASharedFile) {
+  install(inCommon("first", "echo x >file"));
+  install(inCommon("second", "echo x >file"));
+  fs::remove(root() / "opt/common/file");
+  fs::create_symlink("elsewhere", root() / "opt/common/file");
+  expectRefused(package(versionTwo(inCommon("first", "echo x >file"))), conflict);
 }
 
 TEST_F(StoreConflict, OfAFileThatBecomesADirectory) {
@@ -119,6 +156,19 @@ TEST_F(StoreConflict, IsNoneForTheSameFileOfTwoPackages) {
   EXPECT_EQ(tree(), "opt 755 directory\n");
 }
 
+TEST_F(StoreConflict, IsNoneForASharedDirectoryWhichKeepsItsMode) {
+  install(inCommon("first", ""));
+  install(inCommon("second", "chmod 750 ."));
+  EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\n");
+  install(versionTwo(inCommon("first", "chmod 700 .")));
+  EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\n");
+  store().remove("second");
+  PackageInput third = inCommon("first", "chmod 700 .");
+  third.version = "3.0";
+  install(third);
+  EXPECT_EQ(tree(), "opt 755 directory\nopt/common 700 directory\n");
+}
+
 TEST_F(StoreConflict, IsNoneForASharedFileThatAnUpdateDrops) {
   install(inCommon("first", "echo x >file"));
   install(inCommon("second", "echo x >file"));
@@ -150,6 +200,13 @@ TEST_F(StoreConflict, IsNoneForAGhostThatBecomesAFile) {
   Support::writeFile(root() / "opt/common/file", "written at run time");
   install(versionTwo(inCommon("sample", "echo x >file")));
   EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\nopt/common/file 644 \"x\n\"\n");
+}
+
+TEST_F(StoreConflict, IsNoneForAGhostOfADirectoryWhichIsNotMade) {
+  PackageInput ghost = inCommon("sample", "mkdir later");
+  ghost.files = "%dir /opt/common\n%ghost %dir /opt/common/later";
+  install(ghost);
+  EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\n");
 }
 
 // A group of names of one file, of which the one that carries the content is another package's already.

@@ -7,9 +7,12 @@
 #include "tests/support/rpm_sandbox.h"
 
 #include <gtest/gtest.h>
+#include <rpm/rpmmacro.h>
 #include <rpm/rpmtag.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <memory>
 
 namespace {
 
@@ -43,6 +46,18 @@ TEST(RpmConfiguration, IsTriedAgainAfterAFailure) {
   const Common::Rpm::Reader third((sandbox.path() / "sample.rpm").string());
   EXPECT_TRUE(Common::Rpm::isRpmConfigured());
   EXPECT_EQ(log.text(), "");
+}
+
+// Macros are expanded in the path again.
+TEST(RpmConfiguration, TakesPercentSignsInTheDatabasesFolderAsTheyAre) {
+  const Support::RpmSandbox sandbox;
+  for (const char* name : {"100%", "%{name}", "%%_dbpath", "%(echo x)"}) {
+    const std::filesystem::path folder = sandbox.path() / name;
+    Common::Rpm::setDatabaseFolder(folder);
+    const std::unique_ptr<char, decltype(&std::free)> path(rpmExpand("%{_dbpath}", nullptr), &std::free);
+    EXPECT_EQ(path.get(), folder.string());
+    rpmPopMacro(nullptr, "_dbpath");
+  }
 }
 
 } // namespace

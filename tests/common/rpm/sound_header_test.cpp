@@ -122,6 +122,16 @@ TEST_F(SoundHeader, HasAConditionForEachTrigger) {
   EXPECT_FALSE(isSound(m_header));
 }
 
+// librpm gives each script the conditions that name its place, and drops those that name none.
+TEST_F(SoundHeader, MayHaveAConditionOfAScriptThatIsNotThere) {
+  putTriggers(1);
+  putText(RPMTAG_TRIGGERNAME);
+  putText(RPMTAG_TRIGGERVERSION);
+  putNumber(RPMTAG_TRIGGERFLAGS);
+  putNumber(RPMTAG_TRIGGERINDEX, 1);
+  EXPECT_TRUE(isSound(m_header));
+}
+
 TEST_F(SoundHeader, HasAScriptForEachTrigger) {
   putText(RPMTAG_TRIGGERNAME);
   EXPECT_FALSE(isSound(m_header));
