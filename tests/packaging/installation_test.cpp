@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -50,15 +51,44 @@ TEST_F(Installation, HasTheseFilesAndNoOthers) {
   EXPECT_EQ(files(), "755 bin/krv-package-signature\n"
                      "644 lib/systemd/system/krv-pre-installer.service\n"
                      "755 sbin/krv-pre-installer\n"
-                     "644 share/doc/krv-pre-installer/ARCHITECTURE.md\n"
+                     "644 share/doc/krv-pre-installer/CHANGELOG.md\n"
                      "644 share/doc/krv-pre-installer/LICENSE\n"
                      "644 share/doc/krv-pre-installer/README.md\n"
+                     "644 share/doc/krv-pre-installer/docs/decision.svg\n"
+                     "644 share/doc/krv-pre-installer/docs/platform.md\n"
                      "644 share/doc/krv-pre-installer/docs/signature-format.md\n"
+                     "644 share/doc/krv-pre-installer/docs/troubleshooting.md\n"
                      "644 share/doc/krv-pre-installer/docs/velta.KRV.xml\n"
                      "644 share/doc/krv-pre-installer/velta.KRV.conf.example\n"
                      "644 share/man/man1/krv-package-signature.1.gz\n"
                      "644 share/man/man5/krv-registry.5.gz\n"
                      "644 share/man/man8/krv-pre-installer.8.gz\n");
+}
+
+/// What the documents of a folder link to, relative to that folder; places on the web are left out.
+std::set<fs::path> linksOf(const fs::path& folder) {
+  static const std::regex link("\\]\\(([^)#]+)[^)]*\\)");
+  std::set<fs::path> links;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
+    if (entry.path().extension() != ".md")
+      continue;
+    const std::string text = Support::readFile(entry.path());
+    for (std::sregex_iterator match(text.begin(), text.end(), link), end; match != end; ++match)
+      if (!(*match)[1].str().starts_with("http"))
+        links.insert((entry.path().parent_path() / (*match)[1].str()).lexically_normal().lexically_relative(folder));
+  }
+  return links;
+}
+
+TEST_F(Installation, HasAllThatItsDocumentsLinkTo) {
+  const fs::path documents = installed(KRV_INSTALL_PREFIX) / "share/doc/krv-pre-installer";
+  std::set<fs::path> missing;
+  const std::set<fs::path> links = linksOf(documents);
+  for (const fs::path& link : links)
+    if (!fs::exists(documents / link))
+      missing.insert(link);
+  EXPECT_EQ(missing, std::set<fs::path>());
+  EXPECT_TRUE(links.contains("docs/platform.md")) << "the links have not been found";
 }
 
 TEST_F(Installation, HasWhatTheUnitNames) {

@@ -124,6 +124,29 @@ TEST(ManualPages, ReadTheTextsOfASource) {
       (MessageTexts{"[W] Broken in two: ", " to ", "[I] Said \"so\" twice", "[E] Went wrong", "[W] Not wanted: "}));
 }
 
+/// The lines of the log in the code spans of a Markdown document, up to what is filled in.
+MessageTexts quotedLines(const std::string& document) {
+  static const std::regex quote("`(\\[[IWE]\\] [^`]+)`");
+  MessageTexts quoted;
+  for (std::sregex_iterator match(document.begin(), document.end(), quote), end; match != end; ++match) {
+    const std::string line = (*match)[1];
+    quoted.insert(line.substr(0, line.find("…")));
+  }
+  return quoted;
+}
+
+TEST(Documents, QuoteTheLogLetterByLetter) {
+  const MessageTexts quoted = quotedLines(readFile(sources / "docs/troubleshooting.md"));
+  const MessageTexts known = textsInTheTool();
+  const std::string demo = readFile(sources / "tests/sandbox/demo.expected"); // there the bus has its say as well
+  MessageTexts unknown;
+  for (const std::string& line : quoted)
+    if (!known.contains(line) && demo.find("\n" + line + "\n") == std::string::npos)
+      unknown.insert(line);
+  EXPECT_EQ(lines(unknown), "");
+  EXPECT_GT(quoted.size(), 10u);
+}
+
 class PagesAndTheLog : public testing::Test {
 protected:
   /// A run with a good deal of messages of all levels.
