@@ -74,7 +74,8 @@ class ArchiveReader : public Reader {
 public:
   /// Opens a package file as Reader(path) does, and its payload. Throws Common::Error: what Reader(path) throws;
   /// BadPackageFileFormat "Couldn't open rpm package for extraction", also for a broken list of files or sizes that
-  /// cannot be. A compressor that librpm does not know shows with the first entry only.
+  /// cannot be, and when the process may have no more descriptors or threads: one decompresses the payload ahead, and
+  /// ends with the last copy. A compressor that librpm does not know shows with the first entry only.
   static ArchiveReader openForExtraction(const std::string& path);
 
   /// Opens a package file for forEachFile() alone. Throws as openForExtraction() does.
@@ -90,7 +91,8 @@ public:
   /// Walks the payload, once, from its beginning to its end, and hands the entries to `handlers` in payload order.
   /// Devices, FIFOs and sockets are left out, each with the warning "Unexpected entry type in rpm package". Throws
   /// Common::Error: Internal "Couldn't read content from rpm package" for a payload that is damaged or incomplete, or
-  /// has been walked already; what the handlers have made by then stays.
+  /// has been walked already; what the handlers have made by then stays. Signals wait while the payload is read, not
+  /// while a handler runs.
   void extract(const std::filesystem::path& target, const ExtractionHandlers& handlers);
 
   /// For the handler of regular files: writes the current file's content to `destination`, links followed, which is
