@@ -5,7 +5,6 @@
 #include <array>
 #include <cerrno>
 #include <system_error>
-#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -35,24 +34,6 @@ struct Ends {
   }
 };
 
-class Descriptor {
-public:
-  explicit Descriptor(int number) : m_number(number) {}
-  ~Descriptor() {
-    if (m_number >= 0)
-      ::close(m_number);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int number() const { return m_number; }
-  /// For what was written: a full disk may show itself here only.
-  int close() { return ::close(std::exchange(m_number, -1)); }
-
-private:
-  int m_number;
-};
-
 void writeAll(int to, const char* bytes, std::size_t size, const Ends& ends) {
   while (size > 0) {
     const auto written = static_cast<std::size_t>(ends.check(write(to, bytes, size)));
@@ -79,10 +60,10 @@ void copyBytes(int from, int to, const struct stat& status, const Ends& ends) {
 
 } // namespace
 
-void copyContent(const fs::path& from, const fs::path& to) {
+Descriptor copyContent(const fs::path& from, const fs::path& to) {
   const Ends ends{from, to};
   // Opening a pipe that has come into the place of the file since somebody looked must not wait for its other end.
-  const Descriptor source(ends.check(open(from.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
+  Descriptor source(ends.check(open(from.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
   struct stat status {};
   ends.check(fstat(source.number(), &status));
   if (!S_ISREG(status.st_mode))
@@ -97,6 +78,7 @@ void copyContent(const fs::path& from, const fs::path& to) {
     ends.check(fchmod(destination.number(), status.st_mode & ALLPERMS));
   copyBytes(source.number(), destination.number(), status, ends);
   ends.check(destination.close());
+  return source;
 }
 
 } // namespace Common::Filesystem

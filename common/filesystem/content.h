@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "common/filesystem/descriptor.h"
+
 #include <filesystem>
 
 namespace Common::Filesystem {
@@ -9,7 +11,8 @@ namespace Common::Filesystem {
 /// What std::filesystem::copy_file() does without options: copies the bytes and the permissions of a regular file,
 /// links followed, to a path at which nothing may be yet, not even a dangling link. Throws filesystem_error with the
 /// same description; what was made until then stays. Unlike the standard one it lets the file system share the bytes
-/// and does not ask both paths for their status again. For the sources of this folder only.
-void copyContent(const std::filesystem::path& from, const std::filesystem::path& to);
+/// and does not ask both paths for their status again. Returns the source, still open: what else is copied then comes
+/// from the same file, whatever has taken its place. For the sources of this folder only.
+Descriptor copyContent(const std::filesystem::path& from, const std::filesystem::path& to);
 
 } // namespace Common::Filesystem

@@ -31,11 +31,6 @@ bool liesWithin(const fs::path& path, const fs::path& directory) {
   }
 }
 
-void copyXattrs(const fs::path& from, const fs::path& to) {
-  for (const auto& [name, value] : listXattrs(from))
-    setXattr(to, name, value);
-}
-
 bool isInTheSameDirectory(const fs::path& target) {
   const std::string& text = target.native();
   return !text.empty() && text.front() != '.' && text.front() != '/';
@@ -52,13 +47,17 @@ bool recreateSymlink(const fs::path& target, const fs::path& from, const fs::pat
   }
 }
 
-void makeDestination(const fs::path& from, const fs::path& to) {
+/// Where an entry is copied to. Nothing can be in its way in a directory that the same copy has made, and to ask for
+/// that takes a tenth of the time of a small file. What comes there all the same, be it by somebody else's hand or by a
+/// file system that takes two names for one, is left alone: a copy never opens a file that is there.
+enum class Destination { Anywhere, InNewDirectory };
+
+/// Makes the directory `to`, and answers for the entries that will be copied into it.
+Destination makeDestination(const fs::path& from, const fs::path& to) {
   try {
     // A directory copied into itself would find its own copy among its entries, without end.
-    if (!liesWithin(to, from)) {
-      fs::create_directories(to);
-      return;
-    }
+    if (!liesWithin(to, from))
+      return fs::create_directories(to) ? Destination::InNewDirectory : Destination::Anywhere;
   } catch (const std::exception&) {
     // What follows is all that is said about it.
   }
@@ -84,17 +83,15 @@ fs::file_type typeOf(const fs::path& path) {
   return exists ? type : fs::file_type::none;
 }
 
-/// Whether the directory of a destination may be missing. Asking takes a twentieth of the time of a small file.
-enum class Parents { MayBeMissing, AreThere };
-
-void copyRegularFile(const fs::path& from, const fs::path& to, Parents parents) {
-  Failure::throwing("Coulnd't copy file " + from.string() + " to " + to.string(), [&] {
-    if (parents == Parents::MayBeMissing)
+void copyRegularFile(const fs::path& from, const fs::path& to, Destination destination) {
+  const Descriptor source = Failure::throwing("Coulnd't copy file " + from.string() + " to " + to.string(), [&] {
+    if (destination == Destination::Anywhere)
       createParents(to);
-    copyContent(from, to);
+    return copyContent(from, to);
   });
   try {
-    copyXattrs(from, to);
+    for (const auto& [name, value] : listXattrs(source.number(), from))
+      setXattr(to, name, value);
   } catch (...) {
     removeFailedFile(to);
     throw;
@@ -112,20 +109,23 @@ void removeFailedDirectory(const fs::path& from, const fs::path& to) {
   }
 }
 
-void copyEntry(const fs::path& from, const fs::path& to, Parents parents) {
+void copyEntry(const fs::path& from, const fs::path& to, Destination destination) {
   const fs::file_type type = typeOf(from);
-  const std::string message = "Couldn't copy " + from.string() + " to " + to.string();
+  const auto refusal = [&](const std::string& reason) {
+    return Failure::error("Couldn't copy " + from.string() + " to " + to.string() + " (" + reason + ")");
+  };
   if (type == fs::file_type::none)
-    throw Failure::error(message + " (path " + from.string() + " doesn't exists)");
-  if (Filesystem::exists(to))
-    throw Failure::error(message + " (path already exists)");
+    throw refusal("path " + from.string() + " doesn't exists");
+  const bool isNew = type == fs::file_type::regular && destination == Destination::InNewDirectory;
+  if (!isNew && Filesystem::exists(to))
+    throw refusal("path already exists");
   switch (type) {
   case fs::file_type::symlink:
     return copySymlink(from, to);
   case fs::file_type::directory:
     return copyDirectory(from, to);
   case fs::file_type::regular:
-    return copyRegularFile(from, to, parents);
+    return copyRegularFile(from, to, destination);
   default:
     throw Failure::error("Couldn't copy unsupported filesystem entry " + from.string());
   }
@@ -136,7 +136,7 @@ void copyEntry(const fs::path& from, const fs::path& to, Parents parents) {
 void copyFile(const fs::path& from, const fs::path& to) {
   if (!Filesystem::isRegularFile(from))
     throw Failure::error("Attempt to copy file, but " + from.string() + " is not regular file");
-  copyRegularFile(from, to, Parents::MayBeMissing);
+  copyRegularFile(from, to, Destination::Anywhere);
 }
 
 void copySymlink(const fs::path& from, const fs::path& to) {
@@ -154,10 +154,10 @@ void copySymlink(const fs::path& from, const fs::path& to) {
 void copyDirectory(const fs::path& from, const fs::path& to) {
   if (!Filesystem::isDirectory(from))
     throw Failure::error("Attempt to copy directory, but " + from.string() + " is not directory");
-  makeDestination(from, to);
+  const Destination entries = makeDestination(from, to);
   try {
     for (const fs::path& entry : listDirectory(from, ListOptions::None))
-      copyEntry(entry, to / entry.filename(), Parents::AreThere);
+      copyEntry(entry, to / entry.filename(), entries);
   } catch (...) {
     removeFailedDirectory(from, to);
     throw;
@@ -165,7 +165,7 @@ void copyDirectory(const fs::path& from, const fs::path& to) {
 }
 
 void copy(const fs::path& from, const fs::path& to) {
-  copyEntry(from, to, Parents::MayBeMissing);
+  copyEntry(from, to, Destination::Anywhere);
 }
 
 } // namespace Common::Filesystem

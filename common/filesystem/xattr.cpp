@@ -13,43 +13,70 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::size_t sizeOrThrow(ssize_t result, const std::string& message) {
+std::size_t sizeOrThrow(ssize_t result, const char* failure, const std::string& subject) {
   if (result < 0)
-    throw Failure::error(message);
+    throw Failure::error(failure + subject);
   return static_cast<std::size_t>(result);
 }
 
 /// Asks `read` for a size and then to fill a buffer of just that size. The buffer keeps it whatever the second answer:
 /// the attributes may change in between.
 template <typename Read>
-std::string readSized(Read read, const std::string& sizeMessage, const std::string& message) {
-  std::string buffer(sizeOrThrow(read(nullptr, 0), sizeMessage), '\0');
-  sizeOrThrow(read(buffer.empty() ? nullptr : buffer.data(), buffer.size()), message);
+std::string readSized(Read read, const std::string& subject) {
+  std::string buffer(sizeOrThrow(read(nullptr, 0), "Couldn't retrieve size of ", subject), '\0');
+  sizeOrThrow(read(buffer.empty() ? nullptr : buffer.data(), buffer.size()), "Couldn't retrieve ", subject);
   return buffer;
+}
+
+/// The file of a path, links followed.
+struct NamedFile {
+  const char* path;
+
+  ssize_t list(char* buffer, std::size_t size) const { return listxattr(path, buffer, size); }
+  ssize_t get(const char* name, char* buffer, std::size_t size) const { return getxattr(path, name, buffer, size); }
+};
+
+struct OpenFile {
+  int descriptor;
+
+  ssize_t list(char* buffer, std::size_t size) const { return flistxattr(descriptor, buffer, size); }
+  ssize_t get(const char* name, char* buffer, std::size_t size) const {
+    return fgetxattr(descriptor, name, buffer, size);
+  }
+};
+
+template <typename File>
+std::string getOf(const File& file, const fs::path& path, const std::string& name) {
+  const std::string subject = name + " extended attribute: " + path.string();
+  return readSized([&](char* buffer, std::size_t size) { return file.get(name.c_str(), buffer, size); }, subject);
+}
+
+template <typename File>
+XattrList listOf(const File& file, const fs::path& path) {
+  const std::string names = readSized([&](char* buffer, std::size_t size) { return file.list(buffer, size); },
+                                      "extended attributes: " + path.string());
+  XattrList attributes;
+  for (std::size_t offset = 0; offset < names.size();) {
+    std::string name = names.c_str() + offset;
+    offset += name.size() + 1;
+    std::string value = getOf(file, path, name);
+    attributes.emplace_back(std::move(name), std::move(value));
+  }
+  return attributes;
 }
 
 } // namespace
 
 std::string getXattr(const fs::path& path, const std::string& name) {
-  const std::string subject = name + " extended attribute: " + path.string();
-  return readSized([&](char* buffer, std::size_t size) { return getxattr(path.c_str(), name.c_str(), buffer, size); },
-                   "Couldn't retrieve size of " + subject, "Couldn't retrieve " + subject);
+  return getOf(NamedFile{path.c_str()}, path, name);
 }
 
 XattrList listXattrs(const fs::path& path) {
-  const std::string subject = "extended attributes: " + path.string();
-  const std::string names =
-      readSized([&](char* buffer, std::size_t size) { return listxattr(path.c_str(), buffer, size); },
-                "Couldn't retrieve size of " + subject, "Couldn't retrieve " + subject);
+  return listOf(NamedFile{path.c_str()}, path);
+}
 
-  XattrList attributes;
-  for (std::size_t offset = 0; offset < names.size();) {
-    std::string name = names.c_str() + offset;
-    offset += name.size() + 1;
-    std::string value = getXattr(path, name);
-    attributes.emplace_back(std::move(name), std::move(value));
-  }
-  return attributes;
+XattrList listXattrs(int descriptor, const fs::path& path) {
+  return listOf(OpenFile{descriptor}, path);
 }
 
 void setXattr(const fs::path& path, const std::string& name, const std::string& value) {

@@ -24,6 +24,9 @@ std::string getXattr(const std::filesystem::path& path, const std::string& name)
 /// Messages: "Couldn't retrieve size of extended attributes: PATH" and "Couldn't retrieve extended attributes: PATH".
 XattrList listXattrs(const std::filesystem::path& path);
 
+/// The same of the file that is open as `descriptor`, which stays the caller's; the messages name it `path`.
+XattrList listXattrs(int descriptor, const std::filesystem::path& path);
+
 /// Adds or replaces one attribute of `path` itself, a link is not followed. An empty `value` does nothing at all.
 /// Message: "Couldn't attach NAME extended attribute to PATH".
 void setXattr(const std::filesystem::path& path, const std::string& name, const std::string& value);

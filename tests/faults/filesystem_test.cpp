@@ -93,8 +93,8 @@ TEST_F(CopyFaults, CopyFile) {
                  {"fallocate", 1},
                  {"read", 1},
                  {"close", 2},
-                 {"listxattr", 2},
-                 {"getxattr", 2 * attributes},
+                 {"flistxattr", 2},
+                 {"fgetxattr", 2 * attributes},
                  {"lsetxattr", attributes}},
                 [&](const Disturbed& run) {
                   if (run.process.errors == "Filesystem: Coulnd't copy file " + subject + "\n") {

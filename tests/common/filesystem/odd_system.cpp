@@ -29,14 +29,26 @@ const char* __asan_default_options() {
 
 ssize_t getxattr(const char* path, const char* name, void* value, size_t size) noexcept {
   if (oddSystem().getxattr)
-    return oddSystem().getxattr(path, name, value, size);
+    return oddSystem().getxattr(name, value, size);
   return syscall(SYS_getxattr, path, name, value, size);
+}
+
+ssize_t fgetxattr(int descriptor, const char* name, void* value, size_t size) noexcept {
+  if (oddSystem().getxattr)
+    return oddSystem().getxattr(name, value, size);
+  return syscall(SYS_fgetxattr, descriptor, name, value, size);
 }
 
 ssize_t listxattr(const char* path, char* list, size_t size) noexcept {
   if (oddSystem().listxattr)
-    return oddSystem().listxattr(path, list, size);
+    return oddSystem().listxattr(list, size);
   return syscall(SYS_listxattr, path, list, size);
+}
+
+ssize_t flistxattr(int descriptor, char* list, size_t size) noexcept {
+  if (oddSystem().listxattr)
+    return oddSystem().listxattr(list, size);
+  return syscall(SYS_flistxattr, descriptor, list, size);
 }
 
 int lsetxattr(const char* path, const char* name, const void* value, size_t size, int flags) noexcept {

@@ -10,8 +10,8 @@
 /// Calls of the C library that this test program answers itself as soon as a test gives them an answer. Until then
 /// they reach the system.
 struct OddSystem {
-  std::function<ssize_t(const char* path, const char* name, void* value, size_t size)> getxattr;
-  std::function<ssize_t(const char* path, char* list, size_t size)> listxattr;
+  std::function<ssize_t(const char* name, void* value, size_t size)> getxattr; ///< by path or descriptor
+  std::function<ssize_t(char* list, size_t size)> listxattr;                   ///< by path or descriptor
   std::function<int(const char* path, const char* name, const void* value, size_t size, int flags)> lsetxattr;
   std::function<ssize_t(int from, int to, size_t size)> copyFileRange;
   std::function<int(int descriptor)> close;

@@ -63,10 +63,8 @@ protected:
 class OddAttributes : public OddSystemTest {
 protected:
   OddAttributes() {
-    oddSystem().getxattr = [this](const char*, const char*, void* buffer, size_t size) {
-      return values.next(buffer, size);
-    };
-    oddSystem().listxattr = [this](const char*, char* buffer, size_t size) { return names.next(buffer, size); };
+    oddSystem().getxattr = [this](const char*, void* buffer, size_t size) { return values.next(buffer, size); };
+    oddSystem().listxattr = [this](char* buffer, size_t size) { return names.next(buffer, size); };
   }
 
   Answers values;
@@ -174,11 +172,11 @@ TEST_F(OddAttributes, AreAttachedAsTheyAreAndReplaced) {
 class RefusedAttributes : public OddSystemTest {
 protected:
   RefusedAttributes() {
-    oddSystem().listxattr = [](const char*, char* list, size_t size) -> ssize_t {
+    oddSystem().listxattr = [](char* list, size_t size) -> ssize_t {
       std::copy_n("user.a", std::min<size_t>(size, 7), list);
       return 7;
     };
-    oddSystem().getxattr = [](const char*, const char*, void* value, size_t size) -> ssize_t {
+    oddSystem().getxattr = [](const char*, void* value, size_t size) -> ssize_t {
       std::fill_n(static_cast<char*>(value), size, 'x');
       return 1;
     };
@@ -199,11 +197,11 @@ TEST_F(RefusedAttributes, TakeTheCopyOfAFileAway) {
 
 TEST_F(RefusedAttributes, ThatCannotEvenBeReadTakeTheCopyOfAFileAway) {
   writeFile(from, "content");
-  oddSystem().getxattr = [](const char*, const char*, void*, size_t) { return failing(EIO); };
+  oddSystem().getxattr = [](const char*, void*, size_t) { return failing(EIO); };
   EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
             "Filesystem: Couldn't retrieve size of user.a extended attribute: " + from.string());
   EXPECT_EQ(describeTree(to), "nothing\n");
-  oddSystem().listxattr = [](const char*, char*, size_t) { return failing(EIO); };
+  oddSystem().listxattr = [](char*, size_t) { return failing(EIO); };
   EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
             "Filesystem: Couldn't retrieve size of extended attributes: " + from.string());
   EXPECT_EQ(describeTree(to), "nothing\n");
@@ -253,7 +251,7 @@ TEST_F(RefusedAttributes, TakeTheContentOfALinkAwayToo) {
 TEST_F(RefusedAttributes, OfAnyKindOfExceptionTakeTheCopyAway) {
   writeFile(from / "file", "content");
   // There is no memory for a list of that size.
-  oddSystem().listxattr = [](const char*, char*, size_t) -> ssize_t { return SSIZE_MAX; };
+  oddSystem().listxattr = [](char*, size_t) -> ssize_t { return SSIZE_MAX; };
   EXPECT_THROW(Filesystem::copyFile(from / "file", to), std::bad_alloc);
   EXPECT_EQ(describeTree(to), "nothing\n");
   EXPECT_THROW(Filesystem::copyDirectory(from, to), std::bad_alloc);
@@ -295,6 +293,44 @@ TEST_F(OddContent, ThatIsLostAtTheVeryEndIsAnError) {
   oddSystem().close = nullptr;
   EXPECT_EQ(log.text(), "[E] filesystem error: cannot copy file: Disk quota exceeded [" + from.string() + "] [" +
                             to.string() + "]\n");
+}
+
+TEST_F(OddContent, NeverGoesIntoAFileThatCameIntoTheWay) {
+  writeFile(from / "one", "content");
+  writeFile(from / "two", "content");
+  writeFile(directory / "stranger", "kept");
+  fs::path taken;
+  oddSystem().listxattr = [&](char*, size_t) -> ssize_t {
+    if (taken.empty()) {
+      taken = fs::exists(to / "one") ? "two" : "one";
+      fs::create_symlink(directory / "stranger", to / taken);
+    }
+    return 0;
+  };
+  const std::string error = errorOf([&] { Filesystem::copyDirectory(from, to); });
+  EXPECT_EQ(error, "Filesystem: Coulnd't copy file " + (from / taken).string() + " to " + (to / taken).string());
+  EXPECT_EQ(log.text(), "[E] filesystem error: cannot copy file: File exists [" + (from / taken).string() + "] [" +
+                            (to / taken).string() + "]\n");
+  EXPECT_EQ(describeTree(to), "nothing\n");
+  EXPECT_EQ(Support::readFile(directory / "stranger"), "kept");
+}
+
+TEST_F(OddContent, AndAttributesComeFromTheSameFile) {
+  if (!Support::keepsAttributes(directory.path()))
+    GTEST_SKIP() << "no user attributes in " << directory.path();
+  writeFile(from, "content");
+  Support::attach(from, "user.origin", "first");
+  writeFile(directory / "other", "other");
+  Support::attach(directory / "other", "user.origin", "second");
+  oddSystem().copyFileRange = [&](int, int, size_t) -> ssize_t {
+    if (fs::exists(directory / "other"))
+      fs::rename(directory / "other", from);
+    return 0;
+  };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(Support::readFile(to), "content");
+  EXPECT_EQ(Filesystem::listXattrs(to), (XattrList{{"user.origin", "first"}}));
+  EXPECT_EQ(Support::readFile(from), "other");
 }
 
 TEST_F(OddGroup, WithoutAMemberListIsAnError) {

@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "common/filesystem/descriptor.h"
 #include "common/filesystem/xattr.h"
 #include "tests/common/filesystem/fixture.h"
 #include "tests/support/thrown.h"
@@ -8,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+
+#include <fcntl.h>
 
 namespace {
 
@@ -73,6 +76,21 @@ TEST_F(Xattr, ListHasEveryNameWithItsValue) {
   EXPECT_THAT(Filesystem::listXattrs(file),
               UnorderedElementsAre(Pair("user.first", "1"), Pair("user.empty", ""), Pair("user.zeros", zeros),
                                    Pair("user.name with spaces, a \"quote\" and \xc3\xa4", "2")));
+}
+
+TEST_F(Xattr, ListOfAnOpenFileIsReadWhateverBecameOfItsName) {
+  Support::attach(file, "user.zeros", zeros);
+  Support::attach(file, "user.empty", "");
+  const Filesystem::Descriptor open(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  fs::remove(file);
+  EXPECT_THAT(Filesystem::listXattrs(open.number(), missing),
+              UnorderedElementsAre(Pair("user.zeros", zeros), Pair("user.empty", "")));
+}
+
+TEST_F(Xattr, ListOfAClosedDescriptorCannotBeRead) {
+  EXPECT_EQ(errorOf([&] { Filesystem::listXattrs(-1, file); }),
+            "Filesystem: Couldn't retrieve size of extended attributes: " + file.string());
+  expectSilence();
 }
 
 TEST_F(Xattr, ListOfADirectoryIsReadToo) {
