@@ -3,6 +3,7 @@
 #include "driver/log/log_message.h"
 
 #include <iostream>
+#include <string>
 #include <string_view>
 
 namespace {
@@ -20,6 +21,17 @@ std::string_view markOf(LogLevel level) {
 }
 
 } // namespace
+
+LogMessage& LogMessage::operator<<(const std::filesystem::path& path) {
+  std::string quoted = "\"";
+  for (const char character : path.native()) {
+    if (character == '"' || character == '\\')
+      quoted += '\\';
+    quoted += character;
+  }
+  m_text << quoted << '"';
+  return *this;
+}
 
 LogMessage::~LogMessage() {
   // The buffer is asked, not the stream: tellp() is -1 once a null pointer has spoilt the stream, and the text

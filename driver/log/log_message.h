@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <sstream>
 
 enum class LogLevel : std::int32_t {
@@ -26,6 +27,9 @@ public:
 
   /// Writes the line and flushes standard output. An exception while writing terminates the process.
   ~LogMessage();
+
+  /// As the standard library writes a path, which makes a stream of its own for it: half of what a line costs.
+  LogMessage& operator<<(const std::filesystem::path& path);
 
   template <typename Part>
   LogMessage& operator<<(const Part& part) {

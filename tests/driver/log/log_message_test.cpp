@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <type_traits>
 
@@ -78,6 +79,19 @@ TEST(LogMessage, QuotesPaths) {
   EXPECT_EQ(log.text(), R"([E] At: "/tmp/a b.rpm"
 [E] "/tmp/\"q\"\\.rpm"
 )");
+}
+
+TEST(LogMessage, WritesAPathAsTheStandardLibraryDoes) {
+  std::string everyByte;
+  for (int byte = 0; byte < 256; ++byte)
+    everyByte += static_cast<char>(byte);
+  for (const std::filesystem::path path : {std::string(), everyByte, std::string(R"(\""\")"), std::string("\\")}) {
+    const CapturedLog log;
+    LogMessage(LogLevel::Info) << path;
+    std::ostringstream expected;
+    expected << "[I] " << path << '\n';
+    EXPECT_EQ(log.text(), expected.str());
+  }
 }
 
 TEST(LogMessage, KeepsTheTextBeforeANullPointerAndLosesTheRest) {
