@@ -4,6 +4,7 @@
 # Sourced by the cases: what a run of the tool needs, in a folder of its own that goes when the case ends.
 #
 #   $bin       the programs of the release preset
+#   $apps      the pre-install directory below a root
 #   $work      the folder; HOME is in it, with an RPM database of its own. Its path is plain: Debian's default runs a
 #              shell to find the home directory
 #
@@ -11,6 +12,7 @@
 
 source sandbox/bus.bash
 bin=$PWD/build/release/bin
+apps=usr/share/krv/pre-install-apps
 work=$(mktemp -d -p "$(realpath "${KRV_BENCH_DIRECTORY:-build}")" bench-XXXXXX)
 device_processes=()
 device_clean_up() {
@@ -121,10 +123,11 @@ stop_service() {
   unset 'device_processes[-1]'
 }
 
-# A root of its own with these packages, as links to one and the same folder of them.
-make_root() { # name, folder with packages; KRV_ROOT_FS of the tool is $work/NAME
-  mkdir -p "$work/$1/usr/share/krv" "$work/$1/var/lib/krv"
-  ln -sfn "$2" "$work/$1/usr/share/krv/pre-install-apps"
+# A root file system with the packages of a folder, which KRV_ROOT_FS of the tool names $work/NAME. A directory as on a
+# device: a link to the folder would make each look at a package several times as dear.
+make_root() { # name [, folder]
+  mkdir -p "$work/$1/$apps" "$work/$1/var/lib/krv"
+  [ -z "${2:-}" ] || find "$2" -name '*.rpm' -exec ln -t "$work/$1/$apps" {} +
 }
 
 # A registry of so many lines, every hundredth of them a removal of one of the packages above by another developer's
