@@ -18,12 +18,17 @@ namespace {
 using Common::Rpm::VersionComparison;
 using Core::KRV::RegistryRecord;
 
+PackageFacts readHeader(const std::filesystem::path& path) {
+  const Common::Rpm::Reader reader(path.native());
+  PackageFacts facts;
+  facts.name = reader.tag(Common::Rpm::Tag::Name);
+  facts.version = reader.tag(Common::Rpm::Tag::Version) + "-" + reader.tag(Common::Rpm::Tag::Release);
+  return facts;
+}
+
 std::optional<PackageFacts> readFacts(const std::filesystem::path& path) {
   try {
-    const Common::Rpm::Reader reader(path.native());
-    PackageFacts facts;
-    facts.name = reader.tag(Common::Rpm::Tag::Name);
-    facts.version = reader.tag(Common::Rpm::Tag::Version) + "-" + reader.tag(Common::Rpm::Tag::Release);
+    PackageFacts facts = readHeader(path);
     // Without verification: whether the signatures hold is for the service to judge when it installs.
     facts.developer = Common::developerIdentity(Common::readPackageCmses(path.native(), false));
     return facts;
