@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 #include "core/registry_content.h"
 
-#include <algorithm>
 #include <ostream>
 #include <unordered_set>
 #include <utility>
@@ -21,12 +20,16 @@ std::vector<RegistryRecord> prune(std::vector<RegistryRecord> records, const Reg
     keyChain.insert(older.prevKeyIds.begin(), older.prevKeyIds.end());
     return added.event == Event::Update && older.event == Event::Install;
   };
-  std::vector<RegistryRecord> kept;
-  for (auto record = records.rbegin(); record != records.rend(); ++record)
-    if (stays(*record))
-      kept.push_back(std::move(*record));
-  std::ranges::reverse(kept);
-  return kept;
+  auto firstKept = records.end();
+  for (auto record = records.end(); record != records.begin();) {
+    if (!stays(*--record))
+      continue;
+    --firstKept;
+    if (firstKept != record)
+      *firstKept = std::move(*record);
+  }
+  records.erase(records.begin(), firstKept);
+  return records;
 }
 
 void writeLines(std::ostream& lines, const std::vector<RegistryRecord>& records) {
