@@ -7,8 +7,9 @@
 # median of the ratios with the smallest and the largest, and TARGET, the largest ratio that is good enough. RESET runs
 # before each of them, untimed. The three are texts for the shell; a command that fails ends the benchmark.
 #
-# After a warm-up the commands take turns, KRV_BENCH_PAIRS times (7 unless said otherwise), and each pair gives one
-# ratio: what else the machine does at the moment hits both. Who goes first changes from pair to pair.
+# After a warm-up the commands take turns, and each pair gives one ratio: what else the machine does at the moment hits
+# both. Who goes first changes from pair to pair. There are KRV_BENCH_PAIRS pairs or, unless that is set, seven and as
+# many more as fit into half a minute: a short row is the one that a moment can spoil.
 
 compare_time() { # variable for the microseconds, command, reset
   local compare_start compare_end
@@ -50,9 +51,10 @@ report_value() { # name, value in thousandths, unit, target
 }
 
 compare() {
-  local name=$1 target=$2 ours=$3 yardstick=$4 reset=${5:-:} pairs=${KRV_BENCH_PAIRS:-7}
+  local name=$1 target=$2 ours=$3 yardstick=$4 reset=${5:-:} end=0
   local our_times=() yardstick_times=() ratios=() pair our_time yardstick_time
-  for ((pair = 0; pair <= pairs; pair++)); do
+  [ -n "${KRV_BENCH_PAIRS:-}" ] || end=$((SECONDS + 30))
+  for ((pair = 0; pair <= ${KRV_BENCH_PAIRS:-7} || SECONDS < end; pair++)); do
     if ((pair % 2)); then
       compare_time our_time "$ours" "$reset" || return
       compare_time yardstick_time "$yardstick" "$reset" || return
@@ -65,9 +67,10 @@ compare() {
     yardstick_times+=("$yardstick_time")
     ratios+=($((our_time * 1000 / yardstick_time)))
   done
+  local middle=$((${#ratios[@]} / 2))
   mapfile -t our_times < <(compare_sorted "${our_times[@]}")
   mapfile -t yardstick_times < <(compare_sorted "${yardstick_times[@]}")
   mapfile -t ratios < <(compare_sorted "${ratios[@]}")
-  report "$name" "${our_times[pairs / 2]}" "${yardstick_times[pairs / 2]}" "${ratios[pairs / 2]}" "${ratios[0]}" \
+  report "$name" "${our_times[middle]}" "${yardstick_times[middle]}" "${ratios[middle]}" "${ratios[0]}" \
     "${ratios[-1]}" "$target"
 }

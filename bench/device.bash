@@ -8,7 +8,7 @@
 #   $work      the folder; HOME is in it, with an RPM database of its own. Its path is plain: Debian's default runs a
 #              shell to find the home directory
 #
-# Works below the build folder, or below KRV_BENCH_DIRECTORY: on a disk, 4 GiB are enough.
+# Works below the build folder, or below KRV_BENCH_DIRECTORY: on a disk, 5 GiB are enough.
 
 source sandbox/bus.bash
 bin=$PWD/build/release/bin
