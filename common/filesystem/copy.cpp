@@ -116,6 +116,7 @@ void copyEntry(const fs::path& from, const fs::path& to, Destination destination
   };
   if (type == fs::file_type::none)
     throw refusal("path " + from.string() + " doesn't exists");
+  // Making a file refuses what is in its way; making a directory would go into it.
   const bool isNew = type == fs::file_type::regular && destination == Destination::InNewDirectory;
   if (!isNew && Filesystem::exists(to))
     throw refusal("path already exists");
