@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "sandbox/service.h"
 
+#include "common/posix/file_descriptor.h"
 #include "sandbox/calls.h"
 #include "sandbox/package_store.h"
 #include "service/bus_names.h"
@@ -17,36 +18,22 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
-#include <unistd.h>
 
 namespace Sandbox {
 
 namespace {
 
-class FileDescriptor {
-public:
-  explicit FileDescriptor(int descriptor) : m_descriptor(descriptor) {
-    if (descriptor < 0)
-      throw std::system_error(errno, std::generic_category());
-  }
-  ~FileDescriptor() { close(m_descriptor); }
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-  int get() const { return m_descriptor; }
-
-private:
-  int m_descriptor;
-};
-
 /// Both are blocked, so that they come through the descriptor alone.
-FileDescriptor terminationSignals() {
+Common::Posix::FileDescriptor terminationSignals() {
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGTERM);
   sigaddset(&signals, SIGINT);
   sigprocmask(SIG_BLOCK, &signals, nullptr);
-  return FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC));
+  Common::Posix::FileDescriptor descriptor(signalfd(-1, &signals, SFD_CLOEXEC));
+  if (!descriptor)
+    throw std::system_error(errno, std::generic_category());
+  return descriptor;
 }
 
 std::unique_ptr<sdbus::IConnection> connect() {
@@ -67,7 +54,7 @@ void takeName(sdbus::IConnection& connection) {
   }
 }
 
-void processUntilTerminated(sdbus::IConnection& connection, const FileDescriptor& signals) {
+void processUntilTerminated(sdbus::IConnection& connection, const Common::Posix::FileDescriptor& signals) {
   for (;;) {
     const bool wasBusy = connection.processPendingEvent();
     const auto bus = connection.getEventLoopPollData();
@@ -83,7 +70,7 @@ void processUntilTerminated(sdbus::IConnection& connection, const FileDescriptor
 
 void serve() {
   // First of all, so that no signal is lost that comes once "ready" is out.
-  const FileDescriptor signals = terminationSignals();
+  const Common::Posix::FileDescriptor signals = terminationSignals();
   const auto connection = connect();
   // Before the root is touched, which may be in another service's hands if the name is. Calls wait until all is there.
   takeName(*connection);

@@ -10,24 +10,17 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 namespace Sandbox {
 
 StoreLock::StoreLock(const std::filesystem::path& file) {
   Common::Filesystem::createDirectories(file.parent_path());
-  m_descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (m_descriptor < 0)
+  m_file = Common::Posix::FileDescriptor(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (!m_file)
     throw Common::Error(Common::ErrorCode::Filesystem,
                         "Couldn't open lock file: " + file.string() + ": " + std::strerror(errno));
-  if (flock(m_descriptor, LOCK_EX | LOCK_NB) == 0)
-    return;
-  close(m_descriptor);
-  throw Common::Error(Common::ErrorCode::Internal, "Another process has the package store: " + file.string());
-}
-
-StoreLock::~StoreLock() {
-  close(m_descriptor);
+  if (flock(m_file.get(), LOCK_EX | LOCK_NB) != 0)
+    throw Common::Error(Common::ErrorCode::Internal, "Another process has the package store: " + file.string());
 }
 
 } // namespace Sandbox

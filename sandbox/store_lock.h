@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "common/posix/file_descriptor.h"
+
 #include <filesystem>
 
 namespace Sandbox {
@@ -12,12 +14,9 @@ public:
   /// Locks `file`, which is made if it is missing. Throws Common::Error: Internal when another process has the lock,
   /// Filesystem when the file cannot be opened.
   explicit StoreLock(const std::filesystem::path& file);
-  ~StoreLock();
-  StoreLock(const StoreLock&) = delete;
-  StoreLock& operator=(const StoreLock&) = delete;
 
 private:
-  int m_descriptor;
+  Common::Posix::FileDescriptor m_file;
 };
 
 } // namespace Sandbox

@@ -60,23 +60,23 @@ void copyBytes(int from, int to, const struct stat& status, const Ends& ends) {
 
 } // namespace
 
-Descriptor copyContent(const fs::path& from, const fs::path& to) {
+Posix::FileDescriptor copyContent(const fs::path& from, const fs::path& to) {
   const Ends ends{from, to};
   // Opening a pipe that has come into the place of the file since somebody looked must not wait for its other end.
-  Descriptor source(ends.check(open(from.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
+  Posix::FileDescriptor source(ends.check(open(from.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
   struct stat status {};
-  ends.check(fstat(source.number(), &status));
+  ends.check(fstat(source.get(), &status));
   if (!S_ISREG(status.st_mode))
     ends.fail(ENOTSUP);
 
-  Descriptor destination(
+  Posix::FileDescriptor destination(
       ends.check(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, status.st_mode & ACCESSPERMS)));
   struct stat made {};
-  ends.check(fstat(destination.number(), &made));
+  ends.check(fstat(destination.get(), &made));
   // The mask of the process takes bits away, and set-id bits are never given to a new file.
   if (((made.st_mode ^ status.st_mode) & ALLPERMS) != 0)
-    ends.check(fchmod(destination.number(), status.st_mode & ALLPERMS));
-  copyBytes(source.number(), destination.number(), status, ends);
+    ends.check(fchmod(destination.get(), status.st_mode & ALLPERMS));
+  copyBytes(source.get(), destination.get(), status, ends);
   ends.check(destination.close());
   return source;
 }

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "common/filesystem/descriptor.h"
+#include "common/posix/file_descriptor.h"
 
 #include <filesystem>
 
@@ -13,6 +13,6 @@ namespace Common::Filesystem {
 /// same description; what was made until then stays. Unlike the standard one it lets the file system share the bytes
 /// and does not ask both paths for their status again. Returns the source, still open: what else is copied then comes
 /// from the same file, whatever has taken its place. For the sources of this folder only.
-Descriptor copyContent(const std::filesystem::path& from, const std::filesystem::path& to);
+Posix::FileDescriptor copyContent(const std::filesystem::path& from, const std::filesystem::path& to);
 
 } // namespace Common::Filesystem

@@ -3,7 +3,7 @@
 #include "common/rpm/archive.h"
 
 #include "common/error/error.h"
-#include "common/rpm/blocked_signals.h"
+#include "common/posix/blocked_signals.h"
 #include "common/rpm/file_list.h"
 #include "common/rpm/sound_header.h"
 #include "driver/log/log_message.h"
@@ -52,12 +52,12 @@ void refuseImpossibleSizes(const FileSetHandle& files) {
 // and librpm asks for ever.
 
 int nextFile(rpmfi payload) {
-  const BlockedSignals untilItIsThere;
+  const Posix::BlockedSignals untilItIsThere;
   return rpmfiNext(payload);
 }
 
 ssize_t readContentOf(rpmfi payload, std::span<std::byte> buffer) {
-  const BlockedSignals untilItIsThere;
+  const Posix::BlockedSignals untilItIsThere;
   return rpmfiArchiveRead(payload, buffer.data(), buffer.size());
 }
 

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "common/rpm/payload_stream.h"
 
-#include "common/rpm/blocked_signals.h"
+#include "common/posix/blocked_signals.h"
 
 #include <array>
 #include <cerrno>
@@ -84,7 +84,7 @@ PayloadStream::PayloadStream(FileHandle file, const std::string& compressor) {
   // reads on when a pipe gives less than it was asked for.
   require(Fdopen(m_reader.get(), "r.gzip") != nullptr);
   // Signals are for the thread that expects them. SIGPIPE is none of the process's business when a reader goes early.
-  const BlockedSignals inTheThread;
+  const Posix::BlockedSignals inTheThread;
   m_thread =
       std::thread([file = std::move(file), payload, writer = pipe.writer()] { decompress(payload, writer.get()); });
 }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "common/filesystem/descriptor.h"
 #include "common/filesystem/xattr.h"
+#include "common/posix/file_descriptor.h"
 #include "tests/common/filesystem/fixture.h"
 #include "tests/support/thrown.h"
 
@@ -81,9 +81,9 @@ TEST_F(Xattr, ListHasEveryNameWithItsValue) {
 TEST_F(Xattr, ListOfAnOpenFileIsReadWhateverBecameOfItsName) {
   Support::attach(file, "user.zeros", zeros);
   Support::attach(file, "user.empty", "");
-  const Filesystem::Descriptor open(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  const Common::Posix::FileDescriptor open(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
   fs::remove(file);
-  EXPECT_THAT(Filesystem::listXattrs(open.number(), missing),
+  EXPECT_THAT(Filesystem::listXattrs(open.get(), missing),
               UnorderedElementsAre(Pair("user.zeros", zeros), Pair("user.empty", "")));
 }
 

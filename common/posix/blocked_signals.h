@@ -4,7 +4,7 @@
 
 #include <signal.h>
 
-namespace Common::Rpm {
+namespace Common::Posix {
 
 /// Keeps signals from the calling thread, and from threads that it starts meanwhile.
 class BlockedSignals {
@@ -22,4 +22,4 @@ private:
   sigset_t m_before;
 };
 
-} // namespace Common::Rpm
+} // namespace Common::Posix
