@@ -10,7 +10,6 @@
 #include <rpm/rpmlib.h>
 #include <rpm/rpmtag.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <optional>
@@ -63,38 +62,14 @@ FileHandle openPackage(const std::string& path) {
   return file;
 }
 
-/// An entry of a header's index, in network byte order.
-struct IndexEntry {
-  std::uint32_t tag;
-  std::uint32_t type;
-  std::uint32_t offset;
-  std::uint32_t count;
-};
-
-/// What a file says of one of its headers.
-struct HeaderClaims {
-  off_t size;
-  off_t longestList; ///< the most texts under one tag
-};
-
-/// The header at `offset`: an intro (magic, number of entries, size of the data), the entries, the data. Nothing when
-/// the file ends before the data, or when there are more entries than librpm allows.
-std::optional<HeaderClaims> headerClaims(int file, off_t offset) {
-  constexpr std::uint32_t mostEntries = 0xffff;
+/// The size of the header whose intro (magic, number of entries, size of the data) is at `offset`; nothing when the
+/// file ends before.
+std::optional<off_t> headerSize(int file, off_t offset) {
+  constexpr off_t entrySize = 16;
   std::array<std::uint32_t, 4> intro{};
-  if (pread(file, intro.data(), sizeof intro, offset) != sizeof intro || ntohl(intro[2]) > mostEntries)
+  if (pread(file, intro.data(), sizeof intro, offset) != sizeof intro)
     return std::nullopt;
-  std::vector<IndexEntry> index(ntohl(intro[2]));
-  const auto indexSize = static_cast<ssize_t>(index.size() * sizeof(IndexEntry));
-  if (pread(file, index.data(), index.size() * sizeof(IndexEntry), offset + off_t{sizeof intro}) != indexSize)
-    return std::nullopt;
-  HeaderClaims claims{.size = off_t{sizeof intro} + indexSize + ntohl(intro[3]), .longestList = 0};
-  for (const IndexEntry& entry : index) {
-    const std::uint32_t type = ntohl(entry.type);
-    if (type == RPM_STRING_ARRAY_TYPE || type == RPM_I18NSTRING_TYPE)
-      claims.longestList = std::max(claims.longestList, off_t{ntohl(entry.count)});
-  }
-  return claims;
+  return off_t{sizeof intro} + entrySize * ntohl(intro[2]) + ntohl(intro[3]);
 }
 
 /// librpm ends the process when it gets no memory.
@@ -104,25 +79,19 @@ bool isAvailable(std::size_t memory) {
   return taken != nullptr;
 }
 
-/// Whether the file holds the headers that it claims to have, and there is memory for reading them. librpm takes memory
-/// for what is claimed before it reads, up to 64 and 256 MiB, and for each text of a list when that is asked for.
+/// Whether the file holds the headers that it claims to have, and there is memory for them. librpm takes memory for
+/// what is claimed, up to 64 and 256 MiB, before it reads.
 bool isReadable(int file) {
   constexpr off_t leadSize = 96;
-  // librpm's own limit for lists in the signature header. The names of so many files do not fit into a header.
-  constexpr off_t longestList = 16 * 1024 * 1024;
+  constexpr off_t others = 16 * 1024 * 1024; // an index is 2 MiB at most in memory, the longest list 8
   struct stat status {};
-  const std::optional<HeaderClaims> signatures = headerClaims(file, leadSize);
-  if (!signatures || fstat(file, &status) != 0)
+  const std::optional<off_t> signatureHeader = headerSize(file, leadSize);
+  if (!signatureHeader || fstat(file, &status) != 0)
     return false;
-  const off_t begin = leadSize + (signatures->size + 7) / 8 * 8;
-  const std::optional<HeaderClaims> header = headerClaims(file, begin);
-  if (!header || header->size > status.st_size - begin)
-    return false;
-  const off_t longest = std::max(signatures->longestList, header->longestList);
-  // An entry becomes twice as large in memory; no header has a mebibyte of them.
-  constexpr off_t others = 4 * 1024 * 1024;
-  return longest <= longestList && isAvailable(static_cast<std::size_t>(signatures->size + header->size + others) +
-                                               static_cast<std::size_t>(longest) * sizeof(char*));
+  const off_t begin = leadSize + (*signatureHeader + 7) / 8 * 8;
+  const std::optional<off_t> header = headerSize(file, begin);
+  return header && *header <= status.st_size - begin &&
+         isAvailable(static_cast<std::size_t>(*signatureHeader + *header + others));
 }
 
 /// A transaction set that shares one keyring with all others. Left alone, each set would load the keyring from the RPM

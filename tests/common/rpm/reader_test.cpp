@@ -225,22 +225,6 @@ TEST_F(RpmReader, ReadsAVersionOfTwoMebibytes) {
   EXPECT_TRUE(Reader(package().string()).tag(RPMTAG_VERSION) == version);
 }
 
-// librpm takes eight bytes for each text of a list, and the texts may be empty.
-TEST_F(RpmReader, RefusesAListOfMoreThanSixteenMillionTexts) {
-  const auto listTexts = [&](rpm_count_t count) {
-    Support::changeHeader(package(), [&](Header header) {
-      const std::vector<const char*> texts(count, "");
-      headerDel(header, RPMTAG_VENDOR);
-      Support::putValue(header, RPMTAG_VENDOR, RPM_STRING_ARRAY_TYPE, texts.data(), count);
-    });
-  };
-  constexpr rpm_count_t limit = 16 * 1024 * 1024;
-  listTexts(limit);
-  EXPECT_EQ(Reader(package().string()).tag(RPMTAG_VENDOR), "");
-  listTexts(limit + 1);
-  expectUnreadable(package());
-}
-
 /// A header that claims to be as large as librpm allows, in a file that is as large and takes no room on the disk.
 void claimLargestHeader(const std::filesystem::path& package) {
   std::string bytes = readFile(package);
