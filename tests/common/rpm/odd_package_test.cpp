@@ -26,6 +26,7 @@ struct Oddity {
   std::string name;
   std::function<void(Header)> change; ///< of the header that rpmbuild has made
   std::size_t excess = 0;             ///< of the size in the signature header
+  std::string secondCondition = "two";
 };
 
 void replaceText(Header header, rpmTagVal tag, const std::vector<const char*>& texts) {
@@ -62,6 +63,7 @@ const std::vector<Oddity> oddities = {
        replaceText(header, RPMTAG_PROVIDEVERSION, {"1", "2", "3", "4", "5"});
      }},
     {"SizeOneTooLarge", [](Header) {}, 1},
+    {"TwoScriptsForOneCondition", [](Header) {}, 0, "one"},
 };
 
 class OddPackage : public ArchiveTest::Fixture, public testing::WithParamInterface<Oddity> {
@@ -69,9 +71,10 @@ protected:
   OddPackage() {
     Support::PackageInput input = ArchiveTest::mixedPackage;
     input.preamble = "AutoReqProv: no\nRequires: other\nProvides: first = 1, second";
-    input.sections = "%triggerin -- one\ntrue\n%triggerin -- one\nfalse\n";
     build(input);
     m_sound = extracted();
+    input.sections = "%triggerin -- one\ntrue\n%triggerin -- " + GetParam().secondCondition + "\nfalse\n";
+    build(input);
     changeHeader(package(), GetParam().change);
     Support::sealHeader(package(), GetParam().excess);
   }
