@@ -68,8 +68,9 @@ struct ExtractionHandlers {
 /// What is checked: librpm finds a payload that ends early, holds a file that the header does not list or leaves out
 /// one that it lists (%ghost files are never in a payload). It does not compare content with the header's digests;
 /// writeContent() and readContent() do, where the header has them. A file that is shorter than its signature header
-/// says is found at the end of extract(). Types, names, permissions and link targets are the header's alone; whether
-/// that can be trusted is up to RPM's configuration. Nothing is allocated because a header claims a size.
+/// says, with a payload that has not the header's digest, is found at the end of extract(). Types, names, permissions
+/// and link targets are the header's alone; whether that can be trusted is up to RPM's configuration. Nothing is
+/// allocated because a header claims a size.
 class ArchiveReader : public Reader {
 public:
   /// Opens a package file as Reader(path) does, and its payload. Throws Common::Error: what Reader(path) throws;

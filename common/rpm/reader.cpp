@@ -3,6 +3,7 @@
 #include "common/rpm/reader.h"
 
 #include "common/error/error.h"
+#include "common/posix/file_descriptor.h"
 #include "common/rpm/configuration.h"
 #include "common/rpm/sound_header.h"
 
@@ -10,10 +11,13 @@
 #include <rpm/rpmtag.h>
 
 #include <array>
+#include <cstdlib>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,16 +29,36 @@ static_assert(Tag::Name == RPMTAG_NAME && Tag::Version == RPMTAG_VERSION && Tag:
 
 namespace {
 
-/// Opening a FIFO would block for ever and opening a device may do anything, so the file's type is asked first.
-FileHandle openPackage(const std::string& path) {
+Error openError() {
+  return {ErrorCode::FileNotFound, "Couldn't open rpm package"};
+}
+
+Error readError() {
+  return {ErrorCode::BadPackageFileFormat, "Couldn't read rpm package"};
+}
+
+/// Opening a FIFO would block without end and opening a device may do anything, so the type is asked before the file is
+/// opened, of the very file that is opened then. A "regular file" without a size, as /proc/kmsg is, may keep its reader
+/// waiting.
+Posix::FileDescriptor openRegularFile(const std::string& path) {
+  const Posix::FileDescriptor found(open(path.c_str(), O_PATH | O_CLOEXEC));
   struct stat status {};
-  if (stat(path.c_str(), &status) != 0)
-    throw Error(ErrorCode::FileNotFound, "Couldn't open rpm package");
-  if (!S_ISREG(status.st_mode))
-    throw Error(ErrorCode::BadPackageFileFormat, "Couldn't read rpm package");
-  FileHandle file = ownFile(Fopen(path.c_str(), "r.ufdio"));
-  if (!file)
-    throw Error(ErrorCode::FileNotFound, "Couldn't open rpm package");
+  if (!found || fstat(found.get(), &status) != 0)
+    throw openError();
+  if (!S_ISREG(status.st_mode) || status.st_size == 0)
+    throw readError();
+  Posix::FileDescriptor opened(open(("/proc/self/fd/" + std::to_string(found.get())).c_str(), O_RDONLY | O_CLOEXEC));
+  if (!opened)
+    throw openError();
+  return opened;
+}
+
+/// librpm does not get the path, which may look like an address on the network to it.
+FileHandle openPackage(const std::string& path) {
+  const Posix::FileDescriptor opened = openRegularFile(path);
+  FileHandle file = ownFile(fdDup(opened.get()));
+  if (!file || fcntl(Fileno(file.get()), F_SETFD, FD_CLOEXEC) != 0)
+    throw openError();
   return file;
 }
 
@@ -48,20 +72,26 @@ std::optional<off_t> headerSize(int file, off_t offset) {
   return off_t{sizeof intro} + entrySize * ntohl(intro[2]) + ntohl(intro[3]);
 }
 
-/// Whether the file holds the headers that it claims to have, and no main header beyond measure. librpm takes memory
-/// for what is claimed before it reads, up to 64 and 256 MiB, and ends the process when there is none.
-bool hasReadableSize(int file) {
+/// librpm ends the process when it gets no memory.
+bool isAvailable(std::size_t memory) {
+  void* volatile taken = std::malloc(memory); // volatile: it would be left out
+  std::free(taken);
+  return taken != nullptr;
+}
+
+/// Whether the file holds the headers that it claims to have, and there is memory for them. librpm takes memory for
+/// what is claimed, up to 64 and 256 MiB, before it reads.
+bool isReadable(int file) {
   constexpr off_t leadSize = 96;
-  // The name of a package is sent over the bus, which cuts the connection of who sends more than 32 MiB: one package
-  // would take all that follow with it.
-  constexpr off_t largestHeader = 31 * 1024 * 1024;
+  constexpr off_t others = 16 * 1024 * 1024; // an index is 2 MiB at most in memory, the longest list 8
   struct stat status {};
   const std::optional<off_t> signatureHeader = headerSize(file, leadSize);
   if (!signatureHeader || fstat(file, &status) != 0)
     return false;
   const off_t begin = leadSize + (*signatureHeader + 7) / 8 * 8;
   const std::optional<off_t> header = headerSize(file, begin);
-  return header && *header <= largestHeader && *header <= status.st_size - begin;
+  return header && *header <= status.st_size - begin &&
+         isAvailable(static_cast<std::size_t>(*signatureHeader + *header + others));
 }
 
 /// A transaction set that shares one keyring with all others. Left alone, each set would load the keyring from the RPM
@@ -78,30 +108,33 @@ TransactionSetHandle transactionSet() {
 }
 
 HeaderHandle readHeader(const FileHandle& file, const std::string& path) {
-  if (!hasReadableSize(Fileno(file.get())))
-    throw Error(ErrorCode::BadPackageFileFormat, "Couldn't read rpm package");
+  if (!isReadable(Fileno(file.get())))
+    throw readError();
   const TransactionSetHandle set = transactionSet();
   Header found = nullptr;
   const rpmRC result = rpmReadPackageFile(set.get(), file.get(), path.c_str(), &found);
   // The header may be set although the result is a failure.
   HeaderHandle header = ownHeader(found);
   if (result != RPMRC_OK)
-    throw Error(ErrorCode::BadPackageFileFormat, "Couldn't read rpm package");
+    throw readError();
   return header;
 }
 
-/// These values stand in the header as they are. Other tags may be computed from several.
-bool mayBeAskedFor(std::int32_t tag, const HeaderHandle& header) {
-  const bool isPlain = tag == Tag::Name || tag == Tag::Version || tag == Tag::Release || tag == Tag::PayloadCompressor;
-  return isPlain || isSound(header);
+/// What a package is called by decides about it. It must not depend on the language, as a translated text does, and a
+/// list has no one text.
+bool isIdentity(std::int32_t tag) {
+  return tag == Tag::Name || tag == Tag::Version || tag == Tag::Release;
 }
 
-/// Without a value, and so without a text, for a tag that is absent or must not be asked for.
-TagDataHandle valueOf(std::int32_t tag, const HeaderHandle& header) {
-  TagDataHandle data = ownTagData(rpmtdNew());
-  if (mayBeAskedFor(tag, header))
-    headerGet(header.get(), tag, data.get(), HEADERGET_EXT);
-  return data;
+bool isOneString(rpmtd data) {
+  return rpmtdType(data) == RPM_STRING_TYPE && rpmtdCount(data) == 1;
+}
+
+/// A bus cuts the connection of who sends a longer message than it allows, 32 MiB by default: one package would take
+/// all that follow with it.
+bool isTooLong(std::int32_t tag, std::string_view text) {
+  constexpr std::size_t longestName = 1024 * 1024;
+  return tag == Tag::Name && text.size() > longestName;
 }
 
 } // namespace
@@ -110,22 +143,39 @@ Reader::Reader(const std::string& path) {
   ensureRpmConfig();
   m_file = openPackage(path);
   m_header = readHeader(m_file, path);
+  m_sound = std::make_shared<SoundHeader>(m_header);
 }
 
-Reader::Reader(Header header) : m_header(borrowHeader(header)) {
+Reader::Reader(Header header) : Reader(borrowHeader(header)) {}
+
+Reader::Reader(HeaderHandle header) : m_header(std::move(header)), m_sound(std::make_shared<SoundHeader>(m_header)) {
   ensureRpmConfig();
 }
 
-Reader::Reader(HeaderHandle header) : m_header(std::move(header)) {
-  ensureRpmConfig();
+/// Without a value, and so without a text, for a tag that is absent or must not be asked for.
+TagDataHandle Reader::value(std::int32_t tag) const {
+  const auto number = static_cast<rpm_tag_t>(tag);
+  TagDataHandle data = ownTagData(rpmtdNew());
+  if (isIdentity(tag)) {
+    headerGet(m_header.get(), number, data.get(), HEADERGET_MINMEM | HEADERGET_RAW);
+    if (!isOneString(data.get()))
+      rpmtdFreeData(data.get());
+  } else if (!SoundHeader::isComputed(tag)) {
+    // A later librpm may compute further tags, from values that nobody has looked at.
+    headerGet(m_header.get(), number, data.get(), HEADERGET_MINMEM);
+  } else if (m_sound->mayCompute(tag)) {
+    headerGet(m_header.get(), number, data.get(), HEADERGET_EXT);
+  }
+  return data;
 }
 
 std::string Reader::tag(std::int32_t tag) const {
-  const TagDataHandle data = valueOf(tag, m_header);
-  if (const char* text = rpmtdGetString(data.get()))
-    return text;
-  throw Error(ErrorCode::BadPackageFileFormat,
-              "Couldn't retrieve rpm tag from package (type=" + std::to_string(tag) + ")");
+  const TagDataHandle data = value(tag);
+  const char* text = rpmtdCount(data.get()) > 0 ? rpmtdGetString(data.get()) : nullptr;
+  if (text == nullptr || isTooLong(tag, text))
+    throw Error(ErrorCode::BadPackageFileFormat,
+                "Couldn't retrieve rpm tag from package (type=" + std::to_string(tag) + ")");
+  return text;
 }
 
 std::string Reader::tagOr(std::int32_t tag, const std::string& fallback) const {
@@ -137,11 +187,24 @@ std::string Reader::tagOr(std::int32_t tag, const std::string& fallback) const {
 }
 
 std::vector<std::string> Reader::texts(std::int32_t tag) const {
-  const TagDataHandle data = valueOf(tag, m_header);
+  const TagDataHandle data = value(tag);
   std::vector<std::string> found;
-  while (const char* text = rpmtdNextString(data.get()))
-    found.emplace_back(text);
+  if (rpmtdClass(data.get()) != RPM_STRING_CLASS)
+    return found;
+  while (rpmtdNext(data.get()) >= 0) {
+    const char* text = rpmtdGetString(data.get());
+    found.emplace_back(text != nullptr ? text : "");
+  }
   return found;
+}
+
+FileSetHandle Reader::files() const {
+  return m_sound->hasFiles() ? ownFileSet(rpmfilesNew(nullptr, m_header.get(), 0, RPMFI_KEEPHEADER)) : nullptr;
+}
+
+DependencySetHandle Reader::dependencies(std::int32_t kind) const {
+  return m_sound->hasDependencies(kind) ? ownDependencySet(rpmdsNew(m_header.get(), static_cast<rpm_tag_t>(kind), 0))
+                                        : nullptr;
 }
 
 } // namespace Common::Rpm

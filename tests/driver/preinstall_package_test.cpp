@@ -315,6 +315,25 @@ TEST_F(Preinstall, SkipsAPackageWithoutARelease) {
   EXPECT_EQ(m_device.run().log, unreadableLines("Couldn't retrieve rpm tag from package (type=1002)", path) + timeLine);
 }
 
+TEST_F(Preinstall, NamesTheMissingVersionOfAPackageWithoutVersionAndRelease) {
+  const fs::path path = m_device.add({}, "");
+  Support::hideTag(path, RPMTAG_VERSION);
+  Support::hideTag(path, RPMTAG_RELEASE);
+  Support::sign(path, "alice");
+  EXPECT_EQ(m_device.run().log, unreadableLines("Couldn't retrieve rpm tag from package (type=1001)", path) + timeLine);
+}
+
+TEST_F(Preinstall, SkipsAPackageWhoseNameDependsOnTheLanguage) {
+  const fs::path path = m_device.add({}, "");
+  Support::changeHeader(path, [](Header header) {
+    headerDel(header, RPMTAG_NAME);
+    headerAddI18NString(header, RPMTAG_NAME, "sample", "C");
+    headerAddI18NString(header, RPMTAG_NAME, "beispiel", "de");
+  });
+  Support::sign(path, "alice");
+  EXPECT_EQ(m_device.run().log, unreadableLines("Couldn't retrieve rpm tag from package (type=1000)", path) + timeLine);
+}
+
 TEST_F(Preinstall, SkipsAPackageWithoutAName) {
   const fs::path path = m_device.add({}, "");
   Support::hideTag(path, RPMTAG_NAME);
