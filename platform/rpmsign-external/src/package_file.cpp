@@ -74,7 +74,7 @@ std::optional<PackageParts> locateParts(int file) {
   // The intro and all entries at once.
   const auto size = static_cast<std::size_t>(std::min(status.st_size, longest));
   const std::optional<std::string> start = readRange(file, 0, size);
-  if (!start || !isLead(*start) || std::string_view(*start).substr(leadSize, headerMagic.size()) != headerMagic)
+  if (!start || !isLead(*start) || !beginsAsHeader(std::string_view(*start).substr(leadSize)))
     return std::nullopt;
   const std::uint32_t entryCount = number(*start, leadSize + 8);
   const std::uint32_t dataSize = number(*start, leadSize + 12);
@@ -88,6 +88,10 @@ std::optional<PackageParts> locateParts(int file) {
   if (!findContainer(std::string_view(*start).substr(introEnd, entryCount * entrySize), dataSize, parts))
     return std::nullopt;
   return parts;
+}
+
+bool beginsAsHeader(std::string_view bytes) {
+  return bytes.starts_with(headerMagic);
 }
 
 std::optional<std::string> readRange(int file, off_t offset, std::size_t size) {

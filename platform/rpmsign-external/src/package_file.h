@@ -49,6 +49,10 @@ FileDescriptor openRegularFile(const std::string& path);
 /// before the content, or has a container of another type, one that is too large, or two of them.
 std::optional<PackageParts> locateParts(int file);
 
+/// True when `bytes` begin with the magic of an RPM header, as the content of a package does. A signature over anything
+/// else, above all over what an earlier key says of a later one, must not be made nor accepted as one over a package.
+bool beginsAsHeader(std::string_view bytes);
+
 /// The `size` bytes at `offset`, which have to lie inside the file; nothing when they cannot be read.
 std::optional<std::string> readRange(int file, off_t offset, std::size_t size);
 

@@ -56,12 +56,17 @@ std::string toDer(CMS_ContentInfo* message) {
   throw SigningError(std::string("the signature cannot be made: ") + (reason == nullptr ? "unknown reason" : reason));
 }
 
+[[noreturn]] void failAsNoHeader() {
+  throw SigningError("its content is no RPM header");
+}
+
 /// A message by `key` without content yet; the signer gets the rotation attribute unless `chain` is empty.
 CmsPtr startMessage(const SigningKey& key, STACK_OF(X509) * others, unsigned int flags, const std::string& chain = {}) {
   CmsPtr message(CMS_sign(nullptr, nullptr, others, nullptr, flags | CMS_PARTIAL));
-  CMS_SignerInfo* const signer = message ? CMS_add1_signer(message.get(), key.impl().certificate.get(),
-                                                           key.impl().key.get(), EVP_sha256(), flags | CMS_NOSMIMECAP)
-                                         : nullptr;
+  CMS_SignerInfo* const signer =
+      message ? CMS_add1_signer(message.get(), key.impl().certificate.get(), key.impl().key.get(), EVP_sha256(),
+                                flags | CMS_NOSMIMECAP | CMS_CADES)
+              : nullptr;
   if (signer == nullptr)
     failToSign();
   const ObjectPtr attribute = objectFromText(rotationAttribute);
@@ -115,12 +120,17 @@ std::string makeDetached(const OpenPackage& package, const Signer& signer) {
   const BioChainPtr digest(CMS_dataInit(message.get(), nullptr));
   if (!digest)
     failToSign();
+  bool isFirst = true;
   const bool read = forEachBlock(package.file.get(), package.parts.contentOffset, [&](std::string_view block) {
+    if (std::exchange(isFirst, false) && !beginsAsHeader(block))
+      failAsNoHeader();
     if (BIO_write(digest.get(), block.data(), static_cast<int>(block.size())) != static_cast<int>(block.size()))
       failToSign();
   });
   if (!read)
     failWithErrno("it cannot be read", errno);
+  if (isFirst)
+    failAsNoHeader();
   if (CMS_dataFinal(message.get(), digest.get()) != 1)
     failToSign();
   std::string made = toDer(message.get());
