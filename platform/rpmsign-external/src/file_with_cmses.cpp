@@ -10,6 +10,8 @@
 #include <set>
 #include <utility>
 
+#include <fcntl.h>
+
 namespace PackageSignatures {
 
 struct FileWithCmses::Impl {
@@ -64,7 +66,7 @@ FileWithCmses::~FileWithCmses() = default;
 
 std::unique_ptr<FileWithCmses> FileWithCmses::fromPath(const std::string& path) {
   const ErrorQueueCleaner cleaner;
-  FileDescriptor file = openRegularFile(path);
+  FileDescriptor file = openRegularFile(AT_FDCWD, path, Symlink::Followed);
   if (!file)
     return nullptr;
   const std::optional<PackageParts> parts = locateParts(file.get());

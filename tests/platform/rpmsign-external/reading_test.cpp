@@ -4,7 +4,13 @@
 #include "tests/platform/rpmsign-external/package_test.h"
 #include "tests/support/process.h"
 #include "tests/support/special_files.h"
+#include "tests/support/wait.h"
 
+#include <csignal>
+#include <future>
+#include <system_error>
+
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -109,6 +115,26 @@ TEST_F(Reading, GivesNothingForWhatIsNoRegularFile) {
     EXPECT_FALSE(FileWithCmses::fromPath(inSandbox(name))) << name;
   EXPECT_FALSE(FileWithCmses::fromPath("/dev/zero"));
   EXPECT_FALSE(FileWithCmses::fromPath(""));
+}
+
+TEST_F(Reading, DoesNotReadWhatHasNoSize) {
+  // Reading this one waits for the next message of the kernel.
+  std::filesystem::create_symlink("/proc/kmsg", inSandbox("kmsg"));
+  EXPECT_FALSE(FileWithCmses::fromPath(inSandbox("kmsg")));
+}
+
+TEST_F(Reading, WaitsForTheHolderOfALease) {
+  Support::sign(package(), "alice");
+  const auto before = std::signal(SIGIO, SIG_IGN); // tells the holder that somebody waits
+  const int holder = open(package().c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(fcntl(holder, F_SETLEASE, F_WRLCK), 0) << std::generic_category().message(errno);
+  auto reading = std::async(std::launch::async, [this] { return isReadable(); });
+  EXPECT_TRUE(Support::waitUntil([&] { return fcntl(holder, F_GETLEASE) == F_RDLCK; }));
+  EXPECT_EQ(reading.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  EXPECT_EQ(fcntl(holder, F_SETLEASE, F_UNLCK), 0);
+  EXPECT_TRUE(reading.get());
+  close(holder);
+  std::signal(SIGIO, before);
 }
 
 TEST_F(Reading, GivesNothingForWhatIsNoPackage) {
