@@ -242,13 +242,19 @@ TEST_F(PackageSignatureTool, SaysWhyAPackageDoesNotVerify) {
   expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: it is not signed\n");
   signAs("foreign", {"a.rpm"});
   expectResult(verifyTool({"a.rpm"}), 1, "",
-               tool + "a.rpm: the developer's certificate is expired or from no authority in " + authorities + "\n");
+               tool + "a.rpm: the developer's certificate does not verify against the authorities in " + authorities +
+                   "\n");
   signAs("alice", {"a.rpm"});
   signAs("expired-source", {"a.rpm"});
   expectResult(verifyTool({"a.rpm"}), 1, "",
-               tool + "a.rpm: the source's certificate is expired or from no authority in " + authorities + "\n");
+               tool + "a.rpm: the source's certificate does not verify against the authorities in " + authorities +
+                   "\n");
   signAs("source", {"a.rpm"});
-  Support::writeFile(folder() / "a.rpm", package() + '\n');
+  const std::string before = package();
+  const std::string alice = PackageSignatures::makeCms(folder() / "a.rpm", Pki::instance().signer("alice"));
+  PackageSignatures::replaceContainer(folder() / "a.rpm", alice + alice);
+  expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: it has two signatures of a developer\n");
+  Support::writeFile(folder() / "a.rpm", before + '\n');
   expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: its signatures or key rotations do not hold\n");
 }
 
@@ -257,7 +263,7 @@ TEST_F(PackageSignatureTool, TrustsTheSystemsAuthoritiesByDefault) {
   Support::trustAuthorityUnder(sandbox().path());
   expectResult(runTool({"verify", "a.rpm"}, {{"KRV_ROOT_FS", sandbox().path()}}), 0, "a.rpm: OK\n", "");
   expectResult(runTool({"verify", "a.rpm"}, {{"KRV_ROOT_FS", folder()}}), 1, "",
-               tool + "a.rpm: the developer's certificate is expired or from no authority in " +
+               tool + "a.rpm: the developer's certificate does not verify against the authorities in " +
                    (folder() / "etc/krv/trusted-ca").string() + "\n");
 }
 
