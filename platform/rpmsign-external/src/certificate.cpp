@@ -87,9 +87,10 @@ int judge(int ok, X509_STORE_CTX* context) {
   case X509_V_ERR_CERT_HAS_EXPIRED:
   case X509_V_ERR_CERT_NOT_YET_VALID:
     return judgement.dates == Dates::Ignored ? 1 : 0;
-  case X509_V_ERR_UNABLE_TO_GET_CRL:
-    return mayHaveRevocationList(judgement.caPath, X509_get_issuer_name(X509_STORE_CTX_get_current_cert(context))) ? 0
-                                                                                                                   : 1;
+  case X509_V_ERR_UNABLE_TO_GET_CRL: {
+    const X509_NAME* const issuer = X509_get_issuer_name(X509_STORE_CTX_get_current_cert(context));
+    return mayHaveRevocationList(judgement.caPath, issuer) ? 0 : 1;
+  }
   default:
     return 0;
   }

@@ -87,7 +87,7 @@ bool equals(std::string_view bytes, const std::optional<Digest>& digest) {
   return digest && bytes.size() == digest->size() && std::memcmp(bytes.data(), digest->data(), digest->size()) == 0;
 }
 
-/// The first element of the sequence `der` is, which has to be of `type`; empty when it is anything else.
+/// The first element of a sequence; empty when it is not of `type` and when `der` is no sequence.
 std::string firstOf(std::string_view der, int type) {
   const AnySequencePtr elements = parseSequence(der);
   if (sk_ASN1_TYPE_num(elements.get()) < 1)
@@ -96,8 +96,8 @@ std::string firstOf(std::string_view der, int type) {
   return first->type == type ? std::string(viewOf(first->value.asn1_string)) : std::string();
 }
 
-/// True when the signer has signed which certificate is his (RFC 5035): without that, a certificate with another role
-/// or subgroup for the same key could be put in its place. The first digest is that of the signer's certificate; its
+/// True when the signed attributes name the signer's certificate (RFC 5035): without that, a certificate of the same key
+/// with another role or subgroup could be put in its place. The first digest is that of the signer's certificate; its
 /// algorithm, which would precede it, is left out for SHA-256.
 bool namesCertificate(const SignedData& data) {
   const auto* const value =
