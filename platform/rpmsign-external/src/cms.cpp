@@ -96,9 +96,9 @@ std::string firstOf(std::string_view der, int type) {
   return first->type == type ? std::string(viewOf(first->value.asn1_string)) : std::string();
 }
 
-/// True when the signed attributes name the signer's certificate (RFC 5035): without that, a certificate of the same key
-/// with another role or subgroup could be put in its place. The first digest is that of the signer's certificate; its
-/// algorithm, which would precede it, is left out for SHA-256.
+/// True when the signed attributes name the signer's certificate (RFC 5035): without that, a certificate of the same
+/// key with another role or subgroup could be put in its place. The first digest is that of the signer's certificate;
+/// its algorithm, which would precede it, is left out for SHA-256.
 bool namesCertificate(const SignedData& data) {
   const auto* const value =
       signedValue<ASN1_STRING>(data.signer, NID_id_smime_aa_signingCertificateV2, V_ASN1_SEQUENCE);
