@@ -96,7 +96,7 @@ TEST_F(SigningFaults, Sign) {
   const std::vector<std::string> ownNames = names();
   Operation signing;
   signing.command = {Support::program("krv-package-signature"), "sign", "--key", key, "--cert", certificate, package};
-  signing.atLeast = {{"openat", 4}, {"write", 3}, {"fsync", 1}, {"rename", 1}, {"fchmod", 1}, {"pread64", 4}};
+  signing.atLeast = {{"openat", 4}, {"write", 3}, {"fsync", 1}, {"renameat", 1}, {"fchmod", 1}, {"pread64", 4}};
   signing.prepare = [this] { prepare(); };
   signing.checkUndisturbed = [&](const Support::ProcessResult& process) {
     EXPECT_EQ(process.status, 0);

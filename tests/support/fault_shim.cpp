@@ -221,6 +221,12 @@ int rename(const char* from, const char* to) noexcept {
   return hit("rename", from) ? -1 : next<int(const char*, const char*)>("rename")(from, to);
 }
 
+int renameat(int fromDirectory, const char* from, int toDirectory, const char* to) noexcept {
+  return hit("rename", from)
+             ? -1
+             : next<int(int, const char*, int, const char*)>("renameat")(fromDirectory, from, toDirectory, to);
+}
+
 int mkdir(const char* path, mode_t mode) noexcept {
   return hit("mkdir", path) ? -1 : next<int(const char*, mode_t)>("mkdir")(path, mode);
 }

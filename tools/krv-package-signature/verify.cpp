@@ -3,6 +3,8 @@
 #include "tools/krv-package-signature/commands.h"
 #include "tools/krv-package-signature/packages.h"
 
+#include <set>
+
 namespace {
 
 using PackageSignatures::Cms;
@@ -14,12 +16,15 @@ void verifyPackage(const std::string& path, const std::string& caPath) {
   const std::vector<Cms> cmses = file->cmses();
   if (cmses.empty())
     throw SigningError("it is not signed");
+  std::set<std::string> roles;
   for (const Cms& cms : cmses) {
     const std::string role = roleName(cms);
     if (role.empty())
       throw SigningError("a certificate in it is neither a developer's nor a source's");
+    if (!roles.insert(role).second)
+      throw SigningError("it has two signatures of a " + role);
     if (!cms.certificate()->verify(caPath.c_str()))
-      throw SigningError("the " + role + "'s certificate is expired or from no authority in " + caPath);
+      throw SigningError("the " + role + "'s certificate does not verify against the authorities in " + caPath);
   }
   if (!file->verifyCmses(caPath.c_str()))
     throw SigningError("its signatures or key rotations do not hold");

@@ -3,20 +3,107 @@
 #include "platform/rpmsign-external/src/certificate.h"
 
 #include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <filesystem>
 #include <string_view>
 #include <utility>
+
+#include <sys/stat.h>
 
 namespace PackageSignatures {
 
 namespace {
 
-bool hasUsage(const STACK_OF(ASN1_OBJECT) * usages, const ObjectPtr& wanted) {
-  for (int i = 0; wanted && i < sk_ASN1_OBJECT_num(usages); ++i) {
-    if (OBJ_cmp(sk_ASN1_OBJECT_value(usages, i), wanted.get()) == 0)
+/// The extended key usages of a certificate; null when it states none and when they cannot be read.
+UsagesPtr usagesOf(const X509* certificate) {
+  return UsagesPtr(
+      static_cast<STACK_OF(ASN1_OBJECT)*>(X509_get_ext_d2i(certificate, NID_ext_key_usage, nullptr, nullptr)));
+}
+
+bool hasUsage(const UsagesPtr& usages, const ASN1_OBJECT* wanted) {
+  for (int i = 0; wanted != nullptr && i < sk_ASN1_OBJECT_num(usages.get()); ++i) {
+    if (OBJ_cmp(sk_ASN1_OBJECT_value(usages.get(), i), wanted) == 0)
       return true;
   }
   return false;
+}
+
+// The objects are made once: to turn an arc of this length into its encoded form takes longer than all the rest here.
+const ASN1_OBJECT* developerObject() {
+  static const ObjectPtr object = objectFromText(developerUsage);
+  return object.get();
+}
+
+const ASN1_OBJECT* sourceObject() {
+  static const ObjectPtr object = objectFromText(sourceUsage);
+  return object.get();
+}
+
+bool mayCertifyFor(const X509* authority, const ASN1_OBJECT* usage) {
+  if (X509_get_ext_by_NID(authority, NID_ext_key_usage, -1) < 0)
+    return true;
+  const UsagesPtr usages = usagesOf(authority);
+  return hasUsage(usages, usage) || hasUsage(usages, OBJ_nid2obj(NID_anyExtendedKeyUsage));
+}
+
+/// True when every authority above the first certificate of `chain` may give the roles that this one has. OpenSSL
+/// looks at extended key usages for purposes of its own only.
+bool authoritiesMayGiveRoles(const STACK_OF(X509) * chain) {
+  const UsagesPtr usages = usagesOf(sk_X509_value(chain, 0));
+  for (const ASN1_OBJECT* role : {developerObject(), sourceObject()}) {
+    for (int i = 1; hasUsage(usages, role) && i < sk_X509_num(chain); ++i) {
+      if (!mayCertifyFor(sk_X509_value(chain, i), role))
+        return false;
+    }
+  }
+  return true;
+}
+
+struct Judgement {
+  const char* caPath;
+  Dates dates;
+};
+
+/// True when there is a file for a list of `issuer`, whatever is in it, and when that is not certain. It allocates
+/// nothing: an exception must not pass through OpenSSL.
+bool mayHaveRevocationList(const char* caPath, const X509_NAME* issuer) {
+  int known = 0;
+  const unsigned long hash = X509_NAME_hash_ex(issuer, nullptr, nullptr, &known);
+  std::array<char, PATH_MAX> path{};
+  const int size = std::snprintf(path.data(), path.size(), "%s/%08lx.r0", caPath, hash);
+  struct stat status {};
+  return known == 0 || size < 0 || static_cast<std::size_t>(size) >= path.size() || lstat(path.data(), &status) == 0 ||
+         errno != ENOENT;
+}
+
+/// Called by OpenSSL for each thing that it finds wrong, and when there is nothing: 1 to go on.
+int judge(int ok, X509_STORE_CTX* context) {
+  if (ok == 1)
+    return 1;
+  const auto& judgement = *static_cast<const Judgement*>(X509_STORE_CTX_get_app_data(context));
+  switch (X509_STORE_CTX_get_error(context)) {
+  case X509_V_ERR_CERT_HAS_EXPIRED:
+  case X509_V_ERR_CERT_NOT_YET_VALID:
+    return judgement.dates == Dates::Ignored ? 1 : 0;
+  case X509_V_ERR_UNABLE_TO_GET_CRL: {
+    const X509_NAME* const issuer = X509_get_issuer_name(X509_STORE_CTX_get_current_cert(context));
+    return mayHaveRevocationList(judgement.caPath, issuer) ? 0 : 1;
+  }
+  default:
+    return 0;
+  }
+}
+
+/// No purpose is set: the one that OpenSSL has for CMS refuses certificates whose only extended key usage is ours. Nor
+/// is X509_V_FLAG_NO_CHECK_TIME for Dates::Ignored, because it would take expired revocation lists for good.
+void prepare(X509_STORE_CTX* context, Judgement& judgement) {
+  X509_VERIFY_PARAM* const parameters = X509_STORE_CTX_get0_param(context);
+  X509_VERIFY_PARAM_set_auth_level(parameters, 2);
+  X509_VERIFY_PARAM_set_flags(parameters, X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL);
+  X509_STORE_CTX_set_app_data(context, &judgement);
+  X509_STORE_CTX_set_verify_cb(context, judge);
 }
 
 std::optional<std::string> firstOrganizationalUnit(X509* certificate) {
@@ -37,15 +124,9 @@ ObjectPtr objectFromText(const char* identifier) {
 }
 
 std::optional<Role> roleOf(X509* certificate) {
-  const UsagesPtr usages(
-      static_cast<STACK_OF(ASN1_OBJECT)*>(X509_get_ext_d2i(certificate, NID_ext_key_usage, nullptr, nullptr)));
-  if (!usages)
-    return std::nullopt;
-  // Made once: to turn an arc of this length into its encoded form takes longer than all the rest here.
-  static const ObjectPtr developerObject = objectFromText(developerUsage);
-  static const ObjectPtr sourceObject = objectFromText(sourceUsage);
-  const bool developer = hasUsage(usages.get(), developerObject);
-  const bool source = hasUsage(usages.get(), sourceObject);
+  const UsagesPtr usages = usagesOf(certificate);
+  const bool developer = hasUsage(usages, developerObject());
+  const bool source = hasUsage(usages, sourceObject());
   if (developer == source)
     return std::nullopt;
   return developer ? Role::Developer : Role::Source;
@@ -55,7 +136,7 @@ std::string keyIdOf(X509* certificate) {
   unsigned char* der = nullptr;
   const int size = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(certificate), &der);
   const BufferPtr owner(der);
-  std::array<unsigned char, 32> digest{};
+  Digest digest{};
   if (size < 0 || EVP_Digest(der, static_cast<std::size_t>(size), digest.data(), nullptr, EVP_sha256(), nullptr) != 1)
     return {};
   constexpr std::string_view digits = "0123456789abcdef";
@@ -65,6 +146,13 @@ std::string keyIdOf(X509* certificate) {
     text += digits[byte & 15];
   }
   return text;
+}
+
+std::optional<Digest> digestOf(X509* certificate) {
+  Digest digest{};
+  if (X509_digest(certificate, EVP_sha256(), digest.data(), nullptr) != 1)
+    return std::nullopt;
+  return digest;
 }
 
 bool chainsToAuthority(const Certificate::Impl& certificate, const char* caPath, Dates dates) {
@@ -77,12 +165,13 @@ bool chainsToAuthority(const Certificate::Impl& certificate, const char* caPath,
   if (!store || X509_STORE_load_store(store.get(), caPath) != 1)
     return false;
   const StoreContextPtr context(X509_STORE_CTX_new());
-  // No purpose is set: the one that OpenSSL has for CMS refuses certificates whose only extended key usage is ours.
   if (!context || X509_STORE_CTX_init(context.get(), store.get(), certificate.own.get(), certificate.others.get()) != 1)
     return false;
-  if (dates == Dates::Ignored)
-    X509_STORE_CTX_set_flags(context.get(), X509_V_FLAG_NO_CHECK_TIME);
-  return X509_verify_cert(context.get()) == 1;
+  Judgement judgement{.caPath = caPath, .dates = dates};
+  prepare(context.get(), judgement);
+  // A certificate that does not state its key usage may be used for everything.
+  return X509_verify_cert(context.get()) == 1 && authoritiesMayGiveRoles(X509_STORE_CTX_get0_chain(context.get())) &&
+         (X509_get_key_usage(certificate.own.get()) & KU_DIGITAL_SIGNATURE) != 0;
 }
 
 std::string subgroupToString(Subgroup subgroup) {

@@ -7,6 +7,7 @@
 #include <rpmsign-external/package_signatures.h>
 #include <rpmsign-external/signing.h>
 
+#include <array>
 #include <optional>
 #include <string>
 
@@ -32,13 +33,21 @@ std::optional<Role> roleOf(X509* certificate);
 
 std::string keyIdOf(X509* certificate);
 
+using Digest = std::array<unsigned char, 32>;
+
+/// SHA-256 of the certificate in DER; nothing when OpenSSL fails.
+std::optional<Digest> digestOf(X509* certificate);
+
 /// The dates of the certificates on the way to the authority.
 enum class Dates {
   Checked,
   Ignored,
 };
 
-/// True when the certificate chains to an authority in `caPath`. What came with it is only used to fill the middle.
+/// True when the certificate may sign and chains to an authority in `caPath`. What came with it is only used to fill
+/// the middle. Every certificate of the chain has to be of 112 bits of security and not be revoked by a list in
+/// `caPath`; authorities whose extended key usage is stated need the role's. An authority without a list has revoked
+/// nothing; a list that is not valid today or cannot be read refuses all that the authority certifies.
 bool chainsToAuthority(const Certificate::Impl& certificate, const char* caPath, Dates dates);
 
 } // namespace PackageSignatures

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/rpmsign-external/src/cms.h"
 
+#include <cstring>
 #include <utility>
 
 namespace PackageSignatures {
@@ -39,7 +40,85 @@ CMS_SignerInfo* onlySigner(CMS_ContentInfo* message) {
   return sk_CMS_SignerInfo_num(signers) == 1 ? sk_CMS_SignerInfo_value(signers, 0) : nullptr;
 }
 
+/// True when the values that `bytes` are a row of, and the values in these, have lengths of the shortest form. OpenSSL
+/// keeps names and the signed part of a certificate as they came, so that it would encode them with any length again.
+bool hasShortestLengths(std::string_view bytes) {
+  while (bytes.size() >= 2) {
+    const auto tag = static_cast<unsigned char>(bytes[0]);
+    std::size_t length = static_cast<unsigned char>(bytes[1]);
+    const std::size_t count = length < 0x80 ? 0 : length & 0x7F;
+    bytes.remove_prefix(2);
+    if (count > bytes.size() || count > 4 || (length >= 0x80 && count == 0) || (tag & 0x1F) == 0x1F)
+      return false;
+    if (count > 0) {
+      length = 0;
+      for (const char byte : bytes.substr(0, count))
+        length = length << 8 | static_cast<unsigned char>(byte);
+      if (length < 0x80 || length >> 8 * (count - 1) == 0)
+        return false;
+      bytes.remove_prefix(count);
+    }
+    const bool constructed = (tag & 0x20) != 0;
+    if (length > bytes.size())
+      return false;
+    bytes.remove_prefix(constructed ? 0 : length);
+  }
+  return bytes.empty();
+}
+
+bool isEncodedAs(const CMS_ContentInfo* message, std::string_view bytes) {
+  unsigned char* der = nullptr;
+  const int size = i2d_CMS_ContentInfo(message, &der);
+  const BufferPtr owner(der);
+  return size >= 0 && std::string_view(reinterpret_cast<const char*>(der), static_cast<std::size_t>(size)) == bytes;
+}
+
+bool isData(const ASN1_OBJECT* type) {
+  return OBJ_obj2nid(type) == NID_pkcs7_data;
+}
+
+/// The value of the signed attribute, when it occurs once, with one value of this type; null otherwise.
+template <typename Value>
+const Value* signedValue(CMS_SignerInfo* signer, int attribute, int type) {
+  return static_cast<const Value*>(CMS_signed_get0_data_by_OBJ(signer, OBJ_nid2obj(attribute), -3, type));
+}
+
+bool equals(std::string_view bytes, const std::optional<Digest>& digest) {
+  return digest && bytes.size() == digest->size() && std::memcmp(bytes.data(), digest->data(), digest->size()) == 0;
+}
+
+/// The first element of a sequence; empty when it is not of `type` and when `der` is no sequence.
+std::string firstOf(std::string_view der, int type) {
+  const AnySequencePtr elements = parseSequence(der);
+  if (sk_ASN1_TYPE_num(elements.get()) < 1)
+    return {};
+  const ASN1_TYPE* const first = sk_ASN1_TYPE_value(elements.get(), 0);
+  return first->type == type ? std::string(viewOf(first->value.asn1_string)) : std::string();
+}
+
+/// True when the signed attributes name the signer's certificate (RFC 5035): without that, a certificate of the same
+/// key with another role or subgroup could be put in its place. The first digest is that of the signer's certificate;
+/// its algorithm, which would precede it, is left out for SHA-256.
+bool namesCertificate(const SignedData& data) {
+  const auto* const value =
+      signedValue<ASN1_STRING>(data.signer, NID_id_smime_aa_signingCertificateV2, V_ASN1_SEQUENCE);
+  if (value == nullptr)
+    return false;
+  const std::string identifier = firstOf(firstOf(viewOf(value), V_ASN1_SEQUENCE), V_ASN1_SEQUENCE);
+  return equals(firstOf(identifier, V_ASN1_OCTET_STRING), digestOf(data.certificate->own.get()));
+}
+
 } // namespace
+
+std::string_view viewOf(const ASN1_STRING* string) {
+  return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(string)),
+          static_cast<std::size_t>(ASN1_STRING_length(string))};
+}
+
+AnySequencePtr parseSequence(std::string_view der) {
+  const auto* position = reinterpret_cast<const unsigned char*>(der.data());
+  return AnySequencePtr(d2i_ASN1_SEQUENCE_ANY(nullptr, &position, static_cast<long>(der.size())));
+}
 
 bool mayDefineCurves(std::string_view bytes) {
   return bytes.find("\x2a\x86\x48\xce\x3d\x01") != std::string_view::npos; // the types of fields
@@ -54,13 +133,16 @@ std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes) {
   if (!message)
     return nullptr;
   CMS_SignerInfo* const signer = onlySigner(message.get());
-  if (signer == nullptr || !usesSha256(signer))
+  const std::string_view encoded = bytes.substr(0, static_cast<std::size_t>(end - begin));
+  if (signer == nullptr || !usesSha256(signer) || CMS_signed_get_attr_count(signer) < 1 ||
+      !isData(CMS_get0_eContentType(message.get())) || !hasShortestLengths(encoded) ||
+      !isEncodedAs(message.get(), encoded))
     return nullptr;
   CertificatesPtr certificates(CMS_get1_certs(message.get()));
   CertificatePtr own = findSignerCertificate(signer, certificates.get());
   if (!own)
     return nullptr;
-  bytes.remove_prefix(static_cast<std::size_t>(end - begin));
+  bytes.remove_prefix(encoded.size());
   auto certificate =
       std::make_shared<const Certificate::Impl>(Certificate::Impl{std::move(own), std::move(certificates)});
   return std::make_shared<const SignedData>(SignedData{std::move(message), signer, std::move(certificate)});
@@ -70,13 +152,17 @@ std::optional<std::string_view> attachedContent(const SignedData& data) {
   ASN1_OCTET_STRING** const content = CMS_get0_content(data.message.get());
   if (content == nullptr || *content == nullptr)
     return std::nullopt;
-  return std::string_view(reinterpret_cast<const char*>(ASN1_STRING_get0_data(*content)),
-                          static_cast<std::size_t>(ASN1_STRING_length(*content)));
+  return viewOf(*content);
 }
 
-bool signatureHolds(const SignedData& data, BIO* content) {
-  return CMS_verify(data.message.get(), nullptr, nullptr, content, nullptr, CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY) ==
-         1;
+// Not CMS_verify(): it would read the content again for each message, and takes messages without signed attributes.
+bool signatureHolds(const SignedData& data, const Digest& content) {
+  const auto* const type = signedValue<ASN1_OBJECT>(data.signer, NID_pkcs9_contentType, V_ASN1_OBJECT);
+  const auto* const digest = signedValue<ASN1_STRING>(data.signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING);
+  if (!isData(type) || digest == nullptr || !equals(viewOf(digest), content) || !namesCertificate(data))
+    return false;
+  CMS_SignerInfo_set1_signer_cert(data.signer, data.certificate->own.get());
+  return CMS_SignerInfo_verify(data.signer) == 1;
 }
 
 std::optional<std::vector<Cms>> parseContainer(std::string_view container) {

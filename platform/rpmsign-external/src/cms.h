@@ -27,14 +27,21 @@ struct SignedData {
 bool mayDefineCurves(std::string_view bytes);
 
 /// Takes one message in DER off the front of `bytes`; null when what stands there is anything else, and when
-/// mayDefineCurves(bytes).
+/// mayDefineCurves(bytes). The message has one signer with signed attributes, and its content is data.
 std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes);
 
 /// The content that the message carries in itself; none when it is detached.
 std::optional<std::string_view> attachedContent(const SignedData& data);
 
-/// True when the signature holds, for `content` if the message is detached. Who signed is not looked at.
-bool signatureHolds(const SignedData& data, BIO* content);
+/// True when the signature holds for content with this SHA-256, and for the certificate that came with it. Who signed
+/// is not looked at.
+bool signatureHolds(const SignedData& data, const Digest& content);
+
+/// The elements of a sequence, given as OpenSSL keeps the value of an attribute: one whole DER value. Null when it is
+/// anything else.
+AnySequencePtr parseSequence(std::string_view der);
+
+std::string_view viewOf(const ASN1_STRING* string);
 
 struct RotationChain::Impl {
   bool readable = true;

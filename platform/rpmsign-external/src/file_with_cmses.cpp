@@ -4,9 +4,13 @@
 #include "platform/rpmsign-external/src/cms.h"
 #include "platform/rpmsign-external/src/package_file.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <utility>
+
+#include <fcntl.h>
 
 namespace PackageSignatures {
 
@@ -18,14 +22,40 @@ struct FileWithCmses::Impl {
 
 namespace {
 
-bool cmsHolds(const Cms& cms, int file, off_t contentOffset, const char* caPath) {
-  const SignedData& data = *Cms::Impl::of(cms).data;
-  if (!roleOf(data.certificate->own.get()) || !chainsToAuthority(*data.certificate, caPath, Dates::Checked) ||
-      !rotationHolds(readRotationChain(data), keyIdOf(data.certificate->own.get()), caPath))
-    return false;
-  const BioPtr content(BIO_new_fd(file, BIO_NOCLOSE));
-  // OpenSSL takes a read error for the end of the content; the digest is then wrong.
-  return content && lseek(file, contentOffset, SEEK_SET) == contentOffset && signatureHolds(data, content.get());
+/// True when each of the messages has a role, and no two the same: the first one alone counts for a reader, so that
+/// another one before or behind it would exchange or hide a signer.
+bool haveRolesOfTheirOwn(const std::vector<Cms>& cmses) {
+  std::set<Role> taken;
+  for (const Cms& cms : cmses) {
+    const std::optional<Role> role = roleOf(Cms::Impl::of(cms).data->certificate->own.get());
+    if (!role || !taken.insert(*role).second)
+      return false;
+  }
+  return true;
+}
+
+bool signerIsTrusted(const SignedData& data, const char* caPath) {
+  return chainsToAuthority(*data.certificate, caPath, Dates::Checked) &&
+         rotationHolds(readRotationChain(data), keyIdOf(data.certificate->own.get()), caPath);
+}
+
+/// SHA-256 of the content; nothing when it cannot be read and when it is not that of a package. The first bytes are
+/// judged as they are digested, since somebody may write to the file.
+std::optional<Digest> digestOfContent(int file, off_t contentOffset) {
+  const DigestContextPtr context(EVP_MD_CTX_new());
+  if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1)
+    return std::nullopt;
+  bool isFirst = true;
+  bool isGood = false;
+  const bool read = forEachBlock(file, contentOffset, [&](std::string_view block) {
+    if (std::exchange(isFirst, false))
+      isGood = beginsAsHeader(block);
+    isGood = isGood && EVP_DigestUpdate(context.get(), block.data(), block.size()) == 1;
+  });
+  Digest digest{};
+  if (!read || !isGood || EVP_DigestFinal_ex(context.get(), digest.data(), nullptr) != 1)
+    return std::nullopt;
+  return digest;
 }
 
 } // namespace
@@ -36,7 +66,7 @@ FileWithCmses::~FileWithCmses() = default;
 
 std::unique_ptr<FileWithCmses> FileWithCmses::fromPath(const std::string& path) {
   const ErrorQueueCleaner cleaner;
-  FileDescriptor file = openRegularFile(path);
+  FileDescriptor file = openRegularFile(AT_FDCWD, path, Symlink::Followed);
   if (!file)
     return nullptr;
   const std::optional<PackageParts> parts = locateParts(file.get());
@@ -60,16 +90,21 @@ std::vector<Cms> FileWithCmses::cmses() const {
 
 bool FileWithCmses::verifyCmses(const char* caPath) {
   const ErrorQueueCleaner cleaner;
-  for (const Cms& cms : m_impl->cmses) {
-    if (!cmsHolds(cms, m_impl->file.get(), m_impl->contentOffset, caPath))
-      return false;
-  }
-  return !m_impl->cmses.empty();
+  const std::vector<Cms>& cmses = m_impl->cmses;
+  const auto dataOf = [](const Cms& cms) -> const SignedData& { return *Cms::Impl::of(cms).data; };
+  // The content comes last: it may be long.
+  if (cmses.empty() || !haveRolesOfTheirOwn(cmses) ||
+      !std::ranges::all_of(cmses, [&](const Cms& cms) { return signerIsTrusted(dataOf(cms), caPath); }))
+    return false;
+  const std::optional<Digest> digest = digestOfContent(m_impl->file.get(), m_impl->contentOffset);
+  return digest && std::ranges::all_of(cmses, [&](const Cms& cms) { return signatureHolds(dataOf(cms), *digest); });
 }
 
 std::string defaultCaPath() {
   const char* const root = secure_getenv("KRV_ROOT_FS");
-  return std::filesystem::path(root == nullptr ? "/" : root) / "etc/krv/trusted-ca";
+  // Under an empty root the path would be that of the working directory.
+  const bool isGiven = root != nullptr && *root != '\0';
+  return std::filesystem::path(isGiven ? root : "/") / "etc/krv/trusted-ca";
 }
 
 } // namespace PackageSignatures

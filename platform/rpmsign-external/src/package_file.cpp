@@ -52,17 +52,25 @@ bool findContainer(std::string_view entries, std::uint32_t dataSize, PackagePart
 
 } // namespace
 
-FileDescriptor openRegularFile(const std::string& path) {
-  struct stat status {};
+FileDescriptor openRegularFile(int directory, const std::string& path, Symlink symlink) {
   errno = ENOENT;
-  if (path.find('\0') != std::string::npos || stat(path.c_str(), &status) != 0)
+  if (path.find('\0') != std::string::npos)
+    return FileDescriptor(-1);
+  const int flags = O_CLOEXEC | (symlink == Symlink::Refused ? O_NOFOLLOW : 0);
+  // Merely opening a device can set it to work; O_PATH opens nothing.
+  const FileDescriptor place(openat(directory, path.c_str(), O_PATH | flags));
+  struct stat status {};
+  if (!place || fstat(place.get(), &status) != 0)
     return FileDescriptor(-1);
   errno = 0;
-  // Asked before the file is opened: merely opening a device can set it to work.
   if (!S_ISREG(status.st_mode))
     return FileDescriptor(-1);
-  // Somebody may have put a FIFO there since: without O_NONBLOCK this would wait for its other end.
-  return FileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  // This is the file that was looked at, even when a FIFO has taken its place: without O_NONBLOCK only a lease is
+  // waited for.
+  FileDescriptor file(open(("/proc/self/fd/" + std::to_string(place.get())).c_str(), O_RDONLY | O_CLOEXEC));
+  if (file || errno != ENOENT)
+    return file;
+  return FileDescriptor(openat(directory, path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | flags));
 }
 
 std::optional<PackageParts> locateParts(int file) {
@@ -74,7 +82,7 @@ std::optional<PackageParts> locateParts(int file) {
   // The intro and all entries at once.
   const auto size = static_cast<std::size_t>(std::min(status.st_size, longest));
   const std::optional<std::string> start = readRange(file, 0, size);
-  if (!start || !isLead(*start) || std::string_view(*start).substr(leadSize, headerMagic.size()) != headerMagic)
+  if (!start || !isLead(*start) || !beginsAsHeader(std::string_view(*start).substr(leadSize)))
     return std::nullopt;
   const std::uint32_t entryCount = number(*start, leadSize + 8);
   const std::uint32_t dataSize = number(*start, leadSize + 12);
@@ -88,6 +96,10 @@ std::optional<PackageParts> locateParts(int file) {
   if (!findContainer(std::string_view(*start).substr(introEnd, entryCount * entrySize), dataSize, parts))
     return std::nullopt;
   return parts;
+}
+
+bool beginsAsHeader(std::string_view bytes) {
+  return bytes.starts_with(headerMagic);
 }
 
 std::optional<std::string> readRange(int file, off_t offset, std::size_t size) {

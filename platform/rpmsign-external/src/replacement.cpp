@@ -6,14 +6,15 @@
 #include "platform/rpmsign-external/src/signing_key.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
@@ -21,11 +22,28 @@ namespace PackageSignatures {
 
 namespace {
 
-void copyOwnerAndMode(int from, int to, const std::string& path) {
+/// An empty file with a name that is not taken, with the name.
+std::pair<FileDescriptor, std::string> makeTemporaryFile(int directory) {
+  for (;;) {
+    std::array<unsigned char, 8> random{};
+    if (getrandom(random.data(), random.size(), 0) != static_cast<ssize_t>(random.size()))
+      failWithErrno("no file can be made beside it", errno);
+    std::string name = ".krv-package-";
+    for (const unsigned char byte : random)
+      name += "0123456789abcdefghijklmnopqrstuv"[byte % 32];
+    FileDescriptor file(openat(directory, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (file)
+      return {std::move(file), std::move(name)};
+    if (errno != EEXIST)
+      failWithErrno("no file can be made beside it", errno);
+  }
+}
+
+void copyOwnerAndMode(int from, int to) {
   struct stat wanted {};
   struct stat made {};
   if (fstat(from, &wanted) != 0 || fstat(to, &made) != 0)
-    failWithErrno("the status of " + path + " cannot be read", errno);
+    failWithErrno("its owner and mode cannot be read", errno);
   if ((wanted.st_uid != made.st_uid || wanted.st_gid != made.st_gid) && fchown(to, wanted.st_uid, wanted.st_gid) != 0)
     failWithErrno("its owner cannot be kept", errno);
   // After the owner: a change of the owner takes the set-id bits away.
@@ -55,19 +73,25 @@ void copyAttributes(int from, int to) {
   }
 }
 
+void checkStillInPlace(int original, int directory, const std::string& name) {
+  struct stat opened {};
+  struct stat inPlace {};
+  if (fstat(original, &opened) != 0 || fstatat(directory, name.c_str(), &inPlace, AT_SYMLINK_NOFOLLOW) != 0)
+    failWithErrno("it cannot be replaced", errno);
+  if (opened.st_dev != inPlace.st_dev || opened.st_ino != inPlace.st_ino)
+    throw SigningError("another file took its place meanwhile");
+}
+
 } // namespace
 
-Replacement::Replacement(std::string path) : m_path(std::move(path)), m_file(-1) {
-  std::string name = std::filesystem::path(m_path).parent_path() / ".krv-package-XXXXXX";
-  m_file = FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
-  if (!m_file)
-    failWithErrno("no file can be made beside it", errno);
-  m_temporaryPath = std::move(name);
+Replacement::Replacement(int directory, std::string name)
+    : m_directory(directory), m_name(std::move(name)), m_file(-1) {
+  std::tie(m_file, m_temporaryName) = makeTemporaryFile(directory);
 }
 
 Replacement::~Replacement() {
-  if (!m_temporaryPath.empty())
-    unlink(m_temporaryPath.c_str());
+  if (!m_temporaryName.empty())
+    unlinkat(m_directory, m_temporaryName.c_str(), 0);
 }
 
 void Replacement::write(std::string_view bytes) {
@@ -85,13 +109,14 @@ void Replacement::writeRest(int file, off_t offset) {
 }
 
 void Replacement::commit(int original) {
-  copyOwnerAndMode(original, m_file.get(), m_path);
+  copyOwnerAndMode(original, m_file.get());
   copyAttributes(original, m_file.get());
   if (fsync(m_file.get()) != 0)
     failWithErrno("the new file cannot be written", errno);
-  if (rename(m_temporaryPath.c_str(), m_path.c_str()) != 0)
+  checkStillInPlace(original, m_directory, m_name);
+  if (renameat(m_directory, m_temporaryName.c_str(), m_directory, m_name.c_str()) != 0)
     failWithErrno("it cannot be replaced", errno);
-  m_temporaryPath.clear();
+  m_temporaryName.clear();
 }
 
 } // namespace PackageSignatures

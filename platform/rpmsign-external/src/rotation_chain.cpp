@@ -8,17 +8,6 @@ namespace PackageSignatures {
 
 namespace {
 
-std::string_view viewOf(const ASN1_STRING* string) {
-  return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(string)),
-          static_cast<std::size_t>(ASN1_STRING_length(string))};
-}
-
-/// The elements of a sequence, given as OpenSSL keeps the value of an attribute: one whole DER value.
-AnySequencePtr parseSequence(std::string_view der) {
-  const auto* position = reinterpret_cast<const unsigned char*>(der.data());
-  return AnySequencePtr(d2i_ASN1_SEQUENCE_ANY(nullptr, &position, static_cast<long>(der.size())));
-}
-
 std::shared_ptr<const SignedData> parseLink(const ASN1_TYPE& element) {
   if (element.type != V_ASN1_OCTET_STRING)
     return nullptr;
@@ -61,12 +50,25 @@ std::string rotationText(const std::string& nextKeyId) {
   return "krv-key-rotation:" + nextKeyId;
 }
 
+namespace {
+
+/// True when the signature of a link holds for the text that vouches for `nextKeyId`.
+bool vouchesFor(const SignedData& link, const std::string& nextKeyId) {
+  const std::string text = rotationText(nextKeyId);
+  Digest digest{};
+  return attachedContent(link) == text &&
+         EVP_Digest(text.data(), text.size(), digest.data(), nullptr, EVP_sha256(), nullptr) == 1 &&
+         signatureHolds(link, digest);
+}
+
+} // namespace
+
 bool rotationHolds(const RotationChain::Impl& chain, const std::string& signerKeyId, const char* caPath) {
   std::string nextKeyId = signerKeyId;
   for (auto link = chain.links.rbegin(); link != chain.links.rend(); ++link) {
     const Certificate::Impl& certificate = *(*link)->certificate;
-    if (attachedContent(**link) != rotationText(nextKeyId) || roleOf(certificate.own.get()) != Role::Developer ||
-        !chainsToAuthority(certificate, caPath, Dates::Ignored) || !signatureHolds(**link, nullptr))
+    if (roleOf(certificate.own.get()) != Role::Developer || !chainsToAuthority(certificate, caPath, Dates::Ignored) ||
+        !vouchesFor(**link, nextKeyId))
       return false;
     nextKeyId = keyIdOf(certificate.own.get());
   }

@@ -12,6 +12,8 @@
 #include <filesystem>
 #include <utility>
 
+#include <fcntl.h>
+
 namespace PackageSignatures {
 
 namespace {
@@ -21,8 +23,8 @@ struct OpenPackage {
   PackageParts parts;
 };
 
-OpenPackage openPackage(const std::string& path) {
-  FileDescriptor file = openRegularFile(path);
+OpenPackage openPackage(int directory, const std::string& path, Symlink symlink) {
+  FileDescriptor file = openRegularFile(directory, path, symlink);
   const int error = errno;
   if (!file && error != 0)
     failWithErrno("it cannot be opened", error);
@@ -32,6 +34,32 @@ OpenPackage openPackage(const std::string& path) {
   if (!parts)
     throw SigningError("it is no RPM package");
   return {std::move(file), *parts};
+}
+
+OpenPackage openPackage(const std::string& path) {
+  return openPackage(AT_FDCWD, path, Symlink::Followed);
+}
+
+/// A package that is about to be replaced. The path is resolved once: whoever can write one of the directories in it
+/// can make it lead elsewhere at any time.
+struct ReplaceablePackage {
+  FileDescriptor directory;
+  std::string name;
+  OpenPackage package;
+};
+
+ReplaceablePackage openToReplace(const std::string& path) {
+  std::error_code error = std::make_error_code(std::errc::no_such_file_or_directory);
+  const std::filesystem::path resolved =
+      path.find('\0') == std::string::npos ? std::filesystem::canonical(path, error) : std::filesystem::path();
+  if (error)
+    failWithErrno("it cannot be opened", error.value());
+  FileDescriptor directory(open(resolved.parent_path().c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!directory)
+    failWithErrno("it cannot be opened", errno);
+  const std::string name = resolved.has_filename() ? resolved.filename().string() : ".";
+  OpenPackage package = openPackage(directory.get(), name, Symlink::Refused);
+  return {std::move(directory), name, std::move(package)};
 }
 
 std::string readContainer(const OpenPackage& package) {
@@ -56,12 +84,17 @@ std::string toDer(CMS_ContentInfo* message) {
   throw SigningError(std::string("the signature cannot be made: ") + (reason == nullptr ? "unknown reason" : reason));
 }
 
+[[noreturn]] void failAsNoHeader() {
+  throw SigningError("its content is no RPM header");
+}
+
 /// A message by `key` without content yet; the signer gets the rotation attribute unless `chain` is empty.
 CmsPtr startMessage(const SigningKey& key, STACK_OF(X509) * others, unsigned int flags, const std::string& chain = {}) {
   CmsPtr message(CMS_sign(nullptr, nullptr, others, nullptr, flags | CMS_PARTIAL));
-  CMS_SignerInfo* const signer = message ? CMS_add1_signer(message.get(), key.impl().certificate.get(),
-                                                           key.impl().key.get(), EVP_sha256(), flags | CMS_NOSMIMECAP)
-                                         : nullptr;
+  CMS_SignerInfo* const signer =
+      message ? CMS_add1_signer(message.get(), key.impl().certificate.get(), key.impl().key.get(), EVP_sha256(),
+                                flags | CMS_NOSMIMECAP | CMS_CADES)
+              : nullptr;
   if (signer == nullptr)
     failToSign();
   const ObjectPtr attribute = objectFromText(rotationAttribute);
@@ -115,12 +148,17 @@ std::string makeDetached(const OpenPackage& package, const Signer& signer) {
   const BioChainPtr digest(CMS_dataInit(message.get(), nullptr));
   if (!digest)
     failToSign();
+  bool isFirst = true;
   const bool read = forEachBlock(package.file.get(), package.parts.contentOffset, [&](std::string_view block) {
+    if (std::exchange(isFirst, false) && !beginsAsHeader(block))
+      failAsNoHeader();
     if (BIO_write(digest.get(), block.data(), static_cast<int>(block.size())) != static_cast<int>(block.size()))
       failToSign();
   });
   if (!read)
     failWithErrno("it cannot be read", errno);
+  if (isFirst)
+    failAsNoHeader();
   if (CMS_dataFinal(message.get(), digest.get()) != 1)
     failToSign();
   std::string made = toDer(message.get());
@@ -129,16 +167,13 @@ std::string makeDetached(const OpenPackage& package, const Signer& signer) {
   return made;
 }
 
-void replace(const std::string& path, const OpenPackage& package, std::string_view container) {
+void replace(const ReplaceablePackage& target, std::string_view container) {
+  const OpenPackage& package = target.package;
   const std::string header = rewriteSignatureHeader(package.file.get(), package.parts, container);
-  std::error_code error;
-  const std::filesystem::path target = std::filesystem::canonical(path, error);
-  if (error)
-    failWithErrno("it cannot be found", error.value());
   const std::optional<std::string> lead = readRange(package.file.get(), 0, leadSize);
   if (!lead)
     throw SigningError("it cannot be read");
-  Replacement replacement(target);
+  Replacement replacement(target.directory.get(), target.name);
   replacement.write(*lead);
   replacement.write(header);
   replacement.writeRest(package.file.get(), package.parts.contentOffset);
@@ -178,15 +213,15 @@ std::string makeCms(const std::string& packagePath, const Signer& signer) {
 
 void replaceContainer(const std::string& packagePath, std::string_view container) {
   const ErrorQueueCleaner cleaner;
-  replace(packagePath, openPackage(packagePath), container);
+  replace(openToReplace(packagePath), container);
 }
 
 void signPackage(const std::string& packagePath, const Signer& signer) {
   const ErrorQueueCleaner cleaner;
-  const OpenPackage package = openPackage(packagePath);
-  std::string added = makeDetached(package, signer);
+  const ReplaceablePackage target = openToReplace(packagePath);
+  std::string added = makeDetached(target.package, signer);
   std::string result;
-  const std::string container = readContainer(package);
+  const std::string container = readContainer(target.package);
   forEachMessage(container, [&](std::string_view bytes, const SignedData& data) {
     if (roleOf(data.certificate->own.get()) != signer.key.role()) {
       result += bytes;
@@ -195,7 +230,7 @@ void signPackage(const std::string& packagePath, const Signer& signer) {
       added.clear();
     }
   });
-  replace(packagePath, package, result + added);
+  replace(target, result + added);
 }
 
 } // namespace PackageSignatures

@@ -4,6 +4,10 @@
 
 #include "tests/support/process.h"
 
+#include <openssl/pem.h>
+
+#include <algorithm>
+
 using PackageSignatures::Cms;
 using PackageSignatures::FileWithCmses;
 using PackageSignatures::PackageLayout;
@@ -33,11 +37,14 @@ Cms PackageTest::onlyCms() const {
   return file->cmses().front();
 }
 
-std::string PackageTest::opensslCms(const std::vector<std::string>& options) const {
-  std::vector<std::string> command = {
-      "openssl",           "cms", "-sign", "-binary", "-outform", "DER", "-in", inSandbox("content"), "-out",
-      inSandbox("cms.der")};
+std::string PackageTest::opensslCms(const std::vector<std::string>& options, const std::string& file) const {
+  std::vector<std::string> command = {"openssl", "cms", "-sign",         "-binary", "-outform",
+                                      "DER",     "-in", inSandbox(file), "-out",    inSandbox("cms.der")};
+  if (std::ranges::find(options, "UNBOUND") == options.end())
+    command.push_back("-cades");
   for (const std::string& option : options) {
+    if (option == "UNBOUND")
+      continue;
     if (!option.starts_with("SIGNER:")) {
       command.push_back(option);
       continue;
@@ -47,6 +54,49 @@ std::string PackageTest::opensslCms(const std::vector<std::string>& options) con
   }
   Support::runOrThrow(command);
   return Support::readFile(inSandbox("cms.der"));
+}
+
+std::string PackageTest::cmsWithAttribute(const std::string& name, const Attribute& added, unsigned int flags) const {
+  const auto certificateFile = owned(BIO_new_file(pki().certificate(name).c_str(), "r"), &BIO_free);
+  const auto certificate = owned(PEM_read_bio_X509(certificateFile.get(), nullptr, nullptr, nullptr), &X509_free);
+  const auto keyFile = owned(BIO_new_file(pki().key(name).c_str(), "r"), &BIO_free);
+  const auto key = owned(PEM_read_bio_PrivateKey(keyFile.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free);
+  flags |= CMS_BINARY | CMS_DETACHED | CMS_PARTIAL;
+  const auto cms = owned(CMS_sign(nullptr, nullptr, nullptr, nullptr, flags), &CMS_ContentInfo_free);
+  CMS_SignerInfo* const signer = CMS_add1_signer(cms.get(), certificate.get(), key.get(), EVP_sha256(), flags);
+  const auto object = owned(OBJ_txt2obj(added.identifier.c_str(), 1), &ASN1_OBJECT_free);
+  const auto attribute = owned(X509_ATTRIBUTE_new(), &X509_ATTRIBUTE_free);
+  X509_ATTRIBUTE_set1_object(attribute.get(), object.get());
+  for (const std::string& value : added.values) {
+    // The first byte of a DER value is its type, as X509_ATTRIBUTE_set1_data() numbers them. It wants the content of
+    // primitive types, and the whole of constructed ones.
+    const bool constructed = (value[0] & 0x20) != 0;
+    const std::string content = constructed ? value : value.substr(2);
+    X509_ATTRIBUTE_set1_data(attribute.get(), value[0] & 0x1F, content.data(), static_cast<int>(content.size()));
+  }
+  CMS_signed_add1_attr(signer, attribute.get());
+  const std::string file = Support::readFile(inSandbox("content"));
+  const auto content = owned(BIO_new_mem_buf(file.data(), static_cast<int>(file.size())), &BIO_free);
+  if (CMS_final(cms.get(), content.get(), nullptr, flags) != 1)
+    throw std::runtime_error("OpenSSL fails");
+  unsigned char* bytes = nullptr;
+  const int size = i2d_CMS_ContentInfo(cms.get(), &bytes);
+  const std::string message(bytes, bytes + size);
+  OPENSSL_free(bytes);
+  return message;
+}
+
+std::string der(char tag, const std::string& content) {
+  std::string length(1, static_cast<char>(content.size()));
+  if (content.size() > 127)
+    length = {'\x82', static_cast<char>(content.size() >> 8), static_cast<char>(content.size() & 0xFF)};
+  return tag + length + content;
+}
+
+std::string withLongerLength(std::string der) {
+  if (der.at(1) != '\x82')
+    throw std::runtime_error("the length has not two bytes");
+  return der.replace(1, 1, std::string("\x83\0", 2));
 }
 
 std::string replaced(std::string bytes, std::string_view from, std::string_view to) {

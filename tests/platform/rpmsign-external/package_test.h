@@ -6,12 +6,15 @@
 #include "tests/support/rpm_sandbox.h"
 
 #include <gtest/gtest.h>
+#include <openssl/cms.h>
 #include <openssl/err.h>
 #include <rpmsign-external/package_signatures.h>
 #include <rpmsign-external/signing.h>
 
 #include <filesystem>
+#include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,14 +40,40 @@ protected:
   /// The only signature of the package.
   PackageSignatures::Cms onlyCms() const;
 
-  /// One DER message by stock OpenSSL over the content of the package. `options` are of `openssl cms -sign`; a
-  /// "SIGNER:name" among them stands for the options that name a signer of the PKI.
-  std::string opensslCms(const std::vector<std::string>& options) const;
+  /// One DER message by stock OpenSSL over the content of the package, or over another file of the sandbox. `options`
+  /// are of `openssl cms -sign`; a "SIGNER:name" among them stands for the options that name a signer of the PKI. The
+  /// message names its certificate in a signed attribute, unless one of the options is "UNBOUND".
+  std::string opensslCms(const std::vector<std::string>& options, const std::string& file = "content") const;
+
+  /// Another signed attribute of a message: its object identifier, and its values, each of them in DER.
+  struct Attribute {
+    std::string identifier;
+    std::vector<std::string> values;
+  };
+
+  /// A message over the content of the package made with OpenSSL's library, with one more attribute. `flags` are those
+  /// of CMS_add1_signer().
+  std::string cmsWithAttribute(const std::string& name, const Attribute& attribute,
+                               unsigned int flags = CMS_CADES) const;
 
 private:
   Support::RpmSandbox m_sandbox;
   std::string m_package;
 };
+
+/// A DER value. Lengths of four bytes at most.
+std::string der(char tag, const std::string& content);
+
+/// A DER value with a length of two bytes, which gets one byte more than it needs.
+std::string withLongerLength(std::string der);
+
+/// A handle of OpenSSL with the function that releases it. Throws when there is none.
+template <typename Handle, typename Free>
+std::unique_ptr<Handle, Free> owned(Handle* handle, Free release) {
+  if (handle == nullptr)
+    throw std::runtime_error("OpenSSL fails");
+  return {handle, release};
+}
 
 /// `bytes` with one occurrence of `from` replaced, which has to be there.
 std::string replaced(std::string bytes, std::string_view from, std::string_view to);

@@ -4,7 +4,13 @@
 #include "tests/platform/rpmsign-external/package_test.h"
 #include "tests/support/process.h"
 #include "tests/support/special_files.h"
+#include "tests/support/wait.h"
 
+#include <csignal>
+#include <future>
+#include <system_error>
+
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -18,6 +24,36 @@ constexpr std::size_t dataSizeOffset = 108;
 constexpr std::size_t firstEntryOffset = 112;
 constexpr std::string_view containerTag{"\x4b\x52\x56\x43", 4};
 constexpr std::size_t mostSignatures = 256 * 1024;
+
+/// Takes the DER value at the front of `bytes` and encodes it anew. The `chosen`-th of the values in it gets a length
+/// of one byte more than it needs; `count` counts them.
+std::string lengthened(std::string_view& bytes, std::size_t chosen, std::size_t& count) {
+  const char tag = bytes.at(0);
+  const auto first = static_cast<unsigned char>(bytes.at(1));
+  const std::size_t extra = first < 0x80 ? 0 : first & 0x7FU;
+  std::size_t size = extra == 0 ? first : 0;
+  for (const char byte : bytes.substr(2, extra))
+    size = size << 8 | static_cast<unsigned char>(byte);
+  std::string_view content = bytes.substr(2 + extra, size);
+  bytes.remove_prefix(2 + extra + size);
+
+  const bool isChosen = count++ == chosen;
+  std::string encoded;
+  if ((tag & 0x20) != 0) {
+    while (!content.empty())
+      encoded += lengthened(content, chosen, count);
+  } else {
+    encoded = content;
+  }
+  std::string length;
+  for (std::size_t rest = encoded.size(); rest > 0; rest >>= 8)
+    length.insert(length.begin(), static_cast<char>(rest & 0xFF));
+  if (length.empty() || isChosen)
+    length.insert(length.begin(), '\0');
+  if (encoded.size() >= 0x80 || isChosen)
+    length.insert(length.begin(), static_cast<char>(0x80 | length.size()));
+  return tag + length + encoded;
+}
 
 class Reading : public PackageTest {
 protected:
@@ -79,6 +115,26 @@ TEST_F(Reading, GivesNothingForWhatIsNoRegularFile) {
     EXPECT_FALSE(FileWithCmses::fromPath(inSandbox(name))) << name;
   EXPECT_FALSE(FileWithCmses::fromPath("/dev/zero"));
   EXPECT_FALSE(FileWithCmses::fromPath(""));
+}
+
+TEST_F(Reading, DoesNotReadWhatHasNoSize) {
+  // Reading this one waits for the next message of the kernel.
+  std::filesystem::create_symlink("/proc/kmsg", inSandbox("kmsg"));
+  EXPECT_FALSE(FileWithCmses::fromPath(inSandbox("kmsg")));
+}
+
+TEST_F(Reading, WaitsForTheHolderOfALease) {
+  Support::sign(package(), "alice");
+  const auto before = std::signal(SIGIO, SIG_IGN); // tells the holder that somebody waits
+  const int holder = open(package().c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(fcntl(holder, F_SETLEASE, F_WRLCK), 0) << std::generic_category().message(errno);
+  auto reading = std::async(std::launch::async, [this] { return isReadable(); });
+  EXPECT_TRUE(Support::waitUntil([&] { return fcntl(holder, F_GETLEASE) == F_RDLCK; }));
+  EXPECT_EQ(reading.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  EXPECT_EQ(fcntl(holder, F_SETLEASE, F_UNLCK), 0);
+  EXPECT_TRUE(reading.get());
+  close(holder);
+  std::signal(SIGIO, before);
 }
 
 TEST_F(Reading, GivesNothingForWhatIsNoPackage) {
@@ -180,9 +236,46 @@ TEST_F(Reading, RefusesAMessageOfAnotherForm) {
   EXPECT_FALSE(readsAs(opensslCms({"SIGNER:alice", "-nocerts", "-certfile", pki().certificate("bob")})))
       << "somebody else's certificate";
   EXPECT_FALSE(readsAs(opensslCms({"SIGNER:alice", "-md", "sha512"}))) << "another digest";
+  EXPECT_FALSE(readsAs(opensslCms({"SIGNER:alice", "UNBOUND", "-noattr"}))) << "no signed attributes";
+  EXPECT_FALSE(readsAs(opensslCms({"SIGNER:alice", "-econtent_type", "1.2.3.4"}))) << "another type of content";
   Support::runOrThrow(
       {"openssl", "cms", "-data_create", "-in", package(), "-outform", "DER", "-out", inSandbox("data")});
   EXPECT_FALSE(readsAs(Support::readFile(inSandbox("data")))) << "not signed at all";
+}
+
+TEST_F(Reading, RefusesALengthThatIsLongerThanNeeded) {
+  Support::sign(package(), "alice");
+  const std::string message = container();
+  std::size_t count = 1;
+  for (std::size_t chosen = 0; chosen < count; ++chosen) {
+    std::string_view rest = message;
+    count = 0;
+    EXPECT_FALSE(readsAs(lengthened(rest, chosen, count))) << "value " << chosen;
+  }
+  EXPECT_GT(count, 80U);
+}
+
+TEST_F(Reading, RefusesAnIndefiniteLength) {
+  Support::sign(package(), "alice");
+  const std::string message = container();
+  ASSERT_EQ(message[1], '\x82');
+  EXPECT_FALSE(readsAs("\x30\x80" + message.substr(4) + std::string(2, '\0')));
+}
+
+TEST_F(Reading, RefusesCertificatesOutOfOrder) {
+  const std::string two = opensslCms({"SIGNER:alice", "-certfile", pki().certificate("ca")});
+  EXPECT_TRUE(readsAs(two));
+  std::string alice;
+  std::string authority;
+  for (const auto& [name, certificate] : {std::pair{"alice", &alice}, {"ca", &authority}}) {
+    Support::runOrThrow(
+        {"openssl", "x509", "-in", pki().certificate(name), "-outform", "DER", "-out", inSandbox("certificate.der")});
+    *certificate = Support::readFile(inSandbox("certificate.der"));
+  }
+  const bool aliceFirst = two.find(alice + authority) != std::string::npos;
+  const std::string& first = aliceFirst ? alice : authority;
+  const std::string& second = aliceFirst ? authority : alice;
+  EXPECT_FALSE(readsAs(replaced(two, first + second, second + first)));
 }
 
 TEST_F(Reading, RefusesTwoCertificatesThatCouldBothBeTheSigners) {

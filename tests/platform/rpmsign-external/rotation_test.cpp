@@ -3,35 +3,15 @@
 #include "tests/platform/rpmsign-external/package_test.h"
 #include "tests/support/process.h"
 
-#include <openssl/cms.h>
-#include <openssl/pem.h>
-
-#include <memory>
-
 namespace {
 
 using PackageSignatures::replaceContainer;
-
-/// A DER value. Lengths of four bytes at most.
-std::string der(char tag, const std::string& content) {
-  std::string length(1, static_cast<char>(content.size()));
-  if (content.size() > 127)
-    length = {'\x82', static_cast<char>(content.size() >> 8), static_cast<char>(content.size() & 0xFF)};
-  return tag + length + content;
-}
 
 std::string sequenceOfStrings(const std::vector<std::string>& strings) {
   std::string content;
   for (const std::string& string : strings)
     content += der('\x04', string);
   return der('\x30', content);
-}
-
-template <typename Handle, typename Free>
-std::unique_ptr<Handle, Free> owned(Handle* handle, Free release) {
-  if (handle == nullptr)
-    throw std::runtime_error("OpenSSL fails");
-  return {handle, release};
 }
 
 class Rotation : public PackageTest {
@@ -42,17 +22,9 @@ protected:
   std::string link(const std::string& name, const std::string& text,
                    const std::vector<std::string>& options = {}) const {
     Support::writeFile(inSandbox("text"), text);
-    std::vector<std::string> command = {"openssl",  "cms",
-                                        "-sign",    "-binary",
-                                        "-outform", "DER",
-                                        "-in",      inSandbox("text"),
-                                        "-out",     inSandbox("link.der"),
-                                        "-signer",  pki().certificate(name),
-                                        "-inkey",   pki().key(name),
-                                        "-nodetach"};
-    command.insert(command.end(), options.begin(), options.end());
-    Support::runOrThrow(command);
-    return Support::readFile(inSandbox("link.der"));
+    std::vector<std::string> all = {"SIGNER:" + name, "-nodetach"};
+    all.insert(all.end(), options.begin(), options.end());
+    return opensslCms(all, "text");
   }
 
   /// A link in which `name` vouches for `next`.
@@ -61,7 +33,9 @@ protected:
   }
 
   /// Signs the package with a true signature by `name` whose rotation attributes are `values`, each one DER.
-  void signWithAttributes(const std::string& name, const Chain& values) const;
+  void signWithAttributes(const std::string& name, const Chain& values) const {
+    replaceContainer(package(), cmsWithAttribute(name, {"2.25.157019916226857759528849042802738373896.3", values}));
+  }
 
   void signWithChain(const std::string& name, const Chain& links) const {
     signWithAttributes(name, {sequenceOfStrings(links)});
@@ -75,37 +49,6 @@ protected:
     return result;
   }
 };
-
-void Rotation::signWithAttributes(const std::string& name, const Chain& values) const {
-  const auto certificateFile = owned(BIO_new_file(pki().certificate(name).c_str(), "r"), &BIO_free);
-  const auto certificate = owned(PEM_read_bio_X509(certificateFile.get(), nullptr, nullptr, nullptr), &X509_free);
-  const auto keyFile = owned(BIO_new_file(pki().key(name).c_str(), "r"), &BIO_free);
-  const auto key = owned(PEM_read_bio_PrivateKey(keyFile.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free);
-  const unsigned int flags = CMS_BINARY | CMS_DETACHED | CMS_PARTIAL;
-  const auto cms = owned(CMS_sign(nullptr, nullptr, nullptr, nullptr, flags), &CMS_ContentInfo_free);
-  CMS_SignerInfo* const signer = CMS_add1_signer(cms.get(), certificate.get(), key.get(), EVP_sha256(), flags);
-  const auto object = owned(OBJ_txt2obj("2.25.157019916226857759528849042802738373896.3", 1), &ASN1_OBJECT_free);
-  const auto attribute = owned(X509_ATTRIBUTE_new(), &X509_ATTRIBUTE_free);
-  X509_ATTRIBUTE_set1_object(attribute.get(), object.get());
-  for (const std::string& value : values) {
-    // The first byte of a DER value is its type, as X509_ATTRIBUTE_set1_data() numbers them. It wants the content of
-    // primitive types, and the whole of constructed ones.
-    const bool constructed = (value[0] & 0x20) != 0;
-    const std::string content = constructed ? value : value.substr(2);
-    X509_ATTRIBUTE_set1_data(attribute.get(), value[0] & 0x1F, content.data(), static_cast<int>(content.size()));
-  }
-  CMS_signed_add1_attr(signer, attribute.get());
-  const std::string file = Support::readFile(package());
-  const auto offset = static_cast<std::size_t>(PackageSignatures::packageLayout(package()).contentOffset);
-  const auto content = owned(BIO_new_mem_buf(&file[offset], static_cast<int>(file.size() - offset)), &BIO_free);
-  if (CMS_final(cms.get(), content.get(), nullptr, flags) != 1)
-    throw std::runtime_error("OpenSSL fails");
-  const auto bytes = owned(BIO_new(BIO_s_mem()), &BIO_free);
-  i2d_CMS_bio(bytes.get(), cms.get());
-  char* data = nullptr;
-  const long size = BIO_get_mem_data(bytes.get(), &data);
-  replaceContainer(package(), {data, static_cast<std::size_t>(size)});
-}
 
 TEST_F(Rotation, GivesNoKeysForADeveloperWhoNeverRotated) {
   Support::sign(package(), "alice");
@@ -184,6 +127,13 @@ TEST_F(Rotation, RefusesALinkWhoseSignatureDoesNotHold) {
   EXPECT_FALSE(verifies());
 }
 
+TEST_F(Rotation, RefusesALinkThatDoesNotSignItsCertificate) {
+  const std::string text = "krv-key-rotation:" + pki().keyId("bob");
+  signWithChain("bob", {link("alice", text, {"UNBOUND"})});
+  EXPECT_EQ(previous(), keyIds({"alice"}));
+  EXPECT_FALSE(verifies());
+}
+
 TEST_F(Rotation, RefusesAChainThatCannotBeRead) {
   const std::string good = linkTo("alice", "bob");
   const struct {
@@ -197,6 +147,9 @@ TEST_F(Rotation, RefusesAChainThatCannotBeRead) {
       {"a link with more behind it", {sequenceOfStrings({good + '\0'})}},
       {"a link that is cut", {sequenceOfStrings({good.substr(0, good.size() - 1)})}},
       {"a good link and a bad one", {sequenceOfStrings({good, "x"})}},
+      {"a link without signed attributes",
+       {sequenceOfStrings({link("alice", "krv-key-rotation:" + pki().keyId("bob"), {"UNBOUND", "-noattr"})})}},
+      {"a link that is not in DER", {sequenceOfStrings({withLongerLength(good)})}},
       {"a link without its text", {sequenceOfStrings({PackageSignatures::makeCms(package(), pki().signer("alice"))})}},
       {"two values", {sequenceOfStrings({good}), sequenceOfStrings({good})}},
       {"no value", {}},

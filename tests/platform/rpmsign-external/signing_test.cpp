@@ -197,6 +197,18 @@ TEST_F(Signing, RefusesWhatCannotBeSigned) {
   EXPECT_TRUE(Support::readFile(package()) == before);
 }
 
+TEST_F(Signing, RefusesContentThatIsNoHeader) {
+  const std::string before = Support::readFile(package()).substr(0, contentOffset());
+  for (const std::string& content : {std::string(), std::string("\x8e\xad\xe8\x01", 4), std::string("text"),
+                                     "krv-key-rotation:" + pki().keyId("bob")}) {
+    Support::writeFile(package(), before + content);
+    EXPECT_EQ(failure([&] { Support::sign(package(), "alice"); }), "its content is no RPM header");
+    EXPECT_EQ(failure([&] { PackageSignatures::makeCms(package(), pki().signer("alice")); }),
+              "its content is no RPM header");
+    EXPECT_TRUE(Support::readFile(package()) == before + content);
+  }
+}
+
 TEST_F(Signing, ReportsAFolderInWhichNothingCanBeMade) {
   const PackageSignatures::Signer alice = pki().signer("alice");
   const std::string before = Support::readFile(package());

@@ -41,6 +41,19 @@ TEST_F(StockTools, RefuseWhatWasTamperedWith) {
   EXPECT_EQ(verifyWithStockTools().status, 4);
 }
 
+TEST_F(StockTools, RefuseAMessageThatDoesNotNameItsCertificate) {
+  PackageSignatures::replaceContainer(package(), opensslCms({"SIGNER:alice", "UNBOUND"}));
+  EXPECT_EQ(verifyWithStockTools().status, 4);
+}
+
+TEST_F(StockTools, RefuseContentThatIsNoHeader) {
+  const auto content = static_cast<std::size_t>(PackageSignatures::packageLayout(package()).contentOffset);
+  Support::writeFile(inSandbox("content"), "text");
+  Support::writeFile(package(), Support::readFile(package()).substr(0, content) + "text");
+  PackageSignatures::replaceContainer(package(), opensslCms({"SIGNER:alice"}));
+  EXPECT_EQ(verifyWithStockTools().status, 1);
+}
+
 TEST_F(StockTools, RefuseAForeignAuthorityAndAnExpiredSigner) {
   for (const char* name : {"foreign", "expired"}) {
     PackageSignatures::replaceContainer(package(), "");

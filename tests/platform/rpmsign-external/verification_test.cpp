@@ -4,11 +4,21 @@
 #include "tests/support/environment.h"
 #include "tests/support/process.h"
 
+#include <fstream>
+
 namespace {
 
 using PackageSignatures::FileWithCmses;
 using PackageSignatures::replaceContainer;
 using PackageSignatures::signPackage;
+
+std::size_t bytesReadByThisProcess() {
+  std::ifstream statistics("/proc/self/io");
+  std::string name;
+  std::size_t bytes = 0;
+  statistics >> name >> bytes; // the first line: "rchar: N"
+  return bytes;
+}
 
 class Verification : public PackageTest {
 protected:
@@ -94,6 +104,41 @@ TEST_F(Verification, WantsEverySignatureToHold) {
   for (const std::string& container : {good + bad, bad + good}) {
     replaceContainer(package(), container);
     EXPECT_FALSE(verifies());
+  }
+}
+
+TEST_F(Verification, RefusesARoleTwice) {
+  const std::string alice = PackageSignatures::makeCms(package(), pki().signer("alice"));
+  const std::string bob = PackageSignatures::makeCms(package(), pki().signer("bob"));
+  const std::string source = PackageSignatures::makeCms(package(), pki().signer("source"));
+  for (const std::string& container : {bob + alice, alice + bob, alice + alice, alice + source + source}) {
+    replaceContainer(package(), container);
+    EXPECT_FALSE(verifies());
+  }
+  replaceContainer(package(), source + alice);
+  EXPECT_TRUE(verifies());
+}
+
+TEST_F(Verification, ReadsTheContentOnce) {
+  constexpr std::size_t size = 4 * 1024 * 1024;
+  Support::writeFile(package(), Support::readFile(package()) + std::string(size, 'x'));
+  Support::sign(package(), "alice");
+  Support::sign(package(), "source");
+  const auto file = FileWithCmses::fromPath(package());
+  const std::size_t before = bytesReadByThisProcess();
+  EXPECT_TRUE(file->verifyCmses(pki().trustedCa().c_str()));
+  EXPECT_LT(bytesReadByThisProcess() - before, size + size / 2);
+}
+
+TEST_F(Verification, RefusesContentThatIsNoHeader) {
+  const std::string file = Support::readFile(package()).substr(0, contentOffset());
+  for (const std::string& content : {std::string(), std::string("text"), std::string("\x8e\xad\xe8\x01", 4),
+                                     "krv-key-rotation:" + pki().keyId("bob")}) {
+    Support::writeFile(inSandbox("content"), content);
+    Support::writeFile(package(), file + content);
+    replaceContainer(package(), opensslCms({"SIGNER:alice"}));
+    EXPECT_TRUE(isReadable());
+    EXPECT_FALSE(verifies()) << content;
   }
 }
 
@@ -207,8 +252,11 @@ TEST(DefaultCaPath, IsUnderTheRootOfTheFileSystem) {
 TEST(DefaultCaPath, MovesWithTheRoot) {
   const Support::ScopedEnvironment root("KRV_ROOT_FS", "/mnt/image/");
   EXPECT_EQ(PackageSignatures::defaultCaPath(), "/mnt/image/etc/krv/trusted-ca");
-  const Support::ScopedEnvironment empty("KRV_ROOT_FS", "");
-  EXPECT_EQ(PackageSignatures::defaultCaPath(), "etc/krv/trusted-ca");
+}
+
+TEST(DefaultCaPath, IsNotUnderTheWorkingDirectoryWhenTheRootIsEmpty) {
+  const Support::ScopedEnvironment root("KRV_ROOT_FS", "");
+  EXPECT_EQ(PackageSignatures::defaultCaPath(), "/etc/krv/trusted-ca");
 }
 
 } // namespace

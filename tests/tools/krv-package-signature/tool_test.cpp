@@ -4,6 +4,8 @@
 #include "tests/support/pki.h"
 #include "tests/support/process.h"
 #include "tests/support/rpm_sandbox.h"
+#include "tests/support/special_files.h"
+#include "tests/support/wait.h"
 
 #include <gtest/gtest.h>
 #include <rpmsign-external/package_signatures.h>
@@ -241,13 +243,19 @@ TEST_F(PackageSignatureTool, SaysWhyAPackageDoesNotVerify) {
   expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: it is not signed\n");
   signAs("foreign", {"a.rpm"});
   expectResult(verifyTool({"a.rpm"}), 1, "",
-               tool + "a.rpm: the developer's certificate is expired or from no authority in " + authorities + "\n");
+               tool + "a.rpm: the developer's certificate does not verify against the authorities in " + authorities +
+                   "\n");
   signAs("alice", {"a.rpm"});
   signAs("expired-source", {"a.rpm"});
   expectResult(verifyTool({"a.rpm"}), 1, "",
-               tool + "a.rpm: the source's certificate is expired or from no authority in " + authorities + "\n");
+               tool + "a.rpm: the source's certificate does not verify against the authorities in " + authorities +
+                   "\n");
   signAs("source", {"a.rpm"});
-  Support::writeFile(folder() / "a.rpm", package() + '\n');
+  const std::string before = package();
+  const std::string alice = PackageSignatures::makeCms(folder() / "a.rpm", Pki::instance().signer("alice"));
+  PackageSignatures::replaceContainer(folder() / "a.rpm", alice + alice);
+  expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: it has two signatures of a developer\n");
+  Support::writeFile(folder() / "a.rpm", before + '\n');
   expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: its signatures or key rotations do not hold\n");
 }
 
@@ -256,7 +264,7 @@ TEST_F(PackageSignatureTool, TrustsTheSystemsAuthoritiesByDefault) {
   Support::trustAuthorityUnder(sandbox().path());
   expectResult(runTool({"verify", "a.rpm"}, {{"KRV_ROOT_FS", sandbox().path()}}), 0, "a.rpm: OK\n", "");
   expectResult(runTool({"verify", "a.rpm"}, {{"KRV_ROOT_FS", folder()}}), 1, "",
-               tool + "a.rpm: the developer's certificate is expired or from no authority in " +
+               tool + "a.rpm: the developer's certificate does not verify against the authorities in " +
                    (folder() / "etc/krv/trusted-ca").string() + "\n");
 }
 
@@ -302,6 +310,100 @@ TEST_F(PackageSignatureTool, FinishesThePackageWhenItIsInterrupted) {
     EXPECT_TRUE(readFile(folder() / "b.rpm") == before);
     EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "b.rpm"}));
   }
+}
+
+/// "sign" as alice, stopped after it has opened its package: a file of certificates is read next.
+class StoppedSigning : public PackageSignatureTool {
+protected:
+  StoppedSigning() {
+    std::filesystem::copy(Pki::instance().certificate("ca"), sandbox().path() / "chain.pem");
+    sandbox().build({.name = "victim"}, victim);
+    victimBefore = readFile(victim);
+  }
+
+  /// Starts, calls `change` once the tool has stopped, and lets it go on.
+  template <typename Change>
+  ProcessResult sign(const std::string& path, Change change) const {
+    const Pki& pki = Pki::instance();
+    Support::Process process({Support::program("krv-package-signature"), "sign", "--key", pki.key("alice"), "--cert",
+                              pki.certificate("alice"), "--chain", sandbox().path() / "chain.pem", path},
+                             Support::fault("open", 1, "SIGSTOP", "chain.pem"), folder());
+    EXPECT_TRUE(Support::waitUntil([&] { return isStopped(process.id()); }));
+    change();
+    process.signal(SIGCONT);
+    return process.wait();
+  }
+
+  static bool isStopped(pid_t process) {
+    const std::string status = readFile("/proc/" + std::to_string(process) + "/status");
+    return status.find("\nState:\tT") != std::string::npos;
+  }
+
+  std::filesystem::path victim = sandbox().path() / "victim.rpm";
+  std::string victimBefore;
+};
+
+TEST_F(StoppedSigning, ReplacesThePackageThatItOpenedWhenALinkIsChanged) {
+  std::filesystem::create_symlink("a.rpm", folder() / "link");
+  const auto change = [&] {
+    std::filesystem::remove(folder() / "link");
+    std::filesystem::create_symlink(victim, folder() / "link");
+  };
+  expectResult(sign("link", change), 0, "", "");
+  EXPECT_TRUE(readFile(victim) == victimBefore);
+  expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
+}
+
+TEST_F(StoppedSigning, RefusesToReplaceALinkThatTookThePlaceOfThePackage) {
+  const std::string before = package();
+  const auto change = [&] {
+    std::filesystem::rename(folder() / "a.rpm", folder() / "b.rpm");
+    std::filesystem::create_symlink(victim, folder() / "a.rpm");
+  };
+  expectResult(sign("a.rpm", change), 1, "", tool + "a.rpm: another file took its place meanwhile\n");
+  EXPECT_TRUE(readFile(victim) == victimBefore);
+  EXPECT_TRUE(std::filesystem::is_symlink(folder() / "a.rpm"));
+  EXPECT_TRUE(readFile(folder() / "b.rpm") == before);
+  EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "b.rpm"}));
+}
+
+TEST_F(StoppedSigning, RefusesToReplaceAFileThatTookThePlaceOfThePackage) {
+  const auto change = [&] {
+    std::filesystem::copy_file(victim, folder() / "new");
+    std::filesystem::rename(folder() / "new", folder() / "a.rpm");
+  };
+  expectResult(sign("a.rpm", change), 1, "", tool + "a.rpm: another file took its place meanwhile\n");
+  EXPECT_TRUE(package() == victimBefore);
+  EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
+}
+
+TEST_F(StoppedSigning, StaysInTheDirectoryThatItOpened) {
+  const std::filesystem::path moved = sandbox().path() / "moved";
+  const auto change = [&] {
+    std::filesystem::rename(folder(), moved);
+    std::filesystem::create_directory(folder());
+    std::filesystem::copy_file(victim, folder() / "a.rpm");
+  };
+  expectResult(sign(folder() / "a.rpm", change), 0, "", "");
+  EXPECT_TRUE(package() == victimBefore);
+  expectResult(verifyTool({moved / "a.rpm"}), 0, (moved / "a.rpm").string() + ": OK\n", "");
+}
+
+TEST_F(PackageSignatureTool, DoesNotWaitForAFifoThatTookThePlaceOfThePackage) {
+  Support::Process process({Support::program("krv-package-signature"), "show", "a.rpm"},
+                           Support::fault("open", 1, "SIGSTOP", "a.rpm"), folder());
+  ASSERT_TRUE(Support::waitUntil([&] {
+    return readFile("/proc/" + std::to_string(process.id()) + "/status").find("\nState:\tT") != std::string::npos;
+  }));
+  std::filesystem::remove(folder() / "a.rpm");
+  Support::makeFifo(folder() / "a.rpm");
+  process.signal(SIGCONT);
+  expectResult(process.wait(), 1, "", tool + "a.rpm: it is not a regular file\n");
+}
+
+TEST_F(PackageSignatureTool, WorksWithoutTheDescriptorsInProc) {
+  EXPECT_EQ(signAs("alice", {"a.rpm"}, Support::fault("open", 1, "ENOENT", "/proc/self/fd")).status, 0);
+  expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
 }
 
 TEST_F(PackageSignatureTool, ReportsAnOutputThatCannotBeWritten) {

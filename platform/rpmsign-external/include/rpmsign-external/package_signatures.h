@@ -31,8 +31,10 @@ public:
   struct Impl;
   explicit Certificate(std::shared_ptr<const Impl> impl);
 
-  /// True when the certificate is valid today and chains to a certificate authority of `caPath`, a directory in the
-  /// form of openssl-rehash(1). What came with the certificate may fill the middle of the chain and is never trusted.
+  /// True when the certificate is valid today, may be used for signatures and chains to a certificate authority of
+  /// `caPath`, a directory in the form of openssl-rehash(1). What came with the certificate may fill the middle of the
+  /// chain and is never trusted. No certificate of the chain may be weak or revoked by a list in the directory, and no
+  /// authority in it may be restricted to other roles: docs/signature-format.md has the whole of it.
   bool verify(const char* caPath) const;
 
   /// SHA-256 of the DER form of the certificate's SubjectPublicKeyInfo, as 64 lower-case hexadecimal digits.
@@ -86,8 +88,9 @@ std::optional<Cms> clientCmsFromVector(const std::vector<Cms>& cmses);
 class FileWithCmses {
 public:
   /// Opens the package at `path`, links followed, and reads its signatures; the content is not touched. A package that
-  /// was never signed has no CMSes. Null when the path is not a regular file that can be opened (it never waits for the
-  /// other end of a FIFO), when the file is no package, and when anything about its signatures is out of form.
+  /// was never signed has no CMSes. Null when the path is not a regular file that can be opened, when the file is no
+  /// package, and when anything about its signatures is out of form. It waits for the holder of a lease on the file, as
+  /// every open does, and never for the other end of a FIFO.
   static std::unique_ptr<FileWithCmses> fromPath(const std::string& path);
   ~FileWithCmses();
   FileWithCmses(const FileWithCmses&) = delete;
@@ -96,9 +99,9 @@ public:
   /// All CMSes, in the order in which they were added.
   std::vector<Cms> cmses() const;
 
-  /// True when there is at least one CMS and each of them has a signer with a role whose certificate verifies against
-  /// `caPath`, a signature that holds for the content, and a rotation chain, if any, that holds in every link. Reads
-  /// the whole file.
+  /// True when the content begins with an RPM header, there is at least one CMS, no two have the same role, and each of
+  /// them has a signer with a role whose certificate verifies against `caPath`, a signature that holds for the content
+  /// and for that certificate, and a rotation chain, if any, that holds in every link. Reads the whole file, once.
   bool verifyCmses(const char* caPath);
 
 private:
@@ -108,7 +111,8 @@ private:
 };
 
 /// The system's directory of trusted certificate authorities: etc/krv/trusted-ca under the directory that the
-/// environment variable KRV_ROOT_FS names (ignored in a program that runs with raised privileges), else under "/".
+/// environment variable KRV_ROOT_FS names, unless that is empty or the program runs with raised privileges; else under
+/// "/".
 std::string defaultCaPath();
 
 } // namespace PackageSignatures

@@ -69,12 +69,15 @@ struct PackageLayout {
 
 PackageLayout packageLayout(const std::string& packagePath);
 
-/// A detached CMS over the content of the package, in DER. The file is not changed.
+/// A detached CMS over the content of the package, in DER. The file is not changed. Nothing but content that begins
+/// with the magic of an RPM header is signed.
 std::string makeCms(const std::string& packagePath, const Signer& signer);
 
 /// Replaces the stored signatures by `container`, whatever it holds, or removes them when it is empty; the rest of
 /// the package stays. The new file takes the old one's place in one step, with its mode, owner and extended
-/// attributes; a link is followed. On failure the old file is untouched and no other file stays behind.
+/// attributes. A symlink is followed, once: the file that was opened is the one that is replaced, in the directory that
+/// was opened, and a file that has taken its place meanwhile is left alone, with an error. On failure the old file is
+/// untouched and no other file stays behind.
 void replaceContainer(const std::string& packagePath, std::string_view container);
 
 /// Adds a signature to the package, in the manner of replaceContainer. It takes the place of one of the same role.
