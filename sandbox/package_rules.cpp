@@ -28,8 +28,9 @@ bool has(const std::string& text, const char* part) {
   return text.find(part) != std::string::npos;
 }
 
-/// Names and versions go over the bus, which takes nothing but UTF-8 and closes the connection of a service whose answer
-/// is too large; the list of all packages is one answer. rpmbuild puts the three into a file name, so none is longer.
+/// Names and versions go over the bus, which takes nothing but UTF-8 and closes the connection of a service whose
+/// answer is too large; the list of all packages is one answer. rpmbuild puts the three into a file name, so none is
+/// longer.
 bool fitsTheBus(const std::string& text) {
   constexpr std::size_t longest = 255;
   return text.size() <= longest && asUtf8(text) == text;

@@ -42,8 +42,8 @@ public:
   void install(const std::string& path, const std::string& source);
 
   /// Removes a package and all of its files that no other package has. Throws Common::Error: PackageNotExist,
-  /// CorruptedInstalledPackage; FileConflict when somebody exchanges one of the files meanwhile; Filesystem and Internal
-  /// when it could not be done.
+  /// CorruptedInstalledPackage; FileConflict when somebody exchanges one of the files meanwhile; Filesystem and
+  /// Internal when it could not be done.
   void remove(const std::string& name);
 
 private:

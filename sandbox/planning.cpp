@@ -32,7 +32,8 @@ bool isFileOrLink(file_type type) {
   return type == file_type::regular || type == file_type::symlink;
 }
 
-/// A package that could write there would be the one to say who is trusted, what is installed, and what the image brings.
+/// A package that could write there would be the one to say who is trusted, what is installed, and what the image
+/// brings.
 const auto reservedFolders = std::to_array<fs::path>({"etc/krv", "usr/share/krv", "var/lib/krv", "var/lib/rpm"});
 
 bool isWithin(const fs::path& path, const fs::path& folder) {

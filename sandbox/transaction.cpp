@@ -150,23 +150,22 @@ void Transaction::stage(Common::Rpm::ArchiveReader& package) const {
   using Common::Rpm::ArchiveEntry;
   const Directory files = folder().open(newFiles);
   const auto nameOf = [](int index) { return std::to_string(index); };
-  package.extract("",
-                  {.directory = [](const ArchiveEntry&) {},
-                   .regularFile =
-                       [&](const ArchiveEntry& entry) {
-                         const FileDescriptor file = files.createFile(nameOf(entry.index));
-                         package.writeContent(pathOf(file));
-                         if (fchmod(file.get(), static_cast<mode_t>(entry.permissions)) != 0)
-                           throw failure("Couldn't set permissions: ", files.path() / nameOf(entry.index));
-                         return std::any();
-                       },
-                   .symbolicLink =
-                       [&](const ArchiveEntry& entry) { files.createSymlink(entry.target, nameOf(entry.index)); },
-                   .hardLinks =
-                       [&](const Common::Rpm::HardLinkDescription& group) {
-                         for (const auto& link : group.links)
-                           files.createHardLink(nameOf(group.content.index), nameOf(link.index));
-                       }});
+  package.extract(
+      "", {.directory = [](const ArchiveEntry&) {},
+           .regularFile =
+               [&](const ArchiveEntry& entry) {
+                 const FileDescriptor file = files.createFile(nameOf(entry.index));
+                 package.writeContent(pathOf(file));
+                 if (fchmod(file.get(), static_cast<mode_t>(entry.permissions)) != 0)
+                   throw failure("Couldn't set permissions: ", files.path() / nameOf(entry.index));
+                 return std::any();
+               },
+           .symbolicLink = [&](const ArchiveEntry& entry) { files.createSymlink(entry.target, nameOf(entry.index)); },
+           .hardLinks =
+               [&](const Common::Rpm::HardLinkDescription& group) {
+                 for (const auto& link : group.links)
+                   files.createHardLink(nameOf(group.content.index), nameOf(link.index));
+               }});
 }
 
 void Transaction::carryOut(ChangePlan plan, PackageDatabase& database, const std::optional<std::string>& earlier,
@@ -193,8 +192,8 @@ void Transaction::carryOut(ChangePlan plan, PackageDatabase& database, const std
   database.replace(plan.package, entry);
 }
 
-/// There is no moment in which a file that is replaced is missing. An entry that turns out not to be the one of the plan
-/// goes back where it was when the conflict makes the transaction undo its changes.
+/// There is no moment in which a file that is replaced is missing. An entry that turns out not to be the one of the
+/// plan goes back where it was when the conflict makes the transaction undo its changes.
 void Transaction::applyTo(const Change& change, const Directory& folder) const {
   const std::optional<Place> place = findPlace(m_root, change.path);
   const Directory files = folder.open(change.kind == Change::Kind::Delete ? oldFiles : newFiles);
@@ -228,7 +227,8 @@ void Transaction::undo(PackageDatabase& database) const {
     database.replace(plan->package, readFile(folder, header));
     std::for_each(plan->changes.rbegin(), plan->changes.rend(), [&](const Change& change) {
       if (!Sandbox::undo(change, m_root, folder))
-        LogMessage(LogLevel::Warning) << "Couldn't put back what the transaction has removed: /" << change.path.string();
+        LogMessage(LogLevel::Warning) << "Couldn't put back what the transaction has removed: /"
+                                      << change.path.string();
     });
     std::for_each(plan->newDirectories.rbegin(), plan->newDirectories.rend(),
                   [&](const fs::path& path) { unmake(path, m_root); });

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "common/rpm/archive.h"
 #include "common/posix/file_descriptor.h"
+#include "common/rpm/archive.h"
 #include "sandbox/change_plan.h"
 #include "sandbox/directory.h"
 #include "sandbox/opened_package.h"
@@ -14,8 +14,8 @@
 
 namespace Sandbox {
 
-/// One operation on the root and the database that happens wholly or not at all, in the folder "transaction", which only
-/// its owner may enter and which is on the root's file system:
+/// One operation on the root and the database that happens wholly or not at all, in the folder "transaction", which
+/// only its owner may enter and which is on the root's file system:
 ///
 ///   package.rpm    the package itself, out of everybody's reach
 ///   new/N          the files and links to be put into the root, by their index in the package; after the exchange the
@@ -55,8 +55,8 @@ public:
   /// The plan of a transaction that may have changed something.
   std::optional<ChangePlan> plan() const;
 
-  /// Takes back what has been done, and ends the transaction. A file that was replaced or deleted is lost, with a warning
-  /// line, when somebody else has taken its place meanwhile.
+  /// Takes back what has been done, and ends the transaction. A file that was replaced or deleted is lost, with a
+  /// warning line, when somebody else has taken its place meanwhile.
   void undo(PackageDatabase& database) const;
 
   /// Does what comes after the decision that the transaction has happened, and ends it.

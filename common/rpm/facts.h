@@ -14,8 +14,8 @@ bool fitsArchitecture(const Reader& package);
 /// Whether RPM would run something when it installs or erases the package: a script or a trigger of any kind.
 bool hasScripts(const Reader& package);
 
-/// How many bytes follow the signature header of the package file, as that header says: the main header and the payload.
-/// 0 when it does not say.
+/// How many bytes follow the signature header of the package file, as that header says: the main header and the
+/// payload. 0 when it does not say.
 std::uint64_t promisedSize(const Reader& package);
 
 } // namespace Common::Rpm

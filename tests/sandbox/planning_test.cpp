@@ -31,7 +31,8 @@ TEST(InstallationPlan, SetsTheModeOfADirectoryAfterThoseInIt) {
   PackagedFiles files;
   for (const char* path : {"opt", "opt/a", "opt/a/b"})
     files.emplace(path, packaged(fs::file_type::directory, fs::perms::none));
-  const ChangePlan plan = Sandbox::planInstallation(Sandbox::Directory(root.path()), files, {.earlier = {}, .others = {}});
+  const ChangePlan plan =
+      Sandbox::planInstallation(Sandbox::Directory(root.path()), files, {.earlier = {}, .others = {}});
   EXPECT_EQ(plan.newDirectories, (std::vector<fs::path>{"opt", "opt/a", "opt/a/b"}));
   const std::vector<DirectoryMode> modes = {{.path = "opt/a/b", .permissions = fs::perms::none},
                                             {.path = "opt/a", .permissions = fs::perms::none},

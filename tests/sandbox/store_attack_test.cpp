@@ -13,7 +13,6 @@
 #include <set>
 #include <string>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -85,9 +84,8 @@ protected:
   static bool isCarriedOut(const SeenCall& call) { return call.path.ends_with("/registry.next"); }
 
   /// From here on the registry takes no record, so that every operation is taken back at its end.
-  void closeRegistry() {
-    fs::create_directory(root() / "var/lib/krv/registry.next");
-  }
+  void closeRegistry() { fs::create_directory(registryNext()); }
+  std::string registryNext() const { return root() / "var/lib/krv/registry.next"; }
 
   /// Everybody may change what is in /opt/open.
   static PackageInput inOpen(const std::string& version, const std::string& install) {
@@ -131,7 +129,7 @@ TEST_F(StoreAttack, FindsTheTransactionClosedAtAllTimes) {
     copy.insert(modeOf(packageCopy));
     if (geteuid() == 0) {
       const Support::OrdinaryUser attacker(m_attacker);
-      isOpened = isOpened || access(packageCopy.c_str(), R_OK) == 0 || open(packageCopy.c_str(), O_RDONLY) >= 0;
+      isOpened = isOpened || std::ifstream(packageCopy).is_open();
     }
     return false;
   };
@@ -173,11 +171,12 @@ TEST_F(StoreAttack, WithALinkAtAnyTimePutsNothingOutside) {
       Support::runOrThrow({"rm", "-rf", root().string()});
       Support::runOrThrow({"cp", "-a", saved.string(), root().string()});
       std::size_t count = 0;
-      runAttacked({"install", update}, [&](const SeenCall& call) { return isOfTheFiles(call) && count++ == last; },
-                  [&] {
-                    if (fs::exists(root() / "opt/open" / directory))
-                      exchangeForLink(directory);
-                  });
+      runAttacked(
+          {"install", update}, [&](const SeenCall& call) { return isOfTheFiles(call) && count++ == last; },
+          [&] {
+            if (fs::exists(root() / "opt/open" / directory))
+              exchangeForLink(directory);
+          });
       expectNothingOutside();
       const Support::CapturedLog log;
       store();
@@ -228,14 +227,16 @@ TEST_F(StoreAttack, OnAFileThatIsRemovedLosesNoFile) {
 TEST_F(StoreAttack, DuringTheUndoReachesNothingOutside) {
   install(inOpen("1.0", "mkdir old; echo x >old/file"));
   closeRegistry();
-  const auto result = runAttacked({"install", package(inOpen("2.0", "mkdir new; echo x >new/file"))}, isCarriedOut, [&] {
-    exchangeForLink("new");
-    // The emptied directory is still there; its file would come back to it.
-    exchangeForLink("old");
-  });
+  const auto result =
+      runAttacked({"install", package(inOpen("2.0", "mkdir new; echo x >new/file"))}, isCarriedOut, [&] {
+        exchangeForLink("new");
+        // The emptied directory is still there; its file would come back to it.
+        exchangeForLink("old");
+      });
   EXPECT_EQ(result.errors, "Couldn't write to the package registry: sample\n");
-  EXPECT_EQ(result.output, "[E] The package registry\n"
-                           "[W] Couldn't put back what the transaction has removed: /opt/open/old/file\n");
+  EXPECT_EQ(result.output, "[E] Couldn't write records to the next registry: \"" + registryNext() +
+                               "\"\n"
+                               "[W] Couldn't put back what the transaction has removed: /opt/open/old/file\n");
   expectNothingOutside();
 }
 
@@ -263,8 +264,9 @@ TEST_F(StoreAttack, BeforeTheRecoveryReachesNothingOutside) {
   ASSERT_NE(carriedOut, m_calls.end());
   Support::runOrThrow({"rm", "-rf", root().string()});
   Support::runOrThrow({"cp", "-a", saved.string(), root().string()});
-  runAttacked({"install", update}, isPlanned, [] {},
-              Support::Fault{.call = *carriedOut, .kind = Support::Fault::Kind::KillBefore});
+  runAttacked(
+      {"install", update}, isPlanned, [] {},
+      Support::Fault{.call = *carriedOut, .kind = Support::Fault::Kind::KillBefore});
   exchangeForLink("new");
   exchangeForLink("old");
   const Support::CapturedLog log;
@@ -280,7 +282,9 @@ TEST_F(StoreAttack, OnTheLinkThatLeadsToAPackageChangesNothing) {
   const std::string other = package({.version = "2.0"});
   const fs::path link = m_attacker / "link.rpm";
   fs::create_symlink(path, link);
-  const auto isRead = [&](const SeenCall& call) { return call.name.find("read") != call.name.npos && call.path == path; };
+  const auto isRead = [&](const SeenCall& call) {
+    return call.name.find("read") != call.name.npos && call.path == path;
+  };
   const auto result = runAttacked({"install", link}, isRead, [&] {
     fs::remove(link);
     fs::create_symlink(other, link);
