@@ -12,6 +12,7 @@
 #include <cstring>
 #include <map>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -202,6 +203,9 @@ private:
     const std::string ofProcess = "/proc/" + std::to_string(request.pid) + "/";
     const std::string text =
         place.path < 0 ? "" : textAt(ofProcess, request.data.args[static_cast<std::size_t>(place.path)]);
+    constexpr std::string_view self = "/proc/self/";
+    if (text.starts_with(self)) // a descriptor by its path
+      return linkText(ofProcess + text.substr(self.size()));
     if (text.starts_with('/'))
       return text;
     const int descriptor = place.descriptor < 0
