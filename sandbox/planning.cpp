@@ -34,7 +34,7 @@ bool isFileOrLink(file_type type) {
 
 /// A package that could write there would be the one to say who is trusted, what is installed, and what the image
 /// brings.
-const auto reservedFolders = std::to_array<fs::path>({"etc/krv", "usr/share/krv", "var/lib/krv", "var/lib/rpm"});
+constexpr auto reservedFolders = std::to_array<const char*>({"etc/krv", "usr/share/krv", "var/lib/krv", "var/lib/rpm"});
 
 bool isWithin(const fs::path& path, const fs::path& folder) {
   return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first == folder.end();
