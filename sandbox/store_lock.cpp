@@ -14,10 +14,11 @@ namespace Sandbox {
 
 StoreLock::StoreLock(const Directory& folder)
     : m_file(openat(folder.descriptor(), "lock", O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
+  const int reason = errno;
   const std::filesystem::path file = folder.path() / "lock";
   if (!m_file)
     throw Common::Error(Common::ErrorCode::Filesystem,
-                        "Couldn't open lock file: " + file.string() + ": " + std::strerror(errno));
+                        "Couldn't open lock file: " + file.string() + ": " + std::strerror(reason));
   if (flock(m_file.get(), LOCK_EX | LOCK_NB) != 0)
     throw Common::Error(Common::ErrorCode::Internal, "Another process has the package store: " + file.string());
 }
