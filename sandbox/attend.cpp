@@ -10,6 +10,7 @@
 #include <sdbus-c++/Error.h>
 
 #include <exception>
+#include <string_view>
 
 namespace Sandbox {
 
@@ -17,7 +18,11 @@ namespace {
 
 using Common::ErrorCode;
 
-[[noreturn]] void refuse(const std::string& call, ErrorCode code, const char* reason) {
+/// A package decides how long the names in a reason are, and the bus closes the connection of whoever sends too much.
+constexpr std::size_t longestReason = 4096;
+
+[[noreturn]] void refuse(const std::string& call, ErrorCode code, std::string_view reason) {
+  reason = reason.substr(0, longestReason);
   const Common::DBusErrorInfo info = Common::fromCode(code);
   LogMessage(LogLevel::Error) << call << ": " << info.shortName << ": " << reason;
   throw sdbus::Error(sdbus::Error::Name(info.name), asUtf8(reason));

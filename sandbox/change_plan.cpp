@@ -5,6 +5,7 @@
 #include "common/error/error.h"
 
 #include <charconv>
+#include <utility>
 
 namespace Sandbox {
 
@@ -31,7 +32,7 @@ std::string_view nameOf(Change::Kind kind) {
 class Writer {
 public:
   void add(std::string_view text) { m_bytes.append(text).push_back('\0'); }
-  void addNumber(std::size_t number) { add(std::to_string(number)); }
+  void addNumber(std::uint64_t number) { add(std::to_string(number)); }
   std::string take() { return std::move(m_bytes); }
 
 private:
@@ -51,9 +52,10 @@ public:
     return text;
   }
 
-  std::size_t nextNumber() {
+  template <typename Number>
+  Number nextNumber() {
     const std::string_view text = next();
-    std::size_t number = 0;
+    Number number = 0;
     const char* const last = text.data() + text.size();
     const auto result = std::from_chars(text.data(), last, number);
     if (result.ec != std::errc() || result.ptr != last)
@@ -71,15 +73,17 @@ void readItem(std::string_view kind, TextReader& texts, ChangePlan& plan) {
   else if (kind == drop)
     plan.obsoleteDirectories.emplace_back(texts.next());
   else if (kind == mode) {
-    const auto permissions = static_cast<fs::perms>(texts.nextNumber());
+    const auto permissions = static_cast<fs::perms>(texts.nextNumber<unsigned>());
     plan.directoryModes.push_back({.path = texts.next(), .permissions = permissions});
   } else {
     const auto changeKind = kind == add       ? Change::Kind::Add
                             : kind == replace ? Change::Kind::Replace
                             : kind == remove  ? Change::Kind::Delete
                                               : throw damaged();
-    const std::size_t number = texts.nextNumber();
-    plan.changes.push_back({.kind = changeKind, .number = number, .path = texts.next()});
+    Change change{.kind = changeKind, .number = texts.nextNumber<std::size_t>(), .path = texts.next()};
+    change.oldInode = texts.nextNumber<std::uint64_t>();
+    change.newInode = texts.nextNumber<std::uint64_t>();
+    plan.changes.push_back(std::move(change));
   }
 }
 
@@ -97,6 +101,8 @@ std::string toBytes(const ChangePlan& plan) {
     texts.add(nameOf(change.kind));
     texts.addNumber(change.number);
     texts.add(change.path.native());
+    texts.addNumber(change.oldInode);
+    texts.addNumber(change.newInode);
   }
   for (const fs::path& directory : plan.obsoleteDirectories) {
     texts.add(drop);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -15,8 +16,10 @@ struct Change {
   enum class Kind { Add, Replace, Delete };
 
   Kind kind;
-  std::size_t number; ///< its name among the new and among the old files of the transaction
+  std::size_t number; ///< its name among the new or among the old files of the transaction
   std::filesystem::path path;
+  std::uint64_t oldInode = 0; ///< of the entry that is replaced or deleted: no other one may be
+  std::uint64_t newInode = 0; ///< of the entry that is put there
 
   bool operator==(const Change&) const = default;
 };

@@ -5,6 +5,7 @@
 #include "common/error/error.h"
 #include "common/rpm/facts.h"
 #include "common/rpm/version.h"
+#include "sandbox/utf8.h"
 
 #include <algorithm>
 
@@ -27,19 +28,31 @@ bool has(const std::string& text, const char* part) {
   return text.find(part) != std::string::npos;
 }
 
+/// Names and versions go over the bus, which takes nothing but UTF-8 and closes the connection of a service whose
+/// answer is too large; the list of all packages is one answer. rpmbuild puts the three into a file name, so none is
+/// longer.
+bool fitsTheBus(const std::string& text) {
+  constexpr std::size_t longest = 255;
+  return text.size() <= longest && asUtf8(text) == text;
+}
+
 /// The registry has names between spaces, and its keys between arrows. RPM takes entries of the one name below for the
 /// keys that it trusts.
 void requireUsableName(const std::string& name) {
+  if (!fitsTheBus(name))
+    throw Error(ErrorCode::BadPackageID, "The package has a name that is too long or not UTF-8");
   if (name.empty() || name == "gpg-pubkey" || has(name, "/") || has(name, "->") ||
       std::ranges::any_of(name, isControlOrSpace))
     throw Error(ErrorCode::BadPackageID, "The package has a name that cannot be used: '" + name + "'");
 }
 
-/// With a dash in one of them "version-release" could be read in two ways.
+/// With a dash in one of them "version-release" could be read in two ways, and with a colon "epoch:version".
 void requireVersion(const Reader& package) {
   for (const auto tag : {Common::Rpm::Tag::Version, Common::Rpm::Tag::Release}) {
     const std::string text = package.tag(tag);
-    if (text.empty() || has(text, "-") || std::ranges::any_of(text, isControlOrSpace))
+    if (!fitsTheBus(text))
+      throw Error(ErrorCode::BadPackageVersion, "The package has a version or release that is too long or not UTF-8");
+    if (text.empty() || has(text, "-") || has(text, ":") || std::ranges::any_of(text, isControlOrSpace))
       throw Error(ErrorCode::BadPackageVersion, "The package has a version or release that is none: '" + text + "'");
   }
 }

@@ -9,6 +9,7 @@
 #include "common/rpm/header_blob.h"
 #include "common/signatures/package_cmses.h"
 #include "driver/log/log_message.h"
+#include "sandbox/opened_package.h"
 #include "sandbox/package_content.h"
 #include "sandbox/package_events.h"
 #include "sandbox/package_rules.h"
@@ -37,27 +38,28 @@ fs::path usableRoot() {
   return fs::absolute(root);
 }
 
-/// Most of what cannot be installed is found here, before a copy of it is made.
-void requirePackageFile(const std::string& path) {
-  if (!fs::path(path).is_absolute())
-    throw Error(ErrorCode::FileNotFound, "The path of the package is not absolute: " + path);
-  if (!Common::Filesystem::isRegularFile(path))
-    throw Error(ErrorCode::FileNotFound, "The package is not a file that exists: " + path);
-  const Reader package(path);
-  Common::readPackageCmses(path, false);
+std::uint64_t availableSpace(const Directory& root) {
+  std::error_code reason;
+  const std::uint64_t available = fs::space(root.path(), reason).available;
+  if (reason)
+    throw Error(ErrorCode::Filesystem, "Couldn't ask for free space: " + root.path().string());
+  return available;
+}
+
+/// Asked before anything is copied: a file of any size can be made without any space.
+void requireSpace(const OpenedPackage& package, const Directory& root) {
+  if (package.size() > availableSpace(root))
+    throw Error(ErrorCode::Filesystem, "There is no space for a copy of the package: " + root.path().string());
 }
 
 /// Asked before anything is unpacked: a header may claim any size.
-void requireSpace(const PackagedFiles& files, const fs::path& root) {
-  std::error_code reason;
-  std::uint64_t available = fs::space(root, reason).available;
-  if (reason)
-    throw Error(ErrorCode::Filesystem, "Couldn't ask for free space: " + root.string());
+void requireSpace(const PackagedFiles& files, const Directory& root) {
+  std::uint64_t available = availableSpace(root);
   for (const auto& [path, file] : files) {
     if (file.type != fs::file_type::regular || file.isGhost || file.isFurtherName)
       continue;
     if (file.size > available)
-      throw Error(ErrorCode::Filesystem, "There is no space for the files of the package: " + root.string());
+      throw Error(ErrorCode::Filesystem, "There is no space for the files of the package: " + root.path().string());
     available -= file.size;
   }
 }
@@ -108,8 +110,8 @@ PackagedFiles filesOfOthers(std::vector<Reader> entries, const std::string& name
 } // namespace
 
 PackageStore::PackageStore()
-    : m_root(usableRoot()), m_lock(m_root / "var/lib/krv/sandbox/lock"), m_database(m_root / "var/lib/rpm"),
-      m_transaction(m_root, m_root / "var/lib/krv/sandbox/transaction") {
+    : m_root(usableRoot()), m_home(m_root.openPrivate("var/lib/krv/sandbox")), m_lock(m_home),
+      m_database(m_root.path() / "var/lib/rpm"), m_transaction(m_root, m_home) {
   m_database.packages(); // here is where to say that it cannot be read
   recover();
 }
@@ -132,9 +134,13 @@ StoredPackage PackageStore::get(const std::string& name) const {
 
 void PackageStore::install(const std::string& path, const std::string& source) {
   inTransaction([&] {
-    requirePackageFile(path);
+    // Most of what cannot be installed is found here, before a copy of it is made.
+    OpenedPackage original(path);
+    original.requirePackage();
+    requireSpace(original, m_root);
     // From here on the copy is the package: whoever can write to the other one cannot change what was verified.
-    const std::string copy = m_transaction.adopt(path);
+    const Common::Posix::FileDescriptor file = m_transaction.adopt(original);
+    const std::string copy = pathOf(file);
     ArchiveReader archive = ArchiveReader::openForExtraction(copy);
     const auto developer = Common::developerIdentity(Common::readPackageCmses(copy, true));
     installVerified(archive, describe(archive, source, developer));

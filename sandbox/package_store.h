@@ -3,12 +3,12 @@
 #pragma once
 
 #include "common/rpm/archive.h"
+#include "sandbox/directory.h"
 #include "sandbox/package_database.h"
 #include "sandbox/store_lock.h"
 #include "sandbox/stored_package.h"
 #include "sandbox/transaction.h"
 
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -16,11 +16,11 @@
 namespace Sandbox {
 
 /// The installed packages of the root: their files, the RPM database "var/lib/rpm" and the registry. Its own state is
-/// in "var/lib/krv/sandbox". One store at a time, for the single thread of its process.
+/// in "var/lib/krv/sandbox", which only its owner may enter. One store at a time, for the single thread of its process.
 ///
 /// Installing and removing happen wholly or not at all, whatever fails on the way. When the process ends in between,
 /// the next store takes back what was done or finishes it. Scripts and triggers of packages are never run; owners are
-/// not set; set-id bits are dropped.
+/// not set; set-id bits are dropped, and sticky bits of anything but directories.
 class PackageStore {
 public:
   /// Opens the store under Common::Filesystem::rootDirectory(), which must be a directory, and cleans up after one that
@@ -35,13 +35,15 @@ public:
   /// database and not from this service.
   StoredPackage get(const std::string& name) const;
 
-  /// Installs the package file at `path`, which is absolute, as if `source` had distributed it, or updates an earlier
-  /// version. The signatures are verified. Throws Common::Error with the code for what is wrong with the package;
-  /// FileConflict, also for files of nobody; Filesystem and Internal when it could not be done.
+  /// Installs the package file that `path`, which is absolute, leads to, links followed, as if `source` had distributed
+  /// it, or updates an earlier version. The file is opened once; a copy of it is verified and installed. Throws
+  /// Common::Error with the code for what is wrong with the package; FileConflict, also for files of nobody; Filesystem
+  /// and Internal when it could not be done.
   void install(const std::string& path, const std::string& source);
 
   /// Removes a package and all of its files that no other package has. Throws Common::Error: PackageNotExist,
-  /// CorruptedInstalledPackage; Filesystem and Internal when it could not be done.
+  /// CorruptedInstalledPackage; FileConflict when somebody exchanges one of the files meanwhile; Filesystem and
+  /// Internal when it could not be done.
   void remove(const std::string& name);
 
 private:
@@ -50,7 +52,8 @@ private:
   static void afterwards(const std::function<void()>& work);
   void recover();
 
-  std::filesystem::path m_root;
+  Directory m_root;
+  Directory m_home;
   StoreLock m_lock;
   PackageDatabase m_database;
   Transaction m_transaction;

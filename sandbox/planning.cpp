@@ -3,10 +3,10 @@
 #include "sandbox/planning.h"
 
 #include "common/error/error.h"
-#include "sandbox/entries.h"
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <set>
 
 namespace Sandbox {
@@ -19,6 +19,8 @@ using Common::Rpm::PackagedFile;
 using fs::file_type;
 
 constexpr fs::perms permissionBits = fs::perms::all;
+/// Without its sticky bit a directory that is open to everybody would let everybody remove the files of others.
+constexpr fs::perms directoryBits = fs::perms::all | fs::perms::sticky_bit;
 constexpr fs::perms ordinaryDirectory = fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
                                         fs::perms::others_read | fs::perms::others_exec;
 
@@ -30,12 +32,26 @@ bool isFileOrLink(file_type type) {
   return type == file_type::regular || type == file_type::symlink;
 }
 
-/// A package that could write there would be the one to say who is trusted and what is installed.
+/// A package that could write there would be the one to say who is trusted, what is installed, and what the image
+/// brings.
+constexpr auto reservedFolders = std::to_array<const char*>({"etc/krv", "usr/share/krv", "var/lib/krv", "var/lib/rpm"});
+
+bool isWithin(const fs::path& path, const fs::path& folder) {
+  return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first == folder.end();
+}
+
 bool isReserved(const fs::path& path) {
-  static const auto reserved = std::to_array<fs::path>({"var/lib/krv", "var/lib/rpm", "etc/krv"});
-  return std::ranges::any_of(reserved, [&](const fs::path& folder) {
-    return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first == folder.end();
-  });
+  return std::ranges::any_of(reservedFolders, [&](const fs::path& folder) { return isWithin(path, folder); });
+}
+
+/// Whoever may rename entries there may put a reserved folder of his own in the place of the real one.
+bool leadsToReserved(const fs::path& path) {
+  return std::ranges::any_of(reservedFolders, [&](const fs::path& folder) { return isWithin(folder, path); });
+}
+
+std::optional<Entry> entryOf(const Directory& root, const fs::path& path) {
+  const std::optional<Place> place = findPlace(root, path);
+  return place ? place->entry() : std::nullopt;
 }
 
 /// Whether two packages mean the same file, so that both may own it.
@@ -47,11 +63,13 @@ bool isSame(const PackagedFile& left, const PackagedFile& right) {
 
 class Installation {
 public:
-  Installation(const fs::path& root, const Ownership& ownership) : m_root(root), m_ownership(ownership) {}
+  Installation(const Directory& root, const Ownership& ownership) : m_root(root), m_ownership(ownership) {}
 
   void place(const fs::path& path, const PackagedFile& file) {
     if (isReserved(path))
       throw conflict("The package has a file in a folder that is not for packages: ", path);
+    if (file.type != file_type::directory && leadsToReserved(path))
+      throw conflict("The package has no directory on the way to a folder that is not for packages: ", path);
     if (file.type != file_type::directory && !isFileOrLink(file.type))
       return; // the extraction leaves it out
     makeParents(path);
@@ -67,22 +85,22 @@ public:
   }
 
 private:
-  file_type typeBelowRoot(const fs::path& path) {
-    if (m_made.contains(path.parent_path()))
-      return file_type::not_found;
-    return typeOf(m_root / path);
+  std::optional<Entry> entryAt(const fs::path& path) {
+    return m_made.contains(path.parent_path()) ? std::nullopt : entryOf(m_root, path);
   }
 
   void makeParents(const fs::path& path) {
     fs::path parent;
     for (const fs::path& part : path.parent_path()) {
       parent /= part;
-      if (m_made.contains(parent))
+      if (m_made.contains(parent) || m_found.contains(parent))
         continue;
-      const file_type type = typeBelowRoot(parent);
-      if (type == file_type::not_found)
+      const std::optional<Entry> entry = entryAt(parent);
+      if (!entry)
         make(parent, ordinaryDirectory);
-      else if (type != file_type::directory)
+      else if (entry->type == file_type::directory)
+        m_found.insert(parent);
+      else
         throw conflict("The package has a file below what is no directory: ", parent);
     }
   }
@@ -94,28 +112,33 @@ private:
   }
 
   void placeDirectory(const fs::path& path, const PackagedFile& file) {
-    const file_type type = typeBelowRoot(path);
-    const fs::perms permissions = file.permissions & permissionBits;
-    if (type == file_type::not_found && !file.isGhost)
-      make(path, permissions);
-    else if (type != file_type::directory && type != file_type::not_found)
+    const std::optional<Entry> entry = entryAt(path);
+    const fs::perms permissions = file.permissions & directoryBits;
+    if (!entry && !file.isGhost)
+      make(path, leadsToReserved(path) ? ordinaryDirectory : permissions);
+    else if (entry && entry->type != file_type::directory)
       throw conflict("The package has a directory where something else is: ", path);
-    else if (type == file_type::directory && m_ownership.earlier.contains(path) && !m_ownership.others.contains(path))
-      m_plan.directoryModes.push_back({.path = path, .permissions = permissions});
+    else if (entry && isOwn(path) && !leadsToReserved(path))
+      m_plan.directoryModes.push_back(
+          {.path = path, .permissions = permissions | (entry->permissions & fs::perms::sticky_bit)});
   }
 
   void placeFile(const fs::path& path, const PackagedFile& file) {
-    const file_type type = typeBelowRoot(path);
-    if (isSharedWithOthers(path, file) && type == file.type)
+    const std::optional<Entry> entry = entryAt(path);
+    if (isSharedWithOthers(path, file) && entry && entry->type == file.type)
       return;
-    const bool isOwn = m_ownership.earlier.contains(path) && !m_ownership.others.contains(path);
-    if (type != file_type::not_found && (!isOwn || type == file_type::directory))
+    if (entry && (!isOwn(path) || entry->type == file_type::directory))
       throw conflict("The package has a file where another one is: ", path);
     if (file.isGhost)
       return;
-    m_plan.changes.push_back({.kind = type == file_type::not_found ? Change::Kind::Add : Change::Kind::Replace,
+    m_plan.changes.push_back({.kind = entry ? Change::Kind::Replace : Change::Kind::Add,
                               .number = static_cast<std::size_t>(file.index),
-                              .path = path});
+                              .path = path,
+                              .oldInode = entry ? entry->inode : 0});
+  }
+
+  bool isOwn(const fs::path& path) const {
+    return m_ownership.earlier.contains(path) && !m_ownership.others.contains(path);
   }
 
   bool isSharedWithOthers(const fs::path& path, const PackagedFile& file) const {
@@ -125,29 +148,32 @@ private:
     return first != last;
   }
 
-  const fs::path& m_root;
+  const Directory& m_root;
   const Ownership& m_ownership;
   std::set<fs::path> m_made;
+  std::set<fs::path> m_found; ///< parents that are directories already
   ChangePlan m_plan;
 };
 
 /// Adds to `plan` that the files of the installed version go which neither `kept` nor another package has.
-void planObsoletes(const fs::path& root, const Ownership& ownership, const PackagedFiles& kept, std::size_t number,
+void planObsoletes(const Directory& root, const Ownership& ownership, const PackagedFiles& kept, std::size_t number,
                    ChangePlan& plan) {
   for (const auto& [path, file] : ownership.earlier) {
-    if (kept.contains(path) || ownership.others.contains(path) || isReserved(path) || !isReachedDirectly(root, path))
+    if (kept.contains(path) || ownership.others.contains(path) || isReserved(path))
       continue;
-    if (file.type == file_type::directory)
+    const std::optional<Entry> entry = entryOf(root, path);
+    if (entry && file.type == file_type::directory)
       plan.obsoleteDirectories.push_back(path);
-    else if (isFileOrLink(file.type) && isFileOrLink(typeOf(root / path)))
-      plan.changes.push_back({.kind = Change::Kind::Delete, .number = number++, .path = path});
+    else if (entry && isFileOrLink(file.type) && isFileOrLink(entry->type))
+      plan.changes.push_back(
+          {.kind = Change::Kind::Delete, .number = number++, .path = path, .oldInode = entry->inode});
   }
   std::ranges::reverse(plan.obsoleteDirectories);
 }
 
 } // namespace
 
-ChangePlan planInstallation(const fs::path& root, const PackagedFiles& files, const Ownership& ownership) {
+ChangePlan planInstallation(const Directory& root, const PackagedFiles& files, const Ownership& ownership) {
   Installation installation(root, ownership);
   for (const auto& [path, file] : files)
     installation.place(path, file);
@@ -156,7 +182,7 @@ ChangePlan planInstallation(const fs::path& root, const PackagedFiles& files, co
   return plan;
 }
 
-ChangePlan planRemoval(const fs::path& root, const Ownership& ownership) {
+ChangePlan planRemoval(const Directory& root, const Ownership& ownership) {
   ChangePlan plan;
   planObsoletes(root, ownership, {}, 0, plan);
   return plan;

@@ -3,9 +3,8 @@
 #pragma once
 
 #include "sandbox/change_plan.h"
+#include "sandbox/directory.h"
 #include "sandbox/package_content.h"
-
-#include <filesystem>
 
 namespace Sandbox {
 
@@ -18,10 +17,10 @@ struct Ownership {
 /// What the installation of `files` changes under `root`, where nothing that is not the package's own is touched and
 /// no link is passed through. Throws Common::Error, FileConflict, when that cannot be. A number of a change that adds
 /// or replaces is the index of the file in its package.
-ChangePlan planInstallation(const std::filesystem::path& root, const PackagedFiles& files, const Ownership& ownership);
+ChangePlan planInstallation(const Directory& root, const PackagedFiles& files, const Ownership& ownership);
 
 /// What the removal of the package whose files are `ownership.earlier` changes under `root`. What others own as well
 /// stays, and so does what is something else by now than the package says.
-ChangePlan planRemoval(const std::filesystem::path& root, const Ownership& ownership);
+ChangePlan planRemoval(const Directory& root, const Ownership& ownership);
 
 } // namespace Sandbox

@@ -3,7 +3,6 @@
 #include "sandbox/store_lock.h"
 
 #include "common/error/error.h"
-#include "common/filesystem/entry.h"
 
 #include <cerrno>
 #include <cstring>
@@ -13,12 +12,13 @@
 
 namespace Sandbox {
 
-StoreLock::StoreLock(const std::filesystem::path& file) {
-  Common::Filesystem::createDirectories(file.parent_path());
-  m_file = Common::Posix::FileDescriptor(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+StoreLock::StoreLock(const Directory& folder)
+    : m_file(openat(folder.descriptor(), "lock", O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
+  const int reason = errno;
+  const std::filesystem::path file = folder.path() / "lock";
   if (!m_file)
     throw Common::Error(Common::ErrorCode::Filesystem,
-                        "Couldn't open lock file: " + file.string() + ": " + std::strerror(errno));
+                        "Couldn't open lock file: " + file.string() + ": " + std::strerror(reason));
   if (flock(m_file.get(), LOCK_EX | LOCK_NB) != 0)
     throw Common::Error(Common::ErrorCode::Internal, "Another process has the package store: " + file.string());
 }

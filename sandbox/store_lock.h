@@ -3,17 +3,16 @@
 #pragma once
 
 #include "common/posix/file_descriptor.h"
-
-#include <filesystem>
+#include "sandbox/directory.h"
 
 namespace Sandbox {
 
 /// The lock that makes one process the only one to change the packages of a root. It goes with the process.
 class StoreLock {
 public:
-  /// Locks `file`, which is made if it is missing. Throws Common::Error: Internal when another process has the lock,
-  /// Filesystem when the file cannot be opened.
-  explicit StoreLock(const std::filesystem::path& file);
+  /// Locks the file "lock" in `folder`, which is made if it is missing. Throws Common::Error: Internal when another
+  /// process has the lock, Filesystem when the file cannot be opened.
+  explicit StoreLock(const Directory& folder);
 
 private:
   Common::Posix::FileDescriptor m_file;

@@ -23,4 +23,9 @@ bool hasScripts(const Reader& package) {
   return std::ranges::any_of(tags, [&](rpmTagVal tag) { return headerIsEntry(package.header().get(), tag) != 0; });
 }
 
+std::uint64_t promisedSize(const Reader& package) {
+  // librpm answers with the smaller tag for packages that have no large one.
+  return headerGetNumber(package.header().get(), RPMTAG_LONGSIGSIZE);
+}
+
 } // namespace Common::Rpm

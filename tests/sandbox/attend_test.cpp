@@ -48,4 +48,11 @@ TEST(Attend, AnswersInTextThatTheBusCarries) {
             "[E] Call it: Internal: No \xff\nvelta.KRV.Error.Internal: No ?");
 }
 
+// A package may have a path of many megabytes, and the bus closes the connection of a service that answers with it.
+TEST(Attend, AnswersWithNoMoreThanTheBusCarries) {
+  const std::string told(4096, 'x');
+  EXPECT_EQ(attended([] { throw std::runtime_error(std::string(1 << 20, 'x')); }),
+            "[E] Call it: Internal: " + told + "\nvelta.KRV.Error.Internal: " + told);
+}
+
 } // namespace

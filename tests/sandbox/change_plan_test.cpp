@@ -12,14 +12,19 @@ using Sandbox::ChangePlan;
 using Sandbox::planFrom;
 using Sandbox::toBytes;
 
-const ChangePlan plan = {.package = "sample",
-                         .record = "timestamp=1 event=U package=sample keyid=k",
-                         .newDirectories = {"opt", "opt/new"},
-                         .changes = {{.kind = Change::Kind::Add, .number = 0, .path = "opt/new/a file"},
-                                     {.kind = Change::Kind::Replace, .number = 12, .path = "opt/end"},
-                                     {.kind = Change::Kind::Delete, .number = 7, .path = "opt/line\nbreak"}},
-                         .obsoleteDirectories = {"opt/old"},
-                         .directoryModes = {{.path = "opt/new", .permissions = std::filesystem::perms(0750)}}};
+const ChangePlan plan = {
+    .package = "sample",
+    .record = "timestamp=1 event=U package=sample keyid=k",
+    .newDirectories = {"opt", "opt/new"},
+    .changes = {{.kind = Change::Kind::Add, .number = 0, .path = "opt/new/a file", .newInode = 3},
+                {.kind = Change::Kind::Replace,
+                 .number = 12,
+                 .path = "opt/end",
+                 .oldInode = 18446744073709551615U,
+                 .newInode = 4},
+                {.kind = Change::Kind::Delete, .number = 7, .path = "opt/line\nbreak", .oldInode = 5}},
+    .obsoleteDirectories = {"opt/old"},
+    .directoryModes = {{.path = "opt/new", .permissions = std::filesystem::perms(0750)}}};
 
 TEST(ChangePlan, IsReadAsItWasWritten) {
   EXPECT_EQ(planFrom(toBytes(plan)), plan);
@@ -41,10 +46,10 @@ std::string bytesOf(const std::vector<std::string>& texts) {
 }
 
 TEST(ChangePlan, IsNotReadWithWhatItDoesNotKnow) {
-  EXPECT_EQ(planFrom(bytesOf({"p", "r", "add", "1", "a", "end"})).changes.size(), 1);
+  EXPECT_EQ(planFrom(bytesOf({"p", "r", "add", "1", "a", "0", "2", "end"})).changes.size(), 1);
   for (const std::string& bytes :
-       {bytesOf({"p", "r", "move", "1", "a", "end"}), bytesOf({"p", "r", "add", "x", "a", "end"}),
-        bytesOf({"p", "r", "add", "1x", "a", "end"})})
+       {bytesOf({"p", "r", "move", "1", "a", "0", "2", "end"}), bytesOf({"p", "r", "add", "x", "a", "0", "2", "end"}),
+        bytesOf({"p", "r", "add", "1x", "a", "0", "2", "end"}), bytesOf({"p", "r", "add", "1", "a", "0", "-2", "end"})})
     EXPECT_EQ(Support::errorOf([&] { planFrom(bytes); }),
               "Internal: The journal of the unfinished transaction is damaged");
 }

@@ -91,9 +91,15 @@ TEST_F(StoreHostility, CannotHaveTwoEntriesWithOnePath) {
 }
 
 TEST_F(StoreHostility, CannotTouchWhatTheStoreGoesBy) {
-  for (const std::string path : {"/var/lib/krv/registry.new", "/var/lib/rpm/extra", "/etc/krv/trusted-ca/mine.0"})
+  for (const std::string path : {"/var/lib/krv/registry.new", "/var/lib/rpm/extra", "/etc/krv/trusted-ca/mine.0",
+                                 "/usr/share/krv/pre-install-apps/mine.rpm"})
     expectRefused(package(fileAt(path)),
                   "FileConflict: The package has a file in a folder that is not for packages: " + path);
+}
+
+TEST_F(StoreHostility, CannotLeadElsewhereWhatTheStoreGoesBy) {
+  expectRefused(package({.install = "ln -s opt %{buildroot}/usr", .files = "/usr"}),
+                "FileConflict: The package has no directory on the way to a folder that is not for packages: /usr");
 }
 
 TEST_F(StoreHostility, MayUseNeighboursOfWhatTheStoreGoesBy) {
@@ -119,7 +125,7 @@ TEST_F(StoreHostility, GetsNoSetIdBits) {
   install({.install = "mkdir -p %{buildroot}/opt/d; touch %{buildroot}/opt/d/f; chmod 6755 %{buildroot}/opt/d/f; "
                       "chmod 7777 %{buildroot}/opt/d",
            .files = "/opt/d"});
-  EXPECT_EQ(tree(), "opt 755 directory\nopt/d 777 directory\nopt/d/f 755 \"\"\n");
+  EXPECT_EQ(tree(), "opt 755 directory\nopt/d 1777 directory\nopt/d/f 755 \"\"\n");
 }
 
 TEST_F(StoreHostility, GetsItsLinksAsTheyAreAndNothingThroughThem) {

@@ -49,6 +49,24 @@ TEST_F(StoreRefusal, OfWhatIsNoPackage) {
   expectRefused(missing(), "BadPackageFileFormat: Couldn't read rpm package");
 }
 
+// Each of them has a valid signature over all that is in the file.
+TEST_F(StoreRefusal, OfAFileThatIsLongerThanItsHeadersSay) {
+  const std::string path = unsignedPackage({});
+  Support::writeFile(path, Support::readFile(path) + "x");
+  Support::sign(path, "alice");
+  expectRefused(path, "BadPackageFileFormat: The package file is longer than its headers say: " + path);
+}
+
+TEST_F(StoreRefusal, OfAFileOfWhichTheHeadersDoNotSayHowLongItIs) {
+  const std::string path = package({}, [](Header) {}); // has one tag only in its signature header
+  std::string bytes = Support::readFile(path);
+  const std::size_t sizeTag = bytes.find(std::string("\0\0\x03\xe8\0\0\0\4", 8));
+  ASSERT_LT(sizeTag, Support::mainHeaderOffset(bytes));
+  bytes[sizeTag + 3] = '\xe9';
+  Support::writeFile(path, bytes);
+  expectRefused(path, "BadPackageFileFormat: The package file is longer than its headers say: " + path);
+}
+
 TEST_F(StoreRefusal, OfAPackageThatNobodyHasSigned) {
   expectRefused(unsignedPackage({}), "MissingDeveloperSignature: Package doesn't have developer certificate");
 }
@@ -88,8 +106,22 @@ TEST_F(StoreRefusal, OfANameThatCannotBeUsed) {
                   "BadPackageID: The package has a name that cannot be used: '" + name + "'");
 }
 
+TEST_F(StoreRefusal, OfANameThatTheBusDoesNotCarry) {
+  for (const std::string& name : {std::string("a\xff"), std::string("\xed\xa0\x80"), std::string(256, 'a')})
+    expectRefused(packageWith(RPMTAG_NAME, name), "BadPackageID: The package has a name that is too long or not UTF-8");
+  installFile(packageWith(RPMTAG_NAME, std::string(251, 'a') + "\xf0\x9f\x93\xa6"));
+}
+
+TEST_F(StoreRefusal, OfAVersionThatTheBusDoesNotCarry) {
+  for (const std::string& version : {std::string("1\xff"), std::string(256, '1')}) {
+    const std::string error = "BadPackageVersion: The package has a version or release that is too long or not UTF-8";
+    expectRefused(packageWith(RPMTAG_VERSION, version), error);
+    expectRefused(packageWith(RPMTAG_RELEASE, version), error);
+  }
+}
+
 TEST_F(StoreRefusal, OfAVersionThatIsNone) {
-  for (const std::string version : {"", "1-0", "1 0"}) {
+  for (const std::string version : {"", "1-0", "1 0", "1:0"}) {
     const std::string error = "BadPackageVersion: The package has a version or release that is none: '" + version + "'";
     expectRefused(packageWith(RPMTAG_VERSION, version), error);
     expectRefused(packageWith(RPMTAG_RELEASE, version), error);

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <map>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -115,8 +116,10 @@ int install(const std::vector<sock_filter>& filter) {
 
 class Supervisor {
 public:
-  Supervisor(int listener, pid_t process, const std::filesystem::path& folder, const std::optional<Fault>& fault)
-      : m_listener(listener), m_process(process), m_folder(folder.filename().string()), m_fault(fault) {}
+  Supervisor(int listener, pid_t process, const std::filesystem::path& folder, const std::optional<Fault>& fault,
+             const std::function<void(const SeenCall&)>& beforeCall)
+      : m_listener(listener), m_process(process), m_folder(folder.filename().string()), m_fault(fault),
+        m_beforeCall(beforeCall) {}
 
   void serveUntilTheEnd() {
     constexpr int silence = 20'000;
@@ -155,6 +158,8 @@ private:
     const auto number = static_cast<std::size_t>(std::ranges::count(result.calls, thread, &SeenCall::thread));
     result.calls.push_back(
         {.name = call.name, .path = path, .errors = errorsOf(call, arguments), .thread = thread, .number = number});
+    if (m_beforeCall)
+      m_beforeCall(result.calls.back());
     if (!m_fault || m_fault->call.thread != thread || m_fault->call.number != number)
       return false;
     result.metFault = m_fault->call.name == call.name;
@@ -198,6 +203,9 @@ private:
     const std::string ofProcess = "/proc/" + std::to_string(request.pid) + "/";
     const std::string text =
         place.path < 0 ? "" : textAt(ofProcess, request.data.args[static_cast<std::size_t>(place.path)]);
+    constexpr std::string_view self = "/proc/self/";
+    if (text.starts_with(self)) // a descriptor by its path
+      return linkText(ofProcess + text.substr(self.size()));
     if (text.starts_with('/'))
       return text;
     const int descriptor = place.descriptor < 0
@@ -230,6 +238,7 @@ private:
   pid_t m_process;
   std::string m_folder;
   std::optional<Fault> m_fault;
+  std::function<void(const SeenCall&)> m_beforeCall;
   std::map<std::uint32_t, std::size_t> m_threads;
   std::uint32_t m_killsNext = 0;
 };
@@ -245,7 +254,8 @@ bool canSupervise() {
 }
 
 SupervisedResult runSupervised(const std::vector<std::string>& arguments, const Environment& environment,
-                               const std::filesystem::path& folder, const std::optional<Fault>& fault) {
+                               const std::filesystem::path& folder, const std::optional<Fault>& fault,
+                               const std::function<void(const SeenCall&)>& beforeCall) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
     throw std::system_error(errno, std::generic_category(), "socketpair");
@@ -261,7 +271,7 @@ SupervisedResult runSupervised(const std::vector<std::string>& arguments, const 
   const Descriptor listener(DescriptorMessage().receive(here.number()));
   if (listener.number() < 0)
     throw std::system_error(ENOSYS, std::generic_category(), "the kernel does not let processes be supervised");
-  Supervisor supervisor(listener.number(), process.id(), folder, fault);
+  Supervisor supervisor(listener.number(), process.id(), folder, fault, beforeCall);
   supervisor.serveUntilTheEnd();
   supervisor.result.process = process.wait();
   return std::move(supervisor.result);

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -52,8 +53,10 @@ bool canSupervise();
 /// Runs a program to its end and sees each of its system calls before the kernel does, also those that the C library
 /// makes on its own behalf. Calls are on files of `folder` when the path, or that of the descriptor, contains the name
 /// of the folder, which therefore has to be unmistakable. Throws std::runtime_error when the program makes none for 20
-/// seconds.
+/// seconds. `beforeCall` is called with each call on a file of the folder before the kernel makes it; the calling
+/// thread of the program waits meanwhile, so that this is the place to change something behind its back.
 SupervisedResult runSupervised(const std::vector<std::string>& arguments, const Environment& environment,
-                               const std::filesystem::path& folder, const std::optional<Fault>& fault = {});
+                               const std::filesystem::path& folder, const std::optional<Fault>& fault = {},
+                               const std::function<void(const SeenCall&)>& beforeCall = {});
 
 } // namespace Support

@@ -1,0 +1,104 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "common/posix/file_descriptor.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include <sys/types.h>
+
+namespace Sandbox {
+
+/// What stands under a name. The inode number tells the entries of one file system apart.
+struct Entry {
+  std::filesystem::file_type type;
+  std::filesystem::perms permissions; ///< with set-id and sticky bits
+  uid_t owner;
+  std::uint64_t inode;
+};
+
+/// An open directory. All operations are relative to its descriptor and follow no symbolic link, so that nobody who can
+/// rename an entry can lead them elsewhere. A `name` is that of an entry, a `path` leads from here through directories.
+/// Every operation throws Common::Error, Filesystem, after an error line with the reason; none blocks.
+class Directory {
+public:
+  /// Opens the directory at `path`, links followed.
+  explicit Directory(const std::filesystem::path& path);
+
+  /// The directory at `path`. Nothing when there is none, or when a link or a file is on the way.
+  std::optional<Directory> find(const std::filesystem::path& path) const;
+
+  /// The directory at `path`, which has to be there.
+  Directory open(const std::filesystem::path& path) const;
+
+  /// The directory at `path`. Those on the way that are missing are made for everybody to read (0755), the last one for
+  /// its owner alone (0700), which it also becomes when it has been there.
+  Directory openPrivate(const std::filesystem::path& path) const;
+
+  /// Makes a directory for its owner alone (0700). False when the name is taken.
+  bool makeDirectory(const std::string& name) const;
+
+  /// What has this name, if anything.
+  std::optional<Entry> entry(const std::string& name) const;
+
+  /// Makes a file for its owner alone (0600), opened for reading and writing. It is an error when the name is taken.
+  Common::Posix::FileDescriptor createFile(const std::string& name) const;
+
+  /// Opens a file for reading. Nothing when the name is free.
+  std::optional<Common::Posix::FileDescriptor> openFile(const std::string& name) const;
+
+  void createSymlink(const std::string& target, const std::string& name) const;
+  void createHardLink(const std::string& existing, const std::string& name) const;
+
+  /// Renames an entry within this directory; what had the new name is replaced.
+  void rename(const std::string& name, const std::string& newName) const;
+
+  /// Moves an entry to a name that is free. False when there is no such entry and when the new name is taken.
+  bool move(const std::string& name, const Directory& to, const std::string& newName) const;
+
+  /// Exchanges two entries in one step. False when one of them is missing.
+  bool exchange(const std::string& name, const Directory& other, const std::string& otherName) const;
+
+  /// Removes a directory that is empty. Anything else stays.
+  void removeIfEmpty(const std::string& name) const;
+
+  /// Removes an entry with all that is below it. It may be missing.
+  void remove(const std::string& name) const;
+
+  /// Replaces the permissions of the directory itself.
+  void setPermissions(std::filesystem::perms permissions) const;
+
+  int descriptor() const { return m_descriptor.get(); }
+
+  /// Where the directory was when it was opened, for messages.
+  const std::filesystem::path& path() const { return m_path; }
+
+private:
+  Directory(Common::Posix::FileDescriptor descriptor, std::filesystem::path path);
+
+  std::optional<Directory> step(const std::string& name) const;
+  void makeFor(const std::string& name, mode_t mode) const;
+
+  Common::Posix::FileDescriptor m_descriptor;
+  std::filesystem::path m_path;
+};
+
+/// Where an entry stands, or is to stand.
+struct Place {
+  Directory directory;
+  std::string name;
+
+  std::optional<Entry> entry() const { return directory.entry(name); }
+};
+
+/// The place at `path` below `root`. Nothing when the directory that it would be in cannot be found.
+std::optional<Place> findPlace(const Directory& root, const std::filesystem::path& path);
+
+/// A path that leads to the file of the descriptor for as long as that is open, whatever has become of its name.
+std::filesystem::path pathOf(const Common::Posix::FileDescriptor& descriptor);
+
+} // namespace Sandbox
