@@ -51,7 +51,7 @@ Case withPayload(const std::string& name, const std::function<std::string(const 
 }
 
 /// Puts a value of any type there, which librpm's own functions for the types refuse.
-void set(Header header, rpmTagVal tag, rpmTagType type, const void* value, std::size_t count) {
+void set(Header header, rpmTagVal tag, rpm_tagtype_t type, const void* value, std::size_t count) {
   headerDel(header, tag);
   const auto data = Common::Rpm::ownHandle<rpmtdFree>(rpmtdNew());
   data->tag = tag;
