@@ -22,7 +22,9 @@ PackageFacts readHeader(const std::filesystem::path& path) {
   const Common::Rpm::Reader reader(path.native());
   PackageFacts facts;
   facts.name = reader.tag(Common::Rpm::Tag::Name);
-  facts.version = reader.tag(Common::Rpm::Tag::Version) + "-" + reader.tag(Common::Rpm::Tag::Release);
+  // In this order: the first missing tag is the one that the log names.
+  facts.version = reader.tag(Common::Rpm::Tag::Version) + "-";
+  facts.version += reader.tag(Common::Rpm::Tag::Release);
   return facts;
 }
 

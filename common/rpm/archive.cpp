@@ -5,7 +5,6 @@
 #include "common/error/error.h"
 #include "common/posix/blocked_signals.h"
 #include "common/rpm/file_list.h"
-#include "common/rpm/sound_header.h"
 #include "driver/log/log_message.h"
 
 #include <rpm/rpmarchive.h>
@@ -19,10 +18,12 @@
 #include <fstream>
 #include <limits>
 #include <memory>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace Common::Rpm {
 
@@ -61,10 +62,31 @@ ssize_t readContentOf(rpmfi payload, std::span<std::byte> buffer) {
   return rpmfiArchiveRead(payload, buffer.data(), buffer.size());
 }
 
+/// Whether what follows in the file, up to its end, has the digest that the header has for the payload.
+bool hasPayloadDigest(const FileHandle& file, const HeaderHandle& header) {
+  const TagDataHandle expected = ownTagData(rpmtdNew());
+  headerGet(header.get(), RPMTAG_PAYLOADDIGEST, expected.get(), HEADERGET_MINMEM);
+  const auto algorithm = static_cast<int>(headerGetNumber(header.get(), RPMTAG_PAYLOADDIGESTALGO));
+  const DigestHandle digest = ownDigest(rpmDigestInit(algorithm, RPMDIGEST_NONE));
+  const char* digits = rpmtdGetString(expected.get());
+  if (digits == nullptr || !digest)
+    return false;
+  std::vector<std::byte> buffer(chunkSize);
+  ssize_t count;
+  for (off_t offset = Ftell(file.get()); (count = pread(Fileno(file.get()), buffer.data(), buffer.size(), offset)) > 0;
+       offset += count)
+    rpmDigestUpdate(digest.get(), buffer.data(), static_cast<std::size_t>(count));
+  void* found = nullptr;
+  rpmDigestFinal(rpmDigestDup(digest.get()), &found, nullptr, 1);
+  const std::unique_ptr<void, decltype(&std::free)> owned(found, &std::free);
+  return found != nullptr && std::string_view(static_cast<const char*>(found)) == digits;
+}
+
 /// Whether the file is as long as its signature header says, which has the size of all that follows it. Nothing else
-/// tells that the end of a compressed stream is missing: the archive in it may be complete by then. To be asked when
+/// tells that the end of a compressed stream is missing: the archive in it may be complete by then. librpm does not
+/// look at that size, so that one which is too large means nothing when the payload has its digest. To be asked when
 /// the file has been read up to the payload.
-bool isAsLongAsPromised(const FileHandle& file, const HeaderHandle& header) {
+bool isComplete(const FileHandle& file, const HeaderHandle& header) {
   const TagDataHandle mainHeader = ownTagData(rpmtdNew());
   const std::uint64_t promised = headerGetNumber(header.get(), RPMTAG_LONGSIGSIZE);
   struct stat status;
@@ -72,7 +94,8 @@ bool isAsLongAsPromised(const FileHandle& file, const HeaderHandle& header) {
       fstat(Fileno(file.get()), &status) != 0)
     return true; // there is nothing to compare with
   const off_t payload = status.st_size - Ftell(file.get());
-  return sizeof(rpm_header_magic) + mainHeader->count + static_cast<std::uint64_t>(payload) >= promised;
+  return sizeof(rpm_header_magic) + mainHeader->count + static_cast<std::uint64_t>(payload) >= promised ||
+         hasPayloadDigest(file, header);
 }
 
 std::filesystem::path underTarget(const std::filesystem::path& target, const char* name) {
@@ -173,7 +196,7 @@ private:
 
 } // namespace
 
-ArchiveReader::ArchiveReader(Reader package) : Reader(std::move(package)), m_files(fileSetOf(header())) {
+ArchiveReader::ArchiveReader(Reader package) : Reader(std::move(package)), m_files(files()) {
   if (!m_files)
     throw openError();
 }
@@ -194,7 +217,7 @@ ArchiveReader ArchiveReader::openFileList(const Reader& reader) {
 
 void ArchiveReader::openPayload() {
   refuseImpossibleSizes(m_files);
-  m_isFileComplete = isAsLongAsPromised(file(), header());
+  m_isFileComplete = isComplete(file(), header());
   try {
     m_stream = std::make_shared<PayloadStream>(file(), tagOr(Tag::PayloadCompressor, "gzip"));
   } catch (const std::system_error&) {

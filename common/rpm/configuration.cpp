@@ -5,8 +5,10 @@
 #include "driver/log/log_message.h"
 
 #include <rpm/rpmlib.h>
+#include <rpm/rpmlog.h>
 #include <rpm/rpmmacro.h>
 
+#include <cstdio>
 #include <string>
 
 namespace Common::Rpm {
@@ -20,6 +22,8 @@ bool configured = false;
 void ensureRpmConfig() {
   if (configured)
     return;
+  // By default librpm's notices, an %{echo:} in a macro file for example, would get between the lines of the log.
+  rpmlogSetFile(stderr);
   configured = rpmReadConfigFiles(nullptr, nullptr) == 0;
   if (!configured)
     LogMessage(LogLevel::Warning) << "Couldn't read RPM configuration files";

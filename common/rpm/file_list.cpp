@@ -3,7 +3,6 @@
 #include "common/rpm/file_list.h"
 
 #include "common/error/error.h"
-#include "common/rpm/sound_header.h"
 
 #include <rpm/rpmstring.h>
 
@@ -89,7 +88,7 @@ std::string nameBelowRoot(std::string_view name) {
 }
 
 std::vector<PackagedFile> fileList(const Reader& package) {
-  const FileSetHandle files = fileSetOf(package.header());
+  const FileSetHandle files = package.files();
   if (!files)
     throw Error(ErrorCode::BadPackageFileFormat, "Couldn't read the list of files of the package");
   std::vector<PackagedFile> list;

@@ -3,17 +3,22 @@
 #include "common/rpm/reader.h"
 
 #include "common/error/error.h"
+#include "common/posix/file_descriptor.h"
 #include "common/rpm/configuration.h"
 #include "common/rpm/sound_header.h"
 
 #include <rpm/rpmlib.h>
 #include <rpm/rpmtag.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,43 +30,99 @@ static_assert(Tag::Name == RPMTAG_NAME && Tag::Version == RPMTAG_VERSION && Tag:
 
 namespace {
 
-/// Opening a FIFO would block for ever and opening a device may do anything, so the file's type is asked first.
-FileHandle openPackage(const std::string& path) {
+Error openError() {
+  return {ErrorCode::FileNotFound, "Couldn't open rpm package"};
+}
+
+Error readError() {
+  return {ErrorCode::BadPackageFileFormat, "Couldn't read rpm package"};
+}
+
+/// Opening a FIFO would block without end and opening a device may do anything, so the type is asked before the file is
+/// opened, of the very file that is opened then. A "regular file" without a size, as /proc/kmsg is, may keep its reader
+/// waiting.
+Posix::FileDescriptor openRegularFile(const std::string& path) {
+  const Posix::FileDescriptor found(open(path.c_str(), O_PATH | O_CLOEXEC));
   struct stat status {};
-  if (stat(path.c_str(), &status) != 0)
-    throw Error(ErrorCode::FileNotFound, "Couldn't open rpm package");
-  if (!S_ISREG(status.st_mode))
-    throw Error(ErrorCode::BadPackageFileFormat, "Couldn't read rpm package");
-  FileHandle file = ownFile(Fopen(path.c_str(), "r.ufdio"));
-  if (!file)
-    throw Error(ErrorCode::FileNotFound, "Couldn't open rpm package");
+  if (!found || fstat(found.get(), &status) != 0)
+    throw openError();
+  if (!S_ISREG(status.st_mode) || status.st_size == 0)
+    throw readError();
+  Posix::FileDescriptor opened(open(("/proc/self/fd/" + std::to_string(found.get())).c_str(), O_RDONLY | O_CLOEXEC));
+  if (!opened)
+    throw openError();
+  return opened;
+}
+
+/// librpm does not get the path, which may look like an address on the network to it.
+FileHandle openPackage(const std::string& path) {
+  const Posix::FileDescriptor opened = openRegularFile(path);
+  FileHandle file = ownFile(fdDup(opened.get()));
+  if (!file || fcntl(Fileno(file.get()), F_SETFD, FD_CLOEXEC) != 0)
+    throw openError();
   return file;
 }
 
-/// The size of the header whose intro (magic, number of entries, size of the data) is at `offset`; nothing when the
-/// file ends before.
-std::optional<off_t> headerSize(int file, off_t offset) {
-  constexpr off_t entrySize = 16;
+/// An entry of a header's index, in network byte order.
+struct IndexEntry {
+  std::uint32_t tag;
+  std::uint32_t type;
+  std::uint32_t offset;
+  std::uint32_t count;
+};
+
+/// What a file says of one of its headers.
+struct HeaderClaims {
+  off_t size;
+  off_t longestList; ///< the most texts under one tag
+};
+
+/// The header at `offset`: an intro (magic, number of entries, size of the data), the entries, the data. Nothing when
+/// the file ends before the data, or when there are more entries than librpm allows.
+std::optional<HeaderClaims> headerClaims(int file, off_t offset) {
+  constexpr std::uint32_t mostEntries = 0xffff;
   std::array<std::uint32_t, 4> intro{};
-  if (pread(file, intro.data(), sizeof intro, offset) != sizeof intro)
+  if (pread(file, intro.data(), sizeof intro, offset) != sizeof intro || ntohl(intro[2]) > mostEntries)
     return std::nullopt;
-  return off_t{sizeof intro} + entrySize * ntohl(intro[2]) + ntohl(intro[3]);
+  std::vector<IndexEntry> index(ntohl(intro[2]));
+  const auto indexSize = static_cast<ssize_t>(index.size() * sizeof(IndexEntry));
+  if (pread(file, index.data(), index.size() * sizeof(IndexEntry), offset + off_t{sizeof intro}) != indexSize)
+    return std::nullopt;
+  HeaderClaims claims{.size = off_t{sizeof intro} + indexSize + ntohl(intro[3]), .longestList = 0};
+  for (const IndexEntry& entry : index) {
+    const std::uint32_t type = ntohl(entry.type);
+    if (type == RPM_STRING_ARRAY_TYPE || type == RPM_I18NSTRING_TYPE)
+      claims.longestList = std::max(claims.longestList, off_t{ntohl(entry.count)});
+  }
+  return claims;
 }
 
-/// Whether the file holds the headers that it claims to have, and no main header beyond measure. librpm takes memory
-/// for what is claimed before it reads, up to 64 and 256 MiB, and ends the process when there is none.
-bool hasReadableSize(int file) {
+/// librpm ends the process when it gets no memory.
+bool isAvailable(std::size_t memory) {
+  void* volatile taken = std::malloc(memory); // volatile: it would be left out
+  std::free(taken);
+  return taken != nullptr;
+}
+
+/// Whether the file holds the headers that it claims to have, and there is memory for reading them. librpm takes memory
+/// for what is claimed before it reads, up to 64 and 256 MiB, and for each text of a list when that is asked for.
+bool isReadable(int file) {
   constexpr off_t leadSize = 96;
-  // The name of a package is sent over the bus, which cuts the connection of who sends more than 32 MiB: one package
-  // would take all that follow with it.
-  constexpr off_t largestHeader = 31 * 1024 * 1024;
+  // librpm's own limit for lists in the signature header. The names of so many files do not fit into a header.
+  constexpr off_t longestList = 16 * 1024 * 1024;
   struct stat status {};
-  const std::optional<off_t> signatureHeader = headerSize(file, leadSize);
-  if (!signatureHeader || fstat(file, &status) != 0)
+  const std::optional<HeaderClaims> signatures = headerClaims(file, leadSize);
+  if (!signatures || fstat(file, &status) != 0)
     return false;
-  const off_t begin = leadSize + (*signatureHeader + 7) / 8 * 8;
-  const std::optional<off_t> header = headerSize(file, begin);
-  return header && *header <= largestHeader && *header <= status.st_size - begin;
+  const off_t begin = leadSize + (signatures->size + 7) / 8 * 8;
+  const std::optional<HeaderClaims> header = headerClaims(file, begin);
+  if (!header || header->size > status.st_size - begin)
+    return false;
+  const off_t longest = std::max(signatures->longestList, header->longestList);
+  // An entry becomes twice as large in memory; no header has a mebibyte of them.
+  constexpr off_t others = 4 * 1024 * 1024;
+  return longest <= longestList && isAvailable(static_cast<std::size_t>(signatures->size + header->size + others) +
+                                               static_cast<std::size_t>(longest) * sizeof(char*));
 }
 
 /// A transaction set that shares one keyring with all others. Left alone, each set would load the keyring from the RPM
@@ -78,30 +139,33 @@ TransactionSetHandle transactionSet() {
 }
 
 HeaderHandle readHeader(const FileHandle& file, const std::string& path) {
-  if (!hasReadableSize(Fileno(file.get())))
-    throw Error(ErrorCode::BadPackageFileFormat, "Couldn't read rpm package");
+  if (!isReadable(Fileno(file.get())))
+    throw readError();
   const TransactionSetHandle set = transactionSet();
   Header found = nullptr;
   const rpmRC result = rpmReadPackageFile(set.get(), file.get(), path.c_str(), &found);
   // The header may be set although the result is a failure.
   HeaderHandle header = ownHeader(found);
   if (result != RPMRC_OK)
-    throw Error(ErrorCode::BadPackageFileFormat, "Couldn't read rpm package");
+    throw readError();
   return header;
 }
 
-/// These values stand in the header as they are. Other tags may be computed from several.
-bool mayBeAskedFor(std::int32_t tag, const HeaderHandle& header) {
-  const bool isPlain = tag == Tag::Name || tag == Tag::Version || tag == Tag::Release || tag == Tag::PayloadCompressor;
-  return isPlain || isSound(header);
+/// What a package is called by decides about it. It must not depend on the language, as a translated text does, and a
+/// list has no one text.
+bool isIdentity(std::int32_t tag) {
+  return tag == Tag::Name || tag == Tag::Version || tag == Tag::Release;
 }
 
-/// Without a value, and so without a text, for a tag that is absent or must not be asked for.
-TagDataHandle valueOf(std::int32_t tag, const HeaderHandle& header) {
-  TagDataHandle data = ownTagData(rpmtdNew());
-  if (mayBeAskedFor(tag, header))
-    headerGet(header.get(), tag, data.get(), HEADERGET_EXT);
-  return data;
+bool isOneString(rpmtd data) {
+  return rpmtdType(data) == RPM_STRING_TYPE && rpmtdCount(data) == 1;
+}
+
+/// A bus cuts the connection of who sends a longer message than it allows, 32 MiB by default: one package would take
+/// all that follow with it.
+bool isTooLong(std::int32_t tag, std::string_view text) {
+  constexpr std::size_t longestName = 1024 * 1024;
+  return tag == Tag::Name && text.size() > longestName;
 }
 
 } // namespace
@@ -110,22 +174,39 @@ Reader::Reader(const std::string& path) {
   ensureRpmConfig();
   m_file = openPackage(path);
   m_header = readHeader(m_file, path);
+  m_sound = std::make_shared<SoundHeader>(m_header);
 }
 
-Reader::Reader(Header header) : m_header(borrowHeader(header)) {
+Reader::Reader(Header header) : Reader(borrowHeader(header)) {}
+
+Reader::Reader(HeaderHandle header) : m_header(std::move(header)), m_sound(std::make_shared<SoundHeader>(m_header)) {
   ensureRpmConfig();
 }
 
-Reader::Reader(HeaderHandle header) : m_header(std::move(header)) {
-  ensureRpmConfig();
+/// Without a value, and so without a text, for a tag that is absent or must not be asked for.
+TagDataHandle Reader::value(std::int32_t tag) const {
+  const auto number = static_cast<rpm_tag_t>(tag);
+  TagDataHandle data = ownTagData(rpmtdNew());
+  if (isIdentity(tag)) {
+    headerGet(m_header.get(), number, data.get(), HEADERGET_MINMEM | HEADERGET_RAW);
+    if (!isOneString(data.get()))
+      rpmtdFreeData(data.get());
+  } else if (!SoundHeader::isComputed(tag)) {
+    // A later librpm may compute further tags, from values that nobody has looked at.
+    headerGet(m_header.get(), number, data.get(), HEADERGET_MINMEM);
+  } else if (m_sound->mayCompute(tag)) {
+    headerGet(m_header.get(), number, data.get(), HEADERGET_EXT);
+  }
+  return data;
 }
 
 std::string Reader::tag(std::int32_t tag) const {
-  const TagDataHandle data = valueOf(tag, m_header);
-  if (const char* text = rpmtdGetString(data.get()))
-    return text;
-  throw Error(ErrorCode::BadPackageFileFormat,
-              "Couldn't retrieve rpm tag from package (type=" + std::to_string(tag) + ")");
+  const TagDataHandle data = value(tag);
+  const char* text = rpmtdCount(data.get()) > 0 ? rpmtdGetString(data.get()) : nullptr;
+  if (text == nullptr || isTooLong(tag, text))
+    throw Error(ErrorCode::BadPackageFileFormat,
+                "Couldn't retrieve rpm tag from package (type=" + std::to_string(tag) + ")");
+  return text;
 }
 
 std::string Reader::tagOr(std::int32_t tag, const std::string& fallback) const {
@@ -137,11 +218,24 @@ std::string Reader::tagOr(std::int32_t tag, const std::string& fallback) const {
 }
 
 std::vector<std::string> Reader::texts(std::int32_t tag) const {
-  const TagDataHandle data = valueOf(tag, m_header);
+  const TagDataHandle data = value(tag);
   std::vector<std::string> found;
-  while (const char* text = rpmtdNextString(data.get()))
-    found.emplace_back(text);
+  if (rpmtdClass(data.get()) != RPM_STRING_CLASS)
+    return found;
+  while (rpmtdNext(data.get()) >= 0) {
+    const char* text = rpmtdGetString(data.get());
+    found.emplace_back(text != nullptr ? text : "");
+  }
   return found;
+}
+
+FileSetHandle Reader::files() const {
+  return m_sound->hasFiles() ? ownFileSet(rpmfilesNew(nullptr, m_header.get(), 0, RPMFI_KEEPHEADER)) : nullptr;
+}
+
+DependencySetHandle Reader::dependencies(std::int32_t kind) const {
+  return m_sound->hasDependencies(kind) ? ownDependencySet(rpmdsNew(m_header.get(), static_cast<rpm_tag_t>(kind), 0))
+                                        : nullptr;
 }
 
 } // namespace Common::Rpm

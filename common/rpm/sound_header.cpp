@@ -6,119 +6,230 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
 #include <vector>
 
 namespace Common::Rpm {
 
 namespace {
 
-struct Value {
-  rpmTagType type;
-  rpm_count_t count;
-};
+using Check = SoundHeader::Check;
 
-std::optional<Value> valueOf(Header header, rpmTagVal tag) {
-  const TagDataHandle data = ownTagData(rpmtdNew());
-  // Not rpmtdCount(), which is 1 for binary data.
-  if (headerGet(header, tag, data.get(), HEADERGET_MINMEM | HEADERGET_RAW) == 0)
-    return std::nullopt;
-  return Value{rpmtdType(data.get()), data->count};
+/// As librpm itself sees it; of a translated text that is one translation.
+TagDataHandle valueOf(Header header, rpmTagVal tag) {
+  TagDataHandle data = ownTagData(rpmtdNew());
+  headerGet(header, tag, data.get(), HEADERGET_MINMEM);
+  return data;
 }
 
-/// rpmbuild writes the interpreter of a script as a single text unless it has arguments.
-bool isInterpreter(rpmTagVal tag) {
-  constexpr std::array tags = {RPMTAG_PREINPROG,    RPMTAG_POSTINPROG,    RPMTAG_PREUNPROG,       RPMTAG_POSTUNPROG,
-                               RPMTAG_PRETRANSPROG, RPMTAG_POSTTRANSPROG, RPMTAG_VERIFYSCRIPTPROG};
-  return std::ranges::find(tags, tag) != tags.end();
+/// A missing value has the type RPM_NULL_TYPE.
+bool isAbsentOr(rpmTagType type, Header header, rpmTagVal tag) {
+  const TagDataHandle value = valueOf(header, tag);
+  return rpmtdType(value.get()) == RPM_NULL_TYPE || rpmtdType(value.get()) == type;
 }
 
-bool hasTypeOf(rpmTagVal tag, rpmTagType type) {
-  const auto wanted = static_cast<rpmTagType>(rpmTagGetTagType(tag) & RPM_MASK_TYPE);
-  const auto isOneText = [](rpmTagType either) { return either == RPM_STRING_TYPE || either == RPM_I18NSTRING_TYPE; };
-  return wanted == RPM_NULL_TYPE || type == wanted || (isOneText(type) && (isOneText(wanted) || isInterpreter(tag)));
+bool isAbsentOrText(Header header, rpmTagVal tag) {
+  return isAbsentOr(RPM_STRING_ARRAY_TYPE, header, tag) || isAbsentOr(RPM_STRING_TYPE, header, tag);
 }
 
-bool haveTheirTypes(Header header) {
-  const HeaderIteratorHandle iterator = ownHeaderIterator(headerInitIterator(header));
-  for (rpmTagVal tag; (tag = headerNextTag(iterator.get())) != RPMTAG_NOT_FOUND;) {
-    const std::optional<Value> value = valueOf(header, tag);
-    if (!value || !hasTypeOf(tag, value->type))
-      return false;
+rpm_count_t countOf(Header header, rpmTagVal tag) {
+  return rpmtdCount(valueOf(header, tag).get());
+}
+
+/// None when the value is absent or has another type.
+std::vector<std::uint32_t> numbersOf(Header header, rpmTagVal tag) {
+  const TagDataHandle value = valueOf(header, tag);
+  std::vector<std::uint32_t> numbers;
+  while (const std::uint32_t* number = rpmtdNextUint32(value.get()))
+    numbers.push_back(*number);
+  return numbers;
+}
+
+template <rpmTagVal base, rpmTagVal directory, rpmTagVal index>
+bool hasNames(Header header) {
+  return isAbsentOr(RPM_STRING_ARRAY_TYPE, header, base) && isAbsentOr(RPM_STRING_ARRAY_TYPE, header, directory) &&
+         isAbsentOr(RPM_INT32_TYPE, header, index);
+}
+
+constexpr Check names = hasNames<RPMTAG_BASENAMES, RPMTAG_DIRNAMES, RPMTAG_DIRINDEXES>;
+constexpr Check originalNames = hasNames<RPMTAG_ORIGBASENAMES, RPMTAG_ORIGDIRNAMES, RPMTAG_ORIGDIRINDEXES>;
+
+/// librpm gives every file as much memory for its fs-verity signature as the longest one takes, and ends the process
+/// when there is not so much.
+bool hasAffordableVeritySignatures(Header header) {
+  constexpr std::uint64_t limit = 256 * 1024 * 1024; // of all headers
+  const TagDataHandle signatures = valueOf(header, RPMTAG_VERITYSIGNATURES);
+  std::size_t longest = 0;
+  while (const char* text = rpmtdNextString(signatures.get()))
+    longest = std::max(longest, std::char_traits<char>::length(text));
+  return std::uint64_t{longest} * rpmtdCount(signatures.get()) <= limit;
+}
+
+/// librpm itself compares the number of files with that of the values which it uses for each of them, except for the
+/// dependencies.
+bool files(Header header) {
+  return names(header) && originalNames(header) && isAbsentOr(RPM_STRING_ARRAY_TYPE, header, RPMTAG_CLASSDICT) &&
+         isAbsentOrText(header, RPMTAG_FILEDIGESTS) && hasAffordableVeritySignatures(header);
+}
+
+bool fileDependencies(Header header) {
+  const auto isForEachFile = [&](rpmTagVal tag) {
+    return headerIsEntry(header, tag) == 0 || numbersOf(header, tag).size() == countOf(header, RPMTAG_BASENAMES);
+  };
+  return isAbsentOr(RPM_INT32_TYPE, header, RPMTAG_DEPENDSDICT) && isForEachFile(RPMTAG_FILEDEPENDSX) &&
+         isForEachFile(RPMTAG_FILEDEPENDSN);
+}
+
+/// librpm itself compares the lengths of the lists.
+template <rpmTagVal name, rpmTagVal flags>
+bool dependencies(Header header) {
+  return isAbsentOr(RPM_STRING_ARRAY_TYPE, header, name) && isAbsentOr(RPM_INT32_TYPE, header, flags);
+}
+
+constexpr Check provides = dependencies<RPMTAG_PROVIDENAME, RPMTAG_PROVIDEFLAGS>;
+constexpr Check requirements = dependencies<RPMTAG_REQUIRENAME, RPMTAG_REQUIREFLAGS>;
+constexpr Check conflicts = dependencies<RPMTAG_CONFLICTNAME, RPMTAG_CONFLICTFLAGS>;
+constexpr Check obsoletes = dependencies<RPMTAG_OBSOLETENAME, RPMTAG_OBSOLETEFLAGS>;
+constexpr Check recommends = dependencies<RPMTAG_RECOMMENDNAME, RPMTAG_RECOMMENDFLAGS>;
+constexpr Check suggests = dependencies<RPMTAG_SUGGESTNAME, RPMTAG_SUGGESTFLAGS>;
+constexpr Check supplements = dependencies<RPMTAG_SUPPLEMENTNAME, RPMTAG_SUPPLEMENTFLAGS>;
+constexpr Check enhances = dependencies<RPMTAG_ENHANCENAME, RPMTAG_ENHANCEFLAGS>;
+constexpr Check order = dependencies<RPMTAG_ORDERNAME, RPMTAG_ORDERFLAGS>;
+constexpr Check oldSuggests = dependencies<RPMTAG_OLDSUGGESTSNAME, RPMTAG_OLDSUGGESTSFLAGS>;
+constexpr Check oldEnhances = dependencies<RPMTAG_OLDENHANCESNAME, RPMTAG_OLDENHANCESFLAGS>;
+constexpr Check triggers = dependencies<RPMTAG_TRIGGERNAME, RPMTAG_TRIGGERFLAGS>;
+constexpr Check fileTriggers = dependencies<RPMTAG_FILETRIGGERNAME, RPMTAG_FILETRIGGERFLAGS>;
+constexpr Check transactionFileTriggers = dependencies<RPMTAG_TRANSFILETRIGGERNAME, RPMTAG_TRANSFILETRIGGERFLAGS>;
+
+/// For the conditions of triggers: librpm reads as many script numbers as there are names.
+template <rpmTagVal name, rpmTagVal index>
+bool conditions(Header header) {
+  return headerIsEntry(header, name) == 0 ||
+         (isAbsentOrText(header, name) && numbersOf(header, index).size() >= countOf(header, name));
+}
+
+/// For the types of triggers: librpm gives what happened to be in memory for a script without a condition. rpmbuild
+/// makes such a script of the second one that has the same condition.
+template <rpmTagVal index, rpmTagVal flags, rpmTagVal script>
+bool types(Header header) {
+  if (headerIsEntry(header, index) == 0)
+    return true;
+  std::vector<std::uint32_t> scripts = numbersOf(header, index);
+  scripts.resize(std::min(scripts.size(), numbersOf(header, flags).size()));
+  std::vector<bool> found(countOf(header, script));
+  for (const std::uint32_t number : scripts) {
+    if (number < found.size())
+      found[number] = true;
   }
-  return true;
+  return isAbsentOr(RPM_INT32_TYPE, header, index) && isAbsentOr(RPM_INT32_TYPE, header, flags) &&
+         std::ranges::find(found, false) == found.end();
 }
 
-/// The tags whose values, each where it is present, form one table, with a name in each row.
-const std::vector<std::vector<rpmTagVal>> tables = {
-    {RPMTAG_BASENAMES,    RPMTAG_DIRINDEXES,   RPMTAG_FILESIZES,     RPMTAG_LONGFILESIZES,   RPMTAG_FILESTATES,
-     RPMTAG_FILEMODES,    RPMTAG_FILERDEVS,    RPMTAG_FILEMTIMES,    RPMTAG_FILEDIGESTS,     RPMTAG_FILELINKTOS,
-     RPMTAG_FILEFLAGS,    RPMTAG_FILEUSERNAME, RPMTAG_FILEGROUPNAME, RPMTAG_FILEVERIFYFLAGS, RPMTAG_FILEDEVICES,
-     RPMTAG_FILEINODES,   RPMTAG_FILELANGS,    RPMTAG_FILECOLORS,    RPMTAG_FILECLASS,       RPMTAG_FILEDEPENDSX,
-     RPMTAG_FILEDEPENDSN, RPMTAG_FILECAPS,     RPMTAG_FILESIGNATURES},
-    {RPMTAG_REQUIRENAME, RPMTAG_REQUIREVERSION, RPMTAG_REQUIREFLAGS},
-    {RPMTAG_PROVIDENAME, RPMTAG_PROVIDEVERSION, RPMTAG_PROVIDEFLAGS},
-    {RPMTAG_CONFLICTNAME, RPMTAG_CONFLICTVERSION, RPMTAG_CONFLICTFLAGS},
-    {RPMTAG_OBSOLETENAME, RPMTAG_OBSOLETEVERSION, RPMTAG_OBSOLETEFLAGS},
-    {RPMTAG_RECOMMENDNAME, RPMTAG_RECOMMENDVERSION, RPMTAG_RECOMMENDFLAGS},
-    {RPMTAG_SUGGESTNAME, RPMTAG_SUGGESTVERSION, RPMTAG_SUGGESTFLAGS},
-    {RPMTAG_SUPPLEMENTNAME, RPMTAG_SUPPLEMENTVERSION, RPMTAG_SUPPLEMENTFLAGS},
-    {RPMTAG_ENHANCENAME, RPMTAG_ENHANCEVERSION, RPMTAG_ENHANCEFLAGS},
-    {RPMTAG_ORDERNAME, RPMTAG_ORDERVERSION, RPMTAG_ORDERFLAGS},
-    {RPMTAG_OLDSUGGESTSNAME, RPMTAG_OLDSUGGESTSVERSION, RPMTAG_OLDSUGGESTSFLAGS},
-    {RPMTAG_OLDENHANCESNAME, RPMTAG_OLDENHANCESVERSION, RPMTAG_OLDENHANCESFLAGS},
-    {RPMTAG_TRIGGERNAME, RPMTAG_TRIGGERVERSION, RPMTAG_TRIGGERFLAGS, RPMTAG_TRIGGERINDEX},
-    {RPMTAG_FILETRIGGERNAME, RPMTAG_FILETRIGGERVERSION, RPMTAG_FILETRIGGERFLAGS, RPMTAG_FILETRIGGERINDEX},
-    {RPMTAG_TRANSFILETRIGGERNAME, RPMTAG_TRANSFILETRIGGERVERSION, RPMTAG_TRANSFILETRIGGERFLAGS,
-     RPMTAG_TRANSFILETRIGGERINDEX},
+/// Reader takes no other for a name, version or release: a version must not get a translation by this way.
+template <rpmTagVal... tags>
+bool singleStrings(Header header) {
+  const auto isOne = [&](rpmTagVal tag) {
+    const TagDataHandle value = ownTagData(rpmtdNew());
+    return headerGet(header, tag, value.get(), HEADERGET_MINMEM | HEADERGET_RAW) == 0 ||
+           rpmtdType(value.get()) == RPM_STRING_TYPE;
+  };
+  return (isOne(tags) && ...);
+}
+
+constexpr Check version = singleStrings<RPMTAG_VERSION, RPMTAG_RELEASE>;
+constexpr Check nameAndVersion = singleStrings<RPMTAG_NAME, RPMTAG_VERSION, RPMTAG_RELEASE>;
+
+struct Computed {
+  std::int32_t tag;
+  std::array<Check, 3> checks = {};
 };
 
-bool haveFullRows(Header header) {
-  return std::ranges::all_of(tables, [&](const std::vector<rpmTagVal>& table) {
-    const std::optional<Value> names = valueOf(header, table.front());
-    return !names || std::ranges::all_of(table, [&](rpmTagVal tag) {
-      const std::optional<Value> value = valueOf(header, tag);
-      return !value || value->count == names->count;
-    });
-  });
-}
-
-/// Scripts that other packages trigger, the places of their conditions among the scripts, and the conditions.
-using TriggerTags = std::array<rpmTagVal, 5>;
-constexpr auto triggers = std::to_array<TriggerTags>({
-    {RPMTAG_TRIGGERSCRIPTS, RPMTAG_TRIGGERINDEX, RPMTAG_TRIGGERNAME, RPMTAG_TRIGGERVERSION, RPMTAG_TRIGGERFLAGS},
-    {RPMTAG_FILETRIGGERSCRIPTS, RPMTAG_FILETRIGGERINDEX, RPMTAG_FILETRIGGERNAME, RPMTAG_FILETRIGGERVERSION,
-     RPMTAG_FILETRIGGERFLAGS},
-    {RPMTAG_TRANSFILETRIGGERSCRIPTS, RPMTAG_TRANSFILETRIGGERINDEX, RPMTAG_TRANSFILETRIGGERNAME,
-     RPMTAG_TRANSFILETRIGGERVERSION, RPMTAG_TRANSFILETRIGGERFLAGS},
+/// The tags for which librpm 4.18 and 4.20 have a function, and what has to hold before it may be called.
+constexpr auto computedTags = std::to_array<Computed>({
+    {RPMTAG_GROUP},
+    {RPMTAG_DESCRIPTION},
+    {RPMTAG_SUMMARY},
+    {RPMTAG_FILECLASS, {files}},
+    {RPMTAG_FILENAMES, {names}},
+    {RPMTAG_INSTFILENAMES, {names}},
+    {RPMTAG_ORIGFILENAMES, {originalNames}},
+    {RPMTAG_FILENLINKS, {files}},
+    {RPMTAG_FILEPROVIDE, {files, fileDependencies, provides}},
+    {RPMTAG_FILEREQUIRE, {files, fileDependencies, requirements}},
+    {RPMTAG_TRIGGERCONDS, {conditions<RPMTAG_TRIGGERNAME, RPMTAG_TRIGGERINDEX>}},
+    {RPMTAG_FILETRIGGERCONDS, {conditions<RPMTAG_FILETRIGGERNAME, RPMTAG_FILETRIGGERINDEX>}},
+    {RPMTAG_TRANSFILETRIGGERCONDS, {conditions<RPMTAG_TRANSFILETRIGGERNAME, RPMTAG_TRANSFILETRIGGERINDEX>}},
+    {RPMTAG_TRIGGERTYPE, {types<RPMTAG_TRIGGERINDEX, RPMTAG_TRIGGERFLAGS, RPMTAG_TRIGGERSCRIPTS>}},
+    {RPMTAG_FILETRIGGERTYPE, {types<RPMTAG_FILETRIGGERINDEX, RPMTAG_FILETRIGGERFLAGS, RPMTAG_FILETRIGGERSCRIPTS>}},
+    {RPMTAG_TRANSFILETRIGGERTYPE,
+     {types<RPMTAG_TRANSFILETRIGGERINDEX, RPMTAG_TRANSFILETRIGGERFLAGS, RPMTAG_TRANSFILETRIGGERSCRIPTS>}},
+    {RPMTAG_LONGFILESIZES},
+    {RPMTAG_LONGARCHIVESIZE},
+    {RPMTAG_LONGSIZE},
+    {RPMTAG_LONGSIGSIZE},
+    {RPMTAG_DBINSTANCE},
+    {RPMTAG_EVR, {version}},
+    {RPMTAG_NVR, {nameAndVersion}},
+    {RPMTAG_NEVR, {nameAndVersion}},
+    {RPMTAG_NVRA, {nameAndVersion}},
+    {RPMTAG_NEVRA, {nameAndVersion}},
+    {RPMTAG_ARCHSUFFIX},
+    {RPMTAG_HEADERCOLOR},
+    {RPMTAG_VERBOSE},
+    {RPMTAG_EPOCHNUM},
+    {RPMTAG_REQUIRENEVRS, {requirements}},
+    {RPMTAG_RECOMMENDNEVRS, {recommends, oldSuggests}},
+    {RPMTAG_SUGGESTNEVRS, {suggests, oldSuggests}},
+    {RPMTAG_SUPPLEMENTNEVRS, {supplements, oldEnhances}},
+    {RPMTAG_ENHANCENEVRS, {enhances, oldEnhances}},
+    {RPMTAG_PROVIDENEVRS, {provides}},
+    {RPMTAG_OBSOLETENEVRS, {obsoletes}},
+    {RPMTAG_CONFLICTNEVRS, {conflicts}},
+    {5109, {provides}}, // RPMTAG_SYSUSERS of librpm 4.20
 });
 
-/// Whether each script has a condition. librpm gives what happened to be in memory for one that has none, and for all
-/// of them when a part of the conditions is not there.
-bool haveConditions(Header header, const TriggerTags& tags) {
-  const auto present = std::ranges::count_if(tags, [&](rpmTagVal tag) { return valueOf(header, tag).has_value(); });
-  if (present != static_cast<std::ptrdiff_t>(tags.size()))
-    return present == 0;
-  std::vector<bool> found(valueOf(header, tags[0])->count);
-  const TagDataHandle indexes = ownTagData(rpmtdNew());
-  headerGet(header, tags[1], indexes.get(), HEADERGET_MINMEM);
-  while (rpmtdNext(indexes.get()) >= 0) {
-    const std::uint64_t index = rpmtdGetNumber(indexes.get());
-    if (index < found.size())
-      found[index] = true;
-  }
-  return std::ranges::find(found, false) == found.end();
-}
+constexpr auto kindsOfDependencies = std::to_array<std::pair<std::int32_t, Check>>({
+    {RPMTAG_PROVIDENAME, provides},
+    {RPMTAG_REQUIRENAME, requirements},
+    {RPMTAG_CONFLICTNAME, conflicts},
+    {RPMTAG_OBSOLETENAME, obsoletes},
+    {RPMTAG_RECOMMENDNAME, recommends},
+    {RPMTAG_SUGGESTNAME, suggests},
+    {RPMTAG_SUPPLEMENTNAME, supplements},
+    {RPMTAG_ENHANCENAME, enhances},
+    {RPMTAG_ORDERNAME, order},
+    {RPMTAG_OLDSUGGESTSNAME, oldSuggests},
+    {RPMTAG_OLDENHANCESNAME, oldEnhances},
+    {RPMTAG_TRIGGERNAME, triggers},
+    {RPMTAG_FILETRIGGERNAME, fileTriggers},
+    {RPMTAG_TRANSFILETRIGGERNAME, transactionFileTriggers},
+});
 
 } // namespace
 
-bool isSound(const HeaderHandle& header) {
-  return haveTheirTypes(header.get()) && haveFullRows(header.get()) &&
-         std::ranges::all_of(triggers, [&](const TriggerTags& tags) { return haveConditions(header.get(), tags); });
+bool SoundHeader::isComputed(std::int32_t tag) {
+  return std::ranges::find(computedTags, tag, &Computed::tag) != computedTags.end();
 }
 
-FileSetHandle fileSetOf(const HeaderHandle& header) {
-  return isSound(header) ? ownFileSet(rpmfilesNew(nullptr, header.get(), 0, RPMFI_KEEPHEADER)) : nullptr;
+bool SoundHeader::mayCompute(std::int32_t tag) {
+  const auto computed = std::ranges::find(computedTags, tag, &Computed::tag);
+  return computed != computedTags.end() &&
+         std::ranges::all_of(computed->checks, [&](Check check) { return check == nullptr || passes(check); });
+}
+
+bool SoundHeader::hasFiles() {
+  return passes(files);
+}
+
+bool SoundHeader::hasDependencies(std::int32_t tag) {
+  const auto kind = std::ranges::find(kindsOfDependencies, tag, &std::pair<std::int32_t, Check>::first);
+  return kind != kindsOfDependencies.end() && passes(kind->second);
+}
+
+bool SoundHeader::passes(Check check) {
+  auto known = m_passed.find(check);
+  if (known == m_passed.end())
+    known = m_passed.emplace(check, check(m_header.get())).first;
+  return known->second;
 }
 
 } // namespace Common::Rpm

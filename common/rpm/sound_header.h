@@ -4,15 +4,39 @@
 
 #include "common/rpm/handles.h"
 
+#include <cstdint>
+#include <map>
+#include <utility>
+
 namespace Common::Rpm {
 
-/// Whether every value of `header` has the type that belongs to its tag, and lists that are parts of one table are of
-/// one length. librpm relies on that, without a look, wherever it combines several values: in file lists, dependencies
-/// and the tags that it computes. A text that is a number there makes it follow, or free, pointers that are none.
-/// Reading single values is safe without.
-bool isSound(const HeaderHandle& header);
+/// Whether librpm may be asked for something that it computes from several values of one header. It combines them
+/// without a look at their types, and partly at their number: a text where a list belongs makes it follow, or free,
+/// pointers that are none. Only the values that librpm combines for what is asked are looked at, once for each header;
+/// what librpm refuses by itself is left to it.
+class SoundHeader {
+public:
+  using Check = bool (*)(Header);
 
-/// The files of a sound header; null when it is not sound, or has a list that librpm refuses.
-FileSetHandle fileSetOf(const HeaderHandle& header);
+  explicit SoundHeader(HeaderHandle header) : m_header(std::move(header)) {}
+
+  /// Whether librpm computes this tag, from others or from its own value.
+  static bool isComputed(std::int32_t tag);
+
+  /// For a computed tag.
+  bool mayCompute(std::int32_t tag);
+
+  /// For rpmfilesNew().
+  bool hasFiles();
+
+  /// For rpmdsNew() with `tag`, which may be any.
+  bool hasDependencies(std::int32_t tag);
+
+private:
+  bool passes(Check check);
+
+  HeaderHandle m_header;
+  std::map<Check, bool> m_passed;
+};
 
 } // namespace Common::Rpm

@@ -4,7 +4,6 @@
 
 #include "common/error/error.h"
 #include "common/rpm/configuration.h"
-#include "common/rpm/sound_header.h"
 
 #include <rpm/rpmcli.h>
 #include <rpm/rpmlog.h>
@@ -64,9 +63,7 @@ void RpmTransaction::forEachInstalled(const PackageIteratorHandle& packages,
 
 std::vector<std::string> RpmTransaction::dependencyNames(const Reader& reader, std::int32_t tag) {
   std::vector<std::string> names;
-  if (!isSound(reader.header()))
-    return names;
-  const DependencySetHandle dependencies = ownDependencySet(rpmdsNew(reader.header().get(), tag, 0));
+  const DependencySetHandle dependencies = reader.dependencies(tag);
   while (rpmdsNext(dependencies.get()) >= 0) {
     const char* text = rpmdsDNEVR(dependencies.get());
     std::istringstream words(text != nullptr ? text : "");

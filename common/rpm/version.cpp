@@ -8,8 +8,8 @@ namespace Common::Rpm {
 
 namespace {
 
-/// librpm copies what it compares onto the stack, and a version of some megabytes ends the process.
-constexpr std::size_t longestVersion = 64 * 1024;
+/// librpm copies what it compares onto the stack, and two versions of some megabytes end the process.
+constexpr std::size_t longestVersion = 1024 * 1024;
 
 } // namespace
 

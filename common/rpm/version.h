@@ -9,7 +9,7 @@ namespace Common::Rpm {
 enum class VersionComparison {
   Newer,
   LowerOrEqual,
-  Unparsable, ///< one of the two is no version to RPM, or longer than 64 KiB
+  Unparsable, ///< one of the two is no version to RPM, or longer than 1 MiB
   Unexpected, ///< RPM's comparison gave none of -1, 0 and 1
 };
 

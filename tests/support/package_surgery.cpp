@@ -5,8 +5,6 @@
 #include "common/rpm/handles.h"
 #include "tests/support/temp_directory.h"
 
-#include <rpm/rpmtag.h>
-
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
@@ -54,6 +52,15 @@ std::string leastSignatureHeader(std::size_t contentSize) {
   return header;
 }
 
+std::string sha256(const std::string& bytes) {
+  const DIGEST_CTX digest = rpmDigestInit(RPM_HASH_SHA256, RPMDIGEST_NONE);
+  rpmDigestUpdate(digest, bytes.data(), bytes.size());
+  void* digits = nullptr;
+  rpmDigestFinal(digest, &digits, nullptr, 1);
+  const std::unique_ptr<void, decltype(&free)> owned(digits, &free);
+  return static_cast<const char*>(digits);
+}
+
 /// Where the main header's entry of `tag` stands.
 std::size_t entryOffset(const std::string& package, std::int32_t tag) {
   const std::size_t begin = mainHeaderOffset(package);
@@ -87,6 +94,16 @@ void hideTag(const std::filesystem::path& package, std::int32_t tag) {
   writeContent(package, bytes, bytes.substr(mainHeaderOffset(bytes)));
 }
 
+void putValue(Header header, rpmTagVal tag, rpmTagType type, const void* value, rpm_count_t count) {
+  const Common::Rpm::TagDataHandle data = Common::Rpm::ownTagData(rpmtdNew());
+  data->tag = tag;
+  data->type = type;
+  data->count = count;
+  data->data = const_cast<void*>(value); // headerPut() copies
+  if (headerPut(header, data.get(), HEADERPUT_DEFAULT) == 0)
+    throw std::runtime_error("this cannot be put under tag " + std::to_string(tag));
+}
+
 void changeHeader(const std::filesystem::path& package, const std::function<void(Header)>& change) {
   const std::string bytes = readFile(package);
   const std::size_t begin = mainHeaderOffset(bytes) + magic.size();
@@ -104,6 +121,20 @@ void changeHeader(const std::filesystem::path& package, const std::function<void
   writeContent(package, bytes,
                std::string(magic) + std::string(static_cast<const char*>(exported.get()), size) +
                    bytes.substr(payloadOffset(bytes)));
+}
+
+void sealHeader(const std::filesystem::path& package, std::size_t excess) {
+  const std::string bytes = readFile(package);
+  const std::string content = bytes.substr(mainHeaderOffset(bytes));
+  const auto size = static_cast<std::uint32_t>(content.size() + excess);
+  const std::string digest = sha256(content.substr(0, headerSize(content, 0)));
+  // The number stands first, as its alignment wants.
+  std::string header = std::string(magic) + asBytes(2) + asBytes(static_cast<std::uint32_t>(4 + digest.size() + 1));
+  header += asBytes(RPMSIGTAG_SIZE) + asBytes(RPM_INT32_TYPE) + asBytes(0) + asBytes(1);
+  header += asBytes(RPMSIGTAG_SHA256) + asBytes(RPM_STRING_TYPE) + asBytes(4) + asBytes(1);
+  header += asBytes(size) + digest;
+  header.resize(padded(header.size() + 1));
+  writeFile(package, bytes.substr(0, leadSize) + header + content);
 }
 
 void replacePayload(const std::filesystem::path& package, std::string_view payload) {

@@ -5,13 +5,16 @@
 #include "tests/support/captured_log.h"
 #include "tests/support/environment.h"
 #include "tests/support/rpm_sandbox.h"
+#include "tests/support/temp_directory.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <rpm/rpmmacro.h>
 #include <rpm/rpmtag.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 namespace {
@@ -45,6 +48,24 @@ TEST(RpmConfiguration, IsTriedAgainAfterAFailure) {
   const CapturedLog log;
   const Common::Rpm::Reader third((sandbox.path() / "sample.rpm").string());
   EXPECT_TRUE(Common::Rpm::isRpmConfigured());
+  EXPECT_EQ(log.text(), "");
+}
+
+/// Collects what reaches standard error.
+std::string errorsOf(const std::function<void()>& action) {
+  testing::internal::CaptureStderr();
+  action();
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST(RpmConfiguration, LetsNoticesGoToStandardError) {
+  const Support::RpmSandbox sandbox;
+  sandbox.build({}, sandbox.path() / "sample.rpm");
+  Support::writeFile(sandbox.home() / ".rpmmacros", "%_dbpath %{echo:a notice}" + sandbox.database().string() + "\n");
+  const CapturedLog log;
+  EXPECT_THAT(errorsOf([&] { const Common::Rpm::Reader reader((sandbox.path() / "sample.rpm").string()); }),
+              testing::StartsWith("a notice\n"));
+  std::fflush(stdout);
   EXPECT_EQ(log.text(), "");
 }
 

@@ -3,15 +3,24 @@
 #include "common/error/error.h"
 #include "common/rpm/reader.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/environment.h"
 #include "tests/support/open_pgp_key.h"
 #include "tests/support/ordinary_user.h"
 #include "tests/support/package_surgery.h"
 #include "tests/support/rpm_sandbox.h"
 #include "tests/support/special_files.h"
 #include "tests/support/thrown.h"
+#include "tests/support/working_directory.h"
 
 #include <gtest/gtest.h>
 #include <rpm/rpmtag.h>
+
+#include <array>
+#include <functional>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace {
 
@@ -179,22 +188,159 @@ TEST_F(RpmReader, RefusesClaimsThatTheFileDoesNotFulfil) {
   }
 }
 
-TEST_F(RpmReader, ReadsAMainHeaderOf31Megabytes) {
-  // The label stands last in the header, which grows with it byte by byte.
-  const auto labelPackage = [&](std::size_t size) {
+// As large as that of a package of 400,000 files.
+TEST_F(RpmReader, ReadsAMainHeaderOf64Megabytes) {
+  const std::string label(64 * 1024 * 1024, 'x');
+  Support::changeHeader(package(), [&](Header header) {
+    headerDel(header, RPMTAG_MODULARITYLABEL);
+    headerPutString(header, RPMTAG_MODULARITYLABEL, label.c_str());
+  });
+  EXPECT_TRUE(Reader(package().string()).tag(RPMTAG_MODULARITYLABEL) == label);
+}
+
+// The bus cuts the connection of who sends too much.
+TEST_F(RpmReader, ReadsANameOfOneMebibyte) {
+  const auto namePackage = [&](std::size_t size) {
     Support::changeHeader(package(), [&](Header header) {
-      headerDel(header, RPMTAG_MODULARITYLABEL);
-      headerPutString(header, RPMTAG_MODULARITYLABEL, std::string(size, 'x').c_str());
+      headerDel(header, RPMTAG_NAME);
+      headerPutString(header, RPMTAG_NAME, std::string(size, 'n').c_str());
     });
-    const std::string bytes = readFile(package());
-    return payloadOffset(bytes) - Support::mainHeaderOffset(bytes);
   };
-  constexpr std::size_t limit = 31 * 1024 * 1024;
-  const std::size_t others = labelPackage(1) - 1;
-  ASSERT_EQ(labelPackage(limit - others), limit);
-  EXPECT_EQ(Reader(package().string()).tag(RPMTAG_MODULARITYLABEL).size(), limit - others);
-  ASSERT_EQ(labelPackage(limit - others + 1), limit + 1);
+  constexpr std::size_t limit = 1024 * 1024;
+  namePackage(limit);
+  EXPECT_EQ(Reader(package().string()).tag(RPMTAG_NAME).size(), limit);
+  namePackage(limit + 1);
+  const Reader reader(package().string());
+  EXPECT_EQ(errorOf([&] { reader.tag(RPMTAG_NAME); }),
+            "BadPackageFileFormat: Couldn't retrieve rpm tag from package (type=1000)");
+  EXPECT_EQ(reader.tag(RPMTAG_VERSION), "1.0");
+}
+
+TEST_F(RpmReader, ReadsAVersionOfTwoMebibytes) {
+  const std::string version(2 * 1024 * 1024, '1');
+  Support::changeHeader(package(), [&](Header header) {
+    headerDel(header, RPMTAG_VERSION);
+    headerPutString(header, RPMTAG_VERSION, version.c_str());
+  });
+  EXPECT_TRUE(Reader(package().string()).tag(RPMTAG_VERSION) == version);
+}
+
+// librpm takes eight bytes for each text of a list, and the texts may be empty.
+TEST_F(RpmReader, RefusesAListOfMoreThanSixteenMillionTexts) {
+  const auto listTexts = [&](rpm_count_t count) {
+    Support::changeHeader(package(), [&](Header header) {
+      const std::vector<const char*> texts(count, "");
+      headerDel(header, RPMTAG_VENDOR);
+      Support::putValue(header, RPMTAG_VENDOR, RPM_STRING_ARRAY_TYPE, texts.data(), count);
+    });
+  };
+  constexpr rpm_count_t limit = 16 * 1024 * 1024;
+  listTexts(limit);
+  EXPECT_EQ(Reader(package().string()).tag(RPMTAG_VENDOR), "");
+  listTexts(limit + 1);
   expectUnreadable(package());
+}
+
+/// A header that claims to be as large as librpm allows, in a file that is as large and takes no room on the disk.
+void claimLargestHeader(const std::filesystem::path& package) {
+  std::string bytes = readFile(package);
+  const std::size_t main = Support::mainHeaderOffset(bytes);
+  bytes.replace(main + 12, 4, std::string_view("\x0f\xf0\0\0", 4));
+  writeFile(package, bytes);
+  std::filesystem::resize_file(package, main + 0x0ff80000);
+}
+
+// librpm ends the process when it gets no memory, with status 1.
+TEST_F(RpmReader, RefusesHeadersForWhichThereIsNoMemory) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the sanitizer takes more address space than any limit allows";
+#endif
+  claimLargestHeader(package());
+  const auto readWithLittleMemory = [&] {
+    const rlimit limit = {.rlim_cur = 200UL * 1024 * 1024, .rlim_max = 200UL * 1024 * 1024};
+    setrlimit(RLIMIT_AS, &limit);
+    const std::string error = errorOf([&] { const Reader reader(package().string()); });
+    _exit(error == "BadPackageFileFormat: Couldn't read rpm package" ? 42 : 43);
+  };
+  EXPECT_EXIT(readWithLittleMemory(), testing::ExitedWithCode(42), "");
+}
+
+/// Name, version and release.
+class RpmReaderIdentity : public RpmReader, public testing::WithParamInterface<rpmTagVal> {
+protected:
+  void expectNoText() const {
+    const Reader reader(package().string());
+    EXPECT_EQ(errorOf([&] { reader.tag(static_cast<std::int32_t>(GetParam())); }),
+              "BadPackageFileFormat: Couldn't retrieve rpm tag from package (type=" + std::to_string(GetParam()) + ")");
+    EXPECT_TRUE(reader.texts(static_cast<std::int32_t>(GetParam())).empty());
+  }
+
+  void replace(const std::function<void(Header)>& put) const {
+    Support::changeHeader(package(), [&](Header header) {
+      headerDel(header, GetParam());
+      put(header);
+    });
+  }
+};
+
+TEST_P(RpmReaderIdentity, DoesNotDependOnTheLanguage) {
+  replace([](Header header) {
+    headerAddI18NString(header, GetParam(), "everywhere", "C");
+    headerAddI18NString(header, GetParam(), "germany", "de");
+  });
+  for (const char* language : {"C", "de"}) {
+    const Support::ScopedEnvironment environment("LANGUAGE", language);
+    expectNoText();
+  }
+}
+
+TEST_P(RpmReaderIdentity, IsNoList) {
+  for (const rpm_count_t count : {1U, 2U}) {
+    replace([&](Header header) {
+      const std::array<const char*, 2> texts = {"one", "two"};
+      Support::putValue(header, GetParam(), RPM_STRING_ARRAY_TYPE, texts.data(), count);
+    });
+    expectNoText();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, RpmReaderIdentity, testing::Values(RPMTAG_NAME, RPMTAG_VERSION, RPMTAG_RELEASE),
+                         [](const auto& instance) { return rpmTagGetName(instance.param); });
+
+// It is one to stat(2), and a read waits for the next message of the kernel.
+TEST_F(RpmReader, RefusesTheMessagesOfTheKernelWithoutReading) {
+  std::filesystem::create_symlink("/proc/kmsg", m_sandbox.path() / "link.rpm");
+  const auto read = [&] {
+    alarm(20);
+    const std::string error = errorOf([&] { const Reader reader((m_sandbox.path() / "link.rpm").string()); });
+    _exit(error == "BadPackageFileFormat: Couldn't read rpm package" ? 42 : 43);
+  };
+  EXPECT_EXIT(read(), testing::ExitedWithCode(42), "");
+}
+
+TEST_F(RpmReader, TakesAPathThatLooksLikeAnAddressForAPath) {
+  const Support::ScopedWorkingDirectory here(m_sandbox.path());
+  for (const char* path :
+       {"http://h/x.rpm", "https://h/x.rpm", "ftp://h/x.rpm", "hkp://h/x.rpm", "file://h/x.rpm", "-"}) {
+    SCOPED_TRACE(path);
+    const std::filesystem::path copy = m_sandbox.path() / path;
+    std::filesystem::create_directories(copy.parent_path());
+    std::filesystem::copy_file(package(), copy);
+    EXPECT_EQ(Reader(path).tag(RPMTAG_NAME), "sample");
+  }
+}
+
+TEST_F(RpmReader, KeepsTheFileFromOtherPrograms) {
+  const Reader reader(package().string());
+  int found = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    if (std::filesystem::read_symlink(entry, gone) != package())
+      continue;
+    ++found;
+    EXPECT_EQ(fcntl(std::stoi(entry.path().filename().string()), F_GETFD), FD_CLOEXEC);
+  }
+  EXPECT_EQ(found, 1);
 }
 
 TEST_F(RpmReader, ReadsAPackageCutInsideItsPayload) {

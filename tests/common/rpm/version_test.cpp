@@ -35,10 +35,11 @@ INSTANTIATE_TEST_SUITE_P(Table, VersionTable,
                                          Case{"", "1.0-1", VersionComparison::Unparsable},
                                          Case{"", "", VersionComparison::Unparsable}));
 
-TEST(Versions, OfMoreThan64KibibytesAreNotCompared) {
-  const std::string longest(64 * 1024, '1');
+TEST(Versions, OfMoreThanOneMebibyteAreNotCompared) {
+  const std::string longest(1024 * 1024, '1');
   EXPECT_EQ(compareVersions(longest, "1.0-1"), VersionComparison::Newer);
   EXPECT_EQ(compareVersions("1.0-1", longest), VersionComparison::LowerOrEqual);
+  EXPECT_EQ(compareVersions(longest, std::string(1024 * 1024 - 1, '1')), VersionComparison::Newer);
   for (const std::size_t size : {longest.size() + 1, std::size_t{40} * 1024 * 1024}) {
     EXPECT_EQ(compareVersions(std::string(size, '1'), "1.0-1"), VersionComparison::Unparsable);
     EXPECT_EQ(compareVersions("1.0-1", std::string(size, '1')), VersionComparison::Unparsable);
