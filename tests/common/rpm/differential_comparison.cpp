@@ -170,7 +170,7 @@ private:
                                       m_package.string(), fresh("archive").string()},
                                      m_folder / "archive")});
     if (geteuid() == 0 && isInstallable())
-      compare("installed tree", {ours, installedTree()});
+      compare(installedTree, {ours, theirInstalledTree()});
   }
 
   bool isInstallable() const {
@@ -182,7 +182,7 @@ private:
            std::ranges::none_of(Common::Rpm::fileList(*m_reader), isFifo);
   }
 
-  std::string installedTree() const {
+  std::string theirInstalledTree() const {
     const path root = fresh("root");
     return treeAfter({"rpm", "-i", "--root", root.string(), "--dbpath", "/database of rpm", "--nodeps", "--noscripts",
                       "--ignorearch", "--ignoreos", "--nosignature", m_package.string()},

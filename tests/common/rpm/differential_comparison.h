@@ -15,13 +15,15 @@ struct Answers {
   bool operator==(const Answers&) const = default;
 };
 
+inline const std::string installedTree = "installed tree";
+
 /// The names of the questions with different answers:
 /// - "header": whether the header can be read (rpm -qp),
 /// - "package": whether all of the package can be read (rpm -K --nosignature),
 /// - "tag NAME": the texts of one tag, of all that have texts (rpm -qp --queryformat),
 /// - "files": the list of files (rpm -qp --dump),
 /// - "tree": what is unpacked (rpm2archive and tar),
-/// - "installed tree": what is installed (rpm -i --root): for root alone, who may change the root directory, and not for
+/// - installedTree: what is installed (rpm -i --root): for root alone, who may change the root directory, and not for
 ///   source packages.
 using Differences = std::map<std::string, Answers>;
 
