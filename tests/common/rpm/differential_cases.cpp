@@ -64,9 +64,9 @@ Case withDirective(const std::string& directive) {
 }
 
 void addPayloads(Cases& cases) {
-  for (const char* mode : {"w0.gzdio", "w1.gzdio", "w6.gzdio", "w9.gzdio", "w.gzdio", "w1.bzdio", "w9.bzdio", "w0.xzdio",
-                           "w6.xzdio", "w9.xzdio", "w6T2.xzdio", "w7T0.xzdio", "w2.lzdio", "w9.lzdio", "w1.zstdio",
-                           "w3.zstdio", "w19.zstdio", "w9T2.zstdio", "w.ufdio"})
+  for (const char* mode : {"w0.gzdio", "w1.gzdio", "w6.gzdio", "w9.gzdio", "w.gzdio", "w1.bzdio", "w9.bzdio",
+                           "w0.xzdio", "w6.xzdio", "w9.xzdio", "w6T2.xzdio", "w7T0.xzdio", "w2.lzdio", "w9.lzdio",
+                           "w1.zstdio", "w3.zstdio", "w19.zstdio", "w9T2.zstdio", "w.ufdio"})
     cases.push_back(withMacros("Payload_" + asName(mode), "%global _binary_payload " + std::string(mode)));
   for (const char* algorithm : {"1", "2", "8", "9", "10", "11"})
     cases.push_back(withMacros("FileDigest_" + std::string(algorithm),
@@ -107,16 +107,35 @@ void addMacros(Cases& cases) {
 }
 
 void addPreamble(Cases& cases) {
-  for (const char* line :
-       {"Epoch: 0", "Epoch: 7", "Epoch: 4294967295", "Group: Applications/Text", "Vendor: Somebody",
-        "Packager: Somebody", "Distribution: Something", "DistTag: tag",
-        "URL: https://example.org/%%7e", "BugURL: https://example.org/bugs", "VCS: git:https://example.org/x.git",
-        "ModularityLabel: a:b:1:c", "TranslationURL: https://example.org/t", "UpstreamReleases: https://example.org/r",
-        "AutoReqProv: no", "AutoReq: no", "AutoProv: no", "ExclusiveArch: noarch %{_target_cpu}", "ExcludeArch: sparc",
-        "ExclusiveOS: linux", "ExcludeOS: aix", "Prefix: /opt", "Prefix: /opt\nPrefix: /opt/sample",
-        "Prefixes: /opt, /usr", "Source: nowhere.tar", "Source0: nowhere.tar\nNoSource: 0",
-        "Summary(de): Ein Testpaket", "Summary(de): Ein Testpaket\nSummary(fr): Un paquet\nGroup(de): Gruppe",
-        "RemovePathPostfixes: .other"})
+  for (const char* line : {"Epoch: 0",
+                           "Epoch: 7",
+                           "Epoch: 4294967295",
+                           "Group: Applications/Text",
+                           "Vendor: Somebody",
+                           "Packager: Somebody",
+                           "Distribution: Something",
+                           "DistTag: tag",
+                           "URL: https://example.org/%%7e",
+                           "BugURL: https://example.org/bugs",
+                           "VCS: git:https://example.org/x.git",
+                           "ModularityLabel: a:b:1:c",
+                           "TranslationURL: https://example.org/t",
+                           "UpstreamReleases: https://example.org/r",
+                           "AutoReqProv: no",
+                           "AutoReq: no",
+                           "AutoProv: no",
+                           "ExclusiveArch: noarch %{_target_cpu}",
+                           "ExcludeArch: sparc",
+                           "ExclusiveOS: linux",
+                           "ExcludeOS: aix",
+                           "Prefix: /opt",
+                           "Prefix: /opt\nPrefix: /opt/sample",
+                           "Prefixes: /opt, /usr",
+                           "Source: nowhere.tar",
+                           "Source0: nowhere.tar\nNoSource: 0",
+                           "Summary(de): Ein Testpaket",
+                           "Summary(de): Ein Testpaket\nSummary(fr): Un paquet\nGroup(de): Gruppe",
+                           "RemovePathPostfixes: .other"})
     cases.push_back(withPreamble("Preamble_" + asName(line), line));
 }
 
@@ -132,33 +151,29 @@ void addNames(Cases& cases) {
 }
 
 void addArchitectures(Cases& cases) {
-  for (const char* target :
-       {"x86_64-linux", "i386-linux", "i686-linux", "aarch64-linux", "armv7hl-linux", "riscv64-linux", "ppc64le-linux",
-        "s390x-linux", "noarch-linux"}) {
+  for (const char* target : {"x86_64-linux", "i386-linux", "i686-linux", "aarch64-linux", "armv7hl-linux",
+                             "riscv64-linux", "ppc64le-linux", "s390x-linux", "noarch-linux"}) {
     const std::string architecture(target, std::string(target).find('-'));
-    cases.push_back(
-        {"Architecture_" + architecture, {.architecture = "", .arguments = {"--target", target}}});
+    cases.push_back({"Architecture_" + architecture, {.architecture = "", .arguments = {"--target", target}}});
   }
 }
 
 void addDependencies(Cases& cases) {
-  for (const char* kind :
-       {"Requires", "Provides", "Conflicts", "Obsoletes", "Recommends", "Suggests", "Supplements", "Enhances",
-        "OrderWithRequires"}) {
+  for (const char* kind : {"Requires", "Provides", "Conflicts", "Obsoletes", "Recommends", "Suggests", "Supplements",
+                           "Enhances", "OrderWithRequires"}) {
     const std::string tag = std::string(kind) + ": ";
     cases.push_back(withPreamble(std::string(kind), tag + "other"));
-    cases.push_back(withPreamble(std::string(kind) + "Versions", tag + "a < 1, b <= 1:2, c = 2-3, d >= 4~5, e > 0:6^7"));
+    cases.push_back(
+        withPreamble(std::string(kind) + "Versions", tag + "a < 1, b <= 1:2, c = 2-3, d >= 4~5, e > 0:6^7"));
   }
-  for (const char* qualifier : {"pre", "post", "preun", "postun", "pretrans", "posttrans", "verify", "interp", "meta",
-                                "pre,post", "rpmlib"})
+  for (const char* qualifier :
+       {"pre", "post", "preun", "postun", "pretrans", "posttrans", "verify", "interp", "meta", "pre,post", "rpmlib"})
     cases.push_back(withPreamble("Requires_" + asName(qualifier), "Requires(" + std::string(qualifier) + "): other"));
-  for (const char* rich :
-       {"(a and b)", "(a or b)", "(a if b)", "(a if b else c)", "(a unless b)", "(a with b)", "(a without b)",
-        "((a >= 1 with a < 2) or (b and c))"})
-    cases.push_back(withPreamble("Rich_" + asName(rich),
-                                 std::string(std::string(rich).find("unless") == std::string::npos ? "Requires: "
-                                                                                                   : "Conflicts: ") +
-                                     rich));
+  for (const char* rich : {"(a and b)", "(a or b)", "(a if b)", "(a if b else c)", "(a unless b)", "(a with b)",
+                           "(a without b)", "((a >= 1 with a < 2) or (b and c))"})
+    cases.push_back(withPreamble(
+        "Rich_" + asName(rich),
+        std::string(std::string(rich).find("unless") == std::string::npos ? "Requires: " : "Conflicts: ") + rich));
   cases.push_back(withPreamble("DependencyOnAFile", "Requires: /bin/sh\nConflicts: /opt/nothing"));
   cases.push_back(withPreamble("DependencyTwice", "Requires: a\nRequires: a\nProvides: b = 1\nProvides: b = 1"));
   cases.push_back(withPreamble("DependencyOfAnArchitecture", "Requires: a(x86-64)\nProvides: b(x86-64) = 1"));
@@ -173,7 +188,8 @@ void addScripts(Cases& cases) {
     const std::string section = "%" + std::string(script);
     cases.push_back(withSections("Script_" + std::string(script), section + "\ntrue"));
     cases.push_back(withSections("ScriptInLua_" + std::string(script), section + " -p <lua>\nprint(1)"));
-    cases.push_back(withSections("ScriptWithArguments_" + std::string(script), section + " -p \"/bin/sh -e -u\"\ntrue"));
+    cases.push_back(
+        withSections("ScriptWithArguments_" + std::string(script), section + " -p \"/bin/sh -e -u\"\ntrue"));
     cases.push_back(withSections("ScriptAlone_" + std::string(script), section + " -p /sbin/ldconfig"));
   }
   cases.push_back(withSections("ScriptExpanded", "%post -e\necho %%{name}"));
@@ -185,8 +201,8 @@ void addTriggers(Cases& cases) {
   for (const char* trigger : {"triggerin", "triggerun", "triggerpostun", "triggerprein"}) {
     const std::string section = "%" + std::string(trigger);
     cases.push_back(withSections("Trigger_" + std::string(trigger), section + " -- other\ntrue"));
-    cases.push_back(
-        withSections("TriggerConditions_" + std::string(trigger), section + " -p <lua> -- a, b < 3, c >= 1:2-3\nprint(1)"));
+    cases.push_back(withSections("TriggerConditions_" + std::string(trigger),
+                                 section + " -p <lua> -- a, b < 3, c >= 1:2-3\nprint(1)"));
   }
   for (const char* trigger : {"filetriggerin", "filetriggerun", "filetriggerpostun", "transfiletriggerin",
                               "transfiletriggerun", "transfiletriggerpostun"}) {
@@ -206,14 +222,36 @@ void addTriggers(Cases& cases) {
 }
 
 void addDirectives(Cases& cases) {
-  for (const char* directive :
-       {"%doc", "%license", "%readme", "%artifact", "%config", "%config(noreplace)", "%config(missingok)",
-        "%config(missingok, noreplace)", "%missingok", "%ghost", "%ghost %config", "%lang(de)", "%lang(de_AT)",
-        "%verify()", "%verify(not md5 size mtime)", "%verify(not filedigest)", "%verify(mode)", "%verify(user group)",
-        "%verify(not link rdev caps)", "%verify(owner symlink)", "%attr(0600, root, root)", "%attr(4755, root, root)",
-        "%attr(2755, root, root)", "%attr(1644, root, root)", "%attr(0000, root, root)", "%attr(0644, somebody, somegroup)",
-        "%attr(-, nobody, -)", "%caps(cap_net_raw=ep)", "%caps(cap_net_admin,cap_net_raw=eip)",
-        "%config %lang(de) %attr(0640, root, root) %verify(not md5)"})
+  for (const char* directive : {"%doc",
+                                "%license",
+                                "%readme",
+                                "%artifact",
+                                "%config",
+                                "%config(noreplace)",
+                                "%config(missingok)",
+                                "%config(missingok, noreplace)",
+                                "%missingok",
+                                "%ghost",
+                                "%ghost %config",
+                                "%lang(de)",
+                                "%lang(de_AT)",
+                                "%verify()",
+                                "%verify(not md5 size mtime)",
+                                "%verify(not filedigest)",
+                                "%verify(mode)",
+                                "%verify(user group)",
+                                "%verify(not link rdev caps)",
+                                "%verify(owner symlink)",
+                                "%attr(0600, root, root)",
+                                "%attr(4755, root, root)",
+                                "%attr(2755, root, root)",
+                                "%attr(1644, root, root)",
+                                "%attr(0000, root, root)",
+                                "%attr(0644, somebody, somegroup)",
+                                "%attr(-, nobody, -)",
+                                "%caps(cap_net_raw=ep)",
+                                "%caps(cap_net_admin,cap_net_raw=eip)",
+                                "%config %lang(de) %attr(0640, root, root) %verify(not md5)"})
     cases.push_back(withDirective(directive));
   cases.push_back(withFiles("Defattr", "mkdir folder; echo x > folder/file",
                             "%defattr(0640, somebody, somegroup, 0750)\n/opt/sample"));
@@ -246,14 +284,15 @@ void addContents(Cases& cases) {
                             "/opt/sample/a\n%exclude /opt/sample/b\n/opt/sample/c"));
   cases.push_back(withFiles("HardLinksConfigured", "echo x > a; ln a b",
                             "%config /opt/sample/a\n%attr(600, root, root) /opt/sample/b"));
-  cases.push_back(withFiles("Symlinks", "ln -s /etc/passwd a; ln -s nowhere b; ln -s b c; ln -s . d; ln -s 'a b' e", all));
+  cases.push_back(
+      withFiles("Symlinks", "ln -s /etc/passwd a; ln -s nowhere b; ln -s b c; ln -s . d; ln -s 'a b' e", all));
   cases.push_back(withFiles("SymlinkOfALongPath", "ln -s /" + std::string(800, 'x') + " a", all));
   cases.push_back(withFiles("SymlinkOfAFolder", "mkdir folder; echo x > folder/file; ln -s folder link", all));
   cases.push_back(withFiles("SymlinkAsGhost", "ln -s /somewhere a; echo x > b", "%ghost /opt/sample/a\n/opt/sample/b"));
   cases.push_back(withFiles("Fifo", "mkfifo a; echo x > b", all));
   cases.push_back(withFiles("Device", "echo x > b", "/opt/sample/b\n%dev(c, 1, 3) /opt/sample/null"));
-  cases.push_back(withFiles("Names", "echo x > 'a b'; echo y > -rf; echo z > '\xc3\xa4'; echo q > \"q'\"; echo w > a:b",
-                            all));
+  cases.push_back(
+      withFiles("Names", "echo x > 'a b'; echo y > -rf; echo z > '\xc3\xa4'; echo q > \"q'\"; echo w > a:b", all));
   cases.push_back(withFiles("NamesThatAreNoText", "printf x > \"$(printf 'a\\377b')\"", all));
   cases.back().input.globals = "%global _invalid_encoding_terminates_build 0";
   cases.push_back(withFiles("NameOf255", "echo x > " + std::string(255, 'n'), all));
@@ -261,11 +300,13 @@ void addContents(Cases& cases) {
   cases.push_back(withFiles("Sparse", "truncate -s 3M a; head -c 131073 /dev/zero > b; seq 200000 > c", all));
   cases.push_back(withFiles("ManyFiles", "for i in $(seq 3000); do echo $i > $i; done", all));
   cases.push_back(withFiles("ManyFolders", "for i in $(seq 300); do mkdir $i; echo $i > $i/file; done", all));
-  cases.push_back(withFiles("DeepFolders", "d=x; for i in $(seq 60); do mkdir -p $d; echo x > $d/f; d=$d/x; done", all));
+  cases.push_back(
+      withFiles("DeepFolders", "d=x; for i in $(seq 60); do mkdir -p $d; echo x > $d/f; d=$d/x; done", all));
   // A ghost is in no payload, so that its size costs nothing. It needs the 64-bit form of the sizes.
   cases.push_back(withFiles("GhostOf5GiB", "truncate -s 5G a; echo x > b", "%ghost /opt/sample/a\n/opt/sample/b"));
   cases.push_back(withFiles("Program", "cp /bin/true a; printf '#!/bin/sh\\n' > b; chmod 755 b", all));
-  cases.back().input.globals = "%global __os_install_post %{nil}\n%global _binaries_in_noarch_packages_terminate_build 0";
+  cases.back().input.globals =
+      "%global __os_install_post %{nil}\n%global _binaries_in_noarch_packages_terminate_build 0";
   cases.push_back(withFiles("ProgramOfAnArchitecture", "cp /bin/true a; cp /bin/true b", all));
   cases.back().input.architecture = "%{_target_cpu}";
   cases.back().input.globals = "%global __os_install_post %{nil}\n%global debug_package %{nil}";
@@ -273,7 +314,8 @@ void addContents(Cases& cases) {
 }
 
 void addTexts(Cases& cases) {
-  cases.push_back(withSections("DescriptionTranslated", "%description -l de\nEin Testpaket.\n%description -l fr\nUn paquet."));
+  cases.push_back(
+      withSections("DescriptionTranslated", "%description -l de\nEin Testpaket.\n%description -l fr\nUn paquet."));
   cases.push_back(withSections("DescriptionLong", "%description -l de\n" + std::string(100000, 'x')));
   cases.push_back({"SummaryUtf8", {.preamble = "Group: \xc3\x84\xc3\x96"}});
 }
@@ -301,10 +343,11 @@ void addSignatures(Cases& cases) {
     key.sign(package);
   };
   cases.push_back({"SignedWithAnImportedKey", {}, sign});
-  cases.push_back({"SignedWithAnUnknownKey", {}, [](const Support::RpmSandbox& sandbox, const std::filesystem::path& package) {
-                     const Support::OpenPgpKey key(sandbox);
-                     key.sign(package);
-                   }});
+  cases.push_back(
+      {"SignedWithAnUnknownKey", {}, [](const Support::RpmSandbox& sandbox, const std::filesystem::path& package) {
+         const Support::OpenPgpKey key(sandbox);
+         key.sign(package);
+       }});
 }
 
 } // namespace

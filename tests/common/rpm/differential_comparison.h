@@ -19,7 +19,7 @@ inline const std::string installedTree = "installed tree";
 
 /// The names of the questions with different answers:
 /// - "header": whether the header can be read (rpm -qp),
-/// - "package": whether all of the package can be read (rpm -K --nosignature),
+/// - "package": whether all of the package can be read (rpm -K --nosignature and rpm2archive),
 /// - "tag NAME": the texts of one tag, of all that have texts (rpm -qp --queryformat),
 /// - "files": the list of files (rpm -qp --dump),
 /// - "tree": what is unpacked (rpm2archive and tar),
