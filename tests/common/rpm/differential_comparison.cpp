@@ -20,6 +20,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include <signal.h>
 #include <unistd.h>
 
 namespace Differential {
@@ -50,8 +51,9 @@ std::string unlessRefused(const std::function<std::string()>& work) {
 /// What a program of librpm writes; "refused" when it fails, and how it ended if that was by a signal.
 std::string outputOf(const std::vector<std::string>& command, const path& folder) {
   const Support::ProcessResult result = Support::run(command, {}, folder);
-  if (result.status > 128)
-    return "ended by signal " + std::to_string(result.status - 128);
+  constexpr int firstSignal = 128;
+  if (result.status > firstSignal && result.status < firstSignal + NSIG) // 254 and 255 are librpm's own
+    return "ended by signal " + std::to_string(result.status - firstSignal);
   return result.status == 0 ? result.output : refused;
 }
 
@@ -120,12 +122,20 @@ private:
     std::string format;
     for (const TextTag& tag : tags)
       format += "[%{" + tag.name + "}" + endOfText + "]" + endOfTag;
-    std::istringstream values(outputOf({"rpm", "-qp", "--queryformat", format, m_package.string()}, m_folder));
+    const std::string answer = theirTexts(format);
+    std::istringstream values(answer);
     for (const TextTag& tag : tags) {
       std::string theirs;
-      std::getline(values, theirs, endOfTag);
+      if (verdictOf(answer) == accepted)
+        std::getline(values, theirs, endOfTag);
+      else // one that cannot be told takes all others with it
+        theirs = theirTexts("[%{" + tag.name + "}" + endOfText + "]");
       compare("tag " + tag.name, {textsOf(*m_reader, tag.number), theirs});
     }
+  }
+
+  std::string theirTexts(const std::string& format) const {
+    return outputOf({"rpm", "-qp", "--queryformat", format, m_package.string()}, m_folder);
   }
 
   void compareFiles() {
