@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <array>
+
 #include <signal.h>
 
 namespace Common::Posix {
@@ -9,16 +11,34 @@ namespace Common::Posix {
 /// Keeps signals from the calling thread, and from threads that it starts meanwhile.
 class BlockedSignals {
 public:
-  BlockedSignals() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &m_before);
+  BlockedSignals() : BlockedSignals(all()) {}
+
+  /// Lets SIGHUP, SIGINT, SIGQUIT, SIGTERM and SIGALRM through as long as they end the process: those of them that have
+  /// neither a handler nor are blocked already. For a wait that may be long and that a handler must not interrupt.
+  static BlockedSignals exceptFatalOnes() {
+    constexpr std::array requests = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM};
+    sigset_t signals = all();
+    for (const int signal : requests) {
+      struct sigaction action;
+      if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_DFL)
+        sigdelset(&signals, signal);
+    }
+    return BlockedSignals(signals);
   }
+
   ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
   BlockedSignals(const BlockedSignals&) = delete;
   BlockedSignals& operator=(const BlockedSignals&) = delete;
 
 private:
+  explicit BlockedSignals(const sigset_t& signals) { pthread_sigmask(SIG_BLOCK, &signals, &m_before); }
+
+  static sigset_t all() {
+    sigset_t signals;
+    sigfillset(&signals);
+    return signals;
+  }
+
   sigset_t m_before;
 };
 

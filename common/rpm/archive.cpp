@@ -49,16 +49,16 @@ void refuseImpossibleSizes(const FileSetHandle& files) {
   }
 }
 
-// A read that waits for the decompression can be interrupted by a signal; zlib then answers with that error for ever,
-// and librpm asks for ever.
+// A read that waits for the decompression can be interrupted by the handler of a signal; zlib then goes on answering
+// with that error, and librpm asks without end. A signal that ends the process does so during a read as well.
 
 int nextFile(rpmfi payload) {
-  const Posix::BlockedSignals untilItIsThere;
+  const Posix::BlockedSignals untilItIsThere = Posix::BlockedSignals::exceptFatalOnes();
   return rpmfiNext(payload);
 }
 
 ssize_t readContentOf(rpmfi payload, std::span<std::byte> buffer) {
-  const Posix::BlockedSignals untilItIsThere;
+  const Posix::BlockedSignals untilItIsThere = Posix::BlockedSignals::exceptFatalOnes();
   return rpmfiArchiveRead(payload, buffer.data(), buffer.size());
 }
 

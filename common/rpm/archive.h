@@ -52,6 +52,9 @@ struct HardLinkDescription {
 /// Payload names cannot climb out of the target, but a payload may hold a symbolic link "a" to "/etc" and then a file
 /// "a/passwd": handlers that write have to look where the parent directories of a path lead. The parent directories
 /// need not be entries of the package.
+///
+/// A handler may start programs. A child process that it forks and that runs no other program keeps the pipe of the
+/// payload open: extract() ends after the child only.
 struct ExtractionHandlers {
   std::function<void(const ArchiveEntry&)> directory;
   /// Has to call writeContent() or readContent() before it returns if it wants the content. What it returns is kept for
@@ -92,8 +95,9 @@ public:
   /// Walks the payload, once, from its beginning to its end, and hands the entries to `handlers` in payload order.
   /// Devices, FIFOs and sockets are left out, each with the warning "Unexpected entry type in rpm package". Throws
   /// Common::Error: Internal "Couldn't read content from rpm package" for a payload that is damaged or incomplete, or
-  /// has been walked already; what the handlers have made by then stays. Signals wait while the payload is read, not
-  /// while a handler runs.
+  /// has been walked already; what the handlers have made by then stays. While the payload is read, signals
+  /// wait, except SIGHUP, SIGINT, SIGQUIT, SIGTERM and SIGALRM as long as they end the process (no handler, not blocked
+  /// by the caller); while a handler of an entry runs, none of them does.
   void extract(const std::filesystem::path& target, const ExtractionHandlers& handlers);
 
   /// For the handler of regular files: writes the current file's content to `destination`, links followed, which is

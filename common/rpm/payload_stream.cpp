@@ -3,6 +3,7 @@
 #include "common/rpm/payload_stream.h"
 
 #include "common/posix/blocked_signals.h"
+#include "common/posix/file_descriptor.h"
 
 #include <array>
 #include <cerrno>
@@ -22,34 +23,28 @@ void require(bool holds) {
     throw std::system_error(errno, std::generic_category());
 }
 
-FileHandle duplicate(int descriptor) {
-  FileHandle file = ownFile(fdDup(descriptor));
-  require(file != nullptr);
-  return file;
+struct Pipe {
+  Posix::FileDescriptor reader;
+  Posix::FileDescriptor writer;
+};
+
+Pipe makePipe() {
+  std::array<int, 2> ends;
+  require(pipe2(ends.data(), O_CLOEXEC) == 0);
+  // Few changes between the threads: with a sixteenth of it, a payload that hardly compresses takes half as long
+  // again. It is what an ordinary user may ask for by default, see pipe(7); a smaller pipe does the same more slowly.
+  fcntl(ends[0], F_SETPIPE_SZ, 1 << 20);
+  return {Posix::FileDescriptor(ends[0]), Posix::FileDescriptor(ends[1])};
 }
 
-/// The descriptors that pipe2(2) gives; those that librpm works with are duplicates.
-class Pipe {
-public:
-  Pipe() {
-    require(pipe2(m_ends.data(), O_CLOEXEC) == 0);
-    // Few changes between the threads: with a sixteenth of it, a payload that hardly compresses takes half as long
-    // again. It is what an ordinary user may ask for by default, see pipe(7); a smaller pipe does the same more slowly.
-    fcntl(m_ends[0], F_SETPIPE_SZ, 1 << 20);
-  }
-  ~Pipe() {
-    close(m_ends[0]);
-    close(m_ends[1]);
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-
-  FileHandle reader() const { return duplicate(m_ends[0]); }
-  FileHandle writer() const { return duplicate(m_ends[1]); }
-
-private:
-  std::array<int, 2> m_ends;
-};
+/// librpm works with a duplicate, which it makes without close-on-exec. A child process that has an end of the pipe
+/// keeps the other end waiting for as long as it lives.
+FileHandle forLibrary(const Posix::FileDescriptor& end) {
+  FileHandle file = ownFile(fdDup(end.get()));
+  require(file != nullptr);
+  require(fcntl(Fileno(file.get()), F_SETFD, FD_CLOEXEC) == 0);
+  return file;
+}
 
 /// RFC 1952
 bool beginsLikeGzip(std::string_view bytes) {
@@ -78,15 +73,15 @@ PayloadStream::PayloadStream(FileHandle file, const std::string& compressor) {
   // This is the file itself, with a decompressor pushed on it.
   const FD_t payload = Fdopen(file.get(), mode.c_str());
   require(payload != nullptr);
-  const Pipe pipe;
-  m_reader = pipe.reader();
+  const Pipe pipe = makePipe();
+  m_reader = forLibrary(pipe.reader);
   // zlib passes on what is not in its format, see gzread in zlib.h. Unlike librpm's plain files it has a buffer, and
   // reads on when a pipe gives less than it was asked for.
   require(Fdopen(m_reader.get(), "r.gzip") != nullptr);
   // Signals are for the thread that expects them. SIGPIPE is none of the process's business when a reader goes early.
   const Posix::BlockedSignals inTheThread;
-  m_thread =
-      std::thread([file = std::move(file), payload, writer = pipe.writer()] { decompress(payload, writer.get()); });
+  m_thread = std::thread(
+      [file = std::move(file), payload, writer = forLibrary(pipe.writer)] { decompress(payload, writer.get()); });
 }
 
 PayloadStream::~PayloadStream() {

@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace Support {
 
@@ -15,6 +16,7 @@ struct PackageInput {
   std::string name = "sample";
   std::string version = "1.0";
   std::string release = "1";
+  /// Empty: that of the machine, or of the argument --target.
   std::string architecture = "noarch";
   /// Further lines of the preamble, for example "Epoch: 3".
   std::string preamble = {};
@@ -25,6 +27,10 @@ struct PackageInput {
   /// Further sections, and macro definitions ("%global ...") that are put at the top of the spec file.
   std::string sections = {};
   std::string globals = {};
+  /// Further arguments of rpmbuild.
+  std::vector<std::string> arguments = {};
+  /// Whether the source package is what is wanted.
+  bool isSource = false;
 };
 
 /// An RPM installation of its own for one test: while it lives, HOME is a folder whose .rpmmacros moves the database

@@ -15,8 +15,11 @@
 namespace {
 
 using ArchiveTest::Compressor;
+using ArchiveTest::entriesOf;
 using ArchiveTest::Events;
+using ArchiveTest::joined;
 using ArchiveTest::mixedPackage;
+using ArchiveTest::payloadOf;
 using ArchiveTest::recording;
 using Common::Rpm::ArchiveEntry;
 using Common::Rpm::ArchiveReader;
@@ -32,31 +35,6 @@ using testing::IsEmpty;
 constexpr const char* openError = "BadPackageFileFormat: Couldn't open rpm package for extraction";
 constexpr const char* contentError = "Internal: Couldn't read content from rpm package";
 const Compressor uncompressed = {"none", "w.ufdio"};
-
-std::string payloadOf(const std::filesystem::path& package) {
-  const std::string bytes = readFile(package);
-  return bytes.substr(Support::payloadOffset(bytes));
-}
-
-/// The entries of an uncompressed payload with all that belongs to each, the trailer last. An entry has a header of
-/// 110 characters, a name and content; name and content are filled up to a multiple of four.
-std::vector<std::string> entriesOf(const std::string& payload) {
-  const auto field = [&](std::size_t offset) { return std::stoul(payload.substr(offset, 8), nullptr, 16); };
-  const auto filled = [](std::size_t size) { return (size + 3) / 4 * 4; };
-  std::vector<std::string> entries;
-  for (std::size_t offset = 0; offset < payload.size(); offset += entries.back().size()) {
-    const std::size_t size = filled(110 + field(offset + 94)) + filled(field(offset + 54));
-    entries.push_back(payload.substr(offset, size));
-  }
-  return entries;
-}
-
-std::string joined(const std::vector<std::string>& entries) {
-  std::string payload;
-  for (const std::string& entry : entries)
-    payload += entry;
-  return payload;
-}
 
 class ArchiveDamage : public ArchiveTest::Fixture {
 protected:

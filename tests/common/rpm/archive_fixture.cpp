@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/archive_fixture.h"
 
+#include "tests/support/package_surgery.h"
 #include "tests/support/thrown.h"
 
 #include <iomanip>
@@ -23,6 +24,29 @@ const std::vector<Compressor> compressors = {
     {"gzip", "w9.gzdio"}, {"bzip2", "w9.bzdio"},  {"xz", "w6.xzdio"},
     {"lzma", "w6.lzdio"}, {"zstd", "w19.zstdio"}, {"none", "w.ufdio"},
 };
+
+std::string payloadOf(const std::filesystem::path& package) {
+  const std::string bytes = Support::readFile(package);
+  return bytes.substr(Support::payloadOffset(bytes));
+}
+
+std::vector<std::string> entriesOf(const std::string& payload) {
+  const auto field = [&](std::size_t offset) { return std::stoul(payload.substr(offset, 8), nullptr, 16); };
+  const auto filled = [](std::size_t size) { return (size + 3) / 4 * 4; };
+  std::vector<std::string> entries;
+  for (std::size_t offset = 0; offset < payload.size(); offset += entries.back().size()) {
+    const std::size_t size = filled(110 + field(offset + 94)) + filled(field(offset + 54));
+    entries.push_back(payload.substr(offset, size));
+  }
+  return entries;
+}
+
+std::string joined(const std::vector<std::string>& entries) {
+  std::string payload;
+  for (const std::string& entry : entries)
+    payload += entry;
+  return payload;
+}
 
 std::string textOf(const std::vector<std::byte>& bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};

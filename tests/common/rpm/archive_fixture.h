@@ -18,6 +18,14 @@ using Events = std::vector<std::string>;
 
 std::string textOf(const std::vector<std::byte>& bytes);
 
+std::string payloadOf(const std::filesystem::path& package);
+
+/// The entries of an uncompressed payload with all that belongs to each, the trailer last. An entry has a header of
+/// 110 characters, a name and content; name and content are filled up to a multiple of four.
+std::vector<std::string> entriesOf(const std::string& payload);
+
+std::string joined(const std::vector<std::string>& entries);
+
 /// One line for an entry, without its content: index, type, path, permissions in octal digits, "ima" if it is to be
 /// signed, and the target of a link.
 std::string describe(const Common::Rpm::ArchiveEntry& entry);
