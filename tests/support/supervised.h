@@ -50,9 +50,9 @@ struct SupervisedResult {
 bool canSupervise();
 
 /// Runs a program to its end and sees each of its system calls before the kernel does, also those that the C library
-/// makes on its own behalf. Calls are on files of `folder` when the path, or that of the descriptor, contains the name
-/// of the folder, which therefore has to be unmistakable. Throws std::runtime_error when the program makes none for 20
-/// seconds.
+/// makes on its own behalf. Calls are on files of `folder` when the path, or that of the descriptor, which may be given
+/// as a path below /proc/self, contains the name of the folder, which therefore has to be unmistakable. Throws
+/// std::runtime_error when the program makes none for 20 seconds.
 SupervisedResult runSupervised(const std::vector<std::string>& arguments, const Environment& environment,
                                const std::filesystem::path& folder, const std::optional<Fault>& fault = {});
 
