@@ -221,7 +221,9 @@ protected:
   }
 
   Support::ProcessResult runAfter(const std::function<void()>& beforeStart) {
-    Support::Process tool({Support::program("krv-pre-installer")}, {{"KRV_ROOT_FS", m_device.root().string()}}, ".",
+    // SQLite leaves memory behind when librpm's database must not grow.
+    Support::Process tool({Support::program("krv-pre-installer")},
+                          {{"KRV_ROOT_FS", m_device.root().string()}, {"ASAN_OPTIONS", "detect_leaks=0"}}, ".",
                           beforeStart);
     return tool.wait();
   }
@@ -294,7 +296,7 @@ TEST_F(RunWithOddStreams, GoesOnWhenItsLogMayNotGrow) {
     const rlimit limit{100, 100};
     setrlimit(RLIMIT_FSIZE, &limit);
   });
-  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.status, 0) << result.errors;
   EXPECT_EQ(result.output,
             (installedLine(m_device.entries()[0]) + installedLine(m_device.entries()[1])).substr(0, 100));
   EXPECT_EQ(m_device.service().calls(), allCalls());
