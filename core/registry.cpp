@@ -5,6 +5,7 @@
 #include "common/error/error.h"
 #include "common/filesystem/entry.h"
 #include "common/filesystem/root.h"
+#include "common/posix/regular_file.h"
 #include "core/registry_content.h"
 #include "driver/log/log_message.h"
 
@@ -12,13 +13,20 @@
 #include <boost/interprocess/sync/file_lock.hpp>
 
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <istream>
 #include <optional>
+#include <streambuf>
 #include <string>
 #include <system_error>
 #include <utility>
 #include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace Core::KRV {
 
@@ -35,10 +43,20 @@ fs::path beside(fs::path registry, const char* suffix) {
   return registry;
 }
 
-/// Opens a file for writing, emptied. Opening a FIFO would wait for a reader, for ever if none comes: it is refused.
-std::ofstream openForWriting(const fs::path& path) {
+/// Opens the lock file, emptied, and makes it if it is missing. No descriptor when that fails, or when something else
+/// is in its place: through a symlink another file would be emptied.
+Common::Posix::FileDescriptor openLockFile(const fs::path& path) {
+  constexpr mode_t reducedByTheUmask = 0666;
+  struct stat status {};
+  auto file = Common::Posix::openRegularFile(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW, reducedByTheUmask, status);
+  return file && ftruncate(file.get(), 0) == 0 ? std::move(file) : Common::Posix::FileDescriptor();
+}
+
+/// A path by which Boost opens the same file again, whatever has come to its `path` since. Without /proc it is `path`.
+fs::path pathOf(const Common::Posix::FileDescriptor& file, const fs::path& path) {
+  const fs::path link = "/proc/self/fd/" + std::to_string(file.get());
   std::error_code ignored;
-  return fs::is_fifo(path, ignored) ? std::ofstream() : std::ofstream(path, std::ios::trunc);
+  return fs::exists(link, ignored) ? link : path;
 }
 
 /// Does `work` while this process holds the registry's lock, and returns its result.
@@ -46,15 +64,16 @@ template <typename Work>
 bool withLock(const fs::path& registry, Work work) {
   const fs::path lockFile = beside(registry, ".lock");
   Common::Filesystem::createDirectories(lockFile.parent_path());
-  if (!openForWriting(lockFile).is_open()) {
+  const Common::Posix::FileDescriptor file = openLockFile(lockFile);
+  if (!file) {
     LogMessage(LogLevel::Error) << "Couldn't create the registry lock file: " << lockFile;
     return false;
   }
-  // The system drops the lock as soon as this process closes any descriptor of the file. It goes with `lock`,
-  // therefore, however `work` ends, and `work` must not open the file.
+  // The system drops the lock as soon as this process closes any descriptor of the file. So both descriptors stay open
+  // until `work` has ended, however it ends, and `work` must not open the file.
   std::optional<boost::interprocess::file_lock> lock;
   try {
-    lock.emplace(lockFile.c_str());
+    lock.emplace(pathOf(file, lockFile).c_str());
     lock->lock();
   } catch (const boost::interprocess::interprocess_exception& exception) {
     LogMessage(LogLevel::Error) << exception.what();
@@ -64,22 +83,47 @@ bool withLock(const fs::path& registry, Work work) {
   return work();
 }
 
+/// The bytes of an open file. A failure to read is an exception, from which a stream becomes bad.
+class FileBuffer : public std::streambuf {
+public:
+  explicit FileBuffer(const Common::Posix::FileDescriptor& file) : m_file(file) {}
+
+private:
+  int_type underflow() override {
+    const ssize_t count = read(m_file.get(), m_bytes.data(), m_bytes.size());
+    if (count < 0)
+      throw std::system_error(errno, std::generic_category());
+    setg(m_bytes.data(), m_bytes.data(), m_bytes.data() + count);
+    return count == 0 ? traits_type::eof() : traits_type::to_int_type(*gptr());
+  }
+
+  const Common::Posix::FileDescriptor& m_file;
+  std::array<char, 65536> m_bytes;
+};
+
 enum class Reading { Done, Missing, Failed };
 
-/// Calls `callback` with each valid record, which it may plunder. A read error is a failure like one to open: taken for
-/// the end of the file, it would make the next write drop what could not be read.
+/// Calls `callback` with each valid record, from which it may move. False for a read error.
+template <typename Callback>
+bool readOpenRegistry(const Common::Posix::FileDescriptor& file, Callback callback) {
+  FileBuffer buffer(file);
+  std::istream lines(&buffer);
+  readLines(lines, callback);
+  return !lines.bad();
+}
+
+/// A read error is a failure like one to open: taken for the end of the file, it would make the next write drop what
+/// could not be read. A file of size 0 is not read: the files of the kernel have that size too, and reading one of them
+/// may wait without end.
 template <typename Callback>
 Reading readRecords(const fs::path& registry, Callback callback) {
   if (!Common::Filesystem::exists(registry))
     return Reading::Missing;
-  std::array<char, 65536> buffer;
-  std::ifstream file;
-  file.rdbuf()->pubsetbuf(buffer.data(), buffer.size());
-  // Only a regular file is sure to open without waiting and to end.
-  if (Common::Filesystem::isRegularFile(registry))
-    file.open(registry);
-  readLines(file, callback);
-  if (file.is_open() && !file.bad())
+  struct stat status {};
+  Common::Posix::FileDescriptor file;
+  if (Common::Filesystem::isRegularFile(registry)) // opening a device may already have an effect
+    file = Common::Posix::openRegularFile(registry.c_str(), O_RDONLY, 0, status);
+  if (file && (status.st_size == 0 || readOpenRegistry(file, callback)))
     return Reading::Done;
   LogMessage(LogLevel::Error) << "Couldn't open registry: " << registry;
   return Reading::Failed;
@@ -100,7 +144,13 @@ bool loadRecords(const fs::path& registry, std::vector<RegistryRecord>& records)
   return false;
 }
 
-bool writeRecords(const fs::path& next, const std::vector<RegistryRecord>& records) {
+/// Opens a file for writing, emptied. Opening a FIFO would wait for a reader, so it is refused.
+std::ofstream openForWriting(const fs::path& path) {
+  std::error_code ignored;
+  return fs::is_fifo(path, ignored) ? std::ofstream() : std::ofstream(path, std::ios::trunc);
+}
+
+bool writeRecords(const fs::path& next, const std::vector<RegistryRecord>& records, const std::string& lastLine) {
   try {
     Common::Filesystem::createDirectories(next.parent_path());
   } catch (const Common::Error&) {
@@ -108,6 +158,7 @@ bool writeRecords(const fs::path& next, const std::vector<RegistryRecord>& recor
   }
   std::ofstream file = openForWriting(next);
   writeLines(file, records);
+  file << lastLine << std::endl;
   // The last failure may show no earlier than here.
   file.close();
   return file.good();
@@ -132,6 +183,7 @@ bool Registry::foreachRecord(const std::function<void(const RegistryRecord&)>& c
 }
 
 bool Registry::writeRecord(const RegistryRecord& record) const {
+  const std::string line = toString(record); // throws for a bad event, while nothing is written yet
   const fs::path registry = registryPath();
   return withLock(registry, [&] {
     std::vector<RegistryRecord> records;
@@ -140,9 +192,8 @@ bool Registry::writeRecord(const RegistryRecord& record) const {
       return false;
     }
     records = prune(std::move(records), record);
-    records.push_back(record);
     const fs::path next = beside(registry, ".next");
-    if (!writeRecords(next, records)) {
+    if (!writeRecords(next, records, line)) {
       LogMessage(LogLevel::Error) << "Couldn't write records to the next registry: " << next;
       return false;
     }

@@ -12,8 +12,8 @@
 /// What the registry does with its content, apart from where that is kept.
 namespace Core::KRV {
 
-/// Calls `callback` with each valid record, which it may plunder, up to the end of the stream or its first failure; bad
-/// lines are logged and skipped.
+/// Calls `callback` with each valid record, from which it may move, up to the end of the stream or its first failure;
+/// bad lines are logged and skipped.
 template <typename Callback>
 void readLines(std::istream& lines, Callback callback) {
   RegistryRecord record{};

@@ -2,10 +2,13 @@
 // SPDX-License-Identifier: MIT
 #include "driver/log/log_message.h"
 #include "driver/run.h"
+#include "driver/standard_streams.h"
 
 #include <exception>
 
 int main() {
+  openStandardStreams();
+  ignoreWriteSignals();
   try {
     return run();
   } catch (const std::exception& error) {

@@ -43,11 +43,11 @@ std::optional<PackageFacts> readFacts(const std::filesystem::path& path) {
 
 /// False when the registry cannot be read. The cache stays empty then, so that the next package tries again.
 bool fillCache(RegistryCache& cache) {
-  RegistryCache::value_type removals;
+  std::vector<RegistryRecord> removals;
   const bool isRead = Core::KRV::Registry().foreachRecord([&](const RegistryRecord& record) {
     // Nothing else decides about a package, and a registry may hold a hundred times as many installations.
     if (record.event == RegistryRecord::Event::Remove)
-      removals[record.packageId].push_back(record);
+      removals.push_back(record);
   });
   if (isRead)
     cache = std::move(removals);
@@ -56,11 +56,9 @@ bool fillCache(RegistryCache& cache) {
   return isRead;
 }
 
-std::span<const RegistryRecord> removalsOf(const std::string& name, RegistryCache& cache) {
-  if (!cache && !fillCache(cache))
-    return {};
-  const auto found = cache->find(name);
-  return found == cache->end() ? std::span<const RegistryRecord>() : found->second;
+std::span<const RegistryRecord> recordsIn(RegistryCache& cache) {
+  const bool isFilled = cache || fillCache(cache);
+  return isFilled ? std::span<const RegistryRecord>(*cache) : std::span<const RegistryRecord>();
 }
 
 void logComparison(VersionComparison comparison, const std::string& version, const std::filesystem::path& path) {
@@ -108,8 +106,8 @@ PreinstallOutcome preinstallPackage(KrvProxy& proxy, const std::filesystem::path
     return skip(packagePath);
 
   const std::optional<InstalledPackage> installed = proxy.getPackage(facts->name);
-  const auto removals = installed ? std::span<const RegistryRecord>() : removalsOf(facts->name, registryCache);
-  const Verdict verdict = decide(*facts, installed, removals);
+  const auto records = installed ? std::span<const RegistryRecord>() : recordsIn(registryCache);
+  const Verdict verdict = decide(*facts, installed, records);
   if (verdict.comparison)
     logComparison(*verdict.comparison, facts->version, packagePath);
   if (!verdict.isInstallationDue()) {

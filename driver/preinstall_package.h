@@ -7,8 +7,6 @@
 
 #include <filesystem>
 #include <optional>
-#include <string>
-#include <unordered_map>
 #include <vector>
 
 enum class PreinstallOutcome {
@@ -17,9 +15,10 @@ enum class PreinstallOutcome {
   InstallFailed, ///< the service refused it; its error is in the log
 };
 
-/// The removals in the package-event registry by the name of the package, each package's in the order of the file. The
-/// registry is read at most once per run; empty until a read has succeeded.
-using RegistryCache = std::optional<std::unordered_map<std::string, std::vector<Core::KRV::RegistryRecord>>>;
+/// The records of the package-event registry in the order of the file, but only the removals, because nothing else
+/// decides; records of other kinds that a caller puts there change nothing. The registry is read at most once per run;
+/// empty until a read has succeeded.
+using RegistryCache = std::optional<std::vector<Core::KRV::RegistryRecord>>;
 
 /// Reads the package at `packagePath`, decides whether it is due, and if so has the service install it, which may
 /// block for as long as the service takes (at most 300 seconds). Fills `registryCache` for the first package that is

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/content.h"
 
+#include "common/posix/regular_file.h"
+
 #include <array>
 #include <cerrno>
 #include <system_error>
@@ -25,12 +27,8 @@ struct Ends {
   Result check(Result result) const {
     const int error = errno;
     if (result < 0)
-      fail(error);
+      throw fs::filesystem_error("cannot copy file", from, to, std::error_code(error, std::generic_category()));
     return result;
-  }
-
-  [[noreturn]] void fail(int error) const {
-    throw fs::filesystem_error("cannot copy file", from, to, std::error_code(error, std::generic_category()));
   }
 };
 
@@ -62,12 +60,9 @@ void copyBytes(int from, int to, const struct stat& status, const Ends& ends) {
 
 Posix::FileDescriptor copyContent(const fs::path& from, const fs::path& to) {
   const Ends ends{from, to};
-  // Opening a pipe that has come into the place of the file since somebody looked must not wait for its other end.
-  Posix::FileDescriptor source(ends.check(open(from.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
   struct stat status {};
-  ends.check(fstat(source.get(), &status));
-  if (!S_ISREG(status.st_mode))
-    ends.fail(ENOTSUP);
+  Posix::FileDescriptor source = Posix::openRegularFile(from.c_str(), O_RDONLY, 0, status);
+  ends.check(source.get());
 
   Posix::FileDescriptor destination(
       ends.check(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, status.st_mode & ACCESSPERMS)));

@@ -17,6 +17,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr const char* pathExists = "path already exists";
+
 /// Whether `path`, which need not exist, is `directory` or lies below it, however the two are written. The system's
 /// own identities are compared and not names, which links and mounts make ambiguous.
 bool liesWithin(const fs::path& path, const fs::path& directory) {
@@ -47,17 +49,20 @@ bool recreateSymlink(const fs::path& target, const fs::path& from, const fs::pat
   }
 }
 
-/// Where an entry is copied to. Nothing can be in its way in a directory that the same copy has made, and to ask for
-/// that takes a tenth of the time of a small file. What comes there all the same, be it by somebody else's hand or by a
-/// file system that takes two names for one, is left alone: a copy never opens a file that is there.
-enum class Destination { Anywhere, InNewDirectory };
+/// What is known of the place that a copy goes to.
+enum class Destination {
+  Anywhere,           ///< nothing; copying a file over something is a failure of the copy
+  Entry,              ///< it was seen to be free; if something comes there since, it is refused as if seen
+  EntryOfNewDirectory ///< the same copy has made the directory, so nobody looks, which saves a tenth of the time of a
+                      ///< small file; somebody else, or a file system that takes two names for one, may still fill it
+};
 
 /// Makes the directory `to`, and answers for the entries that will be copied into it.
 Destination makeDestination(const fs::path& from, const fs::path& to) {
   try {
     // A directory copied into itself would find its own copy among its entries, without end.
     if (!liesWithin(to, from))
-      return fs::create_directories(to) ? Destination::InNewDirectory : Destination::Anywhere;
+      return fs::create_directories(to) ? Destination::EntryOfNewDirectory : Destination::Entry;
   } catch (const std::exception&) {
     // What follows is all that is said about it.
   }
@@ -83,13 +88,32 @@ fs::file_type typeOf(const fs::path& path) {
   return exists ? type : fs::file_type::none;
 }
 
+Error refusal(const fs::path& from, const fs::path& to, const std::string& reason) {
+  return Failure::error("Couldn't copy " + from.string() + " to " + to.string() + " (" + reason + ")");
+}
+
+/// Makes the file `to` with the content of `from`, and returns `from`, open. No descriptor, and no log line, when
+/// something has come to a `to` that was free.
+Posix::FileDescriptor makeFile(const fs::path& from, const fs::path& to, Destination destination) {
+  return Failure::throwing("Coulnd't copy file " + from.string() + " to " + to.string(), [&] {
+    if (destination != Destination::EntryOfNewDirectory)
+      createParents(to);
+    try {
+      return copyContent(from, to);
+    } catch (const fs::filesystem_error& error) {
+      std::error_code ignored; // a dangling link does not exist, and is a failure of the copy
+      const bool isInTheWay = error.code() == std::errc::file_exists && fs::exists(to, ignored);
+      if (destination == Destination::Anywhere || !isInTheWay)
+        throw;
+      return Posix::FileDescriptor();
+    }
+  });
+}
+
 void copyRegularFile(const fs::path& from, const fs::path& to, Destination destination) {
-  const Posix::FileDescriptor source =
-      Failure::throwing("Coulnd't copy file " + from.string() + " to " + to.string(), [&] {
-        if (destination == Destination::Anywhere)
-          createParents(to);
-        return copyContent(from, to);
-      });
+  const Posix::FileDescriptor source = makeFile(from, to, destination);
+  if (!source)
+    throw refusal(from, to, pathExists);
   try {
     for (const auto& [name, value] : listXattrs(source.get(), from))
       setXattr(to, name, value);
@@ -112,15 +136,12 @@ void removeFailedDirectory(const fs::path& from, const fs::path& to) {
 
 void copyEntry(const fs::path& from, const fs::path& to, Destination destination) {
   const fs::file_type type = typeOf(from);
-  const auto refusal = [&](const std::string& reason) {
-    return Failure::error("Couldn't copy " + from.string() + " to " + to.string() + " (" + reason + ")");
-  };
   if (type == fs::file_type::none)
-    throw refusal("path " + from.string() + " doesn't exists");
+    throw refusal(from, to, "path " + from.string() + " doesn't exists");
   // Making a file refuses what is in its way; making a directory would go into it.
-  const bool isNew = type == fs::file_type::regular && destination == Destination::InNewDirectory;
+  const bool isNew = type == fs::file_type::regular && destination == Destination::EntryOfNewDirectory;
   if (!isNew && Filesystem::exists(to))
-    throw refusal("path already exists");
+    throw refusal(from, to, pathExists);
   switch (type) {
   case fs::file_type::symlink:
     return copySymlink(from, to);
@@ -167,7 +188,7 @@ void copyDirectory(const fs::path& from, const fs::path& to) {
 }
 
 void copy(const fs::path& from, const fs::path& to) {
-  copyEntry(from, to, Destination::Anywhere);
+  copyEntry(from, to, Destination::Entry);
 }
 
 } // namespace Common::Filesystem

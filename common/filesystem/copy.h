@@ -28,7 +28,8 @@ void copySymlink(const std::filesystem::path& from, const std::filesystem::path&
 /// log line, when `to` cannot be made or is `from` or lies below it; those of listDirectory() and copy().
 void copyDirectory(const std::filesystem::path& from, const std::filesystem::path& to);
 
-/// Copies a link, a directory or a regular file with the operation above for it. A dangling link does not exist.
+/// Copies a link, a directory or a regular file with the operation above for it. A dangling link does not exist. If
+/// something comes to `to` while a regular file is copied, the copy is refused as if it had been there before.
 /// Messages: "Couldn't copy FROM to TO (path FROM doesn't exists)"; "Couldn't copy FROM to TO (path already exists)";
 /// "Couldn't copy unsupported filesystem entry FROM" for pipes, sockets and devices; those of the operations above.
 void copy(const std::filesystem::path& from, const std::filesystem::path& to);

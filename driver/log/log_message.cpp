@@ -22,17 +22,6 @@ std::string_view markOf(LogLevel level) {
 
 } // namespace
 
-LogMessage& LogMessage::operator<<(const std::filesystem::path& path) {
-  std::string quoted = "\"";
-  for (const char character : path.native()) {
-    if (character == '"' || character == '\\')
-      quoted += '\\';
-    quoted += character;
-  }
-  m_text << quoted << '"';
-  return *this;
-}
-
 LogMessage::~LogMessage() {
   // The buffer is asked, not the stream: tellp() is -1 once a null pointer has spoilt the stream, and the text
   // before it would be lost.

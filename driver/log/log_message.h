@@ -17,8 +17,9 @@ enum class LogLevel : std::int32_t {
 ///
 ///   LogMessage(LogLevel::Error) << "Failed to read RPM package: " << path;
 ///
-/// A level other than the three above writes the text without a mark. A file-system path is written quoted, with
-/// backslash escapes. A null character pointer inserts nothing and loses what is inserted after it.
+/// A level other than the three above writes the text without a mark. A file-system path is written by its
+/// standard inserter: quoted, with backslash escapes. A null character pointer inserts nothing and loses what is
+/// inserted after it.
 class LogMessage {
 public:
   explicit LogMessage(LogLevel level) : m_level(level) {}
@@ -27,9 +28,6 @@ public:
 
   /// Writes the line and flushes standard output. An exception while writing terminates the process.
   ~LogMessage();
-
-  /// As the standard library writes a path, which makes a stream of its own for it: half of what a line costs.
-  LogMessage& operator<<(const std::filesystem::path& path);
 
   template <typename Part>
   LogMessage& operator<<(const Part& part) {

@@ -151,14 +151,45 @@ TEST_F(RegistryProcess, AKilledWriterLeavesTheOldRegistryAndNoLock) {
   EXPECT_EQ(readFile(file), before + line(2));
 }
 
+// In the moment between opening the lock file and locking it.
+TEST_F(RegistryProcess, LocksTheFileThatItOpenedWhateverTakesItsPlace) {
+  writeFile(file, line(1));
+  writeFile(root / "stranger", "kept");
+  std::unique_ptr<Process> reader;
+  EXPECT_TRUE(Registry().foreachRecord([&](const RegistryRecord&) {
+    reader = std::make_unique<Process>(readCommand, fault("open", 1, "SIGSTOP", "/proc/self/fd/"));
+    ASSERT_TRUE(waitUntil([&] { return isStopped(reader->id()); }));
+    fs::remove(lockFile);
+    fs::create_symlink(root / "stranger", lockFile);
+    reader->signal(SIGCONT);
+    EXPECT_TRUE(waitUntil([&] { return waitsForALock(reader->id()); }));
+  }));
+  const ProcessResult result = reader->wait();
+  EXPECT_EQ(result.output, line(1));
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(readFile(root / "stranger"), "kept");
+}
+
+TEST_F(RegistryProcess, LocksWithoutProcToo) {
+  writeFile(file, line(1));
+  std::unique_ptr<Process> reader;
+  EXPECT_TRUE(Registry().foreachRecord([&](const RegistryRecord&) {
+    reader = std::make_unique<Process>(readCommand, fault("stat", 1, "ENOENT", "/proc/self/fd/"));
+    EXPECT_TRUE(waitUntil([&] { return waitsForALock(reader->id()); }));
+  }));
+  const ProcessResult result = reader->wait();
+  EXPECT_EQ(result.output, line(1));
+  EXPECT_EQ(result.status, 0);
+}
+
 TEST_F(RegistryFault, InCreatingTheLockFile) {
   expectFailure(readCommand, fault("open", 1, "EMFILE", "registry.lock"), lockFileMessage);
   expectFailure(writeCommand, fault("open", 1, "EACCES", "registry.lock"), lockFileMessage);
 }
 
 TEST_F(RegistryFault, InOpeningTheLock) {
-  expectFailure(readCommand, fault("open", 2, "EACCES", "registry.lock"), "[E] Permission denied\n" + lockMessage);
-  expectFailure(writeCommand, fault("open", 2, "ENFILE", "registry.lock"),
+  expectFailure(readCommand, fault("open", 1, "EACCES", "/proc/self/fd/"), "[E] Permission denied\n" + lockMessage);
+  expectFailure(writeCommand, fault("open", 1, "ENFILE", "/proc/self/fd/"),
                 "[E] Too many open files in system\n" + lockMessage);
 }
 
@@ -182,8 +213,8 @@ TEST_F(RegistryFault, InMakingTheFolder) {
 }
 
 TEST_F(RegistryFault, InOpeningTheRegistry) {
-  expectFailure(readCommand, fault("open", 3, "EACCES", "registry"), openMessage);
-  expectFailure(writeCommand, fault("open", 3, "EIO", "registry"), openMessage + loadMessage);
+  expectFailure(readCommand, fault("open", 2, "EACCES", "registry"), openMessage);
+  expectFailure(writeCommand, fault("open", 2, "EIO", "registry"), openMessage + loadMessage);
 }
 
 TEST_F(RegistryFault, InReadingTheRegistry) {
@@ -214,7 +245,7 @@ TEST_F(RegistryFault, InReadingTheMiddleOfTheRegistry) {
 TEST_F(RegistryFault, InCheckingTheFolderOfTheNextFile) {
   const std::string reason =
       fs::filesystem_error("cannot create directories", folder, std::make_error_code(std::errc::io_error)).what();
-  expectFailure(writeCommand, fault("stat", 5, "EIO", "var/lib/krv"), "[E] " + reason + "\n" + nextMessage);
+  expectFailure(writeCommand, fault("stat", 4, "EIO", "var/lib/krv"), "[E] " + reason + "\n" + nextMessage);
 }
 
 TEST_F(RegistryFault, InOpeningTheNextFile) {

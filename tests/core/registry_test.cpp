@@ -7,6 +7,7 @@
 #include "tests/support/ordinary_user.h"
 #include "tests/support/special_files.h"
 #include "tests/support/thrown.h"
+#include "tests/support/write_lease.h"
 
 #include <algorithm>
 #include <sstream>
@@ -210,13 +211,34 @@ TEST_F(RegistryReading, FindsTheRootAfreshEachTime) {
   EXPECT_TRUE(fs::exists(other / "var/lib/krv/registry.lock"));
 }
 
-TEST_F(RegistryReading, FollowsLinks) {
+TEST_F(RegistryReading, FollowsALinkToTheRegistry) {
   writeFile(root / "elsewhere", line(1));
   fs::create_directories(folder);
   fs::create_symlink(root / "elsewhere", file);
-  fs::create_symlink(root / "lock", lockFile);
   EXPECT_EQ(readAll(), line(1) + "true");
-  EXPECT_EQ(readFile(root / "lock"), "");
+}
+
+// A file without a size may still have content, and reading it may wait for more without end.
+TEST_F(RegistryReading, ReadsNothingFromAFileWithoutASize) {
+  ASSERT_EQ(fs::file_size("/proc/version"), 0U);
+  ASSERT_NE(readFile("/proc/version"), "");
+  fs::create_directories(folder);
+  fs::create_symlink("/proc/version", file);
+  const CapturedLog log;
+  EXPECT_EQ(readAll(), "true");
+  EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(RegistryReading, WaitsForALeaseOnTheRegistryAndOnTheLock) {
+  writeFile(file, line(1));
+  writeFile(lockFile, "");
+  const Support::WriteLease registryLease(file);
+  const Support::WriteLease lockLease(lockFile);
+  if (!registryLease.isHeld() || !lockLease.isHeld())
+    GTEST_SKIP() << "no leases on files in " << folder;
+  EXPECT_EQ(readAll(), line(1) + "true");
+  EXPECT_TRUE(registryLease.wasBroken());
+  EXPECT_TRUE(lockLease.wasBroken());
 }
 
 TEST_F(RegistryReading, TakesADanglingLinkForAMissingRegistry) {
@@ -279,6 +301,25 @@ TEST_F(RegistryReading, FailsWhenTheLockFileCannotBeCreated) {
     const std::string expected = "[E] Couldn't create the registry lock file: " + quoted(lockFile) + "\n";
     EXPECT_EQ(log.text(), expected + expected);
     EXPECT_EQ(readFile(file), line(1));
+    fs::remove(lockFile);
+  }
+}
+
+TEST_F(RegistryReading, NeverFollowsALinkInThePlaceOfTheLockFile) {
+  writeFile(file, line(1, Event::Remove));
+  writeFile(root / "stranger", "kept");
+  for (const fs::path& target : {file, fs::path("registry"), root / "stranger", root / "missing", fs::path("/dev/null"),
+                                 fs::path("registry.lock")}) {
+    fs::create_symlink(target, lockFile);
+    const CapturedLog log;
+    EXPECT_EQ(readAll(), "false");
+    EXPECT_FALSE(Registry().writeRecord(record(2)));
+    const std::string expected = "[E] Couldn't create the registry lock file: " + quoted(lockFile) + "\n";
+    EXPECT_EQ(log.text(), expected + expected) << target;
+    EXPECT_EQ(fs::read_symlink(lockFile), target);
+    EXPECT_EQ(readFile(file), line(1, Event::Remove));
+    EXPECT_EQ(readFile(root / "stranger"), "kept");
+    EXPECT_FALSE(fs::exists(root / "missing"));
     fs::remove(lockFile);
   }
 }
@@ -352,11 +393,12 @@ TEST_F(RegistryWriting, ReplacesALinkedRegistryByAFile) {
   EXPECT_EQ(readFile(root / "elsewhere"), line(1));
 }
 
-TEST_F(RegistryWriting, ChecksTheEventBeforeTheRegistryChanges) {
+TEST_F(RegistryWriting, ChecksTheEventBeforeItWritesAnything) {
   writeFile(file, line(1));
   EXPECT_THROW(Registry().writeRecord(record(2, static_cast<Event>(3))), std::out_of_range);
   EXPECT_EQ(readFile(file), line(1));
-  EXPECT_FALSE(holdsALock(getpid()));
+  EXPECT_FALSE(fs::exists(nextFile));
+  EXPECT_FALSE(fs::exists(lockFile));
 }
 
 TEST_F(RegistryWriting, FailsWhenTheRegistryCannotBeLoaded) {

@@ -1,6 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "driver/preinstall_package.h"
 #include "tests/driver/device.h"
+#include "tests/support/environment.h"
 #include "tests/support/expected_errors.h"
 #include "tests/support/package_surgery.h"
 #include "tests/support/pki.h"
@@ -10,7 +12,9 @@
 #include <rpm/rpmtag.h>
 
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -156,6 +160,52 @@ TEST_F(Preinstall, NeverReadsTheRegistryAgainAfterASuccess) {
   m_device.service().release();
   // The first read found no registry at all, and that was a success.
   EXPECT_EQ(Device::finish(*tool).log, installedLine(paths[0]) + installedLine(paths[1]) + timeLine);
+}
+
+// The registry cache, of a caller in the same process
+
+static_assert(std::is_same_v<RegistryCache, std::optional<std::vector<Core::KRV::RegistryRecord>>>);
+
+class PreinstallCache : public Preinstall {
+protected:
+  using Event = Core::KRV::RegistryRecord::Event;
+
+  PreinstallOutcome preinstall(const fs::path& path) { return preinstallPackage(*m_proxy, path, m_cache); }
+
+  Support::ScopedEnvironment m_root{"KRV_ROOT_FS", m_device.root().string()};
+  std::optional<KrvProxy> m_proxy = KrvProxy::create();
+  RegistryCache m_cache;
+};
+
+TEST_F(PreinstallCache, HoldsTheRemovalsInFileOrder) {
+  const fs::path path = m_device.add({});
+  writeFile(m_device.registry(), "timestamp=5 event=R package=b keyid=k2 prev-keyids=k1\n"
+                                 "timestamp=1 event=I package=sample keyid=k\n"
+                                 "timestamp=4 event=R package=a keyid=k\n"
+                                 "timestamp=2 event=U package=sample keyid=k\n"
+                                 "timestamp=3 event=R package=b keyid=k1\n");
+  EXPECT_EQ(preinstall(path), PreinstallOutcome::Installed);
+  EXPECT_EQ(m_cache, (std::vector<Core::KRV::RegistryRecord>{{Event::Remove, 5, "b", "k2", {"k1"}},
+                                                             {Event::Remove, 4, "a", "k", {}},
+                                                             {Event::Remove, 3, "b", "k1", {}}}));
+}
+
+TEST_F(PreinstallCache, IsFilledByAnEmptyRegistryToo) {
+  EXPECT_EQ(preinstall(m_device.add({})), PreinstallOutcome::Installed);
+  EXPECT_EQ(m_cache, std::vector<Core::KRV::RegistryRecord>());
+}
+
+TEST_F(PreinstallCache, OfACallerDecidesByItsRemovalsWhateverElseItHolds) {
+  const fs::path path = m_device.add({});
+  writeFile(m_device.registry(), removal("sample", keyId("alice")));
+  m_cache = {{Event::Install, 1, "sample", keyId("alice"), {}},
+             {Event::Remove, 2, "sample", keyId("bob"), {}},
+             {Event::Update, 3, "sample", keyId("alice"), {}},
+             {Event::Remove, 4, "simple", keyId("alice"), {}}};
+  EXPECT_EQ(preinstall(path), PreinstallOutcome::Installed);
+  m_cache->push_back({Event::Remove, 5, "sample", keyId("bob"), {"other", keyId("alice")}});
+  m_cache->push_back({Event::Install, 6, "sample", keyId("alice"), {}});
+  EXPECT_EQ(preinstall(path), PreinstallOutcome::Skipped);
 }
 
 // Installed

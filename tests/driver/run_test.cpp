@@ -1,17 +1,22 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
+#include "tests/support/open_pgp_key.h"
 #include "tests/support/pki.h"
 #include "tests/support/wait.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -205,6 +210,96 @@ TEST_F(Run, EndsAllTheSameWhenNobodyCanReadItsLog) {
                         {{"KRV_ROOT_FS", m_device.root().string()}});
   EXPECT_EQ(tool.wait().status, 0);
   EXPECT_EQ(m_device.service().calls().size(), 2U);
+}
+
+/// Runs of a tool that does not find its standard streams as it should.
+class RunWithOddStreams : public Run {
+protected:
+  RunWithOddStreams() {
+    m_device.add({.name = "a"});
+    m_device.add({.name = "b"});
+  }
+
+  Support::ProcessResult runAfter(const std::function<void()>& beforeStart) {
+    // SQLite leaves memory behind when librpm's database must not grow.
+    Support::Process tool({Support::program("krv-pre-installer")},
+                          {{"KRV_ROOT_FS", m_device.root().string()}, {"ASAN_OPTIONS", "detect_leaks=0"}}, ".",
+                          beforeStart);
+    return tool.wait();
+  }
+
+  std::vector<Support::ReceivedCall> allCalls() const {
+    std::vector<Support::ReceivedCall> calls;
+    for (const fs::path& path : m_device.entries()) {
+      calls.push_back(getPackageCall(path.stem()));
+      calls.push_back(installCall(path));
+    }
+    return calls;
+  }
+
+  /// What a descriptor of a running tool leads to.
+  static fs::path streamOf(const Support::Process& tool, int number) {
+    return fs::read_symlink("/proc/" + std::to_string(tool.id()) + "/fd/" + std::to_string(number));
+  }
+
+  /// Leads a stream into a pipe that nobody reads.
+  static void breakStream(int number) {
+    int ends[2];
+    if (pipe(ends) != 0)
+      _exit(125);
+    dup2(ends[1], number);
+    ::close(ends[0]);
+    ::close(ends[1]);
+  }
+};
+
+TEST_F(RunWithOddStreams, GoesOnWhenTheReaderOfItsLogGoesAway) {
+  EXPECT_EQ(runAfter([] { breakStream(STDOUT_FILENO); }).status, 0);
+  EXPECT_EQ(m_device.service().calls(), allCalls());
+}
+
+// librpm writes to standard error, at times while its own handlers of signals are in place.
+TEST_F(RunWithOddStreams, GoesOnWhenTheReaderOfItsErrorsGoesAway) {
+  const fs::path sealed = m_device.add({.name = "sealed"}, "");
+  const Support::OpenPgpKey key(m_device.rpm());
+  key.sign(sealed);
+  const Support::ProcessResult result = runAfter([] { breakStream(STDERR_FILENO); });
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(std::ranges::count(result.output, '\n'), 2 + 3 + 1);
+}
+
+TEST_F(RunWithOddStreams, PutsNothingElseInThePlaceOfAClosedOne) {
+  m_device.service().onInstall().whenReleased().succeed();
+  const auto closing = [&](const std::vector<int>& numbers) {
+    return std::make_unique<Support::Process>(std::vector{Support::program("krv-pre-installer").string()},
+                                              Support::Environment{{"KRV_ROOT_FS", m_device.root().string()}}, ".",
+                                              [numbers] {
+                                                for (const int number : numbers)
+                                                  ::close(number);
+                                              });
+  };
+  const auto withoutOutput = closing({STDOUT_FILENO});
+  const auto withoutAny = closing({STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO});
+  // Each has everything open that it ever opens when it asks for its first installation.
+  ASSERT_TRUE(m_device.service().waitForCalls(4));
+  EXPECT_EQ(streamOf(*withoutOutput, STDOUT_FILENO), "/dev/null");
+  for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    EXPECT_EQ(streamOf(*withoutAny, number), "/dev/null") << number;
+  m_device.service().release();
+  EXPECT_EQ(withoutOutput->wait().status, 0);
+  EXPECT_EQ(withoutAny->wait().status, 0);
+  EXPECT_EQ(m_device.service().calls().size(), 2 * allCalls().size());
+}
+
+TEST_F(RunWithOddStreams, GoesOnWhenItsLogMayNotGrow) {
+  const Support::ProcessResult result = runAfter([] {
+    const rlimit limit{100, 100};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  });
+  EXPECT_EQ(result.status, 0) << result.errors;
+  EXPECT_EQ(result.output,
+            (installedLine(m_device.entries()[0]) + installedLine(m_device.entries()[1])).substr(0, 100));
+  EXPECT_EQ(m_device.service().calls(), allCalls());
 }
 
 // KRV_ROOT_FS

@@ -135,14 +135,16 @@ private:
 const std::string others = recordOf("a", 1) + "\n" + recordOf("b", 2) + "\n";
 
 TEST_F(RegistryWriteFaults, WriteRecord) {
-  enumerateWriting(others + recordOf("p", 3) + "\n" + recordOf("c", 4) + "\n",
-                   others + recordOf("c", 4) + "\n" + recordOf("p", 9) + "\n",
-                   {{"openat", 4}, {"fcntl", 1}, {"read", 2}, {"write", 4}, {"rename", 1}, {"close", 4}});
+  enumerateWriting(
+      others + recordOf("p", 3) + "\n" + recordOf("c", 4) + "\n",
+      others + recordOf("c", 4) + "\n" + recordOf("p", 9) + "\n",
+      {{"openat", 4}, {"ftruncate", 1}, {"fcntl", 1}, {"read", 2}, {"write", 4}, {"rename", 1}, {"close", 4}});
 }
 
 TEST_F(RegistryWriteFaults, WriteTheFirstRecord) {
-  enumerateWriting("", recordOf("p", 9) + "\n",
-                   {{"mkdir", 3}, {"openat", 3}, {"fcntl", 1}, {"write", 1}, {"rename", 1}, {"close", 3}});
+  enumerateWriting(
+      "", recordOf("p", 9) + "\n",
+      {{"mkdir", 3}, {"openat", 3}, {"ftruncate", 1}, {"fcntl", 1}, {"write", 1}, {"rename", 1}, {"close", 3}});
 }
 
 TEST_F(RegistryFaults, ForeachRecord) {
@@ -150,7 +152,7 @@ TEST_F(RegistryFaults, ForeachRecord) {
   for (int i = 0; i < 400; ++i) // long enough for several reads
     content += recordOf(std::string(400, 'p') + std::to_string(i), i) + "\n";
   Operation operation = on(content, {"read"});
-  operation.atLeast = {{"openat", 3}, {"fcntl", 1}, {"read", 3}, {"close", 3}};
+  operation.atLeast = {{"openat", 3}, {"ftruncate", 1}, {"fcntl", 1}, {"read", 3}, {"close", 3}};
   operation.checkUndisturbed = [&](const Support::ProcessResult& process) {
     EXPECT_EQ(process.status, 0);
     EXPECT_EQ(process.output, content);

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -88,11 +90,18 @@ protected:
     return paths;
   }
 
+  /// The umask that the unit asks for, or else systemd's own.
+  static mode_t maskOfUnit() {
+    const std::vector<std::string> values = valuesInUnit("UMask");
+    return values.empty() ? 0022 : static_cast<mode_t>(std::stoul(values.back(), nullptr, 8));
+  }
+
   Device::Run runConfined(const std::vector<fs::path>& writable) {
     closeDatabase();
     // The leak checker would need system calls that the tool does not.
     Support::Process tool(confined({program("krv-pre-installer").string()}, writable),
-                          {{"KRV_ROOT_FS", m_device.root().string()}, {"ASAN_OPTIONS", "detect_leaks=0"}});
+                          {{"KRV_ROOT_FS", m_device.root().string()}, {"ASAN_OPTIONS", "detect_leaks=0"}}, ".",
+                          [mask = maskOfUnit()] { umask(mask); });
     return Device::finish(tool);
   }
 
@@ -132,7 +141,8 @@ TEST_F(Confinement, LeavesTheToolItsFirstBoot) {
   const auto run = runConfined(writableByUnit());
   EXPECT_EQ(run.log, installedLine(fresh) + timeLine);
   EXPECT_EQ(run.status, 0);
-  EXPECT_TRUE(fs::exists(m_device.registry().string() + ".lock"));
+  // Who can open the lock file for reading can hold a shared lock on it for as long as they like.
+  EXPECT_EQ(fs::status(m_device.registry() += ".lock").permissions(), fs::perms(0600));
 }
 
 TEST_F(Confinement, MustLetTheDatabaseOfRpmBeWritten) {

@@ -5,6 +5,7 @@
 #include "tests/support/process.h"
 #include "tests/support/temp_directory.h"
 
+#include <iomanip>
 #include <map>
 #include <sstream>
 
@@ -51,7 +52,7 @@ std::vector<std::string> valuesInUnit(const std::string& setting) {
     if (!line.starts_with(setting + "="))
       continue;
     std::istringstream words(line.substr(setting.size() + 1));
-    for (std::string word; words >> word;)
+    for (std::string word; words >> std::quoted(word);)
       values.push_back(word);
   }
   return values;

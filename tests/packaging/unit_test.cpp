@@ -12,15 +12,17 @@
 
 namespace {
 
-/// systemd looks for the program of the unit, which is not installed here: the one of this build stands in for it.
+/// systemd looks for the program of the unit, which is not installed here. A link to that of this build stands in for
+/// it, in a folder whose name has to be quoted.
 class Unit : public testing::Test {
 protected:
   Unit() {
-    static const std::regex program("(\nExecStart=).*(/krv-pre-installer)\n");
+    static const std::regex program("(\nExecStart=\").*(/krv-pre-installer\"\n)");
+    const std::filesystem::path folder = m_directory / "with space";
+    std::filesystem::create_directory(folder);
+    std::filesystem::create_symlink(Support::program("krv-pre-installer"), folder / "krv-pre-installer");
     const std::string text = Support::readFile(unitFile());
-    Support::writeFile(
-        m_unit, std::regex_replace(text, program,
-                                   "$1" + Support::program("krv-pre-installer").parent_path().string() + "$2\n"));
+    Support::writeFile(m_unit, std::regex_replace(text, program, "$1" + folder.string() + "$2"));
   }
 
   void SetUp() override {

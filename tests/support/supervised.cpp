@@ -203,9 +203,9 @@ private:
     const std::string ofProcess = "/proc/" + std::to_string(request.pid) + "/";
     const std::string text =
         place.path < 0 ? "" : textAt(ofProcess, request.data.args[static_cast<std::size_t>(place.path)]);
-    constexpr std::string_view self = "/proc/self/";
-    if (text.starts_with(self)) // a descriptor by its path
-      return linkText(ofProcess + text.substr(self.size()));
+    constexpr std::string_view own = "/proc/self/";
+    if (text.starts_with(own)) // a file by its descriptor
+      return linkText(ofProcess + text.substr(own.size()));
     if (text.starts_with('/'))
       return text;
     const int descriptor = place.descriptor < 0

@@ -51,7 +51,8 @@ struct SupervisedResult {
 bool canSupervise();
 
 /// Runs a program to its end and sees each of its system calls before the kernel does, also those that the C library
-/// makes on its own behalf. Calls are on files of `folder` when the path, or that of the descriptor, contains the name
+/// makes on its own behalf. Calls are on files of `folder` when the path, which may name a descriptor below /proc/self, or
+/// the path of the descriptor contains the name
 /// of the folder, which therefore has to be unmistakable. Throws std::runtime_error when the program makes none for 20
 /// seconds. `beforeCall` is called with each call on a file of the folder before the kernel makes it; the calling
 /// thread of the program waits meanwhile, so that this is the place to change something behind its back.

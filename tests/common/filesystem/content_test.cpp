@@ -5,6 +5,7 @@
 #include "tests/support/special_files.h"
 #include "tests/support/temp_directory.h"
 #include "tests/support/thrown.h"
+#include "tests/support/write_lease.h"
 
 #include <gtest/gtest.h>
 
@@ -132,6 +133,17 @@ TEST(Content, OfAPipeIsRefusedWithoutWaitingForIt) {
   Support::makeFifo(directory / "fifo");
   expectFailure(directory / "fifo", directory / "to", std::errc::not_supported);
   EXPECT_FALSE(fs::exists(directory / "to"));
+}
+
+TEST(Content, UnderAWriteLeaseIsWaitedFor) {
+  const TempDirectory directory;
+  writeFile(directory / "from", "content");
+  const Support::WriteLease lease(directory / "from");
+  if (!lease.isHeld())
+    GTEST_SKIP() << "no leases on files in " << directory.path();
+  copyContent(directory / "from", directory / "to");
+  EXPECT_EQ(readFile(directory / "to"), "content");
+  EXPECT_TRUE(lease.wasBroken());
 }
 
 TEST(Content, ThatDoesNotFitIsAnErrorAndStaysCut) {

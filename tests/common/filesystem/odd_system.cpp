@@ -3,8 +3,10 @@
 #include "tests/common/filesystem/odd_system.h"
 
 #include <cerrno>
+#include <cstdarg>
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/random.h>
 #include <sys/syscall.h>
 #include <sys/xattr.h>
@@ -18,6 +20,10 @@ OddSystem& oddSystem() {
 int failing(int error) {
   errno = error;
   return -1;
+}
+
+int reallyOpen(const char* path, int flags, mode_t mode) {
+  return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }
 
 extern "C" {
@@ -61,6 +67,16 @@ ssize_t copy_file_range(int from, off_t* fromOffset, int to, off_t* toOffset, si
   if (oddSystem().copyFileRange)
     return oddSystem().copyFileRange(from, to, size);
   return syscall(SYS_copy_file_range, from, fromOffset, to, toOffset, size, flags);
+}
+
+int open(const char* path, int flags, ...) {
+  std::va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  if (oddSystem().open)
+    return oddSystem().open(path, flags, mode);
+  return reallyOpen(path, flags, mode);
 }
 
 int close(int descriptor) {

@@ -6,6 +6,7 @@
 #include "tests/common/filesystem/fixture.h"
 #include "tests/common/filesystem/odd_system.h"
 #include "tests/support/ordinary_user.h"
+#include "tests/support/special_files.h"
 #include "tests/support/thrown.h"
 
 #include <gmock/gmock.h>
@@ -295,24 +296,113 @@ TEST_F(OddContent, ThatIsLostAtTheVeryEndIsAnError) {
                             to.string() + "]\n");
 }
 
-TEST_F(OddContent, NeverGoesIntoAFileThatCameIntoTheWay) {
-  writeFile(from / "one", "content");
-  writeFile(from / "two", "content");
-  writeFile(directory / "stranger", "kept");
+/// Something that comes into the way of the second of two files of a tree while the first is copied.
+class InTheWay : public OddSystemTest {
+protected:
+  InTheWay() {
+    writeFile(from / "one", "content");
+    writeFile(from / "two", "content");
+    writeFile(directory / "stranger", "kept");
+  }
+
+  /// Copies the tree. `take` puts something at the path it is given.
+  std::string errorOfCopy(const std::function<void(const fs::path&)>& take) {
+    oddSystem().listxattr = [&, take](char*, size_t) -> ssize_t {
+      if (taken.empty()) {
+        taken = fs::exists(to / "one") ? "two" : "one";
+        take(to / taken);
+      }
+      return 0;
+    };
+    return errorOf([&] { Filesystem::copyDirectory(from, to); });
+  }
+
+  std::string subject() const { return (from / taken).string() + " to " + (to / taken).string(); }
+
   fs::path taken;
-  oddSystem().listxattr = [&](char*, size_t) -> ssize_t {
-    if (taken.empty()) {
-      taken = fs::exists(to / "one") ? "two" : "one";
-      fs::create_symlink(directory / "stranger", to / taken);
-    }
-    return 0;
-  };
-  const std::string error = errorOf([&] { Filesystem::copyDirectory(from, to); });
-  EXPECT_EQ(error, "Filesystem: Coulnd't copy file " + (from / taken).string() + " to " + (to / taken).string());
+};
+
+TEST_F(InTheWay, IsRefusedAsIfItHadBeenThereBefore) {
+  for (const auto& take : std::vector<std::function<void(const fs::path&)>>{
+           [](const fs::path& path) { writeFile(path, "other"); },
+           [](const fs::path& path) { fs::create_directory(path); }, Support::makeFifo,
+           [&](const fs::path& path) { fs::create_symlink(directory / "stranger", path); }}) {
+    taken.clear();
+    const std::string error = errorOfCopy(take);
+    EXPECT_EQ(error, "Filesystem: Couldn't copy " + subject() + " (path already exists)");
+    EXPECT_EQ(describeTree(to), "nothing\n");
+    EXPECT_EQ(Support::readFile(directory / "stranger"), "kept");
+  }
+  expectSilence();
+}
+
+// A dangling link does not exist, but no file can be made there.
+TEST_F(InTheWay, IsAFailureOfTheCopyWhenItIsADanglingLink) {
+  const std::string error = errorOfCopy([&](const fs::path& path) { fs::create_symlink("missing", path); });
+  EXPECT_EQ(error, "Filesystem: Coulnd't copy file " + subject());
   EXPECT_EQ(log.text(), "[E] filesystem error: cannot copy file: File exists [" + (from / taken).string() + "] [" +
                             (to / taken).string() + "]\n");
   EXPECT_EQ(describeTree(to), "nothing\n");
-  EXPECT_EQ(Support::readFile(directory / "stranger"), "kept");
+}
+
+TEST_F(InTheWay, OfASingleFileIsRefusedToo) {
+  oddSystem().open = [&](const char* path, int flags, mode_t mode) {
+    if ((flags & O_CREAT) != 0)
+      fs::create_symlink(directory / "stranger", path);
+    return reallyOpen(path, flags, mode);
+  };
+  EXPECT_EQ(errorOf([&] { Filesystem::copy(from / "one", to); }),
+            "Filesystem: Couldn't copy " + (from / "one").string() + " to " + to.string() + " (path already exists)");
+  EXPECT_EQ(Support::readFile(to), "kept");
+  expectSilence();
+}
+
+/// A file under a lease, for the end of which only an open that may block waits.
+class LeasedContent : public OddSystemTest {
+protected:
+  LeasedContent() {
+    writeFile(from, "content");
+    oddSystem().open = [this](const char* path, int flags, mode_t mode) {
+      if ((flags & O_NONBLOCK) != 0)
+        beforeSecondLook();
+      else if ((flags & O_PATH) == 0)
+        beforeOpening();
+      return (flags & O_NONBLOCK) != 0 ? failing(EWOULDBLOCK) : reallyOpen(path, flags, mode);
+    };
+  }
+
+  void replaceByFifo() {
+    fs::remove(from);
+    Support::makeFifo(from);
+  }
+
+  std::function<void()> beforeSecondLook = [] {};
+  std::function<void()> beforeOpening = [] {};
+};
+
+TEST_F(LeasedContent, IsCopied) {
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(Support::readFile(to), "content");
+  expectSilence();
+}
+
+TEST_F(LeasedContent, IsNotConfusedWithAFifoThatTakesItsPlace) {
+  beforeSecondLook = [this] { replaceByFifo(); };
+  EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
+            "Filesystem: Coulnd't copy file " + from.string() + " to " + to.string());
+  EXPECT_EQ(log.text(), "[E] filesystem error: cannot copy file: Operation not supported [" + from.string() + "] [" +
+                            to.string() + "]\n");
+  EXPECT_EQ(describeTree(to), "nothing\n");
+}
+
+TEST_F(LeasedContent, IsCopiedFromTheFileThatWasSeenToBeOne) {
+  beforeOpening = [this] {
+    if (fs::is_regular_file(from))
+      replaceByFifo();
+  };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(Support::readFile(to), "content");
+  expectSilence();
 }
 
 TEST_F(OddContent, AndAttributesComeFromTheSameFile) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <iomanip>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -92,6 +93,15 @@ TEST(LogMessage, WritesAPathAsTheStandardLibraryDoes) {
     expected << "[I] " << path << '\n';
     EXPECT_EQ(log.text(), expected.str());
   }
+}
+
+TEST(LogMessage, FormatsAPathAsTheStandardLibraryDoes) {
+  const std::filesystem::path path = "/a\"b";
+  const CapturedLog log;
+  LogMessage(LogLevel::Info) << std::left << std::setfill('.') << std::setw(12) << path << path;
+  std::ostringstream expected;
+  expected << "[I] " << std::left << std::setfill('.') << std::setw(12) << path << path << '\n';
+  EXPECT_EQ(log.text(), expected.str());
 }
 
 TEST(LogMessage, KeepsTheTextBeforeANullPointerAndLosesTheRest) {
