@@ -100,7 +100,7 @@ bool mayBeAskedFor(std::int32_t tag, const HeaderHandle& header) {
 TagDataHandle valueOf(std::int32_t tag, const HeaderHandle& header) {
   TagDataHandle data = ownTagData(rpmtdNew());
   if (mayBeAskedFor(tag, header))
-    headerGet(header.get(), tag, data.get(), HEADERGET_EXT);
+    headerGet(header.get(), static_cast<rpm_tag_t>(tag), data.get(), HEADERGET_EXT);
   return data;
 }
 

@@ -66,7 +66,8 @@ std::vector<std::string> RpmTransaction::dependencyNames(const Reader& reader, s
   std::vector<std::string> names;
   if (!isSound(reader.header()))
     return names;
-  const DependencySetHandle dependencies = ownDependencySet(rpmdsNew(reader.header().get(), tag, 0));
+  const DependencySetHandle dependencies =
+      ownDependencySet(rpmdsNew(reader.header().get(), static_cast<rpm_tag_t>(tag), 0));
   while (rpmdsNext(dependencies.get()) >= 0) {
     const char* text = rpmdsDNEVR(dependencies.get());
     std::istringstream words(text != nullptr ? text : "");
