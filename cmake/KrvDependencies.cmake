@@ -11,6 +11,8 @@ pkg_check_modules(RPM REQUIRED IMPORTED_TARGET rpm>=4.18)
 # The exported targets of a static sdbus-c++ name these two without looking for them.
 pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET GLOBAL libsystemd)
 find_package(sdbus-c++ 2 REQUIRED CONFIG)
+find_package(CLI11 2 REQUIRED CONFIG)
+find_package(nlohmann_json 3 REQUIRED CONFIG)
 
 if(KRV_BUILD_TESTS)
   find_package(GTest REQUIRED)

@@ -84,11 +84,12 @@ fs::file_type typeOf(const fs::path& path) {
 }
 
 void copyRegularFile(const fs::path& from, const fs::path& to, Destination destination) {
-  const Posix::FileDescriptor source = Failure::throwing("Coulnd't copy file " + from.string() + " to " + to.string(), [&] {
-    if (destination == Destination::Anywhere)
-      createParents(to);
-    return copyContent(from, to);
-  });
+  const Posix::FileDescriptor source =
+      Failure::throwing("Coulnd't copy file " + from.string() + " to " + to.string(), [&] {
+        if (destination == Destination::Anywhere)
+          createParents(to);
+        return copyContent(from, to);
+      });
   try {
     for (const auto& [name, value] : listXattrs(source.get(), from))
       setXattr(to, name, value);

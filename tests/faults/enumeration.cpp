@@ -65,6 +65,12 @@ public:
     }
   }
 
+  /// A list of calls or errors that has become empty must not pass as an operation that survives everything.
+  void expectFaults() const {
+    EXPECT_GT(m_tally.faults, 0u);
+    EXPECT_EQ(m_tally.kills, 2 * m_calls.size());
+  }
+
   std::string report() const {
     return std::to_string(m_calls.size()) + " calls, " + std::to_string(m_tally.faults) + " faults, " +
            std::to_string(m_tally.leftOut) + " left out, " + std::to_string(m_tally.kills) + " kills, " +
@@ -120,6 +126,7 @@ void Enumeration::enumerate(const Operation& operation) const {
   if (HasFailure())
     return;
   enumerator.disturbEach();
+  enumerator.expectFaults();
   std::cout << testing::UnitTest::GetInstance()->current_test_info()->name() << ": " << enumerator.report()
             << std::endl;
 }

@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "common/command_line/command_line.h"
 #include "tools/krv-package-signature/commands.h"
 #include "tools/krv-package-signature/options.h"
 
@@ -9,33 +10,29 @@
 
 namespace {
 
-bool perform(const Options& options) {
-  switch (options.command) {
-  case Command::Help:
-    std::cout << helpText;
-    return true;
-  case Command::Sign:
-    return sign(options);
-  case Command::Show:
-    return show(options);
-  case Command::Verify:
-    return verify(options);
-  }
-  return false;
+int perform(bool (*command)(const Options&), const Options& options) {
+  const bool allDone = command(options);
+  std::cout.flush();
+  if (!std::cout)
+    std::cerr << "krv-package-signature: standard output cannot be written\n";
+  return allDone && std::cout ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 } // namespace
 
 int main(int count, char** arguments) {
   try {
-    const bool allDone = perform(parseOptions(count, arguments));
-    std::cout.flush();
-    if (!std::cout)
-      std::cerr << "krv-package-signature: standard output cannot be written\n";
-    return allDone && std::cout ? EXIT_SUCCESS : EXIT_FAILURE;
-  } catch (const UsageError& error) {
-    std::cerr << "krv-package-signature: " << error.what() << "\nTry: krv-package-signature --help\n";
-    return 2;
+    Options options;
+    CLI::App app("Sign the packages of a system image, show their signatures and verify them.",
+                 "krv-package-signature");
+    app.footer("Exit status: 0 all done, 1 a package failed (the others are done), 2 wrong usage.");
+    app.require_subcommand(1);
+    const CLI::App* const signCommand = addSign(app, options);
+    const CLI::App* const showCommand = addShow(app, options);
+    addVerify(app, options);
+    if (const auto status = Common::parseCommandLine(app, count, arguments))
+      return *status;
+    return perform(app.got_subcommand(signCommand) ? sign : app.got_subcommand(showCommand) ? show : verify, options);
   } catch (const std::exception& error) {
     std::cerr << "krv-package-signature: " << error.what() << '\n';
     return EXIT_FAILURE;

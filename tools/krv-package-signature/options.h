@@ -3,31 +3,20 @@
 #pragma once
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-/// A command line that makes no sense; what() says why.
-class UsageError : public std::runtime_error {
-public:
-  using std::runtime_error::runtime_error;
-};
-
-enum class Command {
-  Help,
-  Sign,
-  Show,
-  Verify,
-};
+namespace CLI {
+class App;
+}
 
 struct KeyFiles {
   std::string key;
   std::string certificate;
 };
 
-/// What the command line asks for. Fields that the command does not use keep their defaults.
+/// The values of the command line. Fields that the command does not use keep their defaults.
 struct Options {
-  Command command = Command::Help;
   std::vector<std::string> packages = {};
   KeyFiles signer = {};
   std::string chainPath = {};
@@ -36,7 +25,7 @@ struct Options {
   std::optional<std::string> caPath = {};
 };
 
-/// Throws UsageError. Changes the order of `arguments`, which end with a null pointer as those of main().
-Options parseOptions(int count, char** arguments);
-
-extern const char* const helpText;
+/// Adds a command to `app`; parsing fills `options`, which must outlive `app`. Returns the command, owned by `app`.
+CLI::App* addSign(CLI::App& app, Options& options);
+CLI::App* addShow(CLI::App& app, Options& options);
+CLI::App* addVerify(CLI::App& app, Options& options);

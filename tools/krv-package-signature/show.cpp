@@ -1,8 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tools/krv-package-signature/commands.h"
-#include "tools/krv-package-signature/json.h"
 #include "tools/krv-package-signature/packages.h"
+
+#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -36,32 +37,30 @@ void writeText(const ShownPackage& package) {
   }
 }
 
-std::string cmsToJson(const Cms& cms, const PackageLayout::Range& place) {
+/// Keeps the members in the order in which they are added.
+using Json = nlohmann::ordered_json;
+
+Json cmsToJson(const Cms& cms, const PackageLayout::Range& place) {
   const std::string role = roleName(cms);
-  std::vector<std::string> previous;
-  for (const std::string& keyId : cms.rotationChain().previousKeyids())
-    previous.push_back(Json::text(keyId));
-  return Json::object({{"role", role.empty() ? "null" : Json::text(role)},
-                       {"keyId", Json::text(cms.certificate()->keyId())},
-                       {"subgroup", Json::text(PackageSignatures::subgroupToString(cms.certificate()->subgroup()))},
-                       {"previousKeyIds", Json::array(previous)},
-                       {"offset", std::to_string(place.offset)},
-                       {"size", std::to_string(place.size)}});
+  return {{"role", role.empty() ? Json() : Json(role)},
+          {"keyId", cms.certificate()->keyId()},
+          {"subgroup", PackageSignatures::subgroupToString(cms.certificate()->subgroup())},
+          {"previousKeyIds", cms.rotationChain().previousKeyids()},
+          {"offset", place.offset},
+          {"size", place.size}};
 }
 
-std::string packageToJson(const ShownPackage& package) {
-  std::vector<std::string> cmses;
+Json packageToJson(const ShownPackage& package) {
+  Json cmses = Json::array();
   for (std::size_t i = 0; i < package.cmses.size(); ++i)
     cmses.push_back(cmsToJson(package.cmses[i], package.layout.cmses.at(i)));
-  return Json::object({{"path", Json::text(package.path)},
-                       {"contentOffset", std::to_string(package.layout.contentOffset)},
-                       {"cmses", Json::array(cmses)}});
+  return {{"path", package.path}, {"contentOffset", package.layout.contentOffset}, {"cmses", cmses}};
 }
 
 } // namespace
 
 bool show(const Options& options) {
-  std::vector<std::string> objects;
+  Json objects = Json::array();
   const bool allDone = forEachPackage(options.packages, [&](const std::string& path) {
     const ShownPackage package = readPackage(path);
     if (options.json)
@@ -70,6 +69,7 @@ bool show(const Options& options) {
       writeText(package);
   });
   if (options.json)
-    std::cout << Json::array(objects) << '\n';
+    // A path need not be UTF-8, as JSON has to be.
+    std::cout << objects.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
   return allDone;
 }
