@@ -85,8 +85,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     readTags(reader, input);
     compareWithItself(reader);
     succeeds([&] { walkFiles(reader); });
-    for (const rpmTagVal tag : {RPMTAG_REQUIRENAME, RPMTAG_PROVIDENAME, RPMTAG_CONFLICTNAME, RPMTAG_OBSOLETENAME,
-                                RPMTAG_TRIGGERNAME, RPMTAG_RECOMMENDNAME})
+    for (const std::int32_t tag : {RPMTAG_REQUIRENAME, RPMTAG_PROVIDENAME, RPMTAG_CONFLICTNAME, RPMTAG_OBSOLETENAME,
+                                   RPMTAG_TRIGGERNAME, RPMTAG_RECOMMENDNAME})
       RpmTransaction::dependencyNames(reader, tag);
   });
   return 0;

@@ -43,7 +43,7 @@ void addTexts(const Reader& package, std::int32_t tag, const std::vector<std::st
     pointers.push_back(text.c_str());
   // headerPutStringArray() refuses a tag number for which librpm knows no type.
   const std::shared_ptr<std::remove_pointer_t<rpmtd>> data = ownHandle<rpmtdFree>(rpmtdNew());
-  data->tag = tag;
+  data->tag = static_cast<rpm_tag_t>(tag);
   data->type = RPM_STRING_ARRAY_TYPE;
   data->count = static_cast<rpm_count_t>(pointers.size());
   data->data = pointers.data();

@@ -21,9 +21,10 @@ inline constexpr rpmtransFlags databaseOnly = RPMTRANS_FLAG_JUSTDB | RPMTRANS_FL
 /// time per process. For the single thread of the program only.
 class RpmTransaction {
 public:
-  /// Locks the database. `flags` are RPMTXN_READ or RPMTXN_WRITE of rpm/rpmts.h; either takes the same exclusive lock,
-  /// RPMTXN_WRITE holds back signals as well. If another process has the lock and standard input is a terminal, librpm
-  /// waits for it. Throws Common::Error: Internal "Couldn't begin rpm transaction" when the lock cannot be had.
+  /// Locks the database. `flags` are RPMTXN_READ or RPMTXN_WRITE of rpm/rpmts.h. RPMTXN_WRITE takes an exclusive lock
+  /// and holds back signals; RPMTXN_READ takes the same lock with librpm 4.18, and one that readers share with 4.20. If
+  /// another process has the lock and standard input is a terminal, librpm waits for it. Throws Common::Error: Internal
+  /// "Couldn't begin rpm transaction" when the lock cannot be had.
   explicit RpmTransaction(rpmtxnFlags flags);
 
   /// Adds RPMTRANS_FLAG_* bits of rpm/rpmts.h to those that are set.

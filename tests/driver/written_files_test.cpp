@@ -2,10 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
 #include "tests/support/pki.h"
+#include "tests/support/rpm_version.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 #include <sstream>
 #include <string>
@@ -47,6 +49,11 @@ std::set<fs::path> pathsOf(const std::string& call) {
   return paths;
 }
 
+/// Whether `folder` is `path` or above it.
+bool holds(const fs::path& folder, const fs::path& path) {
+  return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first == folder.end();
+}
+
 class WrittenFiles : public testing::Test {
 protected:
   WrittenFiles() {
@@ -73,10 +80,17 @@ protected:
     std::istringstream lines(readFile(trace));
     for (std::string process, call; lines >> process && std::getline(lines >> std::ws, call);) {
       const bool isCall = call.find('(') != std::string::npos && !call.starts_with("+++") && !call.starts_with("---");
-      if (isCall && isWriting(call))
+      if (isCall && isWriting(call) && !isForTheDatabasesFolder(call))
         written.merge(pathsOf(call));
     }
     return written;
+  }
+
+  /// librpm 4.20 calls mkdir for the database's folder and for each one above it, although they are there; 4.18 asks
+  /// whether they are.
+  bool isForTheDatabasesFolder(const std::string& call) {
+    return Support::librpmIsAtLeast("4.20") && call.starts_with("mkdir(") && call.find("= -1 EEXIST") != call.npos &&
+           holds(*pathsOf(call).begin(), m_device.rpm().database());
   }
 
   fs::path registryFolder() const { return m_device.root() / "var/lib/krv"; }
@@ -85,8 +99,7 @@ protected:
 };
 
 MATCHER_P(IsIn, folder, "") {
-  const auto [end, rest] = std::mismatch(folder.begin(), folder.end(), arg.begin(), arg.end());
-  return end == folder.end();
+  return holds(folder, arg);
 }
 
 TEST_F(WrittenFiles, AreTheRegistrysAndWhatReadingTheRpmDatabaseNeeds) {

@@ -51,11 +51,11 @@ struct SupervisedResult {
 bool canSupervise();
 
 /// Runs a program to its end and sees each of its system calls before the kernel does, also those that the C library
-/// makes on its own behalf. Calls are on files of `folder` when the path, which may name a descriptor below /proc/self, or
-/// the path of the descriptor contains the name
-/// of the folder, which therefore has to be unmistakable. Throws std::runtime_error when the program makes none for 20
-/// seconds. `beforeCall` is called with each call on a file of the folder before the kernel makes it; the calling
-/// thread of the program waits meanwhile, so that this is the place to change something behind its back.
+/// makes on its own behalf. A call is on a file of `folder` when its path, or the path of its descriptor, contains the
+/// name of the folder, which therefore has to be unmistakable; a path below /proc/self names a descriptor. Throws
+/// std::runtime_error when the program makes no call for 20 seconds. `beforeCall` is called with each call on a file of
+/// the folder before the kernel makes it; the calling thread of the program waits meanwhile, so this is the place to
+/// change something behind its back.
 SupervisedResult runSupervised(const std::vector<std::string>& arguments, const Environment& environment,
                                const std::filesystem::path& folder, const std::optional<Fault>& fault = {},
                                const std::function<void(const SeenCall&)>& beforeCall = {});
