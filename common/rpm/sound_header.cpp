@@ -105,7 +105,7 @@ bool haveConditions(Header header, const TriggerTags& tags) {
   while (rpmtdNext(indexes.get()) >= 0) {
     const std::uint64_t index = rpmtdGetNumber(indexes.get());
     if (index < found.size())
-      found[index] = true;
+      found[static_cast<std::size_t>(index)] = true;
   }
   return std::ranges::find(found, false) == found.end();
 }
