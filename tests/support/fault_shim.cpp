@@ -111,7 +111,11 @@ mode_t modeArgument(int flags, std::va_list arguments) {
 }
 
 bool isLockCommand(int command) {
-  return command == F_SETLK || command == F_SETLKW || command == F_OFD_SETLK || command == F_OFD_SETLKW;
+  for (const int lockCommand : {F_SETLK, F_SETLKW, F_SETLK64, F_SETLKW64, F_OFD_SETLK, F_OFD_SETLKW}) {
+    if (command == lockCommand)
+      return true;
+  }
+  return false;
 }
 
 int openOr(const char* function, const char* path, int flags, mode_t mode) {
