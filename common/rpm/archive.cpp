@@ -273,7 +273,7 @@ void ArchiveReader::streamContent(const std::function<void(std::span<const std::
   ContentDigest digest(m_payload.get());
   const rpm_loff_t size = rpmfiFSize(m_payload.get());
   for (rpm_loff_t remaining = size; remaining > 0;) {
-    const std::size_t wanted = std::min<rpm_loff_t>(remaining, m_buffer.size());
+    const auto wanted = static_cast<std::size_t>(std::min<rpm_loff_t>(remaining, m_buffer.size()));
     const ssize_t count = readContentOf(m_payload.get(), std::span(m_buffer).first(wanted));
     if (count <= 0)
       throw contentError();

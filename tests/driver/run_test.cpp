@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
+#include "tests/support/any_bus.h"
 #include "tests/support/open_pgp_key.h"
 #include "tests/support/pki.h"
 #include "tests/support/wait.h"
@@ -31,6 +32,20 @@ protected:
   Device m_device;
 };
 
+/// What a whole run says depends on the bus where the service goes.
+class RunOnBus : public Support::AnyBus {
+protected:
+  void SetUp() override {
+    AnyBus::SetUp();
+    if (!IsSkipped())
+      m_device = std::make_unique<Device>(Support::BusSettings{.program = GetParam()});
+  }
+
+  std::unique_ptr<Device> m_device;
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, RunOnBus, Support::everyBus, Support::busName);
+
 const std::string noList = "[E] Failed to get a list of packages to pre-install\n";
 const std::string noProxy = "[E] Failed to create dbus proxy for KRV service\n";
 
@@ -39,11 +54,11 @@ std::string missingDirectoryLines(const fs::path& directory) {
          directory.string() + "]\n[E] Couldn't read directory: " + directory.string() + "\n" + noList;
 }
 
-TEST_F(Run, EndsWithoutAServiceOnTheBus) {
-  m_device.removeService();
-  m_device.add({});
-  const auto run = m_device.run();
-  EXPECT_EQ(run.log, "[E] The name velta.KRV was not provided by any .service files\n" + noProxy);
+TEST_P(RunOnBus, EndsWithoutAService) {
+  m_device->removeService();
+  m_device->add({});
+  const auto run = m_device->run();
+  EXPECT_EQ(run.log, "[E] " + texts().noService + "\n" + noProxy);
   EXPECT_EQ(run.status, 1);
 }
 
@@ -163,27 +178,24 @@ TEST_F(Run, WritesEachLineAtOnce) {
   Device::finish(*tool);
 }
 
-TEST_F(Run, GoesOnWhenTheServiceLeavesBetweenTwoCalls) {
-  const fs::path path = m_device.add({});
-  m_device.service().onGetPackage().beforeLeaving().fail("velta.KRV.Error.PackageNotExist");
-  const auto run = m_device.run();
-  EXPECT_EQ(run.log, "[E] Package installation error: The name velta.KRV was not provided by any .service files\n" +
-                         failedLine(path) + timeLine);
+TEST_P(RunOnBus, GoesOnWhenTheServiceLeavesBetweenTwoCalls) {
+  const fs::path path = m_device->add({});
+  m_device->service().onGetPackage().beforeLeaving().fail("velta.KRV.Error.PackageNotExist");
+  const auto run = m_device->run();
+  EXPECT_EQ(run.log, "[E] Package installation error: " + texts().noService + "\n" + failedLine(path) + timeLine);
   EXPECT_EQ(run.status, 0);
 }
 
-TEST_F(Run, GoesOnWhenTheServiceDiesDuringAnInstallation) {
-  m_device.add({.name = "a"});
-  m_device.add({.name = "b"});
-  const std::vector<fs::path> paths = m_device.entries();
-  m_device.service().onInstall(paths[0]).die();
-  const auto run = m_device.run();
-  EXPECT_EQ(run.log,
-            "[E] Package installation error: Message recipient disconnected from message bus without replying\n" +
-                failedLine(paths[0]) + "[E] The name velta.KRV was not provided by any .service files\n" +
-                "[E] Failed to query information about installed package: " + paths[1].stem().string() + "\n" +
-                "[E] Package installation error: The name velta.KRV was not provided by any .service files\n" +
-                failedLine(paths[1]) + timeLine);
+TEST_P(RunOnBus, GoesOnWhenTheServiceDiesDuringAnInstallation) {
+  m_device->add({.name = "a"});
+  m_device->add({.name = "b"});
+  const std::vector<fs::path> paths = m_device->entries();
+  m_device->service().onInstall(paths[0]).die();
+  const auto run = m_device->run();
+  EXPECT_EQ(run.log, "[E] Package installation error: " + texts().noReply + "\n" + failedLine(paths[0]) + "[E] " +
+                         texts().noService + "\n" + "[E] Failed to query information about installed package: " +
+                         paths[1].stem().string() + "\n" + "[E] Package installation error: " + texts().noService +
+                         "\n" + failedLine(paths[1]) + timeLine);
   EXPECT_EQ(run.status, 0);
 }
 

@@ -19,9 +19,9 @@ using Support::readFile;
 using Support::writeFile;
 
 /// Calls that change nothing. Every other one is taken for one that does.
-const std::set<std::string> readingCalls = {"access", "chdir",  "execve",     "faccessat", "faccessat2",
-                                            "getcwd", "lstat",  "newfstatat", "readlink",  "readlinkat",
-                                            "stat",   "statfs", "statx"};
+const std::set<std::string> readingCalls = {"access", "chdir",  "execve",  "faccessat",  "faccessat2", "fstatat64",
+                                            "getcwd", "lstat",  "lstat64", "newfstatat", "readlink",   "readlinkat",
+                                            "stat",   "stat64", "statfs",  "statfs64",   "statx"};
 
 /// Whether a line of the trace, behind the process's number, tells of a file that was, or was to be, written, made,
 /// removed, renamed or given other attributes.

@@ -3,6 +3,7 @@
 #include "common/filesystem/copy.h"
 #include "common/filesystem/entry.h"
 #include "tests/faults/enumeration.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/tree.h"
 
 #include <gmock/gmock.h>
@@ -185,7 +186,7 @@ protected:
 };
 
 TEST_F(MoveFaults, MoveOntoAFile) {
-  enumerateMove([&] { makeFile(to, "old", fs::perms(0600)); }, {{"rename", 1}, {"newfstatat", 1}});
+  enumerateMove([&] { makeFile(to, "old", fs::perms(0600)); }, {{"rename", 1}, {Support::statusCall, 1}});
 }
 
 TEST_F(MoveFaults, MoveIntoAMissingDirectory) {

@@ -3,6 +3,7 @@
 #include "core/registry.h"
 #include "tests/faults/enumeration.h"
 #include "tests/support/environment.h"
+#include "tests/support/system_calls.h"
 
 #include <gmock/gmock.h>
 
@@ -163,7 +164,7 @@ TEST_F(RegistryFaults, ForeachRecord) {
     if (!run.wasKilled() && run.process.status == 0) {
       // A reader takes a registry that cannot be asked about for a missing one, and says why.
       EXPECT_TRUE(run.process.output == content ||
-                  (run.call.name == "newfstatat" && run.process.output == doubtAfter(run)));
+                  (run.call.name == Support::statusCall && run.process.output == doubtAfter(run)));
     } else if (!run.wasKilled()) {
       // Whole records from the first on, then what went wrong.
       std::string records = run.process.output.substr(0, run.process.output.find("[E] "));

@@ -1,13 +1,16 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
+#include "tests/support/any_bus.h"
 #include "tests/support/ordinary_user.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <systemd/sd-bus.h>
 #include <unistd.h>
@@ -18,22 +21,25 @@ namespace fs = std::filesystem;
 using Support::getPackageCall;
 using Support::installCall;
 
-/// What a system bus lets nobody do unless the policy of a service allows it, and the example of such a policy.
+/// What a system bus lets nobody do unless the policy of a service allows it.
+const std::string barePolicies = "  <policy context=\"default\">\n"
+                                 "    <allow user=\"*\"/>\n"
+                                 "    <deny own=\"*\"/>\n"
+                                 "    <deny send_type=\"method_call\"/>\n"
+                                 "    <allow send_type=\"signal\"/>\n"
+                                 "    <allow send_requested_reply=\"true\" send_type=\"method_return\"/>\n"
+                                 "    <allow send_requested_reply=\"true\" send_type=\"error\"/>\n"
+                                 "    <allow receive_type=\"method_call\"/>\n"
+                                 "    <allow receive_type=\"method_return\"/>\n"
+                                 "    <allow receive_type=\"error\"/>\n"
+                                 "    <allow receive_type=\"signal\"/>\n"
+                                 "    <allow send_destination=\"org.freedesktop.DBus\"/>\n"
+                                 "    <allow own=\"org.freedesktop.systemd1\"/>\n"
+                                 "  </policy>\n";
+
+/// The same with the example of a policy for the service.
 const std::string stockPolicies =
-    "  <policy context=\"default\">\n"
-    "    <allow user=\"*\"/>\n"
-    "    <deny own=\"*\"/>\n"
-    "    <deny send_type=\"method_call\"/>\n"
-    "    <allow send_type=\"signal\"/>\n"
-    "    <allow send_requested_reply=\"true\" send_type=\"method_return\"/>\n"
-    "    <allow send_requested_reply=\"true\" send_type=\"error\"/>\n"
-    "    <allow receive_type=\"method_call\"/>\n"
-    "    <allow receive_type=\"method_return\"/>\n"
-    "    <allow receive_type=\"error\"/>\n"
-    "    <allow receive_type=\"signal\"/>\n"
-    "    <allow send_destination=\"org.freedesktop.DBus\"/>\n"
-    "  </policy>\n"
-    "  <include>" KRV_SOURCE_DIRECTORY "/packaging/dbus/velta.KRV.conf.example</include>\n";
+    barePolicies + "  <include>" KRV_SOURCE_DIRECTORY "/packaging/dbus/velta.KRV.conf.example</include>\n";
 
 /// Calls a method of the service with a text, and returns the name of the error; nothing when there is none.
 std::string errorOf(const char* interface, const char* method) {
@@ -48,20 +54,25 @@ std::string errorOf(const char* interface, const char* method) {
   return name;
 }
 
-class BusPolicy : public testing::Test {
+class BusPolicy : public Support::AnyBus {
 protected:
   void SetUp() override {
+    AnyBus::SetUp();
+    if (IsSkipped())
+      return;
     if (geteuid() != 0)
       GTEST_SKIP() << "only root can be both the tool's user and an ordinary one";
-    m_device = std::make_unique<Device>(Support::BusSettings{.policies = stockPolicies});
+    m_device = std::make_unique<Device>(Support::BusSettings{.program = GetParam(), .policies = stockPolicies});
   }
 
   std::unique_ptr<Device> m_device;
 };
 
+INSTANTIATE_TEST_SUITE_P(Each, BusPolicy, Support::everyBus, Support::busName);
+
 const std::string accessDenied = "org.freedesktop.DBus.Error.AccessDenied";
 
-TEST_F(BusPolicy, LetsTheToolDoItsJob) {
+TEST_P(BusPolicy, LetsTheToolDoItsJob) {
   const fs::path package = m_device->add({});
   const auto run = m_device->run();
   EXPECT_EQ(run.log, installedLine(package) + timeLine);
@@ -69,7 +80,7 @@ TEST_F(BusPolicy, LetsTheToolDoItsJob) {
   EXPECT_EQ(m_device->service().calls(), (std::vector{getPackageCall("sample"), installCall(package)}));
 }
 
-TEST_F(BusPolicy, RefusesInstallationsByOthers) {
+TEST_P(BusPolicy, RefusesInstallationsByOthers) {
   const Support::OrdinaryUser user(m_device->bus().socket().parent_path());
   EXPECT_EQ(errorOf("velta.KRV", "Install"), accessDenied);
   EXPECT_EQ(errorOf(nullptr, "Install"), accessDenied);
@@ -77,11 +88,30 @@ TEST_F(BusPolicy, RefusesInstallationsByOthers) {
   EXPECT_EQ(m_device->service().calls(), std::vector<Support::ReceivedCall>());
 }
 
-TEST_F(BusPolicy, LetsEverybodyAskWhatIsInstalled) {
+TEST_P(BusPolicy, LetsEverybodyAskWhatIsInstalled) {
   m_device->service().hasInstalled("x", "1-1", "key");
   const Support::OrdinaryUser user(m_device->bus().socket().parent_path());
   EXPECT_EQ(errorOf("velta.KRV", "GetPackage"), "");
   EXPECT_EQ(m_device->service().calls(), std::vector{getPackageCall("x")});
+}
+
+using BusWithoutPolicy = Support::AnyBus;
+INSTANTIATE_TEST_SUITE_P(Each, BusWithoutPolicy, Support::everyBus, Support::busName);
+
+TEST_P(BusWithoutPolicy, LetsTheToolNeitherAskNorInstall) {
+  const std::string owner = "  <policy context=\"default\"><allow own=\"velta.KRV\"/></policy>\n";
+  Device device({.program = GetParam(), .policies = barePolicies + owner});
+  const fs::path package = device.add({});
+  const auto run = device.run();
+  const std::string denied = "\\[E\\] (Package installation error: )?" + texts().denied + "\n";
+  EXPECT_THAT(run.log, testing::MatchesRegex(denied +
+                                             "\\[E\\] Failed to query information about installed package: "
+                                             "sample\n" +
+                                             denied +
+                                             "\\[E\\] Failed to pre-install package: [^\n]*\n"
+                                             "\\[I\\] Time spent for pre-installation: N seconds\n"));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(device.service().calls(), std::vector<Support::ReceivedCall>());
 }
 
 } // namespace

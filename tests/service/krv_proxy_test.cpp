@@ -7,10 +7,10 @@
 #endif
 
 #include "tests/service/bus_monitor.h"
+#include "tests/support/any_bus.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/environment.h"
 #include "tests/support/expected_errors.h"
-#include "tests/support/private_bus.h"
 #include "tests/support/process.h"
 #include "tests/support/scripted_service.h"
 #include "tests/support/temp_directory.h"
@@ -19,6 +19,7 @@
 
 #include <filesystem>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -61,9 +62,6 @@ std::string failedInstallation(const std::string& message) {
   return "[E] Package installation error: " + message + "\nfalse";
 }
 
-const std::string noService = "The name velta.KRV was not provided by any .service files";
-const std::string noReply = "Message recipient disconnected from message bus without replying";
-
 /// A proxy to a scripted service.
 class ServiceProxy : public testing::Test {
 protected:
@@ -71,6 +69,25 @@ protected:
   ScriptedService service;
   KrvProxy proxy = KrvProxy::create().value();
 };
+
+/// A proxy to a scripted service on a bus of either kind.
+class BusOfProxy : public AnyBus {
+protected:
+  void SetUp() override {
+    AnyBus::SetUp();
+    if (IsSkipped())
+      return;
+    bus = std::make_unique<PrivateBus>(BusSettings{.program = GetParam()});
+    service = std::make_unique<ScriptedService>();
+    proxy = KrvProxy::create();
+  }
+
+  std::unique_ptr<PrivateBus> bus;
+  std::unique_ptr<ScriptedService> service;
+  std::optional<KrvProxy> proxy;
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, BusOfProxy, everyBus, busName);
 
 using ProxyQuery = ServiceProxy;
 using ProxyInstallation = ServiceProxy;
@@ -284,48 +301,48 @@ TEST_F(ProxyInstallation, FailsForAPathThatIsNoUtf8) {
   EXPECT_EQ(service.calls(), (Calls{installCall("/app.rpm")}));
 }
 
-TEST_F(ProxyInstallation, FailsWhenTheServiceDies) {
-  service.onInstall().die();
-  EXPECT_EQ(installation(proxy, "/apps/app.rpm"), failedInstallation(noReply));
-  EXPECT_EQ(service.calls(), (Calls{installCall("/apps/app.rpm")}));
+TEST_P(BusOfProxy, EndsTheInstallationWhenTheServiceDies) {
+  service->onInstall().die();
+  EXPECT_EQ(installation(*proxy, "/apps/app.rpm"), failedInstallation(texts().noReply));
+  EXPECT_EQ(service->calls(), (Calls{installCall("/apps/app.rpm")}));
 }
 
-TEST_F(ProxyInstallation, FailsWhenTheBusDies) {
-  service.onInstall().keepSilent();
+TEST_P(BusOfProxy, EndsTheInstallationWhenItDies) {
+  service->onInstall().keepSilent();
   std::thread end([this] {
-    service.waitForCalls(1);
-    bus.stop();
+    service->waitForCalls(1);
+    bus->stop();
   });
-  EXPECT_EQ(installation(proxy, "/apps/app.rpm"), failedInstallation("Connection reset by peer"));
+  EXPECT_EQ(installation(*proxy, "/apps/app.rpm"), failedInstallation("Connection reset by peer"));
   end.join();
 }
 
-TEST_F(ServiceProxy, NoticesThatTheServiceHasGoneBetweenTwoCalls) {
-  service.onGetPackage("app").beforeLeaving().answer({{"general.version", "1"}, {"certificate.id", "0a1b"}});
-  EXPECT_EQ(query(proxy, "app"), "1 by 0a1b");
-  EXPECT_EQ(installation(proxy, "/apps/app.rpm"), failedInstallation(noService));
-  EXPECT_EQ(query(proxy, "app"), failedQuery(noService, "app"));
-  EXPECT_EQ(service.calls(), (Calls{getPackageCall("app")}));
+TEST_P(BusOfProxy, NoticesThatTheServiceHasGoneBetweenTwoCalls) {
+  service->onGetPackage("app").beforeLeaving().answer({{"general.version", "1"}, {"certificate.id", "0a1b"}});
+  EXPECT_EQ(query(*proxy, "app"), "1 by 0a1b");
+  EXPECT_EQ(installation(*proxy, "/apps/app.rpm"), failedInstallation(texts().noService));
+  EXPECT_EQ(query(*proxy, "app"), failedQuery(texts().noService, "app"));
+  EXPECT_EQ(service->calls(), (Calls{getPackageCall("app")}));
 }
 
-TEST_F(ServiceProxy, GoesOnWithAServiceThatCameBack) {
-  service.hasInstalled("app", "1.0-1", "key");
-  service.onInstall("/bad.rpm").die();
-  EXPECT_EQ(installation(proxy, "/bad.rpm"), failedInstallation(noReply));
-  service.arrive();
-  EXPECT_EQ(query(proxy, "app"), "1.0-1 by key");
-  service.leave();
-  EXPECT_EQ(query(proxy, "app"), failedQuery(noService, "app"));
-  service.arrive();
-  EXPECT_EQ(installation(proxy, "/good.rpm"), "true");
-  EXPECT_EQ(service.calls(), (Calls{installCall("/bad.rpm"), getPackageCall("app"), installCall("/good.rpm")}));
+TEST_P(BusOfProxy, GoesOnWithAServiceThatCameBack) {
+  service->hasInstalled("app", "1.0-1", "key");
+  service->onInstall("/bad.rpm").die();
+  EXPECT_EQ(installation(*proxy, "/bad.rpm"), failedInstallation(texts().noReply));
+  service->arrive();
+  EXPECT_EQ(query(*proxy, "app"), "1.0-1 by key");
+  service->leave();
+  EXPECT_EQ(query(*proxy, "app"), failedQuery(texts().noService, "app"));
+  service->arrive();
+  EXPECT_EQ(installation(*proxy, "/good.rpm"), "true");
+  EXPECT_EQ(service->calls(), (Calls{installCall("/bad.rpm"), getPackageCall("app"), installCall("/good.rpm")}));
 }
 
-TEST_F(ServiceProxy, FailsCallByCallOnceTheBusIsGone) {
-  bus.stop();
-  EXPECT_EQ(query(proxy, "app"), failedQuery("Connection reset by peer", "app"));
-  EXPECT_EQ(query(proxy, "app"), failedQuery("Transport endpoint is not connected", "app"));
-  EXPECT_EQ(installation(proxy, "/app.rpm"), failedInstallation("Transport endpoint is not connected"));
+TEST_P(BusOfProxy, FailsCallByCallOnceItIsGone) {
+  bus->stop();
+  EXPECT_EQ(query(*proxy, "app"), failedQuery("Connection reset by peer", "app"));
+  EXPECT_EQ(query(*proxy, "app"), failedQuery("Transport endpoint is not connected", "app"));
+  EXPECT_EQ(installation(*proxy, "/app.rpm"), failedInstallation("Transport endpoint is not connected"));
 }
 
 TEST_F(ServiceProxy, IsNotDistractedByOtherMessages) {
@@ -382,8 +399,11 @@ ReceivedCall callToTheBus(const std::string& member, const std::string& signatur
   return {member, signature, arguments, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus"};
 }
 
-TEST(ProxyCreation, AsksTheBusForARunningServiceOnly) {
-  const PrivateBus bus;
+using ProxyCreation = AnyBus;
+INSTANTIATE_TEST_SUITE_P(Each, ProxyCreation, everyBus, busName);
+
+TEST_P(ProxyCreation, AsksTheBusForARunningServiceOnly) {
+  const PrivateBus bus({.program = GetParam()});
   bus.provide("velta.KRV", "/bin/false");
   const ScriptedService service;
   BusMonitor monitor;
@@ -392,8 +412,8 @@ TEST(ProxyCreation, AsksTheBusForARunningServiceOnly) {
             (Calls{callToTheBus("Hello", "", ""), callToTheBus("NameHasOwner", "s", R"("velta.KRV")")}));
 }
 
-TEST(ProxyCreation, StartsTheServiceThatIsNotThere) {
-  const PrivateBus bus;
+TEST_P(ProxyCreation, StartsTheServiceThatIsNotThere) {
+  const PrivateBus bus({.program = GetParam()});
   bus.provide("velta.KRV", program("test-activated-service"));
   BusMonitor monitor;
   EXPECT_EQ(creation(), "a proxy");
@@ -402,10 +422,10 @@ TEST(ProxyCreation, StartsTheServiceThatIsNotThere) {
   EXPECT_EQ(query(KrvProxy::create().value(), "started"), "1.0-1 by key");
 }
 
-TEST(ProxyCreation, FailsWithoutTheService) {
-  const PrivateBus bus;
+TEST_P(ProxyCreation, FailsWithoutTheService) {
+  const PrivateBus bus({.program = GetParam()});
   BusMonitor monitor;
-  EXPECT_EQ(creation(), "[E] " + noService + "\nno proxy");
+  EXPECT_EQ(creation(), "[E] " + texts().noService + "\nno proxy");
   const ScriptedService service;
   EXPECT_EQ(monitor.callsBefore("RequestName"),
             (Calls{callToTheBus("Hello", "", ""), callToTheBus("NameHasOwner", "s", R"("velta.KRV")"),
@@ -415,27 +435,27 @@ TEST(ProxyCreation, FailsWithoutTheService) {
   EXPECT_EQ(creation(), "a proxy");
 }
 
-TEST(ProxyCreation, FailsWithAServiceThatDoesNotStart) {
-  const PrivateBus bus;
+TEST_P(ProxyCreation, FailsWithAServiceThatDoesNotStart) {
+  const PrivateBus bus({.program = GetParam()});
   bus.provide("velta.KRV", "/bin/false");
-  EXPECT_EQ(creation(), "[E] Process velta.KRV exited with status 1\nno proxy");
+  EXPECT_EQ(creation(), "[E] " + texts().deadService + "\nno proxy");
 }
 
-TEST(ProxyCreation, FailsWhenTheServiceHasGone) {
-  const PrivateBus bus;
+TEST_P(ProxyCreation, FailsWhenTheServiceHasGone) {
+  const PrivateBus bus({.program = GetParam()});
   ScriptedService service;
   EXPECT_EQ(creation(), "a proxy");
   service.leave();
-  EXPECT_EQ(creation(), "[E] " + noService + "\nno proxy");
+  EXPECT_EQ(creation(), "[E] " + texts().noService + "\nno proxy");
 }
 
-TEST(ProxyCreation, FailsWithoutABus) {
-  PrivateBus bus;
+TEST_P(ProxyCreation, FailsWithoutABus) {
+  PrivateBus bus({.program = GetParam()});
   bus.stop();
   EXPECT_EQ(creation(), "[E] Failed to open bus (Connection refused)\nno proxy");
 }
 
-TEST(ProxyCreation, FailsWithABadAddress) {
+TEST(ProxyWithoutABus, IsNotMadeWithABadAddress) {
   const TempDirectory directory;
   for (const auto& [address, reason] : std::vector<std::pair<std::string, std::string>>{
            {"unix:path=" + (directory / "nowhere").string(), "No such file or directory"},

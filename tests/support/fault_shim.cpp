@@ -11,6 +11,10 @@
 // For calls on a descriptor the path is that of the open file. Only calls across library boundaries are seen: what
 // fopen() does inside the C library is one "open".
 
+// Where these are set, the header files give open() the name open64(), which is here as well.
+#undef _FILE_OFFSET_BITS
+#undef _TIME_BITS
+
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -107,7 +111,11 @@ mode_t modeArgument(int flags, std::va_list arguments) {
 }
 
 bool isLockCommand(int command) {
-  return command == F_SETLK || command == F_SETLKW || command == F_OFD_SETLK || command == F_OFD_SETLKW;
+  for (const int lockCommand : {F_SETLK, F_SETLKW, F_SETLK64, F_SETLKW64, F_OFD_SETLK, F_OFD_SETLKW}) {
+    if (command == lockCommand)
+      return true;
+  }
+  return false;
 }
 
 int openOr(const char* function, const char* path, int flags, mode_t mode) {
@@ -184,6 +192,15 @@ int fcntl64(int descriptor, int command, ...) {
   return fcntlOr("fcntl64", descriptor, command, argument);
 }
 
+/// The one of 32-bit programs that know times after 2038.
+int __fcntl_time64(int descriptor, int command, ...) {
+  std::va_list arguments;
+  va_start(arguments, command);
+  void* argument = va_arg(arguments, void*);
+  va_end(arguments);
+  return fcntlOr("__fcntl_time64", descriptor, command, argument);
+}
+
 ssize_t read(int descriptor, void* buffer, size_t size) {
   return hit("read", descriptor) ? -1 : next<ssize_t(int, void*, size_t)>("read")(descriptor, buffer, size);
 }
@@ -233,6 +250,10 @@ int mkdir(const char* path, mode_t mode) noexcept {
 
 int stat(const char* path, struct stat* status) noexcept {
   return hit("stat", path) ? -1 : next<int(const char*, struct stat*)>("stat")(path, status);
+}
+
+int stat64(const char* path, struct stat64* status) noexcept {
+  return hit("stat", path) ? -1 : next<int(const char*, struct stat64*)>("stat64")(path, status);
 }
 
 } // extern "C"

@@ -13,9 +13,25 @@
 
 namespace Support {
 
+/// The programs that are the system bus of a device: most have one of them or the other.
+enum class BusProgram { DbusDaemon, DbusBroker };
+
+/// Whether this machine has it.
+bool isInstalled(BusProgram program);
+
+/// What the two say in the place of a service, letter for letter but for the last.
+struct BusTexts {
+  std::string noService;   ///< nobody provides it
+  std::string deadService; ///< the program that provides it ends with status 1 instead of taking the name
+  std::string noReply;     ///< it leaves without an answer
+  std::string denied;      ///< the policy does not let the caller talk to it; a regular expression
+};
+BusTexts textsOf(BusProgram program);
+
 struct BusSettings {
+  BusProgram program = BusProgram::DbusDaemon;
   /// The bus cuts the connection of who sends it a message of more bytes. 32 MiB is what a dbus-daemon allows that
-  /// nobody configured.
+  /// nobody configured. dbus-broker does not look at it.
   std::size_t largestMessage = 32 * 1024 * 1024;
   /// Elements of the bus's configuration; see dbus-daemon(1). Without any, everybody may do everything.
   std::string policies = {};
@@ -37,6 +53,7 @@ public:
   void stop();
 
 private:
+  int m_end; ///< the signal that ends the bus
   TempDirectory m_directory;
   std::unique_ptr<Process> m_daemon;
   std::string m_address;

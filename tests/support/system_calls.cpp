@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
 
 #include <fcntl.h>
 #include <sys/syscall.h>
@@ -51,8 +52,40 @@ const std::vector<FileCall> fileCalls = {
     {SYS_stat, "stat", {.path = 0}, asking},
     {SYS_symlink, "symlink", {.path = 1}, naming},
     {SYS_unlink, "unlink", {.path = 0}, removing},
-    {SYS_utime, "utime", {.path = 0}, changing},
     {SYS_utimes, "utimes", {.path = 0}, changing},
+#endif
+#ifdef SYS_utime
+    {SYS_utime, "utime", {.path = 0}, changing},
+#endif
+#ifdef SYS_newfstatat
+    {SYS_newfstatat, "newfstatat", {.path = 1, .descriptor = 0}, asking},
+#endif
+#ifdef SYS_mmap
+    {SYS_mmap, "mmap", {.descriptor = 4}, {ENFILE, ENOMEM}},
+#endif
+#ifdef SYS_fadvise64
+    {SYS_fadvise64, "fadvise64", {.descriptor = 0}, none},
+#endif
+#ifdef SYS_sync_file_range
+    {SYS_sync_file_range, "sync_file_range", {.descriptor = 0}, {EIO, ENOSPC}},
+#endif
+#ifdef SYS_fcntl64 // processors of 32 bits have the same calls again, with wider numbers
+    {SYS__llseek, "lseek", {.descriptor = 0}, none},
+    {SYS_chown32, "chown", {.path = 0}, changing},
+    {SYS_fchown32, "fchown", {.descriptor = 0}, changing},
+    {SYS_fcntl64, "fcntl", {.descriptor = 0}, none},
+    {SYS_fstat64, "fstat", {.descriptor = 0}, askingOpenFile},
+    {SYS_fstatat64, "newfstatat", {.path = 1, .descriptor = 0}, asking},
+    {SYS_fstatfs64, "fstatfs", {.descriptor = 0}, {EINTR, EIO}},
+    {SYS_ftruncate64, "ftruncate", {.descriptor = 0}, {EINTR, EIO, EPERM}},
+    {SYS_lchown32, "lchown", {.path = 0}, changing},
+    {SYS_lstat64, "lstat", {.path = 0}, asking},
+    {SYS_mmap2, "mmap", {.descriptor = 4}, {ENFILE, ENOMEM}},
+    {SYS_sendfile64, "sendfile", {.descriptor = 0}, {EINTR, EIO, ENOMEM}, {.descriptor = 1}},
+    {SYS_stat64, "stat", {.path = 0}, asking},
+    {SYS_statfs64, "statfs", {.path = 0}, asking},
+    {SYS_truncate64, "truncate", {.path = 0}, {EACCES, EINTR, EIO}},
+    {SYS_utimensat_time64, "utimensat", {.path = 1, .descriptor = 0}, changing},
 #endif
     {SYS_chdir, "chdir", {.path = 0}, asking},
     {SYS_close, "close", {.descriptor = 0}, closing},
@@ -62,7 +95,6 @@ const std::vector<FileCall> fileCalls = {
     {SYS_execve, "execve", {.path = 0}, opening},
     {SYS_faccessat, "faccessat", {.path = 1, .descriptor = 0}, asking},
     {SYS_faccessat2, "faccessat2", {.path = 1, .descriptor = 0}, asking},
-    {SYS_fadvise64, "fadvise64", {.descriptor = 0}, none},
     {SYS_fallocate, "fallocate", {.descriptor = 0}, {EINTR, EIO, ENOSPC, EOPNOTSUPP}},
     {SYS_fchdir, "fchdir", {.descriptor = 0}, asking},
     {SYS_fchmod, "fchmod", {.descriptor = 0}, changing},
@@ -92,8 +124,6 @@ const std::vector<FileCall> fileCalls = {
     {SYS_lsetxattr, "lsetxattr", {.path = 0}, attaching},
     {SYS_mkdirat, "mkdirat", {.path = 1, .descriptor = 0}, naming},
     {SYS_mknodat, "mknodat", {.path = 1, .descriptor = 0}, naming},
-    {SYS_mmap, "mmap", {.descriptor = 4}, {ENFILE, ENOMEM}},
-    {SYS_newfstatat, "newfstatat", {.path = 1, .descriptor = 0}, asking},
     {SYS_openat, "openat", {.path = 1, .descriptor = 0}, opening},
     {SYS_openat2, "openat2", {.path = 1, .descriptor = 0}, opening},
     {SYS_pread64, "pread64", {.descriptor = 0}, reading},
@@ -114,7 +144,6 @@ const std::vector<FileCall> fileCalls = {
     {SYS_statfs, "statfs", {.path = 0}, asking},
     {SYS_statx, "statx", {.path = 1, .descriptor = 0}, asking},
     {SYS_symlinkat, "symlinkat", {.path = 2, .descriptor = 1}, naming},
-    {SYS_sync_file_range, "sync_file_range", {.descriptor = 0}, {EIO, ENOSPC}},
     {SYS_truncate, "truncate", {.path = 0}, {EACCES, EINTR, EIO}},
     {SYS_unlinkat, "unlinkat", {.path = 1, .descriptor = 0}, removing},
     {SYS_utimensat, "utimensat", {.path = 1, .descriptor = 0}, changing},
@@ -124,15 +153,48 @@ const std::vector<FileCall> fileCalls = {
 
 const std::vector<long> harmless = {
 #ifdef SYS_open
-    SYS_arch_prctl,
     SYS_fork,
     SYS_getpgrp,
     SYS_pause,
     SYS_pipe,
     SYS_poll,
-    SYS_select,
-    SYS_time,
     SYS_vfork,
+#endif
+#ifdef SYS_arch_prctl
+    SYS_arch_prctl,
+#endif
+#ifdef SYS_getrlimit
+    SYS_getrlimit,
+#endif
+#ifdef SYS_select
+    SYS_select,
+#endif
+#ifdef SYS_set_thread_area
+    SYS_set_thread_area,
+#endif
+#ifdef SYS_time
+    SYS_time,
+#endif
+#ifdef SYS_waitpid
+    SYS_waitpid,
+#endif
+#ifdef SYS_fcntl64 // processors of 32 bits
+    SYS__newselect,
+    SYS_clock_getres_time64,
+    SYS_clock_gettime64,
+    SYS_clock_nanosleep_time64,
+    SYS_futex_time64,
+    SYS_getegid32,
+    SYS_geteuid32,
+    SYS_getgid32,
+    SYS_getgroups32,
+    SYS_getresgid32,
+    SYS_getresuid32,
+    SYS_getuid32,
+    SYS_ppoll_time64,
+    SYS_rt_sigtimedwait_time64,
+    SYS_sigreturn,
+    SYS_ugetrlimit,
 #endif
     SYS_brk,
     SYS_capget,
@@ -156,7 +218,6 @@ const std::vector<long> harmless = {
     SYS_getrandom,
     SYS_getresgid,
     SYS_getresuid,
-    SYS_getrlimit,
     SYS_getrusage,
     SYS_getsid,
     SYS_gettid,
@@ -208,7 +269,7 @@ const FileCall* findFileCall(long number) {
 
 std::vector<int> errorsOf(const FileCall& call, const unsigned long long* arguments) {
   // A lock is asked for with a command of fcntl(2), which otherwise does not fail.
-  if (call.number == SYS_fcntl && (arguments[1] == F_SETLKW || arguments[1] == F_OFD_SETLKW))
+  if (call.name == std::string_view("fcntl") && (arguments[1] == F_SETLKW || arguments[1] == F_OFD_SETLKW))
     return {EDEADLK, EINTR, ENOLCK};
   std::vector<int> errors = call.errors;
   // Only what makes a file runs out of space.

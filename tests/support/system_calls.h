@@ -18,11 +18,14 @@ struct FileCall {
   };
 
   long number;
-  const char* name;
+  const char* name; ///< the one that 64-bit processors have for it
   Place file;
   std::vector<int> errors;
   Place otherFile = {};
 };
+
+/// The name of the call that stat(3) makes. Where a time has 32 bits elsewhere, the C library asks with a newer call.
+inline constexpr const char* statusCall = sizeof(long) == 4 ? "statx" : "newfstatat";
 
 /// Null when the call is not known to have to do with files.
 const FileCall* findFileCall(long number);

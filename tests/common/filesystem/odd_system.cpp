@@ -63,7 +63,7 @@ int lsetxattr(const char* path, const char* name, const void* value, size_t size
   return static_cast<int>(syscall(SYS_lsetxattr, path, name, value, size, flags));
 }
 
-ssize_t copy_file_range(int from, off_t* fromOffset, int to, off_t* toOffset, size_t size, unsigned flags) {
+ssize_t copy_file_range(int from, off64_t* fromOffset, int to, off64_t* toOffset, size_t size, unsigned flags) {
   if (oddSystem().copyFileRange)
     return oddSystem().copyFileRange(from, to, size);
   return syscall(SYS_copy_file_range, from, fromOffset, to, toOffset, size, flags);
