@@ -87,8 +87,8 @@ void install(sdbus::IProxy& service, const std::string& path) {
 
 } // namespace
 
-/// bench-yardstick FOLDER [--no-install]: makes only the calls of librpm, OpenSSL and the bus that the tool cannot avoid
-/// for the packages of FOLDER. It checks and logs nothing.
+/// bench-yardstick FOLDER [--no-install]: makes only the calls of librpm, OpenSSL and the bus that the tool cannot
+/// avoid for the packages of FOLDER. It checks and logs nothing.
 int main(int argc, char** argv) {
   const bool installs = argc == 2;
   const auto service = sdbus::createProxy(sdbus::createSystemBusConnection(), BusNames::service, BusNames::objectPath,

@@ -23,7 +23,7 @@ void checkDescription(ErrorCode code) {
 
 } // namespace
 
-/// The input once as a name and once as a number.
+/// Uses the input as a name, then as a number.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view name = Fuzz::begin(data, size);
   const ErrorCode code = Common::fromDBusName(name);

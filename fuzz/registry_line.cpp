@@ -3,7 +3,7 @@
 #include "core/registry_record.h"
 #include "fuzz/support.h"
 
-/// A record that was read from a line, printed and read again is the same record.
+/// A record is the same after printing and parsing it again.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto record = Core::KRV::parseRecord(Fuzz::begin(data, size));
   Fuzz::require(record || Fuzz::loggedLines() > 0, "a rejected line is explained in the log");
