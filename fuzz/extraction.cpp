@@ -17,7 +17,8 @@ using Common::Rpm::ArchiveEntry;
 using Common::Rpm::ArchiveReader;
 using Common::Rpm::HardLinkDescription;
 
-/// Larger files go to disk, cut off at this size, because a payload of a few bytes may unpack to gigabytes.
+/// Larger files are written to a scratch file, cut off at this size, because a payload of a few bytes may unpack to
+/// gigabytes.
 constexpr rlim_t outputLimit = 1024 * 1024;
 
 void limitFiles() {
