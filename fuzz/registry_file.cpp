@@ -85,6 +85,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Fuzz::require(Fuzz::loggedLines() == warnings, "a written registry reads without a warning");
   Fuzz::require(follows(after, before, added), "only superseded records are removed, and the new one is last");
   if (Fuzz::tally().inputs <= 16 || Fuzz::tally().inputs % 128 == 0)
-    Fuzz::require(addToFile(text, added) == result, "the registry on disk becomes the same");
+    Fuzz::require(addToFile(text, added) == result, "the registry on disk is the same");
   return 0;
 }

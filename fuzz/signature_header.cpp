@@ -36,8 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       PackageSignatures::replaceContainer(path, "");
       Fuzz::accept();
       const auto after = FileWithCmses::fromPath(path);
-      Fuzz::require(after && after->cmses().empty(), "a package whose signatures were removed has none");
-      Fuzz::require(signedContent(path) == before, "the signed content stays as it is");
+      Fuzz::require(after && after->cmses().empty(), "no signature is left after their removal");
+      Fuzz::require(signedContent(path) == before, "the signed content does not change");
     } catch (const PackageSignatures::SigningError&) { // a valid result
     }
   }
