@@ -35,9 +35,9 @@ int check(int result, const char* what) {
 
 } // namespace
 
-/// bench-service [VERSION KEYID]: a package-manager service that answers at once. Without arguments nothing is
-/// installed; with them each package is, in that version and from the developer with that key. Runs until it is killed;
-/// writes "ready" when it can be called.
+/// bench-service [VERSION KEYID]: a package-manager service that answers at once. Without arguments no package is
+/// installed; with them every package is installed in that version with that developer key. Prints "ready" when it
+/// accepts calls, and runs until it is killed.
 int main(int argc, char** argv) {
   if (argc != 1 && argc != 3) {
     std::cerr << "usage: bench-service [VERSION KEYID]\n";

@@ -3,18 +3,18 @@
 #
 # Sourced by the cases: compare NAME TARGET OURS YARDSTICK [RESET]
 #
-# Times the command OURS beside the command YARDSTICK and prints one row of the table: both medians in milliseconds, the
-# median of the ratios with the smallest and the largest, and TARGET, the largest ratio that is good enough. RESET runs
-# before each of them, untimed. The three are texts for the shell; a command that fails ends the benchmark.
+# Times the commands OURS and YARDSTICK and prints one row of the table: both medians in milliseconds, the median of the
+# ratios with the smallest and the largest, and TARGET, the largest acceptable ratio. RESET runs before each of them,
+# untimed. The three are texts for the shell; a command that fails ends the benchmark.
 #
-# After a warm-up the commands take turns, and each pair gives one ratio: what else the machine does at the moment hits
-# both. Who goes first changes from pair to pair. There are KRV_BENCH_PAIRS pairs or, unless that is set, seven and as
-# many more as fit into half a minute: a short row is the one that a moment can spoil.
+# After a warm-up the commands run alternately, and each pair gives one ratio, so that other load on the machine affects
+# both. The order changes from pair to pair. There are KRV_BENCH_PAIRS pairs or, if that is not set, at least seven and as
+# many more as fit into half a minute, because a moment of load distorts a short row most.
 
 compare_time() { # variable for the microseconds, command, reset
   local compare_start compare_end
   eval "$3" || return
-  # What was left to be written by whoever ran before would be paid for by this command.
+  # Otherwise this command would also wait for unwritten data of the command before.
   sync
   compare_start=${EPOCHREALTIME/[.,]/}
   if ! eval "$2" >/dev/null; then
@@ -33,8 +33,8 @@ thousandths() { # number; printed with a decimal point
   printf '%d.%03d' $(($1 / 1000)) $(($1 % 1000))
 }
 
-# One row of the table, and one line for scripts/bench to make JSON of. Times in thousandths of the unit, that is, in
-# microseconds unless another unit than ms is given; ratios in thousandths.
+# Prints one row of the table, and one line from which scripts/bench makes JSON. Times are in thousandths of the unit
+# (microseconds for the default unit ms); ratios are in thousandths.
 report() { # name, our time, yardstick's time, ratio, smallest, largest, target [, unit]
   printf '%-56s %9.1f %s %9.1f %s  %6.2f (%.2f-%.2f)  %s\n' "$1" "$(thousandths "$2")" "${8:-ms}" \
     "$(thousandths "$3")" "${8:-ms}" "$(thousandths "$4")" "$(thousandths "$5")" "$(thousandths "$6")" "$7"
@@ -43,7 +43,7 @@ report() { # name, our time, yardstick's time, ratio, smallest, largest, target 
       "$(thousandths "$4")" "$(thousandths "$5")" "$(thousandths "$6")" "$7" "${8:-ms}" >>"$KRV_BENCH_FIGURES"
 }
 
-# A row for a figure that has no yardstick but its target.
+# Prints a row for a figure without a yardstick.
 report_value() { # name, value in thousandths, unit, target
   printf '%-56s %9.3f %s, target %s\n' "$1" "$(thousandths "$2")" "$3" "$4"
   [ -z "${KRV_BENCH_FIGURES:-}" ] ||

@@ -1,14 +1,14 @@
 # SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 # SPDX-License-Identifier: MIT
 #
-# Sourced by the cases: what a run of the tool needs, in a folder of its own that goes when the case ends.
+# Sourced by the cases: the environment of a run of the tool, in a temporary folder that is deleted when the case ends.
 #
 #   $bin       the programs of the release preset
 #   $apps      the pre-install directory below a root
-#   $work      the folder; HOME is in it, with an RPM database of its own. Its path is plain: Debian's default runs a
-#              shell to find the home directory
+#   $work      the folder; HOME is in it, with its own RPM database. The database path is a plain one, because Debian's
+#              default runs a shell to find the home directory
 #
-# Works below the build folder, or below KRV_BENCH_DIRECTORY: on a disk, 5 GiB are enough.
+# The folder is below the build folder, or below KRV_BENCH_DIRECTORY, on a disk with 5 GiB free.
 
 source sandbox/bus.bash
 bin=$PWD/build/release/bin
@@ -31,7 +31,7 @@ build_packages() { # spec file, folder
     "$1" >"$work/rpmbuild.log" 2>&1 || { cat "$work/rpmbuild.log" >&2; return 1; }
 }
 
-# A package with what these lines of %install put into its folder, as $work/NAME.rpm.
+# Builds the package $work/NAME.rpm; the lines are part of %install and create the files in its folder.
 make_package() { # name, lines
   cat >"$work/$1.spec" <<END
 Name: $1
@@ -57,7 +57,7 @@ sign_packages() { # package...
   "$bin/krv-package-signature" sign --key "$work/pki/alice.key.pem" --cert "$work/pki/alice.pem" "$@"
 }
 
-# Signed packages with five files each, application-1 to application-COUNT, in $work/packages.
+# Builds signed packages with five files each, application-1 to application-COUNT, in $work/packages.
 make_packages() { # count
   local number
   {
@@ -95,7 +95,7 @@ END
   sign_packages "$work"/packages/*.rpm
 }
 
-# Starts a program in the background and returns when it has written its first line.
+# Starts a program in the background and returns after its first line of output.
 start_beside() { # name, command...
   local output=$work/$1.output
   shift
@@ -123,15 +123,15 @@ stop_service() {
   unset 'device_processes[-1]'
 }
 
-# A root file system with the packages of a folder, which KRV_ROOT_FS of the tool names $work/NAME. A directory as on a
-# device: a link to the folder would make each look at a package several times as dear.
+# Makes the root file system $work/NAME, for KRV_ROOT_FS, with the packages of a folder. The packages are hard links in a
+# real directory, as on a device: through a symlink to the folder, each path lookup would take several times as long.
 make_root() { # name [, folder]
   mkdir -p "$work/$1/$apps" "$work/$1/var/lib/krv"
   [ -z "${2:-}" ] || find "$2" -name '*.rpm' -exec ln -t "$work/$1/$apps" {} +
 }
 
-# A registry of so many lines, every hundredth of them a removal of one of the packages above by another developer's
-# user. Keys are as long as real ones.
+# Writes a registry with this number of records. Every hundredth is a removal of one of the packages above under another
+# developer's key. Keys are as long as real ones.
 make_registry() { # root, number of records
   mawk -v records="$2" 'BEGIN {
     for (key = 0; key < 50; ++key)

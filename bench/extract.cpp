@@ -7,7 +7,7 @@
 
 #include <sys/resource.h>
 
-/// bench-extract PACKAGE FOLDER: unpacks a package into an empty folder. Writes the most memory that it had, in KiB.
+/// bench-extract PACKAGE FOLDER: unpacks a package into an empty folder. Prints its peak memory in KiB.
 int main(int argc, char** argv) {
   if (argc != 3) {
     std::cerr << "usage: bench-extract PACKAGE FOLDER\n";

@@ -7,8 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// bench-peak-memory COMMAND...: runs it with its standard output thrown away, and prints the most memory that it had,
-/// in KiB (ru_maxrss of getrusage(2)).
+/// bench-peak-memory COMMAND...: runs the command, discards its standard output, and prints its peak memory in KiB
+/// (ru_maxrss of getrusage(2)).
 int main(int argc, char** argv) {
   if (argc < 2) {
     std::cerr << "usage: bench-peak-memory COMMAND...\n";

@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 # SPDX-License-Identifier: MIT
 #
-# Draws one curve of scripts/bench --plot: expects the variables curve (a file of points), output_file and name.
+# Draws one curve of scripts/bench --plot. It needs the variables curve (a file of points), output_file and name.
 
 set terminal svg size 640,400 font "sans,12" background "white"
 set output output_file

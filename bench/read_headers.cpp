@@ -5,7 +5,7 @@
 #include <exception>
 #include <iostream>
 
-/// bench-read-headers PACKAGE...: what the tool reads of each package's header, printed as rpm -qp prints it.
+/// bench-read-headers PACKAGE...: prints the tags that the tool reads from each header, in the format of rpm -qp.
 int main(int argc, char** argv) {
   try {
     for (int i = 1; i < argc; ++i) {

@@ -10,7 +10,7 @@ namespace {
 using Core::KRV::Registry;
 using Core::KRV::RegistryRecord;
 
-/// A copy of each record is made and let go.
+/// Copies each record and drops the copy.
 bool read() {
   std::size_t count = 0;
   const bool done = Registry().foreachRecord([&](const RegistryRecord& record) {
@@ -22,7 +22,7 @@ bool read() {
   return done;
 }
 
-/// Adds a record of a package and a key that the registry does not know: nothing is pruned.
+/// Adds a record with a package and a key that are not in the registry, so nothing is pruned.
 bool write() {
   return Registry().writeRecord({RegistryRecord::Event::Install, 1700000000, "new-application", "new-key", {}});
 }

@@ -4,7 +4,7 @@
 
 #include <iostream>
 
-/// bench-verify PACKAGE CA-DIR: fails unless all signatures of the package hold.
+/// bench-verify PACKAGE CA-DIR: fails unless all signatures of the package verify.
 int main(int argc, char** argv) {
   if (argc != 3) {
     std::cerr << "usage: bench-verify PACKAGE CA-DIR\n";

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-/// bench-write-lines FROM TO: puts the lines of FROM in the place of TO as the registry is replaced: written to a file
-/// beside it, each line flushed, then renamed.
+/// bench-write-lines FROM TO: replaces TO by the lines of FROM in the same way as the registry: writes them to a file
+/// beside TO, flushes each line, and renames the file.
 int main(int argc, char** argv) {
   if (argc != 3) {
     std::cerr << "usage: bench-write-lines FROM TO\n";

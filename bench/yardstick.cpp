@@ -44,7 +44,7 @@ std::string nameOf(const char* path, const KeyringHandle& keyring) {
   return headerGetString(header, RPMTAG_NAME);
 }
 
-/// The signature header, its container's first CMS, and the digest of its signer's key.
+/// Reads the signature header, parses the first CMS of its container, and computes the digest of the signer's key.
 std::array<unsigned char, 32> keyIdOf(const char* path) {
   constexpr off_t leadSize = 96;
   const FileHandle file = ownFile(Fopen(path, "r.ufdio"));
@@ -87,8 +87,8 @@ void install(sdbus::IProxy& service, const std::string& path) {
 
 } // namespace
 
-/// bench-yardstick FOLDER [--no-install]: the calls of librpm, OpenSSL and the bus without which the tool's run over
-/// the packages of FOLDER cannot be had, in a straight line: nothing is checked and nothing is logged.
+/// bench-yardstick FOLDER [--no-install]: makes only the calls of librpm, OpenSSL and the bus that the tool cannot
+/// avoid for the packages of FOLDER. It checks and logs nothing.
 int main(int argc, char** argv) {
   const bool installs = argc == 2;
   const auto service = sdbus::createProxy(sdbus::createSystemBusConnection(), BusNames::service, BusNames::objectPath,

@@ -8,7 +8,7 @@ find_package(OpenSSL 3 REQUIRED)
 find_package(Boost 1.74 REQUIRED COMPONENTS filesystem)
 pkg_check_modules(RPM REQUIRED IMPORTED_TARGET rpm>=4.18)
 
-# The exported targets of a static sdbus-c++ name these two without looking for them.
+# The exported targets of a static sdbus-c++ use Threads and Systemd but do not find them.
 pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET GLOBAL libsystemd)
 find_package(sdbus-c++ 2 REQUIRED CONFIG)
 find_package(CLI11 2 REQUIRED CONFIG)

@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 # SPDX-License-Identifier: MIT
 
-# What every target of this project is compiled with. Includes are written from the root of the project.
+# Compile options for every target. Includes are written from the root of the project.
 add_library(krv_build_options INTERFACE)
 target_include_directories(krv_build_options INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(
@@ -25,7 +25,7 @@ include(CheckCXXCompilerFlag)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-check_cxx_compiler_flag(-fcf-protection KRV_HAS_CF_PROTECTION) # a matter of x86
+check_cxx_compiler_flag(-fcf-protection KRV_HAS_CF_PROTECTION) # x86 only
 target_compile_options(
   krv_build_options
   INTERFACE -fstack-protector-strong -fstack-clash-protection $<$<BOOL:${KRV_HAS_CF_PROTECTION}>:-fcf-protection>
@@ -34,7 +34,7 @@ target_link_options(krv_build_options INTERFACE LINKER:-z,relro,-z,now,-z,noexec
 
 # krv_library(NAME SOURCES file... [PUBLIC target...] [PRIVATE target...])
 #
-# A static library of one folder. PUBLIC names only what a header of the folder names.
+# A static library of one folder. PUBLIC lists only libraries whose types appear in a header of the folder.
 function(krv_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;PUBLIC;PRIVATE")
   add_library(${name} STATIC ${arg_SOURCES})
@@ -53,8 +53,8 @@ endfunction()
 
 # krv_test(NAME SOURCES file... LIBRARIES target... [PROGRAMS target...])
 #
-# A GoogleTest program; each of its tests becomes a CTest test and runs in a process of its own. PROGRAMS are
-# executables of this build that the tests start: they are built first.
+# A GoogleTest program; each of its tests becomes a CTest test and runs in its own process. PROGRAMS are executables of
+# this build that the tests start; they are built first.
 function(krv_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;PROGRAMS")
   krv_program(${name} SOURCES ${arg_SOURCES} LIBRARIES ${arg_LIBRARIES} krv_test_support GTest::gmock_main)

@@ -10,7 +10,7 @@ namespace {
 using Common::Rpm::VersionComparison;
 using Core::KRV::RegistryRecord;
 
-/// Whether `keyId` is `current` or one of the keys before it.
+/// Whether `keyId` is `current` or one of the earlier keys.
 bool isOnKeyChain(const std::string& keyId, const std::string& current, const std::vector<std::string>& earlier) {
   return keyId == current || std::ranges::find(earlier, keyId) != earlier.end();
 }

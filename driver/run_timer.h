@@ -4,8 +4,7 @@
 
 #include <chrono>
 
-/// Logs, when it goes out of scope, the whole seconds of monotonic time that have passed since it was made; also while
-/// an exception unwinds the run.
+/// Its destructor logs the whole seconds of monotonic time since construction, also during stack unwinding.
 class RunTimer {
 public:
   RunTimer() = default;

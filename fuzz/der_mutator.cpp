@@ -11,7 +11,7 @@ namespace Fuzz {
 
 namespace {
 
-/// One DER value. It has parts when its tag says so, and when it is an octet string that holds values itself.
+/// One DER value. It has parts if its tag says so, or if it is an octet string that contains DER values.
 struct Value {
   unsigned char tag = 0;
   std::string content;
@@ -39,7 +39,7 @@ std::optional<std::size_t> takeLength(std::string_view& bytes) {
   return length;
 }
 
-/// The values that `bytes` is a row of; nothing when it is anything else.
+/// Parses `bytes` as a sequence of values; nothing if it is not one.
 std::optional<std::vector<Value>> parse(std::string_view bytes, int depth) {
   std::vector<Value> values;
   while (!bytes.empty()) {
@@ -85,7 +85,7 @@ void collect(std::vector<Value>& values, std::vector<Place>& places) {
 void mutateValue(Value& value) {
   const std::string content = value.parts.empty() ? value.content : print(value.parts);
   value.content = mutateBytes(content, content.size() + 64);
-  value.parts.clear(); // the content would be put together from them again
+  value.parts.clear(); // otherwise the content would be rebuilt from them
 }
 
 void mutateOne(std::vector<Value>& values, Random& random) {

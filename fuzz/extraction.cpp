@@ -17,7 +17,8 @@ using Common::Rpm::ArchiveEntry;
 using Common::Rpm::ArchiveReader;
 using Common::Rpm::HardLinkDescription;
 
-/// What is larger is written to a file, and only that much of it: a payload of a few bytes may unpack to gigabytes.
+/// Larger files are written to a scratch file, cut off at this size, because a payload of a few bytes may unpack to
+/// gigabytes.
 constexpr rlim_t outputLimit = 1024 * 1024;
 
 void limitFiles() {
@@ -31,7 +32,7 @@ void requireUnderTarget(const std::filesystem::path& path) {
                 "the path of a file is under the target");
 }
 
-/// Handlers that take the content of every file, the small ones into memory.
+/// Handlers that read the content of every file, small ones into memory.
 Common::Rpm::ExtractionHandlers handlers(ArchiveReader& archive, const std::string& scratch) {
   const auto files = Common::Rpm::ownFileSet(rpmfilesNew(nullptr, archive.header().get(), 0, RPMFI_KEEPHEADER));
   const auto see = [](const ArchiveEntry& entry) { requireUnderTarget(entry.path); };
@@ -50,7 +51,7 @@ Common::Rpm::ExtractionHandlers handlers(ArchiveReader& archive, const std::stri
                 Fuzz::require(std::any_cast<int>(group.value) == group.content.index, "a group has its own value");
                 for (const HardLinkDescription::Link& link : group.links) {
                   requireUnderTarget(link.path);
-                  Fuzz::require(link.index != group.content.index, "the other names are others");
+                  Fuzz::require(link.index != group.content.index, "the other names have other indices");
                 }
               }};
 }
@@ -62,7 +63,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
   return Fuzz::mutateInput(data, size, maximum, seed, Fuzz::mutatePackage);
 }
 
-/// A package is unpacked as far as it goes.
+/// Unpacks a package until the first error.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Fuzz::prepareRpm();
   static const Fuzz::MemoryFile file;
@@ -74,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ArchiveReader archive = ArchiveReader::openForExtraction(file.path());
     Fuzz::accept();
     archive.extract("/target", handlers(archive, scratch.path()));
-  } catch (const Common::Error&) { // an answer like any other
+  } catch (const Common::Error&) { // a valid result
   }
   return 0;
 }

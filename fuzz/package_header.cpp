@@ -21,7 +21,7 @@ using Common::Rpm::ArchiveReader;
 using Common::Rpm::Reader;
 using Common::Rpm::RpmTransaction;
 
-/// An error of the library's own kind is an answer like any other.
+/// Runs `action`. An exception of our own type is a valid result: it returns false.
 bool succeeds(const std::function<void()>& action) {
   try {
     action();
@@ -31,7 +31,7 @@ bool succeeds(const std::function<void()>& action) {
   }
 }
 
-/// The tags of the tool, and a few of those for which librpm computes a text from others.
+/// The tags that the tool reads, and some that librpm computes from other tags.
 void readTags(const Reader& reader, std::string_view input) {
   namespace Tag = Common::Rpm::Tag;
   for (const std::int32_t tag : {Tag::Name, Tag::Version, Tag::Release, Tag::PayloadCompressor})
@@ -42,7 +42,7 @@ void readTags(const Reader& reader, std::string_view input) {
       RPMTAG_TRIGGERTYPE, RPMTAG_FILENLINKS,  RPMTAG_FILETRIGGERTYPE, RPMTAG_FILETRIGGERCONDS};
   const std::size_t chosen = std::hash<std::string_view>()(input);
   reader.tagOr(computed[chosen % computed.size()], "");
-  // And of all the others, for the sake of numbers that nobody thought of.
+  // And any other tag, to cover unexpected numbers.
   reader.tagOr(static_cast<std::int32_t>(1000 + chosen / 16 % 200), "");
   reader.tagOr(static_cast<std::int32_t>(5000 + chosen / 4096 % 120), "");
 }
@@ -56,7 +56,7 @@ void compareWithItself(const Reader& reader) {
   const auto forth = Common::Rpm::compareVersions(version, "1.0-1");
   const auto back = Common::Rpm::compareVersions("1.0-1", version);
   Fuzz::require(forth != VersionComparison::Newer || back == VersionComparison::LowerOrEqual,
-                "of two versions one at most is the newer");
+                "two versions are not both newer than the other");
 }
 
 void walkFiles(const Reader& reader) {
@@ -73,7 +73,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
   return Fuzz::mutateInput(data, size, maximum, seed, Fuzz::mutatePackage);
 }
 
-/// All that can be asked of a package file's header.
+/// Runs all queries on the header of a package file.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Fuzz::prepareRpm();
   const std::string_view input = Fuzz::begin(data, size);

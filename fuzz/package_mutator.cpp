@@ -26,8 +26,8 @@ struct Entry {
   std::string value;
 };
 
-/// The entries in the order of their values. Headers of today's tools begin with an entry for the region that all
-/// others form; it is kept apart because it follows from them.
+/// The entries in the order of their values. Headers of current tools begin with an entry for the region of all other
+/// entries; it is not in the list because it is computed from them.
 struct HeaderParts {
   std::optional<std::uint32_t> region;
   std::vector<Entry> entries;
@@ -75,7 +75,7 @@ std::size_t elementSize(std::uint32_t type) {
   }
 }
 
-/// What belongs to an entry of the data that begins with its value.
+/// Returns the entry's value from the data, which begins with it.
 std::string_view valueIn(std::string_view data, std::uint32_t type, std::size_t count) {
   if (!isText(type))
     return data.substr(0, count * elementSize(type));
@@ -174,14 +174,14 @@ bool isDigestOrSignature(const Entry& entry) {
   return std::ranges::find(tags, entry.tag) != tags.end();
 }
 
-/// A number that is on the edge of something.
+/// A number at the edge of a range.
 std::uint32_t oddNumber(std::uint32_t old, Random& random) {
   const std::array<std::uint32_t, 11> numbers = {
       0, 1, 2, old - 1, old + 1, old * 2, old / 2, 0x7fffffff, 0x80000000, 0xffffffff, 1U << random() % 32};
   return numbers[random() % numbers.size()];
 }
 
-/// Tags whose values have to fit each other, or that the accessors compute something from.
+/// Tags whose values must fit each other, or from which accessors compute other values.
 std::uint32_t tellingTag(Random& random) {
   constexpr std::array<std::uint32_t, 40> tags = {
       RPMTAG_NAME,          RPMTAG_VERSION,           RPMTAG_RELEASE,         RPMTAG_EPOCH,
@@ -197,10 +197,10 @@ std::uint32_t tellingTag(Random& random) {
   return tags[random() % tags.size()];
 }
 
-/// Other texts, as many as there are then.
+/// Changes the texts, and the count with them.
 void mutateText(Entry& entry, Random& random) {
   entry.value = mutateBytes(entry.value, entry.value.size() + 64) + '\0';
-  if (random() % 2 == 0) // as many as there were
+  if (random() % 2 == 0) // keep the count
     entry.value = valueIn(entry.value, entry.type, entry.count);
   if (entry.type == RPM_STRING_TYPE)
     entry.value = valueIn(entry.value, entry.type, 1);
@@ -228,7 +228,7 @@ void mutateNumbers(Entry& entry, Random& random) {
 }
 
 void mutateValue(Entry& entry, Random& random) {
-  constexpr std::uint32_t limit = 64 * 1024; // a mutation's mutation is not to grow for ever
+  constexpr std::uint32_t limit = 64 * 1024; // repeated mutations must not grow without limit
   if (entry.count > limit)
     entry.count = limit;
   if (isText(entry.type))
@@ -275,7 +275,7 @@ void mutateHeader(HeaderParts& header, Random& random) {
     mutateEntries(header.entries, random);
 }
 
-/// The size that the signature header promises for what follows it.
+/// Corrects the size of the main header and payload in the signature header.
 void repairSize(PackageParts& parts) {
   std::string content;
   append(content, parts.main);

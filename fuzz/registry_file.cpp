@@ -22,7 +22,7 @@ Records readText(const std::string& text) {
   return records;
 }
 
-/// What Registry::writeRecord() does to a registry, without the files.
+/// Does the same as Registry::writeRecord(), without files.
 std::string addToText(const std::string& text, const RegistryRecord& added) {
   Records records = Core::KRV::prune(readText(text), added);
   records.push_back(added);
@@ -38,13 +38,13 @@ std::string addToFile(std::string_view text, const RegistryRecord& added) {
   Support::writeFile(registry, text);
   Records before;
   Fuzz::require(Registry().foreachRecord([&](const RegistryRecord& record) { before.push_back(record); }),
-                "a registry that is there can be read");
-  Fuzz::require(before == readText(std::string(text)), "the file reads as its content does");
+                "an existing registry can be read");
+  Fuzz::require(before == readText(std::string(text)), "the file gives the same records as its content");
   Fuzz::require(Registry().writeRecord(added), "a record can be added");
   return Support::readFile(registry);
 }
 
-/// A record that supersedes some of the others where there are any: a later event of the last one's package and key.
+/// A later event of the last record's package and key, so that it supersedes earlier records if there are any.
 RegistryRecord nextRecord(const Records& records) {
   if (records.empty())
     return {.event = RegistryRecord::Event::Install, .timestamp = 1, .packageId = "p", .keyId = "k", .prevKeyIds = {}};
@@ -53,7 +53,7 @@ RegistryRecord nextRecord(const Records& records) {
   return next;
 }
 
-/// Whether `after` is `before` without some records of one package, and `added` at the end.
+/// Whether `after` is `before` without some records of the package of `added`, and with `added` at the end.
 bool follows(const Records& after, const Records& before, const RegistryRecord& added) {
   if (after.empty() || after.back() != added)
     return false;
@@ -70,9 +70,9 @@ bool follows(const Records& after, const Records& before, const RegistryRecord& 
 
 } // namespace
 
-/// Whatever the registry holds, adding a record leaves one that reads without a warning and lacks nothing but records
-/// of that package. Files are slow: only the first inputs of a process and some of the others are tried on a registry
-/// on disk too, which has to become the same.
+/// Adding a record to any registry gives one that reads without a warning and lacks only records of that package. Files
+/// are slow, so only the first inputs of a process and some of the others also run on a registry on disk, with the same
+/// result.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(Fuzz::begin(data, size));
   const Records before = readText(text);
@@ -82,9 +82,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string result = addToText(text, added);
   const std::size_t warnings = Fuzz::loggedLines();
   const Records after = readText(result);
-  Fuzz::require(Fuzz::loggedLines() == warnings, "a registry that was written reads without a warning");
-  Fuzz::require(follows(after, before, added), "nothing but superseded records is lost, and the new one is last");
+  Fuzz::require(Fuzz::loggedLines() == warnings, "a written registry reads without a warning");
+  Fuzz::require(follows(after, before, added), "only superseded records are removed, and the new one is last");
   if (Fuzz::tally().inputs <= 16 || Fuzz::tally().inputs % 128 == 0)
-    Fuzz::require(addToFile(text, added) == result, "the registry on disk becomes the same");
+    Fuzz::require(addToFile(text, added) == result, "the registry on disk is the same");
   return 0;
 }

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 
-// Runs a fuzz target without libFuzzer, which gcc does not have: every file of a corpus, and some mutations of it by
-// the target's own mutator, if it has one. The same files give the same mutations every time.
+// Runs a fuzz target without libFuzzer, which gcc lacks: on every file of a corpus and, if the target has its own
+// mutator, on some mutations of each file. The same files give the same mutations every time.
 //
 // usage: replay-TARGET FILE-OR-FOLDER...
 #include "fuzz/mutator.h"
@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 extern "C" __attribute__((weak)) std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,
                                                                      std::size_t maximum, unsigned int seed);
 
-/// In the place of libFuzzer's: changes one byte.
+/// Replaces libFuzzer's function: changes one byte.
 std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t) {
   static std::minstd_rand random;
   if (size > 0)
@@ -53,7 +53,7 @@ void runFile(const std::filesystem::path& path) {
     bytes.assign(content.begin(), content.end());
     bytes.resize(std::max(maximum, size));
     size = LLVMFuzzerCustomMutator(bytes.data(), size, bytes.size(), seed);
-    // A vector of this size only, so that a sanitizer sees what is read behind it.
+    // A vector of exactly this size, so that a sanitizer detects reads behind it.
     const std::vector<std::uint8_t> mutated(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
     LLVMFuzzerTestOneInput(mutated.data(), mutated.size());
   }
@@ -72,6 +72,6 @@ int main(int count, char** arguments) {
   }
   if (files > 0 && Fuzz::tally().accepted > 0)
     return 0;
-  std::fputs("the target has accepted none of these inputs\n", stderr);
+  std::fputs("the target accepted none of these inputs\n", stderr);
   return 1;
 }

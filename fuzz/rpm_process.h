@@ -8,8 +8,8 @@
 
 namespace Fuzz {
 
-/// A process that reads package after package: its RPM database is an empty one of its own, and librpm, which keeps
-/// every message until it is told otherwise, says nothing. To be asked for at the start of each run.
+/// Prepares librpm for a process that reads many packages. The first call makes an empty RPM database for the process
+/// and silences librpm; every call drops the messages that librpm keeps. Call it at the start of each run.
 inline void prepareRpm() {
   static const Support::RpmSandbox sandbox;
   static const rpmlogCallback previous = rpmlogSetCallback([](rpmlogRec, rpmlogCallbackData) { return 0; }, nullptr);

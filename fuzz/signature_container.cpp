@@ -40,7 +40,7 @@ std::string packageWith(std::string_view container) {
 void askEverything(const FileWithCmses& file) {
   for (const Cms& cms : file.cmses()) {
     const auto certificate = cms.certificate();
-    Fuzz::require(certificate != nullptr, "every signature comes with its certificate");
+    Fuzz::require(certificate != nullptr, "every signature has its certificate");
     Fuzz::require(certificate->keyId().size() == 64, "every key has an identifier");
     PackageSignatures::subgroupToString(certificate->subgroup());
     for (const std::string& keyId : cms.rotationChain().previousKeyids())
@@ -49,7 +49,7 @@ void askEverything(const FileWithCmses& file) {
   try {
     Common::developerIdentity(file.cmses());
     Common::developerCertificate(file.cmses()).verify(trustedCa);
-  } catch (const Common::Error&) { // nobody signed as a developer
+  } catch (const Common::Error&) { // no developer signature
   }
   PackageSignatures::clientCmsFromVector(file.cmses());
 }
@@ -61,7 +61,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
   return Fuzz::mutateInput(data, size, maximum, seed, Fuzz::mutateDer);
 }
 
-/// The input as the signatures of a package.
+/// Uses the input as the signatures of a package.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const Fuzz::MemoryFile package;
   package.assign(packageWith(Fuzz::begin(data, size)));

@@ -24,7 +24,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
   return Fuzz::mutateInput(data, size, maximum, seed, Fuzz::mutatePackage);
 }
 
-/// The signatures of a package are found, and its signature header is rewritten without them.
+/// Finds the signatures of a package and rewrites its signature header without them.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Fuzz::prepareRpm();
   static const Support::TempDirectory folder;
@@ -36,9 +36,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       PackageSignatures::replaceContainer(path, "");
       Fuzz::accept();
       const auto after = FileWithCmses::fromPath(path);
-      Fuzz::require(after && after->cmses().empty(), "a package whose signatures were removed has none");
-      Fuzz::require(signedContent(path) == before, "the signed content stays as it is");
-    } catch (const PackageSignatures::SigningError&) { // an answer like any other
+      Fuzz::require(after && after->cmses().empty(), "no signature is left after their removal");
+      Fuzz::require(signedContent(path) == before, "the signed content does not change");
+    } catch (const PackageSignatures::SigningError&) { // a valid result
     }
   }
   Fuzz::require(ERR_peek_error() == 0, "OpenSSL's error queue is left empty");

@@ -34,7 +34,7 @@ protected:
   }
 };
 
-/// Standard output's buffer for as long as the process runs.
+/// Replaces the buffer of standard output until the process ends.
 struct Session {
   Session() : before(std::cout.rdbuf(&log)) {}
   ~Session() {

@@ -7,31 +7,31 @@
 #include <string>
 #include <string_view>
 
-/// What the fuzz targets share. A target is one file with LLVMFuzzerTestOneInput; libFuzzer brings the main function,
-/// or replay.cpp does.
+/// Helpers of the fuzz targets. A target is one file with LLVMFuzzerTestOneInput; the main function comes from
+/// libFuzzer or from replay.cpp.
 namespace Fuzz {
 
-/// How many inputs a process has run, and how many of them were taken for what they pretend to be instead of being
-/// turned away by the first check. Printed at the end of the process: a target that accepts nothing tests nothing.
+/// The number of inputs that the process has run, and how many of them passed the first checks. Printed at the end of
+/// the process: a target that accepts nothing tests nothing.
 struct Tally {
   std::size_t inputs = 0;
   std::size_t accepted = 0;
 };
 const Tally& tally();
 
-/// Begins one run and returns its input. From the first run on the log is counted and goes nowhere.
+/// Begins one run and returns its input. From the first run on, log lines are counted and discarded.
 std::string_view begin(const std::uint8_t* data, std::size_t size);
 
 /// Counts the input of this run as accepted.
 void accept();
 
-/// The lines that the log has got since begin().
+/// The number of log lines since begin().
 std::size_t loggedLines();
 
-/// Ends the process in the way that the fuzzer takes for a find.
+/// Aborts the process, which the fuzzer reports as a find, unless `holds`.
 void require(bool holds, const char* property);
 
-/// A regular file that is nowhere on a disk.
+/// A regular file in memory.
 class MemoryFile {
 public:
   MemoryFile();

@@ -4,8 +4,8 @@
 
 #include <string>
 
-/// What the service says about an installed package. Both texts are the service's own and are not checked.
+/// The service's answer about an installed package. Both texts are unchecked.
 struct InstalledPackage {
   std::string version;        ///< version and release, for example "1.2.3-1"
-  std::string developerKeyId; ///< key id of the developer whose signature the package was installed with
+  std::string developerKeyId; ///< key id of the developer who signed the installed package
 };

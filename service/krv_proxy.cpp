@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::chrono::microseconds installationTimeLimit{300'000'000};
 
-/// What is kept of an answer: of each key the first entry. An answer may have millions of others.
+/// The first value of each key that the tool needs. An answer may have millions of other entries.
 struct Answer {
   std::optional<std::string> version;
   std::optional<std::string> developerKeyId;
@@ -33,10 +33,10 @@ sdbus::Message& operator>>(sdbus::Message& message, Answer& answer) {
   });
 }
 
-/// The bus itself answers these two calls. Only a name without an owner may be started: for a running service that
-/// no .service file describes, the start alone fails as if nobody provided the name.
+/// The bus itself answers these two calls. It is asked to start only a name without an owner: if a service runs but has
+/// no .service file, StartServiceByName fails as if the service did not exist.
 void ensureServiceIsThere(sdbus::IConnection& connection) {
-  // The names are those of the D-Bus standard ("Message Bus Messages").
+  // The D-Bus standard defines these names ("Message Bus Messages").
   constexpr const char* busInterface = "org.freedesktop.DBus";
   constexpr std::uint32_t noFlags = 0;
   const auto bus =

@@ -12,26 +12,26 @@ namespace sdbus {
 class IProxy;
 }
 
-/// The client of the package-manager service, over a system-bus connection of its own. Every D-Bus failure ends here:
-/// it is logged and becomes an empty or false result. Calls block until the answer or their time limit; no thread is
-/// started. A moved-from proxy can only be destroyed or assigned to.
+/// The client of the package-manager service, with its own system-bus connection. It logs every D-Bus failure and
+/// returns an empty or false result; no exception for it leaves this class. Calls block until the answer or their time
+/// limit; no thread is started. A moved-from proxy can only be destroyed or assigned to.
 class KrvProxy {
 public:
-  /// Connects to the system bus and makes sure that the service is there, starting it if the bus knows how to.
-  /// Failure: the library's message as an error line, and nothing is returned.
+  /// Connects to the system bus, and asks the bus to start the service if it does not run. After a failure it logs the
+  /// library's message as an error line and returns nothing.
   static std::optional<KrvProxy> create();
 
   ~KrvProxy();
   KrvProxy(KrvProxy&&) noexcept;
   KrvProxy& operator=(KrvProxy&&) noexcept;
 
-  /// What is installed under the package name `name`. Empty for a package that is not installed, without a line, and
-  /// for a query that failed or an answer that lacks a field, with error lines: the caller cannot tell them apart.
-  /// Waits as long as the bus library does by default.
+  /// The installed package with the name `name`. Empty without a log line if it is not installed; empty with error
+  /// lines if the query failed or the answer lacks a field. The caller cannot tell these cases apart. Waits for the
+  /// default time limit of the bus library.
   std::optional<InstalledPackage> getPackage(const std::string& name) const;
 
-  /// Asks the service to install the package file `path`, without prompt and notifications and in the name of the
-  /// source of pre-installed applications. Waits up to 300 seconds. False, after an error line, when it failed.
+  /// Asks the service to install the package file `path`, without prompt and notifications and with the source name for
+  /// pre-installed applications. Waits up to 300 seconds. Returns false after an error line if it failed.
   bool install(const std::string& path);
 
 private:

@@ -35,7 +35,7 @@ const std::unordered_map<std::string_view, ErrorCode>& codesByName() {
 DBusErrorInfo fromCode(ErrorCode code) {
   const auto found = namesByCode().find(code);
   const std::string_view name = found != namesByCode().end() ? found->second : namesByCode().at(ErrorCode::Internal);
-  // Without a "." rfind gives npos, and npos + 1 is the start: the name is copied whole.
+  // Without a "." rfind returns npos, and npos + 1 is 0: the whole name is copied.
   return {code, std::string(name), std::string(name.substr(name.rfind('.') + 1))};
 }
 

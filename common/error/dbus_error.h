@@ -9,17 +9,17 @@
 
 namespace Common {
 
-/// An error as the service puts it on the bus.
+/// An error as the service sends it on the bus.
 struct DBusErrorInfo {
   ErrorCode code;
   std::string name;      ///< the whole D-Bus error name
   std::string shortName; ///< the part of the name after its last "."
 };
 
-/// Describes `code`. A number that is no code gets the names of Internal and keeps its own value in `code`.
+/// Describes `code`. An unassigned number gets the names of Internal and keeps its own value in `code`.
 DBusErrorInfo fromCode(ErrorCode code);
 
-/// The code with the D-Bus error name `name`, compared whole and case-sensitively; Internal for every other name.
+/// The code with the D-Bus error name `name`, an exact, case-sensitive match; Internal for every other name.
 ErrorCode fromDBusName(std::string_view name);
 
 } // namespace Common

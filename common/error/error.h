@@ -9,8 +9,8 @@
 
 namespace Common {
 
-/// The exception of the shared library code. what() is the thrower's message alone; the general message of the code
-/// stays reachable through code().message().
+/// The exception of the shared library code. what() is the thrower's message only; code().message() is the general
+/// message of the code.
 class Error final : public std::system_error {
 public:
   Error(std::error_code code, std::string message);

@@ -43,8 +43,8 @@ enum class ErrorCode : std::int32_t {
   DisallowedDeveloperSubgroup = 34,
 };
 
-/// The one category of these codes, named "Common::ErrorCategory". Its message() never fails: a number that is no
-/// code has the message of Internal.
+/// The only category of these codes, named "Common::ErrorCategory". Its message() never fails: an unassigned number has
+/// the message of Internal.
 const std::error_category& errorCategory() noexcept;
 
 std::error_code make_error_code(ErrorCode code) noexcept;

@@ -15,8 +15,8 @@ struct ErrorTableEntry {
   std::string_view message;
 };
 
-/// Every code with its two other faces. The texts are an interface: the service puts the names on the bus, and
-/// people search for the messages.
+/// Every code with its D-Bus name and its message. The texts are an interface: the service sends the names on the bus,
+/// and people search for the messages.
 constexpr auto errorTable = std::to_array<ErrorTableEntry>({
     {ErrorCode::None, "velta.KRV.Error.None", "No error occurred"},
     {ErrorCode::Filesystem, "velta.KRV.Error.Filesystem", "Filesystem error occurred"},

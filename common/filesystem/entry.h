@@ -4,53 +4,54 @@
 
 #include <filesystem>
 
-/// The standard file-system library with this system's errors. Queries answer false when the library fails, after an
-/// error line with its reason. Actions write that line and throw Common::Error, Filesystem, with a message that names
-/// the paths; nothing that an action has done before it failed is undone.
+/// Wraps the standard file-system library with this system's errors. If the library fails, queries write an error line
+/// with its reason and return false. Actions write that line and throw Common::Error, Filesystem, with a message that
+/// names the paths; they do not undo the steps before the failure.
 ///
-/// Call these qualified: an unqualified exists(path) is ambiguous with the standard one, which argument-dependent
-/// lookup finds.
+/// Call these functions qualified: argument-dependent lookup also finds the standard ones, so exists(path) is
+/// ambiguous.
 namespace Common::Filesystem {
 
-/// Links are followed: a dangling link does not exist. Nor does, as far as one can tell, what cannot be asked about.
+/// Symlinks are followed: a dangling symlink does not exist. Also false, after an error line, if stat fails for another
+/// reason.
 bool exists(const std::filesystem::path& path);
-/// Links are followed.
+/// Symlinks are followed.
 bool isDirectory(const std::filesystem::path& path);
-/// Links are followed.
+/// Symlinks are followed.
 bool isRegularFile(const std::filesystem::path& path);
-/// Links are followed.
+/// Symlinks are followed.
 bool isSocket(const std::filesystem::path& path);
-/// The entry itself is asked, a link is not followed.
+/// The entry itself is checked; a symlink is not followed.
 bool isSymlink(const std::filesystem::path& path);
 
-/// Whether `path`, links followed, is a regular file with at least one bit of `mask`. Unlike the other queries it
-/// throws when the library fails: "Couldn't get permissions for: " and the path.
+/// Whether `path`, symlinks followed, is a regular file with at least one bit of `mask`. Unlike the other queries it
+/// throws if the library fails: "Couldn't get permissions for: " and the path.
 bool hasPermissions(const std::filesystem::path& path, std::filesystem::perms mask);
 
-/// False also when the directory cannot be read. Throws Common::Error, Filesystem, without a line of its own, when
-/// `path`, links followed, is no directory.
+/// Also false if the directory cannot be read. Throws Common::Error, Filesystem, without a log line, if `path`,
+/// symlinks followed, is not a directory.
 bool isEmptyDirectory(const std::filesystem::path& path);
 
-/// Removes the entry and everything below it. Links are not followed; a missing entry is no error.
+/// Removes the entry and everything below it. Symlinks are not followed; a missing entry is not an error.
 void remove(const std::filesystem::path& path);
 
-/// Makes the directory and its missing parents. An existing directory is no error.
+/// Creates the directory and its missing parents. An existing directory is not an error.
 void createDirectories(const std::filesystem::path& path);
 
-/// Replaces the permission bits. Links are followed.
+/// Replaces the permission bits. Symlinks are followed.
 void setPermissions(const std::filesystem::path& path, std::filesystem::perms permissions);
 
-/// The target of a link as it is written there, relative or not.
+/// The stored target of a symlink, relative or absolute.
 std::filesystem::path readSymlink(const std::filesystem::path& path);
 
-/// Renames `from` to `to`, which is replaced atomically, and makes the missing parents of `to` first.
+/// Creates the missing parents of `to`, then renames `from` to `to`, which is replaced atomically.
 void move(const std::filesystem::path& from, const std::filesystem::path& to);
 
-/// Makes `link`, and its missing parents, with the text `target`. An existing `link` is refused before anything is
-/// done, without a log line.
+/// Creates the symlink `link` to `target`, and the missing parents of `link`. Throws without a log line, before any
+/// change, if `link` exists.
 void createSymlink(const std::filesystem::path& target, const std::filesystem::path& link);
 
-/// Like createSymlink(), but `link` becomes a further name of the file `target`.
+/// Like createSymlink(), but makes `link` a hard link of the file `target`.
 void createHardlink(const std::filesystem::path& target, const std::filesystem::path& link);
 
 } // namespace Common::Filesystem

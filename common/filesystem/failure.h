@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-/// What this folder does when the standard library fails. For its own sources only.
+/// Handles failures of the standard library. Only for the sources of this folder.
 namespace Common::Filesystem::Failure {
 
 /// The error that every action of this folder throws.
@@ -17,8 +17,8 @@ inline Error error(std::string message) {
   return {make_error_code(ErrorCode::Filesystem), std::move(message)};
 }
 
-/// An action: does `work` and returns its result. A standard exception is logged as an error line, the library's own
-/// description, and becomes the Common::Error with `message`.
+/// For actions: runs `work` and returns its result. Logs a standard exception's what() as an error line, and throws
+/// error(message) instead.
 template <typename Work>
 auto throwing(const std::string& message, Work work) {
   try {
@@ -29,7 +29,8 @@ auto throwing(const std::string& message, Work work) {
   }
 }
 
-/// A query: returns what `work` answers. A standard exception is logged as an error line and answers false.
+/// For queries: runs `work` and returns its result. Logs a standard exception's what() as an error line, and returns
+/// false.
 template <typename Work>
 bool answering(Work work) {
   try {

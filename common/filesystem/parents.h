@@ -6,10 +6,10 @@
 
 namespace Common::Filesystem {
 
-/// Makes the missing parent directories of `path`, with the standard library's own errors: the operation that it is a
-/// step of turns them into its own. For the sources of this folder only.
+/// Creates the missing parent directories of `path`. Passes on the standard library's errors; the calling operation
+/// converts them into its own. Only for the sources of this folder.
 inline void createParents(const std::filesystem::path& path) {
-  // A bare file name has no parent to make, and the library refuses to make "".
+  // A bare file name has no parent, and create_directories("") fails.
   if (path.has_parent_path())
     std::filesystem::create_directories(path.parent_path());
 }

@@ -6,8 +6,8 @@
 
 namespace Common::Filesystem {
 
-/// Where the file system to work on begins: the value of KRV_ROOT_FS exactly as it is, even when empty, or "/" when
-/// the variable is not defined. Fixed locations are relative paths appended to it. Read afresh on each call.
+/// The root of the file system to work on: the unchanged value of KRV_ROOT_FS, even if it is empty, or "/" if the
+/// variable is not defined. Fixed locations are relative paths appended to it. Reads the variable on each call.
 std::filesystem::path rootDirectory();
 
 } // namespace Common::Filesystem

@@ -19,8 +19,8 @@ std::size_t sizeOrThrow(ssize_t result, const char* failure, const std::string& 
   return static_cast<std::size_t>(result);
 }
 
-/// Asks `read` for a size and then to fill a buffer of just that size. The buffer keeps it whatever the second answer:
-/// the attributes may change in between.
+/// Gets a size from `read`, then lets it fill a buffer of that size. The buffer keeps this size even if the attribute
+/// changes in between.
 template <typename Read>
 std::string readSized(Read read, const std::string& subject) {
   std::string buffer(sizeOrThrow(read(nullptr, 0), "Couldn't retrieve size of ", subject), '\0');
@@ -28,7 +28,7 @@ std::string readSized(Read read, const std::string& subject) {
   return buffer;
 }
 
-/// The file of a path, links followed.
+/// The file of a path, symlinks followed.
 struct NamedFile {
   const char* path;
 

@@ -7,27 +7,28 @@
 #include <utility>
 #include <vector>
 
-/// Extended attributes, see xattr(7). Reading follows links and writing does not. Names carry their namespace ("user.",
-/// "security."), values are raw bytes. All failures are Common::Error, Filesystem, without a log line.
+/// Extended attributes, see xattr(7). Reading follows symlinks, writing does not. Names include their namespace
+/// ("user.", "security."); values are raw bytes. All failures are Common::Error, Filesystem, without a log line.
 namespace Common::Filesystem {
 
 /// Pairs of name and value, in the order of the operating system.
 using XattrList = std::vector<std::pair<std::string, std::string>>;
 
-/// The value of one attribute of `path`, links followed. It has the length that the system named first: a value that
-/// shrinks while it is read is filled up with zero bytes, one that grows is an error.
+/// The value of one attribute of `path`, symlinks followed. Its length is the size that the system returned first: a
+/// value that shrinks meanwhile is padded with zero bytes, a value that grows is an error.
 /// Messages: "Couldn't retrieve size of NAME extended attribute: PATH" and, when the value itself cannot be read,
 /// "Couldn't retrieve NAME extended attribute: PATH".
 std::string getXattr(const std::filesystem::path& path, const std::string& name);
 
-/// Every attribute of `path`, links followed, of every namespace that the system shows. Errors of getXattr() pass.
+/// Every attribute of `path`, symlinks followed, in every namespace that the system shows. Passes on errors of
+/// getXattr().
 /// Messages: "Couldn't retrieve size of extended attributes: PATH" and "Couldn't retrieve extended attributes: PATH".
 XattrList listXattrs(const std::filesystem::path& path);
 
-/// The same of the file that is open as `descriptor`, which stays the caller's; the messages name it `path`.
+/// The same for the open file `descriptor`, which the caller owns; the messages name it `path`.
 XattrList listXattrs(int descriptor, const std::filesystem::path& path);
 
-/// Adds or replaces one attribute of `path` itself, a link is not followed. An empty `value` does nothing at all.
+/// Adds or replaces one attribute of `path`; a symlink is not followed. Does nothing if `value` is empty.
 /// Message: "Couldn't attach NAME extended attribute to PATH".
 void setXattr(const std::filesystem::path& path, const std::string& name, const std::string& value);
 
