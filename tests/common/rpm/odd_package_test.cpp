@@ -27,6 +27,8 @@ struct Oddity {
   std::function<void(Header)> change; ///< of the header that rpmbuild has made
   std::size_t excess = 0;             ///< of the size in the signature header
   std::string secondCondition = "two";
+
+  friend void PrintTo(const Oddity& oddity, std::ostream* stream) { *stream << oddity.name; }
 };
 
 void replaceText(Header header, rpmTagVal tag, const std::vector<const char*>& texts) {
