@@ -241,7 +241,7 @@ void addDirectives(Cases& cases) {
                                 "%verify(mode)",
                                 "%verify(user group)",
                                 "%verify(not link rdev caps)",
-                                "%verify(owner symlink)",
+                                "%verify(owner link)",
                                 "%attr(0600, root, root)",
                                 "%attr(4755, root, root)",
                                 "%attr(2755, root, root)",
