@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/script_test.h"
 
+#include "tests/support/wait.h"
+
 namespace fs = std::filesystem;
 
 std::vector<std::string> ScriptTest::script(const std::string& name, const std::vector<std::string>& arguments) {
@@ -12,6 +14,8 @@ std::vector<std::string> ScriptTest::script(const std::string& name, const std::
 
 void ScriptTest::expectNothingLeft() const {
   EXPECT_TRUE(fs::is_empty(temporary()));
+  // A signal to the script alone lets a program that it has just started, such as dirname, end by itself.
+  Support::waitUntil([this] { return processes().empty(); }, std::chrono::seconds(10));
   EXPECT_EQ(processes(), std::vector<std::string>());
 }
 
