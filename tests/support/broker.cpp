@@ -160,13 +160,28 @@ Bus connect(sd_event* event) {
   return owner;
 }
 
-/// Until SIGTERM.
+/// Ends with SIGTERM.
 void serve() {
   const Event event = newEvent();
   const Bus bus = connect(event.get());
   const Starter starter(bus.get());
   std::cout << std::getenv("DBUS_SYSTEM_BUS_ADDRESS") << std::endl;
   check(sd_event_loop(event.get()), "loop");
+}
+
+/// Until SIGTERM, and until everything that was started has ended.
+void runBus(const std::string& configuration, const std::string& socket) {
+  // The bus is a child of the launcher. This program wants to see its end as well.
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
+  auto launcher = launch(configuration, socket);
+  try {
+    serve();
+  } catch (const std::exception& error) {
+    throw std::runtime_error(error.what() + (launcher->isRunning() ? "" : "\n" + launcher->wait().errors));
+  }
+  launcher.reset();
+  while (wait(nullptr) > 0) {
+  }
 }
 
 } // namespace
@@ -176,18 +191,11 @@ void serve() {
 /// A system bus made of dbus-broker, which otherwise needs systemd around it: to get its socket, to log, and to start
 /// services. Prints the address when the bus answers. Ends with SIGTERM, and with it everything that it started.
 int main(int, char** arguments) {
-  // The bus is a child of the launcher. This program wants to see its end as well.
-  prctl(PR_SET_CHILD_SUBREAPER, 1);
-  auto launcher = launch(arguments[1], arguments[2]);
-  int status = 0;
   try {
-    serve();
+    runBus(arguments[1], arguments[2]);
+    return 0;
   } catch (const std::exception& error) {
-    std::cerr << error.what() << '\n' << (launcher->isRunning() ? "" : launcher->wait().errors);
-    status = 1;
+    std::cerr << error.what() << '\n';
+    return 1;
   }
-  launcher.reset();
-  while (wait(nullptr) > 0) {
-  }
-  return status;
 }

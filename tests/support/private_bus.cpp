@@ -124,6 +124,12 @@ PrivateBus::PrivateBus(const BusSettings& settings)
   m_systemBus = std::make_unique<ScopedEnvironment>("DBUS_SYSTEM_BUS_ADDRESS", m_address);
 }
 
+// A killed test-broker would leave its children behind.
+PrivateBus::~PrivateBus() {
+  m_daemon->signal(m_end);
+  waitUntil([this] { return !m_daemon->isRunning(); });
+}
+
 void PrivateBus::provide(const std::string& name, const std::filesystem::path& program) const {
   // The bus watches the folder: it must not find the file half-written.
   const std::filesystem::path unfinished = m_directory / "unfinished";

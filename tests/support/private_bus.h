@@ -42,6 +42,9 @@ struct BusSettings {
 class PrivateBus {
 public:
   explicit PrivateBus(const BusSettings& settings = {});
+  ~PrivateBus();
+  PrivateBus(const PrivateBus&) = delete;
+  PrivateBus& operator=(const PrivateBus&) = delete;
 
   const std::string& address() const { return m_address; }
   std::filesystem::path socket() const { return m_directory / "socket"; }

@@ -101,6 +101,9 @@ std::vector<sock_filter> makeFilter() {
   for (const long number : harmlessCalls())
     pass(number);
   pass(SYS_sendmsg);
+#ifdef SYS_socketcall // i386, where the C library makes all calls on sockets through this one
+  pass(SYS_socketcall);
+#endif
   filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
   return filter;
 }
