@@ -29,7 +29,7 @@ TEST_F(StockTools, VerifyWhatWasSigned) {
   Support::sign(package(), "alice-3", {"alice", "alice-2"});
   const Support::ProcessResult result = verifyWithStockTools();
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.errors, "CMS Verification successful\n");
+  EXPECT_EQ(result.errors, "CAdES Verification successful\n");
 }
 
 TEST_F(StockTools, RefuseWhatWasTamperedWith) {
