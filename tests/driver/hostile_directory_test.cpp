@@ -194,8 +194,10 @@ void HostileDirectory::addAbsurd(int count) {
   // A main header that is as large as it says, in a file that takes no room; and names that are too large for the bus.
   add("sparse", plain.substr(0, main + 12) + numbers[5], Fate::Skipped);
   fs::resize_file(in("sparse"), 300'000'000);
-  for (const auto& [megabytes, fate] : {std::pair(30, Fate::Offered), std::pair(33, Fate::Skipped)}) {
-    const std::string name(static_cast<std::size_t>(megabytes) << 20, 'n');
+  constexpr std::size_t longestName = 1024 * 1024;
+  for (const auto& [size, fate] : {std::pair(longestName, Fate::Offered), std::pair(longestName + 1, Fate::Skipped),
+                                   std::pair(33 * longestName, Fate::Skipped)}) {
+    const std::string name(size, 'n');
     add(withoutDigests([&](Header header) {
           headerDel(header, RPMTAG_NAME);
           headerPutString(header, RPMTAG_NAME, name.c_str());

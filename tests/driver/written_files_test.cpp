@@ -36,9 +36,14 @@ bool isWriting(const std::string& call) {
   return false;
 }
 
-/// The paths of a call, which stand in double quotes, or in angle brackets behind a descriptor if there is no other.
+/// The paths of a call, which stand in double quotes, or in angle brackets behind a descriptor if there is no other. The
+/// path of a file that is opened by its descriptor stands behind the result.
 std::set<fs::path> pathsOf(const std::string& call) {
   std::set<fs::path> paths;
+  if (call.find("\"/proc/self/fd/") != std::string::npos) {
+    const std::size_t begin = call.find('<', call.rfind(" = "));
+    return {call.substr(begin + 1, call.rfind('>') - begin - 1)};
+  }
   for (std::size_t begin = call.find('"'); begin != std::string::npos;) {
     const std::size_t end = call.find('"', begin + 1);
     paths.insert(call.substr(begin + 1, end - begin - 1));
