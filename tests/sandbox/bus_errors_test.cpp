@@ -108,10 +108,15 @@ TEST_F(BusError, NamesWhatIsWrongWithTheHeader) {
                 "BadPackageArchitecture: The package is for another architecture: m68k");
 }
 
-/// The bus would not carry a message that is no UTF-8, and its sender would wait in vain.
-TEST_F(BusError, QuotesANameThatIsNoText) {
+/// The bus does not carry a message that is not UTF-8: without the "?" the client would wait for an answer.
+TEST_F(BusError, QuotesATextThatIsNotUtf8) {
+  expectRefused(packageWith(RPMTAG_ARCH, "m68 \xff\xc3\xbc"),
+                "BadPackageArchitecture: The package is for another architecture: m68 ?\xc3\xbc");
+}
+
+TEST_F(BusError, NamesANameThatIsNotUtf8) {
   expectRefused(packageWith(RPMTAG_NAME, "a \xff\xc3\xbc"),
-                "BadPackageID: The package has a name that cannot be used: 'a ?\xc3\xbc'");
+                "BadPackageID: The package has a name that is too long or not UTF-8");
 }
 
 TEST_F(BusError, NamesAConflictOfFiles) {
