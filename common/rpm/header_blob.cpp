@@ -35,7 +35,7 @@ Reader importHeader(std::string_view bytes) {
   return Reader(std::move(header));
 }
 
-void addTexts(const Reader& package, std::int32_t tag, const std::vector<std::string>& texts) {
+void addTexts(Reader& package, std::int32_t tag, const std::vector<std::string>& texts) {
   if (texts.empty())
     return;
   std::vector<const char*> pointers;
@@ -51,7 +51,7 @@ void addTexts(const Reader& package, std::int32_t tag, const std::vector<std::st
     throw additionError();
 }
 
-void markInstalled(const Reader& package, std::int64_t time) {
+void markInstalled(Reader& package, std::int64_t time) {
   Header header = package.header().get();
   const auto seconds = static_cast<std::uint32_t>(time);
   const std::vector<char> states(package.texts(RPMTAG_BASENAMES).size(), RPMFILE_STATE_NORMAL);

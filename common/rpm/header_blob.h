@@ -18,12 +18,12 @@ std::string exportHeader(const Reader& package);
 /// Throws Common::Error: Internal "Couldn't read the header of a package".
 Reader importHeader(std::string_view bytes);
 
-/// Adds a list of texts under a tag number of our own to a header, which then is another header. No texts, no tag.
+/// Adds a list of texts under a tag number of our own to a header, and so to that of all copies of the reader. No texts, no tag.
 /// Throws Common::Error: Internal "Couldn't add to the header of a package".
-void addTexts(const Reader& package, std::int32_t tag, const std::vector<std::string>& texts);
+void addTexts(Reader& package, std::int32_t tag, const std::vector<std::string>& texts);
 
 /// Adds what librpm itself adds when it installs a package: the time, in seconds since 1970, and that each of its files
 /// has been installed. Without the latter librpm crashes on the entry in later transactions. Throws as addTexts().
-void markInstalled(const Reader& package, std::int64_t time);
+void markInstalled(Reader& package, std::int64_t time);
 
 } // namespace Common::Rpm

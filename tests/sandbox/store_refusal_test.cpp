@@ -136,7 +136,8 @@ TEST_F(StoreRefusal, OfAnotherArchitecture) {
 TEST_F(StoreRefusal, OfAHeaderThatClaimsAnInstallation) {
   const std::string path = package({}, [](Header header) {
     constexpr std::int32_t keyIdTag = 1263687237;
-    Common::Rpm::addTexts(Common::Rpm::Reader(header), keyIdTag, {"f00d"});
+    Common::Rpm::Reader reader(header);
+    Common::Rpm::addTexts(reader, keyIdTag, {"f00d"});
   });
   expectRefused(path, "BadPackageContent: The package has a header that claims an installation");
 }

@@ -129,7 +129,7 @@ void extractTree(Common::Rpm::ArchiveReader& archive, const path& target) {
   TreeExtraction(archive, target).run();
 }
 
-std::string describeTree(const path& folder) {
+std::string listTree(const path& folder) {
   std::set<path> entries;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
     entries.insert(entry.path());

@@ -16,6 +16,6 @@ void extractTree(Common::Rpm::ArchiveReader& archive, const std::filesystem::pat
 
 /// All that is below `folder`, one line per entry in the order of their names: name, type, permission bits, and the
 /// target of a link, or the size and the digest of a regular file and the first of its names.
-std::string describeTree(const std::filesystem::path& folder);
+std::string listTree(const std::filesystem::path& folder);
 
 } // namespace Support

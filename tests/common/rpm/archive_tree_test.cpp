@@ -13,7 +13,7 @@
 namespace {
 
 using ArchiveTest::mixedPackage;
-using Support::describeTree;
+using Support::listTree;
 
 class ArchiveTree : public ArchiveTest::Fixture {
 public:
@@ -40,7 +40,7 @@ protected:
   std::string extractedTree() const {
     const std::filesystem::path folder = freshFolder("ours");
     extractTo(folder);
-    return describeTree(folder);
+    return listTree(folder);
   }
 
   /// What the standard tools unpack. They do not leave special files out.
@@ -50,7 +50,7 @@ protected:
                          "set -o pipefail; rpm2archive -n - < '" + package().string() + "' | tar -x -p -C '" +
                              folder.string() + "' --exclude './dev/*'"},
                         {});
-    return describeTree(folder);
+    return listTree(folder);
   }
 };
 
@@ -156,8 +156,8 @@ TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkLeadsOut) {
   Support::replaceEverywhere(package(), "/opt/b/", "/opt/a/");
   const std::filesystem::path folder = freshFolder("folder");
   EXPECT_THROW(extractTo(folder), std::runtime_error);
-  EXPECT_EQ(describeTree(folder), "opt directory 755\nopt/a link " + outside.string() + "\n");
-  EXPECT_EQ(describeTree(outside), "");
+  EXPECT_EQ(listTree(folder), "opt directory 755\nopt/a link " + outside.string() + "\n");
+  EXPECT_EQ(listTree(outside), "");
 }
 
 // Two names of the header that are one on the disk: the link, and then a file.
@@ -170,7 +170,7 @@ TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkIsReplaced) {
   Support::replaceEverywhere(package(), "/opt/bb/", "/opt/.//");
   const std::filesystem::path folder = freshFolder("folder");
   EXPECT_THROW(extractTo(folder), std::runtime_error);
-  EXPECT_EQ(describeTree(outside), "");
+  EXPECT_EQ(listTree(outside), "");
 }
 
 TEST_F(ArchiveTree, NeedsNoMoreMemoryForAFileOf300MB) {
@@ -179,7 +179,7 @@ TEST_F(ArchiveTree, NeedsNoMoreMemoryForAFileOf300MB) {
          .globals = "%global _binary_payload w1.zstdio"});
   const std::filesystem::path folder = freshFolder("folder");
   const std::string peak =
-      Support::runOrThrow({Support::program("bench-extract").string(), package().string(), folder.string()});
+      Support::runOrThrow({Support::program("extract-package").string(), package().string(), folder.string()});
   EXPECT_EQ(std::filesystem::file_size(folder / "opt/large"), 300U * 1024 * 1024);
   EXPECT_LT(std::stoul(peak), 64U * 1024);
 }

@@ -175,7 +175,7 @@ private:
     const std::string ours = unlessRefused([this] {
       ArchiveReader archive = ArchiveReader::openForExtraction(m_package.string());
       Support::extractTree(archive, fresh("ours"));
-      return Support::describeTree(m_folder / "ours");
+      return Support::listTree(m_folder / "ours");
     });
     const std::string theirs =
         treeAfter({"bash", "-c", "set -o pipefail; rpm2archive -n - < \"$0\" | tar -x -p -C \"$1\"", m_package.string(),
@@ -224,7 +224,7 @@ private:
       return answer;
     std::filesystem::remove_all(tree / "database of rpm");
     static const std::regex special("[^\n]* special [0-7]+\n");
-    return std::regex_replace(Support::describeTree(tree), special, "");
+    return std::regex_replace(Support::listTree(tree), special, "");
   }
 
   const path m_package;

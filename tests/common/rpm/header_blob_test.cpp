@@ -37,7 +37,7 @@ TEST_F(HeaderBlob, IsTheWholeHeader) {
 TEST_F(HeaderBlob, MakesAHeaderOfItsOwn) {
   const Reader original = package();
   const std::string bytes = exportHeader(original);
-  const Reader copy = importHeader(bytes);
+  Reader copy = importHeader(bytes);
   Common::Rpm::addTexts(copy, ownTag, {"one", "two"});
   EXPECT_THAT(copy.texts(ownTag), ElementsAre("one", "two"));
   EXPECT_THAT(original.texts(ownTag), IsEmpty());
@@ -46,7 +46,7 @@ TEST_F(HeaderBlob, MakesAHeaderOfItsOwn) {
 }
 
 TEST_F(HeaderBlob, StaysAsItIsWithoutATextToAdd) {
-  const Reader copy = importHeader(exportHeader(package()));
+  Reader copy = importHeader(exportHeader(package()));
   Common::Rpm::addTexts(copy, ownTag, {});
   EXPECT_TRUE(exportHeader(copy) == exportHeader(package()));
 }
@@ -61,7 +61,7 @@ TEST_F(HeaderBlob, ThatIsCutOrNoneIsAnError) {
 }
 
 TEST_F(HeaderBlob, CanSayThatThePackageIsInstalled) {
-  const Reader copy = importHeader(exportHeader(package()));
+  Reader copy = importHeader(exportHeader(package()));
   Common::Rpm::markInstalled(copy, 1'600'000'000);
   EXPECT_EQ(headerGetNumber(copy.header().get(), RPMTAG_INSTALLTIME), 1'600'000'000U);
   const auto states = Common::Rpm::ownTagData(rpmtdNew());
@@ -72,7 +72,7 @@ TEST_F(HeaderBlob, CanSayThatThePackageIsInstalled) {
 
 TEST_F(HeaderBlob, SaysNothingOfFilesThatThePackageHasNot) {
   m_sandbox.build({.install = "", .files = ""}, m_sandbox.path() / "sample.rpm");
-  const Reader copy = importHeader(exportHeader(package()));
+  Reader copy = importHeader(exportHeader(package()));
   Common::Rpm::markInstalled(copy, 7);
   EXPECT_EQ(headerGetNumber(copy.header().get(), RPMTAG_INSTALLTIME), 7U);
   EXPECT_EQ(headerIsEntry(copy.header().get(), RPMTAG_FILESTATES), 0);

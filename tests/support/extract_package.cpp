@@ -7,10 +7,10 @@
 
 #include <sys/resource.h>
 
-/// bench-extract PACKAGE FOLDER: unpacks a package into an empty folder. Prints its peak memory in KiB.
+/// extract-package PACKAGE FOLDER: unpacks a package into an empty folder. Prints its peak memory in KiB.
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::cerr << "usage: bench-extract PACKAGE FOLDER\n";
+    std::cerr << "usage: extract-package PACKAGE FOLDER\n";
     return 2;
   }
   try {
