@@ -84,7 +84,7 @@ constexpr char endOfTag = '\x1e';
 
 std::string textsOf(const Reader& reader, rpmTagVal tag) {
   std::string joined;
-  for (const std::string& text : reader.texts(tag))
+  for (const std::string& text : reader.texts(static_cast<std::int32_t>(tag)))
     joined += text + endOfText;
   return joined;
 }

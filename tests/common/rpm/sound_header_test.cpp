@@ -29,7 +29,7 @@ std::set<std::int32_t> allTags() {
   rpmTagGetNames(names.get(), 0);
   std::set<std::int32_t> tags;
   while (const char* name = rpmtdNextString(names.get()))
-    tags.insert(rpmTagGetValue(name));
+    tags.insert(static_cast<std::int32_t>(rpmTagGetValue(name)));
   return tags;
 }
 
@@ -49,9 +49,13 @@ protected:
     putNumber(RPMTAG_TRIGGERINDEX, script);
   }
 
-  bool mayCompute(rpmTagVal tag) const { return Common::Rpm::SoundHeader(m_header).mayCompute(tag); }
+  bool mayCompute(rpmTagVal tag) const {
+    return Common::Rpm::SoundHeader(m_header).mayCompute(static_cast<std::int32_t>(tag));
+  }
   bool hasFiles() const { return Common::Rpm::SoundHeader(m_header).hasFiles(); }
-  bool hasDependencies(rpmTagVal tag) const { return Common::Rpm::SoundHeader(m_header).hasDependencies(tag); }
+  bool hasDependencies(rpmTagVal tag) const {
+    return Common::Rpm::SoundHeader(m_header).hasDependencies(static_cast<std::int32_t>(tag));
+  }
 
   const Common::Rpm::HeaderHandle m_header;
 };
@@ -261,7 +265,7 @@ TEST_F(OddValue, IsNoneInTheFixture) {
   EXPECT_EQ(Common::Rpm::fileList(reader).size(), 2U);
   for (const rpmTagVal tag : {RPMTAG_FILECLASS, RPMTAG_FILENAMES, RPMTAG_INSTFILENAMES, RPMTAG_ORIGFILENAMES,
                               RPMTAG_FILEREQUIRE, RPMTAG_REQUIRENEVRS, RPMTAG_SUGGESTNEVRS, RPMTAG_PROVIDENEVRS})
-    EXPECT_EQ(reader.texts(tag).size(), 2U) << tag;
+    EXPECT_EQ(reader.texts(static_cast<std::int32_t>(tag)).size(), 2U) << tag;
 }
 
 TEST_F(OddValue, DoesNotCrashLibrpmUnderAnyTag) {
@@ -343,7 +347,7 @@ TEST_F(UnsoundPackage, IsNoneThatRpmbuildMakes) {
        {RPMTAG_NEVRA, RPMTAG_FILENAMES, RPMTAG_FILECLASS, RPMTAG_FILEREQUIRE, RPMTAG_TRIGGERCONDS, RPMTAG_TRIGGERTYPE,
         RPMTAG_FILETRIGGERCONDS, RPMTAG_FILETRIGGERTYPE, RPMTAG_TRANSFILETRIGGERCONDS, RPMTAG_TRANSFILETRIGGERTYPE,
         RPMTAG_REQUIRENEVRS, RPMTAG_PROVIDENEVRS, RPMTAG_CONFLICTNEVRS, RPMTAG_OBSOLETENEVRS, RPMTAG_RECOMMENDNEVRS})
-    EXPECT_THAT(reader.texts(tag), testing::Not(IsEmpty())) << tag;
+    EXPECT_THAT(reader.texts(static_cast<std::int32_t>(tag)), testing::Not(IsEmpty())) << tag;
 }
 
 } // namespace
