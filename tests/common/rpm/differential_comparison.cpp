@@ -12,6 +12,7 @@
 #include <rpm/rpmtag.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
 #include <iomanip>
 #include <optional>
