@@ -16,7 +16,7 @@ target_compile_options(
             -Wold-style-cast
             $<$<BOOL:${KRV_WARNINGS_AS_ERRORS}>:-Werror>)
 
-# 32-bit processors: allows file sizes above 2 GiB and times after 2038, and keeps sums of claimed sizes from overflowing.
+# 32-bit processors: allows file sizes above 2 GiB and times after 2038, and keeps sums of claimed sizes from overflow.
 target_compile_definitions(krv_build_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
 # Hardening flags. scripts/check-hardening checks the programs for each of them. FORTIFY works only with optimisation; a
