@@ -16,11 +16,11 @@ target_compile_options(
             -Wold-style-cast
             $<$<BOOL:${KRV_WARNINGS_AS_ERRORS}>:-Werror>)
 
-# Processors of 32 bits too: sizes beyond 2 GiB, which also keeps sums of claimed sizes from wrapping, and times after 2038.
+# 32-bit processors: allows file sizes above 2 GiB and times after 2038, and keeps sums of claimed sizes from overflow.
 target_compile_definitions(krv_build_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
-# What stands between a mistake and somebody who would use it. scripts/check-hardening looks for every one of these in
-# the programs. FORTIFY works on optimised code only; the C library takes 3 for the highest level it has.
+# Hardening flags. scripts/check-hardening checks the programs for each of them. FORTIFY works only with optimisation; a
+# C library without level 3 uses its highest level.
 include(CheckCXXCompilerFlag)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
