@@ -7,6 +7,7 @@
 #include "tests/common/rpm/archive_fixture.h"
 #include "tests/support/package_surgery.h"
 #include "tests/support/process.h"
+#include "tests/support/rpm_version.h"
 #include "tests/support/thrown.h"
 
 #include <gmock/gmock.h>
@@ -70,7 +71,9 @@ const std::vector<Oddity> oddities = {
 
 class OddPackage : public ArchiveTest::Fixture, public testing::WithParamInterface<Oddity> {
 protected:
-  OddPackage() {
+  void SetUp() override {
+    if (GetParam().secondCondition == "one" && Support::librpmIsAtLeast("4.20"))
+      GTEST_SKIP() << "rpmbuild refuses such a package from version 4.20 on";
     Support::PackageInput input = ArchiveTest::mixedPackage;
     input.preamble = "AutoReqProv: no\nRequires: other\nProvides: first = 1, second";
     build(input);
@@ -122,6 +125,8 @@ protected:
 // rpmbuild warns of it. The second script gets no condition, and librpm would give, and free, what happened to be in
 // memory for the type of it.
 TEST_F(TriggerPackage, WithTwoScriptsForOneConditionHasConditionsAndNoTypes) {
+  if (Support::librpmIsAtLeast("4.20"))
+    GTEST_SKIP() << "rpmbuild refuses such a package from version 4.20 on";
   buildWith("%triggerin -- one\ntrue\n%triggerin -- one\nfalse");
   const Reader reader(package().string());
   EXPECT_EQ(reader.tag(RPMTAG_TRIGGERCONDS), "one");
