@@ -89,10 +89,22 @@ bool isInstalled(BusProgram program) {
   return run({name, "--version"}).status == 0;
 }
 
+namespace {
+
+/// dbus-broker 33 has the first of these texts, 37 the second.
+std::string deadServiceOfBroker() {
+  const std::string version = runOrThrow({"dbus-broker-launch", "--version"}); // "dbus-broker-launch 33"
+  const bool isOld = std::stoi(version.substr(version.find(' ') + 1)) < 37;
+  return isOld ? "Could not activate remote peer: startup job failed."
+               : "Could not activate remote peer 'velta.KRV': startup job failed";
+}
+
+} // namespace
+
 BusTexts textsOf(BusProgram program) {
   if (program == BusProgram::DbusBroker)
     return {.noService = "The name is not activatable",
-            .deadService = "Could not activate remote peer: startup job failed.",
+            .deadService = deadServiceOfBroker(),
             .noReply = "Remote peer disconnected",
             .denied = "Sender is not authorized to send message"};
   return {.noService = "The name velta.KRV was not provided by any .service files",
