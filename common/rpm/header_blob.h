@@ -18,8 +18,8 @@ std::string exportHeader(const Reader& package);
 /// Throws Common::Error: Internal "Couldn't read the header of a package".
 Reader importHeader(std::string_view bytes);
 
-/// Adds a list of texts under a tag number of our own to a header, and so to that of all copies of the reader. No texts, no tag.
-/// Throws Common::Error: Internal "Couldn't add to the header of a package".
+/// Adds a list of texts under a tag number of our own to a header, and so to that of all copies of the reader. No
+/// texts, no tag. Throws Common::Error: Internal "Couldn't add to the header of a package".
 void addTexts(Reader& package, std::int32_t tag, const std::vector<std::string>& texts);
 
 /// Adds what librpm itself adds when it installs a package: the time, in seconds since 1970, and that each of its files

@@ -36,8 +36,8 @@ bool isWriting(const std::string& call) {
   return false;
 }
 
-/// The paths of a call, which stand in double quotes, or in angle brackets behind a descriptor if there is no other. The
-/// path of a file that is opened by its descriptor stands behind the result.
+/// The paths of a call, which stand in double quotes, or in angle brackets behind a descriptor if there is no other.
+/// The path of a file that is opened by its descriptor stands behind the result.
 std::set<fs::path> pathsOf(const std::string& call) {
   std::set<fs::path> paths;
   if (call.find("\"/proc/self/fd/") != std::string::npos) {
