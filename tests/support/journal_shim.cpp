@@ -18,9 +18,11 @@ extern "C" int connect(int descriptor, const sockaddr* address, socklen_t size) 
     const auto next = reinterpret_cast<int (*)(int, const sockaddr*, socklen_t)>(dlsym(RTLD_NEXT, "connect"));
     return next(descriptor, address, size);
   }
-  // The other end stays open as long as the program runs, which sends for as long.
+  // The other end stays open in the program and in those that it starts, which send for as long as they run.
   int ends[2];
-  if (socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends) != 0)
+  if (socketpair(AF_UNIX, SOCK_DGRAM, 0, ends) != 0)
     return -1;
-  return dup3(ends[0], descriptor, O_CLOEXEC) < 0 ? -1 : 0;
+  const int made = dup3(ends[0], descriptor, O_CLOEXEC);
+  close(ends[0]);
+  return made < 0 ? -1 : 0;
 }
