@@ -8,6 +8,7 @@
 #include "fuzz/mutator.h"
 #include "fuzz/rpm_process.h"
 #include "fuzz/support.h"
+#include "tests/support/ignored_leaks.h"
 
 #include <rpm/rpmtag.h>
 
@@ -75,6 +76,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
 
 /// Runs all queries on the header of a package file.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const Support::IgnoredLeaks ofLibrpm;
   Fuzz::prepareRpm();
   const std::string_view input = Fuzz::begin(data, size);
   static const Fuzz::MemoryFile file;
