@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -66,6 +67,8 @@ TEST_F(ArchiveProcess, CanBeGivenUpBeforeAProgramEndsThatAHandlerStarted) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }
 
+constexpr std::array endingSignals = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM};
+
 /// A process that waits for the payload of a package without end: a child of it keeps the pipe of the payload open.
 class WaitingExtraction {
 public:
@@ -109,6 +112,8 @@ public:
 private:
   [[noreturn]] static void extract(const std::string& package) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (const int number : endingSignals) // a shell starts its background jobs with some of them ignored
+      signal(number, SIG_DFL);
     ArchiveReader archive = ArchiveReader::openForExtraction(package);
     archive.extract("/target", callingAtFiles([] {
                       if (fork() == 0) {
@@ -131,7 +136,7 @@ TEST_P(ArchiveSignal, EndsAProcessThatWaitsForThePayload) {
   EXPECT_EQ(extraction.endAfter(GetParam()), GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, ArchiveSignal, testing::Values(SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM),
+INSTANTIATE_TEST_SUITE_P(Table, ArchiveSignal, testing::ValuesIn(endingSignals),
                          [](const auto& instance) { return std::string(sigabbrev_np(instance.param)); });
 
 TEST_F(ArchiveProcess, LeavesASignalBlockedThatItsCallerBlocked) {
