@@ -28,7 +28,7 @@ public:
   /// update keeps the installations. The registry is replaced by a rename, through "registry.next" beside it, which
   /// may stay behind after a failure. True when it was replaced; else the old registry is untouched. If the registry's
   /// stat fails, writing fails; reading treats the registry as empty. Throws std::out_of_range, before anything is
-  /// made or written, when the event of `record` is none of the three.
+  /// made or written, if the event of `record` is unknown.
   bool writeRecord(const RegistryRecord& record) const;
 };
 

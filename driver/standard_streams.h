@@ -2,8 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-/// What a program does at its start, before it opens anything, so that writing its log never ends it. For main() only:
-/// the settings are the process's.
+/// Settings of the process that keep it from ending when it writes its log. For main() only, before it opens anything.
 
 /// Opens /dev/null in place of each of the descriptors 0 to 2 that is closed. Otherwise the next file or socket that is
 /// opened gets its number, and the lines of the log.

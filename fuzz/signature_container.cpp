@@ -14,7 +14,7 @@ using PackageSignatures::FileWithCmses;
 
 constexpr const char* trustedCa = KRV_FUZZ_DIRECTORY "/trusted-ca";
 
-/// What the signatures of the corpus were made over: no more of a main header than has to be there.
+/// The signed content of the corpus: the magic of a main header.
 constexpr std::string_view content("\x8e\xad\xe8\x01\0\0\0\0", 8);
 
 void append(std::string& bytes, std::uint32_t number) {

@@ -13,7 +13,7 @@
 
 namespace Sandbox {
 
-/// What stands under a name. The inode number tells the entries of one file system apart.
+/// The status of a directory entry. The inode number tells the entries of one file system apart.
 struct Entry {
   std::filesystem::file_type type;
   std::filesystem::perms permissions; ///< with set-id and sticky bits
@@ -29,7 +29,7 @@ public:
   /// Opens the directory at `path`, links followed.
   explicit Directory(const std::filesystem::path& path);
 
-  /// The directory at `path`. Nothing when there is none, or when a link or a file is on the way.
+  /// The directory at `path`. Nothing if it is missing, or if a component of the path is a symlink or a file.
   std::optional<Directory> find(const std::filesystem::path& path) const;
 
   /// The directory at `path`, which has to be there.

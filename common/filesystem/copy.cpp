@@ -49,7 +49,7 @@ bool recreateSymlink(const fs::path& target, const fs::path& from, const fs::pat
   }
 }
 
-/// What is known of the place that a copy goes to.
+/// How much the caller knows of the destination of a copy.
 enum class Destination {
   Anywhere,           ///< nothing; copying a file over something is a failure of the copy
   Entry,              ///< it was seen to be free; if something comes there since, it is refused as if seen

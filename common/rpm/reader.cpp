@@ -120,8 +120,8 @@ HeaderHandle readHeader(const FileHandle& file, const std::string& path) {
   return header;
 }
 
-/// What a package is called by decides about it. It must not depend on the language, as a translated text does, and a
-/// list has no one text.
+/// The tags that identify a package. Their texts must not depend on the language, as translated texts do, and must not
+/// be lists.
 bool isIdentity(std::int32_t tag) {
   return tag == Tag::Name || tag == Tag::Version || tag == Tag::Release;
 }

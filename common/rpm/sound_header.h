@@ -12,8 +12,8 @@ namespace Common::Rpm {
 
 /// Whether librpm may be asked for something that it computes from several values of one header. It combines them
 /// without a look at their types, and partly at their number: a text where a list belongs makes it follow, or free,
-/// pointers that are none. Only the values that librpm combines for what is asked are looked at, once for each header;
-/// what librpm refuses by itself is left to it.
+/// invalid pointers. The class checks only the values that librpm combines for the request, once for each header, and
+/// leaves out the checks that librpm makes itself.
 class SoundHeader {
 public:
   using Check = bool (*)(Header);

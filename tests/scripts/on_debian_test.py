@@ -138,8 +138,8 @@ class OnDebian(unittest.TestCase):
     def test_runs_the_two_commands_of_the_readme_in_a_folder_with_a_space(self):
         status, output, errors = self.run_script("trixie")
         self.assertEqual((status, errors), (0, ""))
-        self.assertRegex(output, "\n== scripts/demo\ndemo in .*/root/srv/krv pre-installer\n"
-                                 "== scripts/test\ntest in .*/root/srv/krv pre-installer\n$")
+        self.assertRegex(output, "\n== scripts/demo\ndemo in .*root/srv/krv pre-installer\n"
+                                 "== scripts/test\ntest in .*root/srv/krv pre-installer\n$")
 
     def test_ends_with_the_first_command_that_fails(self):
         self.stand_in("bwrap", "exit 7")

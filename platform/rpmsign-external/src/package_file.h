@@ -40,7 +40,7 @@ struct PackageParts {
   std::optional<Container> container; ///< none in a package that was never signed
 };
 
-/// What happens to a path whose last part is a symlink. Other parts may always be symlinks.
+/// Whether the last component of a path may be a symlink. Other components may always be symlinks.
 enum class Symlink {
   Followed,
   Refused,
