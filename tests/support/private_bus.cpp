@@ -91,26 +91,35 @@ bool isInstalled(BusProgram program) {
 
 namespace {
 
-/// dbus-broker 33 has the first of these texts, 37 the second.
-std::string deadServiceOfBroker() {
+BusTexts textsOfBroker(const char* deadService) {
+  return {.noService = "The name is not activatable",
+          .deadService = deadService,
+          .noReply = "Remote peer disconnected",
+          .denied = "Sender is not authorized to send message"};
+}
+
+const BusTexts textsOfDaemon = {.noService = "The name velta.KRV was not provided by any .service files",
+                                .deadService = "Process velta.KRV exited with status 1",
+                                .noReply = "Message recipient disconnected from message bus without replying",
+                                .denied = "Rejected send message, [^\n]* destination=\"velta\\.KRV\" [^\n]*"};
+const BusTexts textsOfBroker33 = textsOfBroker("Could not activate remote peer: startup job failed.");
+const BusTexts textsOfBroker37 = textsOfBroker("Could not activate remote peer 'velta.KRV': startup job failed");
+
+int versionOfBroker() {
   const std::string version = runOrThrow({"dbus-broker-launch", "--version"}); // "dbus-broker-launch 33"
-  const bool isOld = std::stoi(version.substr(version.find(' ') + 1)) < 37;
-  return isOld ? "Could not activate remote peer: startup job failed."
-               : "Could not activate remote peer 'velta.KRV': startup job failed";
+  return std::stoi(version.substr(version.find(' ') + 1));
 }
 
 } // namespace
 
 BusTexts textsOf(BusProgram program) {
-  if (program == BusProgram::DbusBroker)
-    return {.noService = "The name is not activatable",
-            .deadService = deadServiceOfBroker(),
-            .noReply = "Remote peer disconnected",
-            .denied = "Sender is not authorized to send message"};
-  return {.noService = "The name velta.KRV was not provided by any .service files",
-          .deadService = "Process velta.KRV exited with status 1",
-          .noReply = "Message recipient disconnected from message bus without replying",
-          .denied = "Rejected send message, [^\n]* destination=\"velta\\.KRV\" [^\n]*"};
+  if (program == BusProgram::DbusDaemon)
+    return textsOfDaemon;
+  return versionOfBroker() < 37 ? textsOfBroker33 : textsOfBroker37;
+}
+
+std::vector<BusTexts> textsOfEveryBus() {
+  return {textsOfDaemon, textsOfBroker33, textsOfBroker37};
 }
 
 // dbus-daemon would tidy up before it ends with SIGTERM, and it is to be gone as if it had crashed.

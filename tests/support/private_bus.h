@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Support {
 
@@ -27,6 +28,9 @@ struct BusTexts {
   std::string denied;      ///< the policy does not let the caller talk to it; a regular expression
 };
 BusTexts textsOf(BusProgram program);
+
+/// Those of the buses that this machine does not have, too.
+std::vector<BusTexts> textsOfEveryBus();
 
 struct BusSettings {
   BusProgram program = BusProgram::DbusDaemon;

@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <regex>
 #include <set>
@@ -140,10 +139,9 @@ MessageTexts quotedLines(const std::string& document) {
 
 /// Whether a bus says this, as far as it is quoted, when the service is missing or does not start.
 bool isOfABus(const std::string& line) {
-  const Support::BusTexts daemon = Support::textsOf(Support::BusProgram::DbusDaemon);
-  const Support::BusTexts broker = Support::textsOf(Support::BusProgram::DbusBroker);
-  return std::ranges::any_of(std::array{daemon.noService, daemon.deadService, broker.noService, broker.deadService},
-                             [&](const std::string& text) { return ("[E] " + text).starts_with(line); });
+  return std::ranges::any_of(Support::textsOfEveryBus(), [&](const Support::BusTexts& bus) {
+    return ("[E] " + bus.noService).starts_with(line) || ("[E] " + bus.deadService).starts_with(line);
+  });
 }
 
 TEST(Documents, QuoteTheLogLetterByLetter) {
