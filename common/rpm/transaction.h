@@ -12,11 +12,6 @@
 
 namespace Common::Rpm {
 
-/// For RpmTransaction::addFlags(): run() changes the database and nothing else. No file is touched; no script, trigger
-/// or plugin runs.
-inline constexpr rpmtransFlags databaseOnly = RPMTRANS_FLAG_JUSTDB | RPMTRANS_FLAG_NOSCRIPTS | _noTransScripts |
-                                              RPMTRANS_FLAG_NOTRIGGERS | _noTransTriggers | RPMTRANS_FLAG_NOPLUGINS;
-
 /// A locked transaction on the RPM database under the system root; the lock goes when the last copy does. One at a
 /// time per process. For the single thread of the program only.
 class RpmTransaction {
@@ -37,18 +32,10 @@ public:
   /// Internal "Couldn't add erase element to the RPM transaction", also for a package that is not from the database.
   void erase(const Reader& reader);
 
-  /// Adds a package to the database at once, without its files and scripts and beside any other of its name. The lock
-  /// must be one for writing. Throws Common::Error: Internal "Couldn't record package in the RPM database".
-  void record(const Reader& reader);
-
   /// Does what is queued; dependencies are not checked. Returns normally also when librpm found problems and did
   /// nothing. Throws Common::Error: Internal "Couldn't run rpm transaction" when it failed, for example in a
   /// package's script; other packages may have been erased then.
   void run();
-
-  /// How many errors librpm has reported in this process so far. A walk over a database that turns out to be damaged
-  /// ends like any other; this is the one place where the difference shows.
-  static int reportedErrors();
 
   /// All installed packages. A database that cannot be opened has none; librpm says so on standard error.
   PackageIteratorHandle installedPackages() const;
@@ -62,6 +49,8 @@ public:
   /// duplicates, without their versions. Of a rich dependency it is the first word. A tag of another kind has none,
   /// and neither has a header whose values do not fit each other.
   static std::vector<std::string> dependencyNames(const Reader& reader, std::int32_t tag);
+
+  TransactionLockHandle lock() const { return m_lock; }
 
 private:
   TransactionSetHandle m_set;
