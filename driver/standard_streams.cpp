@@ -17,8 +17,8 @@ void openStandardStreams() {
 }
 
 void ignoreWriteSignals() {
-  // An empty handler would not be inherited by the programs that librpm starts for its macros. But while its database
-  // is open, librpm replaces every handler by its own, which ends the process. It does not replace SIG_IGN.
+  // With an empty handler, the programs that librpm starts for its macros would keep the default action. But while its
+  // database is open, librpm replaces every handler by its own, which ends the process. It does not replace SIG_IGN.
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);
 }
