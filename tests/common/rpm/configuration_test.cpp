@@ -51,7 +51,7 @@ TEST(RpmConfiguration, IsTriedAgainAfterAFailure) {
   EXPECT_EQ(log.text(), "");
 }
 
-/// Collects what reaches standard error.
+/// The output of `action` on standard error.
 std::string errorsOf(const std::function<void()>& action) {
   testing::internal::CaptureStderr();
   action();
@@ -69,7 +69,7 @@ TEST(RpmConfiguration, LetsNoticesGoToStandardError) {
   EXPECT_EQ(log.text(), "");
 }
 
-// Macros are expanded in the path again.
+// librpm expands macros in the path once more.
 TEST(RpmConfiguration, TakesPercentSignsInTheDatabasesFolderAsTheyAre) {
   const Support::RpmSandbox sandbox;
   for (const char* name : {"100%", "%{name}", "%%_dbpath", "%(echo x)"}) {
