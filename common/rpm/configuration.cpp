@@ -20,7 +20,8 @@ bool configured = false;
 void ensureRpmConfig() {
   if (configured)
     return;
-  // By default librpm's notices, an %{echo:} in a macro file for example, would get between the lines of the log.
+  // By default librpm prints its notices (for example of an %{echo:} in a macro file) to standard output, between the
+  // log lines.
   rpmlogSetFile(stderr);
   configured = rpmReadConfigFiles(nullptr, nullptr) == 0;
   if (!configured)

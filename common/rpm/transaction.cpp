@@ -25,7 +25,7 @@ void RpmTransaction::addFlags(rpmtransFlags flags) {
 }
 
 void RpmTransaction::showProgress() {
-  // The callback takes its flags for the pointer that librpm hands through.
+  // The callback reads its flags from the pointer that librpm passes to it.
   constexpr std::uintptr_t flags = INSTALL_LABEL | INSTALL_HASH;
   rpmtsSetNotifyCallback(m_set.get(), rpmShowProgress, reinterpret_cast<void*>(flags));
 }

@@ -33,7 +33,7 @@ const char* nameOf(file_type type) {
 
 using Lines = std::vector<std::string>;
 
-/// A line for each file.
+/// One line per file.
 Lines linesOf(const std::filesystem::path& package) {
   Lines lines;
   for (const PackagedFile& file : fileList(Reader(package.string()))) {
@@ -53,7 +53,7 @@ TEST(FileList, DescribesEachFileInHeaderOrder) {
   const Support::RpmSandbox sandbox;
   const auto package = sandbox.path() / "sample.rpm";
   sandbox.build(allKinds, package);
-  // The well-known SHA-256 of "abc". rpmbuild gives a ghost none, and librpm makes zeros of that.
+  // The well-known SHA-256 of "abc". A ghost has no digest in the header; librpm returns zeros for it.
   const std::string digest = "'ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad'";
   const Lines expected = {"0 /opt/dir directory 1755", "1 /opt/file file 4711 3 " + digest,
                           "2 /opt/ghost file 644 1 '" + std::string(64, '0') + "' ghost",

@@ -23,14 +23,14 @@ using Support::readFile;
 using Support::waitUntil;
 using Support::writeFile;
 
-/// The registry as another process of the family meets it.
+/// The registry, used by several processes.
 class RegistryProcess : public RegistrySandbox {
 protected:
   const std::string tool = Support::program("registry_tool").string();
   const std::vector<std::string> readCommand = {tool, "read"};
   const std::vector<std::string> writeCommand = {tool, "write", "timestamp=2 event=I package=p keyid=k"};
 
-  /// Runs `command` in the environment `faulty` over a registry with one record, which must stay.
+  /// Runs `command` in the environment `faulty` on a registry with one record, which must stay unchanged.
   void expectFailure(const std::vector<std::string>& command, const Support::Environment& faulty,
                      const std::string& output, int status = 1) {
     writeFile(file, line(1));
@@ -151,7 +151,7 @@ TEST_F(RegistryProcess, AKilledWriterLeavesTheOldRegistryAndNoLock) {
   EXPECT_EQ(readFile(file), before + line(2));
 }
 
-// In the moment between opening the lock file and locking it.
+// The lock file is replaced between opening and locking it.
 TEST_F(RegistryProcess, LocksTheFileThatItOpenedWhateverTakesItsPlace) {
   writeFile(file, line(1));
   writeFile(root / "stranger", "kept");
@@ -235,7 +235,8 @@ TEST_F(RegistryFault, InReadingTheMiddleOfTheRegistry) {
 
   const ProcessResult read = Support::run(readCommand, fault("read", 2, "EIO", "registry"));
   EXPECT_EQ(read.status, 1);
-  // Whole records of the first block, then the failure; the line that the block cuts is not taken for a record.
+  // The complete records of the first block, then the failure. The line that is cut at the end of the block is not a
+  // record.
   const std::string records = read.output.substr(0, read.output.size() - openMessage.size());
   EXPECT_EQ(read.output, records + openMessage);
   EXPECT_EQ(before.substr(0, records.size()), records);

@@ -22,7 +22,7 @@ using Core::KRV::toString;
 using Event = RegistryRecord::Event;
 using Support::CapturedLog;
 
-/// The record of `line` written back, or "none", then what was logged.
+/// Parses `line` and writes the record again, or "none"; then the log.
 std::string readBack(std::string_view line) {
   const CapturedLog log;
   const std::optional<RegistryRecord> record = parseRecord(line);
@@ -77,7 +77,7 @@ TEST(RegistryRecord, SurvivesTheWayThereAndBack) {
 
 struct Line {
   std::string_view text;
-  std::string_view record; ///< as it is written back, or "none"
+  std::string_view record; ///< written again, or "none"
   std::string_view log;
 };
 

@@ -31,7 +31,7 @@ using Support::readFile;
 using Support::reasonOf;
 using Support::writeFile;
 
-/// The lines of all records, each with a line end, then "true" or "false".
+/// The lines of all records, then "true" or "false".
 std::string readAll() {
   std::string lines;
   const bool result = Registry().foreachRecord([&](const RegistryRecord& record) { lines += toString(record) + "\n"; });
@@ -42,7 +42,7 @@ unsigned permissionsOf(const fs::path& path) {
   return static_cast<unsigned>(fs::status(path).permissions());
 }
 
-/// Sets the file mode creation mask for as long as it lives.
+/// Sets the umask in its scope.
 class ScopedUmask {
 public:
   explicit ScopedUmask(mode_t mask) : m_before(umask(mask)) {}
@@ -54,7 +54,7 @@ private:
   mode_t m_before;
 };
 
-/// Lets no file grow beyond `size` for as long as it lives; writing more is an error instead of a signal.
+/// Limits the size of files in its scope; writing more fails with an error instead of a signal.
 class ScopedFileSizeLimit {
 public:
   explicit ScopedFileSizeLimit(rlim_t size) : m_handler(::signal(SIGXFSZ, SIG_IGN)) {
@@ -77,7 +77,7 @@ private:
 class RegistryReading : public RegistrySandbox {};
 class RegistryWriting : public RegistrySandbox {
 protected:
-  /// Writes a record over a registry that holds another, which must fail with `log` and leave the registry alone.
+  /// Expects writing a record to fail with this log, without changing the registry.
   void expectFailure(const std::string& expectedLog) {
     writeFile(file, line(1));
     const CapturedLog log;
@@ -218,7 +218,7 @@ TEST_F(RegistryReading, FollowsALinkToTheRegistry) {
   EXPECT_EQ(readAll(), line(1) + "true");
 }
 
-// A file without a size may still have content, and reading it may wait for more without end.
+// A file of size 0 may have content, and reading it may block forever.
 TEST_F(RegistryReading, ReadsNothingFromAFileWithoutASize) {
   ASSERT_EQ(fs::file_size("/proc/version"), 0U);
   ASSERT_NE(readFile("/proc/version"), "");
@@ -458,8 +458,8 @@ TEST_F(RegistryWriting, FailsWhenTheNextFileMayNotGrow) {
   EXPECT_EQ(readFile(file), before);
 }
 
-/// What is in the registry, what is added, and which of the former stay. Records are written "package/event/key" or
-/// "package/event/key/earlier keys"; the timestamps number them.
+/// The old records, the added record, and the old records that stay. A record is written "package/event/key" or
+/// "package/event/key/earlier keys"; its index is its timestamp.
 struct Pruning {
   std::vector<std::string> before;
   std::string added;
@@ -532,9 +532,9 @@ TEST_F(RegistryPruning, FollowsTheKeyChainFromTheNewestToTheOldest) {
       {{"p/I/k1", "p/U/k2/k1"}, "p/R/k3/k2", {}},
       {{"p/I/k1", "p/U/k2/k1", "p/U/k3/k2", "p/U/k4/k3"}, "p/R/k4", {}},
       {{"p/I/k1", "p/U/k2", "p/U/k3/k1->k2"}, "p/R/k3", {}},
-      // The record that leads to k1 is older than the one signed with k1.
+      // The record that names k1 as an earlier key is older than the record signed with k1.
       {{"p/U/k2/k1", "p/I/k1"}, "p/R/k3/k2", {1}},
-      // The new record's own earlier keys only; what an earlier key signed is no key of the new one.
+      // Only the earlier keys of the new record count, not keys that have it as their earlier key.
       {{"p/I/k3"}, "p/R/k2/k1", {0}},
   });
 }

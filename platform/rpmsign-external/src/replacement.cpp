@@ -22,7 +22,7 @@ namespace PackageSignatures {
 
 namespace {
 
-/// An empty file with a name that is not taken, with the name.
+/// A new, empty file and its name.
 std::pair<FileDescriptor, std::string> makeTemporaryFile(int directory) {
   for (;;) {
     std::array<unsigned char, 8> random{};
@@ -46,12 +46,12 @@ void copyOwnerAndMode(int from, int to) {
     failWithErrno("its owner and mode cannot be read", errno);
   if ((wanted.st_uid != made.st_uid || wanted.st_gid != made.st_gid) && fchown(to, wanted.st_uid, wanted.st_gid) != 0)
     failWithErrno("its owner cannot be kept", errno);
-  // After the owner: a change of the owner takes the set-id bits away.
+  // After fchown(), which clears the set-id bits.
   if (fchmod(to, wanted.st_mode & 07777) != 0)
     failWithErrno("its mode cannot be kept", errno);
 }
 
-/// Asks for the size first. `read` is given a buffer and its size, as the calls of xattr(7).
+/// Calls `read` twice, first for the size. `read` takes a buffer and its size, like the calls of xattr(7).
 template <typename Read>
 std::vector<char> readSized(Read read) {
   const ssize_t size = read(nullptr, 0);

@@ -74,7 +74,7 @@ TEST(ErrorCode, NoneIsNoError) {
   EXPECT_TRUE(make_error_code(ErrorCode::Filesystem));
 }
 
-// Other static objects may raise and describe errors while the program starts.
+// Initialisers of other static objects may throw and describe errors.
 const std::string messageBeforeMain = make_error_code(ErrorCode::BadPackageVersion).message();
 
 TEST(ErrorCode, IsDescribedBeforeMainBegins) {

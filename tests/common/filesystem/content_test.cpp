@@ -31,7 +31,7 @@ std::string bytes(std::size_t size) {
   return text;
 }
 
-/// Expects the description that the standard copy gives of its own failure.
+/// Expects copyContent() to fail with the text of std::filesystem::copy_file().
 void expectStandardFailure(const fs::path& from, const fs::path& to) {
   const std::string reason = reasonOf([&] { fs::copy_file(from, to); });
   ASSERT_NE(reason, "no exception");

@@ -150,7 +150,7 @@ TEST_F(CopyAttributes, OfTheFileThatALinkLeadsTo) {
 }
 
 TEST_F(CopyAttributes, RemovesAFileThatDoesNotTakeThem) {
-  // The permissions come first, and then an ordinary user may no longer write to the file.
+  // The permissions are set before the attributes, so an ordinary user cannot write to the file any more.
   writeFile(from, "content");
   attach(from, "user.plain", "value");
   fs::permissions(from, static_cast<fs::perms>(0444));
@@ -180,7 +180,7 @@ TEST_F(CopyAttributes, RemovesAFileOnAFileSystemThatDoesNotTakeThem) {
   expectSilence();
 }
 
-// ---- links
+// ---- symlinks
 
 TEST_F(CopySymlink, RefusesWhatIsNoLink) {
   writeFile(directory / "file", "");
@@ -223,7 +223,7 @@ TEST_F(CopySymlink, MakesNoParentsForABareName) {
 }
 
 TEST_F(CopySymlink, CopiesTheContentOfALinkThatLeadsElsewhere) {
-  // Relative texts lead on from the working directory, and there is something else there than beside the link.
+  // A relative target is resolved against the working directory, where another file has the same name.
   writeFile(directory / "work/here/x", "from ./x");
   writeFile(directory / "work/x", "from ../x");
   writeFile(directory / "work/here/.hidden", "from .hidden");
@@ -276,7 +276,7 @@ TEST_F(CopySymlink, DoesNotCopyTheContentOfADirectoryElsewhere) {
 }
 
 TEST_F(CopySymlink, FallsBackToTheContentWhereTheLinkCannotBeMade) {
-  // The text leads to a file from the working directory, but there is something at the destination already.
+  // The target exists relative to the working directory, but the destination exists too.
   writeFile(directory / "target", "content");
   writeFile(to, "old");
   fs::create_symlink("target", from);
@@ -457,7 +457,7 @@ TEST_F(CopyDirectory, RemovesAlsoWhatWasThereWhenItFails) {
 }
 
 TEST_F(CopyDirectory, PassesTheErrorOfTheListingOnAndLeavesNothing) {
-  // A listing reads the time of what a link leads to.
+  // The listing reads the modification time of a symlink's target.
   fs::create_directories(from / "sub");
   fs::create_symlink("missing", from / "sub/dangling");
   EXPECT_EQ(errorOf([&] { Filesystem::copyDirectory(from, to); }),
@@ -526,7 +526,7 @@ TEST_F(Copy, PicksTheKindOfTheEntry) {
   fs::create_directory_symlink("directory", directory / "link to directory");
   for (const char* name : {"file", "directory", "link", "link to directory"}) {
     const fs::path path = directory / "copies" / name;
-    // Beside the copies, so that the copied links lead somewhere.
+    // In the folder of the copies, so that the copied symlinks do not dangle.
     Filesystem::copy(directory / name, path);
     EXPECT_EQ(describeTree(path), describeTree(directory / name));
   }

@@ -29,7 +29,7 @@ using Support::writeFile;
 
 constexpr fs::perms ownerAll = fs::perms::owner_all;
 
-/// The queries that answer without ever throwing, each with the call of the library that it stands for.
+/// The queries that never throw, each with the std::filesystem function that it wraps.
 struct Query {
   const char* name;
   std::function<bool(const fs::path&)> ask;
@@ -48,7 +48,7 @@ const std::vector<Query>& queries() {
   return all;
 }
 
-/// The names of the queries that answer yes.
+/// The names of the queries that return true.
 std::string answersFor(const fs::path& path) {
   std::string names;
   for (const Query& query : queries())
@@ -57,7 +57,7 @@ std::string answersFor(const fs::path& path) {
   return names;
 }
 
-/// Runs an action that must fail: the library's reason in the log, `message` in the error.
+/// Expects the action to fail: `reason` in the log, `message` in the error.
 void expectFailure(const std::function<void()>& action, const std::string& reason, const std::string& message) {
   ASSERT_NE(reason, "no exception");
   const CapturedLog log;
@@ -65,7 +65,7 @@ void expectFailure(const std::function<void()>& action, const std::string& reaso
   EXPECT_EQ(log.text(), "[E] " + reason + "\n");
 }
 
-/// Runs an action that must be refused without a line in the log.
+/// Expects the action to throw without a log line.
 void expectRefusal(const std::function<void()>& action, const std::string& message) {
   const CapturedLog log;
   EXPECT_EQ(errorOf(action), "Filesystem: " + message);
@@ -373,7 +373,7 @@ TEST(Entry, ReportsAMoveWhoseParentsCannotBeMadeOnce) {
   EXPECT_TRUE(fs::exists(directory / "from"));
 }
 
-/// The two kinds of link, which are made by the same steps.
+/// Symlinks and hard links, which are created by the same steps.
 struct LinkKind {
   const char* name;
   void (*make)(const fs::path& target, const fs::path& link);

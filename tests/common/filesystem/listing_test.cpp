@@ -37,7 +37,7 @@ void setTime(const fs::path& path, std::chrono::seconds time) {
   fs::last_write_time(path, fs::file_time_type(time));
 }
 
-/// A file whose time is that far from the zero of the file clock, which lies in the year 2174.
+/// Creates a file whose modification time is `time` after the epoch of the file clock, in the year 2174.
 void writeFileOf(const fs::path& path, std::chrono::seconds time) {
   writeFile(path, "");
   setTime(path, time);
@@ -47,7 +47,7 @@ long positionOf(const std::vector<fs::path>& paths, const fs::path& path) {
   return std::ranges::find(paths, path) - paths.begin();
 }
 
-/// Lists `directory`, which must fail with the reason `reason` and nothing else in the log.
+/// Expects the listing to fail with only the log line `reason`.
 void expectFailure(const fs::path& directory, ListOptions options, const std::string& reason) {
   const CapturedLog log;
   EXPECT_EQ(errorOf([&] { listDirectory(directory, options); }),
@@ -229,7 +229,7 @@ TEST(Listing, KeepsTheOrderOfTheDirectory) {
 TEST(Listing, SortsFromTheOldestToTheNewest) {
   using std::chrono::seconds;
   const TempDirectory directory;
-  // Whatever order the directory has, one of these assignments disagrees with it.
+  // The order of the directory differs from at least one of these assignments.
   for (const std::vector<const char*>& names : {std::vector{"a", "b", "c"}, {"c", "b", "a"}, {"b", "c", "a"}}) {
     writeFileOf(directory / names[0], seconds(-6'000'000'010));
     writeFileOf(directory / names[1], seconds(-6'000'000'030));

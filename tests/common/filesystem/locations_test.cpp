@@ -41,11 +41,11 @@ TEST(HomeDirectory, IsAnErrorWithoutTheVariable) {
   EXPECT_EQ(log.text(), "");
 }
 
-/// What the probe prints on a system whose group database is `groups`.
+/// The output of the probe on a system whose group database is `groups`.
 std::string homesWith(const std::string& groups, const std::optional<std::string>& root) {
   const TempDirectory directory;
   Support::writeFile(directory / "group", groups);
-  // The database of the users is not asked; alice's own home and her primary group play no part.
+  // The user database is not read: alice's own home and primary group do not matter.
   Support::writeFile(directory / "passwd", "alice:x:1000:100::/elsewhere:/bin/sh\n"
                                            "carol:x:1001:100::/home/carol:/bin/sh\n");
   const char* asan = std::getenv("ASAN_OPTIONS");
@@ -127,7 +127,7 @@ TEST(UniquePath, KeepsAModelWithoutPercentSigns) {
 }
 
 TEST(UniquePath, DrawsEveryDigitAtEveryPlace) {
-  // That one of 16 digits stays away from one of 3 places in 2,000 draws is as good as impossible (10^-54).
+  // The chance that one of 16 digits is missing at one of 3 places after 2,000 draws is about 10^-54.
   std::set<char> digits[3];
   for (int draw = 0; draw < 2000; ++draw) {
     const std::string name = Filesystem::uniquePath("%%%").native();

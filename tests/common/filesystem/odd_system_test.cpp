@@ -35,8 +35,8 @@ using Support::errorOf;
 using Support::reasonOf;
 using Support::writeFile;
 
-/// Answers one call after the other with the next of `counts`, of which -1 is a failure, and writes `bytes` into every
-/// buffer. Remembers what the calls offered.
+/// Returns the next of `counts` for each call, -1 for a failure, and writes `bytes` into every buffer. Records the size
+/// that each call passed.
 struct Answers {
   std::vector<ssize_t> counts;
   std::string bytes;
@@ -53,7 +53,7 @@ struct Answers {
   }
 };
 
-/// The system is itself again after each test.
+/// Removes all replacements after each test.
 class OddSystemTest : public FilesystemTest {
 protected:
   void TearDown() override {
@@ -134,7 +134,7 @@ TEST_F(OddAttributes, OfAListWithoutASizeAreAnError) {
 }
 
 TEST_F(OddAttributes, OfAListThatShrinksAreReadToItsFirstSize) {
-  // Behind the names that are left the buffer is zeros: as many empty names.
+  // The rest of the buffer is zeros, which are read as empty names.
   names = {{14, 7}, std::string("user.a\0", 7)};
   values = {{1, 1, -1}, "x"};
   EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }),
@@ -252,7 +252,7 @@ TEST_F(RefusedAttributes, TakeTheContentOfALinkAwayToo) {
 
 TEST_F(RefusedAttributes, OfAnyKindOfExceptionTakeTheCopyAway) {
   writeFile(from / "file", "content");
-  // There is no memory for a list of that size.
+  // No memory can be allocated for this size.
   oddSystem().listxattr = [](char*, size_t) -> ssize_t { return SSIZE_MAX; };
   EXPECT_THROW(Filesystem::copyFile(from / "file", to), std::bad_alloc);
   EXPECT_EQ(describeTree(to), "nothing\n");
@@ -297,7 +297,7 @@ TEST_F(OddContent, ThatIsLostAtTheVeryEndIsAnError) {
                             to.string() + "]\n");
 }
 
-/// Something that comes into the way of the second of two files of a tree while the first is copied.
+/// Creates an entry at the destination of the second of two files while the first is copied.
 class InTheWay : public OddSystemTest {
 protected:
   InTheWay() {
@@ -306,7 +306,7 @@ protected:
     writeFile(directory / "stranger", "kept");
   }
 
-  /// Copies the tree. `take` puts something at the path it is given.
+  /// Copies the tree. `take` creates an entry at the path that it gets.
   std::string errorOfCopy(const std::function<void(const fs::path&)>& take) {
     oddSystem().listxattr = [&, take](char*, size_t) -> ssize_t {
       if (taken.empty()) {
@@ -337,7 +337,7 @@ TEST_F(InTheWay, IsRefusedAsIfItHadBeenThereBefore) {
   expectSilence();
 }
 
-// A dangling link does not exist, but no file can be made there.
+// A dangling symlink counts as missing, but no file can be created at its path.
 TEST_F(InTheWay, IsAFailureOfTheCopyWhenItIsADanglingLink) {
   const std::string error = errorOfCopy([&](const fs::path& path) { fs::create_symlink("missing", path); });
   EXPECT_EQ(error, "Filesystem: Coulnd't copy file " + subject());
@@ -358,7 +358,7 @@ TEST_F(InTheWay, OfASingleFileIsRefusedToo) {
   expectSilence();
 }
 
-/// A file under a lease, for the end of which only an open that may block waits.
+/// A file with a lease; only a blocking open waits for the end of the lease.
 class LeasedContent : public OddSystemTest {
 protected:
   LeasedContent() {
@@ -437,7 +437,7 @@ TEST_F(OddGroup, WithoutAMemberListIsAnError) {
 }
 
 TEST_F(OddRandomSource, PassesItsErrorOn) {
-  // Boost 1.78 began to put the error's category and number behind its text.
+  // Since 1.78 Boost appends the error's category and number to its text.
   const std::string suffix = BOOST_VERSION >= 107800 ? " [system:5]" : "";
   oddSystem().getrandom = [](void*, size_t, unsigned) { return failing(EIO); };
   EXPECT_EQ(reasonOf([] { Filesystem::uniquePath("pkg-%%%%.tmp"); }),

@@ -23,7 +23,7 @@ using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
 
-/// A file, a link to it and a missing one.
+/// A file, a symlink to it and a missing file.
 class Xattr : public AttributesTest {
 protected:
   Xattr() {
@@ -125,7 +125,7 @@ TEST_F(Xattr, WithAnEmptyValueIsNotAttached) {
 }
 
 TEST_F(Xattr, IsNotAttachedThroughALink) {
-  // Links take no attributes of the user namespace: that it fails shows that the link itself was meant.
+  // Symlinks cannot have attributes of the user namespace: the failure shows that the symlink itself was used.
   const std::string before = describeTree(directory.path());
   EXPECT_EQ(errorOf([&] { Filesystem::setXattr(link, "user.value", "x"); }),
             "Filesystem: Couldn't attach user.value extended attribute to " + link.string());

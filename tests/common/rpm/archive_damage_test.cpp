@@ -38,7 +38,7 @@ const Compressor uncompressed = {"none", "w.ufdio"};
 
 class ArchiveDamage : public ArchiveTest::Fixture {
 protected:
-  /// Whether extraction fails. If it does not, it has to give what the sound package gives.
+  /// Whether extraction fails or has the same events as the undamaged package.
   bool failsOrGives(const Events& sound) const {
     const std::string error = errorOf([&] { EXPECT_EQ(extracted(), sound); });
     EXPECT_TRUE(error == contentError || error == "no error") << error;
@@ -56,7 +56,7 @@ protected:
     EXPECT_EQ(errorOf([&] { open(); }), openError);
   }
 
-  /// Makes the header claim a size for one file.
+  /// Sets the size of one file in the header.
   void claim(std::size_t index, std::uint64_t size) const {
     changeHeader(package(), [&](Header header) {
       const auto data = Common::Rpm::ownTagData(rpmtdNew());
@@ -71,7 +71,7 @@ protected:
     });
   }
 
-  /// Expects that the only file can neither be written nor read.
+  /// Expects writing and reading the only file to fail.
   void expectBadContent() const {
     const std::filesystem::path destination = m_sandbox.path() / "made";
     const auto extractWith = [&](const std::function<void(ArchiveReader&)>& use) {
@@ -103,8 +103,8 @@ TEST_P(DamagedPayload, IsNoticedWhereverThePackageIsCut) {
   }
 }
 
-// Without the help of the size in the signature header the very end of a compressed stream, at most an index and a
-// check sum, may be missing: all that is in it has been read by then.
+// Without the size in the signature header, only the last bytes of a compressed stream (an index or a checksum) may be
+// missing unnoticed, because all content has been read by then.
 TEST_P(DamagedPayload, IsNoticedAsLongAsAnythingIsMissing) {
   build(mixedPackage, GetParam());
   const Events sound = extracted();
@@ -153,7 +153,7 @@ TEST_F(ArchiveDamage, IsNoticedWhenAnEntryIsMissing) {
   }
 }
 
-// librpm passes over all that comes between the members of a hard-link group, and looks for the last of them first.
+// librpm skips all entries between the members of a hard-link group, because it looks for the last member first.
 TEST_F(ArchiveDamage, IsNoticedWhenHardLinksAreOutOfOrder) {
   build(mixedPackage, uncompressed);
   std::vector<std::string> entries = entriesOf(payloadOf(package()));
@@ -224,7 +224,7 @@ TEST_F(ArchiveDamage, CannotBeSeenWithoutDigests) {
   EXPECT_THAT(extracted(), ElementsAre("0 file /target/opt/sample/file 644 ima: content\n"));
 }
 
-// Old packages have zeros there.
+// Old packages have zeros as the digest of an empty file.
 TEST_F(ArchiveDamage, IsNotLookedForInAnEmptyFile) {
   build({.install = "mkdir -p %{buildroot}/opt; : > %{buildroot}/opt/file", .files = "/opt/file"});
   changeHeader(package(), [](Header header) {
@@ -246,7 +246,7 @@ TEST_F(ArchiveDamage, ShowsWithTheFirstEntryForAnUnknownCompressor) {
   }
 }
 
-// A payload is decompressed once, by the compressor that the header names.
+// A payload is decompressed only once, by the compressor that the header names.
 TEST_F(ArchiveDamage, IsACompressionThatTheHeaderDoesNotName) {
   build(mixedPackage, {"gzip", "w9.gzdio"});
   nameCompressor("unknown");
@@ -286,7 +286,7 @@ TEST_F(ArchiveDamage, IsNotOpenedWithANegativeSize) {
   }
 }
 
-// librpm would allocate as much, or end the process.
+// librpm would allocate this size, or abort the process.
 TEST_F(ArchiveDamage, IsNotOpenedWithALinkLongerThanAPath) {
   for (const std::uint64_t size : {std::uint64_t{4097}, std::uint64_t{1} << 62, ~std::uint64_t{0}}) {
     SCOPED_TRACE(size);

@@ -38,7 +38,7 @@ constexpr const char* contentError = "Internal: Couldn't read content from rpm p
 
 class Archive : public ArchiveTest::Fixture {
 protected:
-  /// Extracts with `regularFile` alone: the package has nothing but files.
+  /// Extracts with only the handler `regularFile`, because the package has only files.
   void extractFiles(const std::function<std::any(ArchiveReader&, const ArchiveEntry&)>& regularFile) const {
     ArchiveReader archive = open();
     archive.extract("/target", {.directory = {},
@@ -70,7 +70,7 @@ std::ptrdiff_t threads() {
   return std::distance(begin(tasks), end(tasks));
 }
 
-/// Lets the process open no more than this many descriptors.
+/// Limits the process to this many more descriptors.
 class DescriptorLimit {
 public:
   explicit DescriptorLimit(std::size_t count) {
@@ -291,7 +291,7 @@ TEST_F(Archive, FailsOnAFullDevice) {
   expectWriteError("/dev/full", "Couldn't write rpm package content to ");
 }
 
-// So little stays in a buffer until the file is closed.
+// These few bytes stay in a buffer until the file is closed.
 TEST_F(Archive, FailsOnAFullDeviceWithTheFirstBytes) {
   build(fileOf(10));
   expectWriteError("/dev/full", "Couldn't write rpm package content to ");
@@ -310,7 +310,7 @@ TEST_F(Archive, FailsAtTheLimitOfAFilesSize) {
 }
 
 TEST_F(Archive, EndsItsThreadWhenItIsGivenUp) {
-  build(fileOf(3'000'000)); // more than waits between the two threads
+  build(fileOf(3'000'000)); // more than fits into the pipe between the two threads
   {
     const ArchiveReader unread = open();
     EXPECT_EQ(threads(), 2);
@@ -366,12 +366,12 @@ TEST_F(Archive, CannotBeOpenedWithoutDescriptors) {
   GTEST_SKIP() << "the sanitizers look at an exception through a pipe of their own, which they cannot have here";
 #endif
   build(fileOf(10));
-  open(); // what librpm keeps open is open now
+  open(); // now the files that librpm keeps open are open
   {
-    const DescriptorLimit limit(1); // the file is found with one and opened with another
+    const DescriptorLimit limit(1); // one descriptor finds the file, another one opens it
     EXPECT_EQ(errorOf([&] { open(); }), "FileNotFound: Couldn't open rpm package");
   }
-  // One for the file, two for the pipe, and librpm's duplicates of the two.
+  // One for the file, two for the pipe, and librpm's duplicates of the pipe's ends.
   for (const std::size_t descriptors : {2U, 3U, 4U}) {
     const DescriptorLimit limit(descriptors);
     EXPECT_EQ(errorOf([&] { open(); }), "BadPackageFileFormat: Couldn't open rpm package for extraction");

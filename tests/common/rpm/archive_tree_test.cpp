@@ -17,7 +17,7 @@ using Support::listTree;
 
 class ArchiveTree : public ArchiveTest::Fixture {
 public:
-  /// Folders that may not be written into could not be removed.
+  /// Folders without write permission could not be removed.
   ~ArchiveTree() override {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(m_sandbox.path())) {
       if (entry.symlink_status().type() == std::filesystem::file_type::directory)
@@ -43,7 +43,7 @@ protected:
     return listTree(folder);
   }
 
-  /// What the standard tools unpack. They do not leave special files out.
+  /// The tree that the standard tools unpack. Unlike ArchiveReader they do not skip special files.
   std::string treeOfTheStandardTools() const {
     const std::filesystem::path folder = freshFolder("theirs");
     Support::runOrThrow({"bash", "-c",
@@ -124,7 +124,7 @@ TEST_P(SamplePackage, IsUnpackedAsByTheStandardTools) {
 INSTANTIATE_TEST_SUITE_P(Table, SamplePackage, testing::ValuesIn(samples()),
                          [](const auto& instance) { return instance.param.name; });
 
-// So that the comparison above is one of whole trees.
+// Proves that the comparison above covers the whole tree.
 TEST_F(ArchiveTree, IsDescribedEntryByEntry) {
   build(mixedPackage);
   const std::string file = " 7 " + std::to_string(std::hash<std::string>()("shared\n"));
@@ -160,7 +160,7 @@ TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkLeadsOut) {
   EXPECT_EQ(listTree(outside), "");
 }
 
-// Two names of the header that are one on the disk: the link, and then a file.
+// Two names in the header with the same path on disk: a symlink, then a file.
 TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkIsReplaced) {
   const std::filesystem::path outside = freshFolder("outside");
   build({.install =

@@ -48,7 +48,7 @@ TEST(RpmConfiguration, IsTriedAgainAfterAFailure) {
   EXPECT_EQ(log.text(), "");
 }
 
-/// Collects what reaches standard error.
+/// The output of `action` on standard error.
 std::string errorsOf(const std::function<void()>& action) {
   testing::internal::CaptureStderr();
   action();

@@ -26,12 +26,12 @@ namespace {
 
 using Differential::Case;
 
-/// Questions that this project answers otherwise than librpm, of some packages, and why that stays so.
+/// Queries whose result differs from librpm's for some packages, with the reason.
 struct Exception {
   std::string reason;
   std::vector<std::string> questions;
   std::set<std::string> packages;
-  const char* until = nullptr; ///< the version of librpm that answers as this project does
+  const char* until = nullptr; ///< since this version librpm has the same result
 };
 
 const std::vector<Exception> exceptions = {

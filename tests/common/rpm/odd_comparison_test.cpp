@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <rpm/rpmver.h>
 
-// Takes the place of librpm's function for this program: the library never gives such a result today.
+// Replaces librpm's function, which never returns such a value today.
 int rpmverCmp(rpmver /*first*/, rpmver /*second*/) {
   return 2;
 }

@@ -25,8 +25,8 @@ using testing::IsEmpty;
 
 struct Oddity {
   std::string name;
-  std::function<void(Header)> change; ///< of the header that rpmbuild has made
-  std::size_t excess = 0;             ///< of the size in the signature header
+  std::function<void(Header)> change; ///< changes the header that rpmbuild made
+  std::size_t excess = 0;             ///< is added to the size in the signature header
   std::string secondCondition = "two";
 
   friend void PrintTo(const Oddity& oddity, std::ostream* stream) { *stream << oddity.name; }
@@ -122,8 +122,8 @@ protected:
   void buildWith(const std::string& triggers) { build({.sections = triggers}); }
 };
 
-// rpmbuild warns of it. The second script gets no condition, and librpm would give, and free, what happened to be in
-// memory for the type of it.
+// rpmbuild only warns. The second script has no condition; for its type librpm would return, and free, uninitialised
+// memory.
 TEST_F(TriggerPackage, WithTwoScriptsForOneConditionHasConditionsAndNoTypes) {
   if (Support::librpmIsAtLeast("4.20"))
     GTEST_SKIP() << "rpmbuild refuses such a package from version 4.20 on";

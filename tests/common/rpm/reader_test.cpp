@@ -191,7 +191,7 @@ TEST_F(RpmReader, RefusesClaimsThatTheFileDoesNotFulfil) {
   }
 }
 
-// As large as that of a package of 400,000 files.
+// As large as the header of a package with 400,000 files.
 TEST_F(RpmReader, ReadsAMainHeaderOf64Megabytes) {
   const std::string label(64 * 1024 * 1024, 'x');
   Support::changeHeader(package(), [&](Header header) {
@@ -201,7 +201,7 @@ TEST_F(RpmReader, ReadsAMainHeaderOf64Megabytes) {
   EXPECT_TRUE(Reader(package().string()).tag(RPMTAG_MODULARITYLABEL) == label);
 }
 
-// The bus cuts the connection of who sends too much.
+// The bus disconnects clients that send too much.
 TEST_F(RpmReader, ReadsANameOfOneMebibyte) {
   const auto namePackage = [&](std::size_t size) {
     Support::changeHeader(package(), [&](Header header) {
@@ -228,7 +228,7 @@ TEST_F(RpmReader, ReadsAVersionOfTwoMebibytes) {
   EXPECT_TRUE(Reader(package().string()).tag(RPMTAG_VERSION) == version);
 }
 
-/// A header that claims to be as large as librpm allows, in a file that is as large and takes no room on the disk.
+/// A header that claims the largest size that librpm allows, in a sparse file of that size.
 void claimLargestHeader(const std::filesystem::path& package) {
   std::string bytes = readFile(package);
   const std::size_t main = Support::mainHeaderOffset(bytes);
@@ -237,7 +237,7 @@ void claimLargestHeader(const std::filesystem::path& package) {
   std::filesystem::resize_file(package, main + 0x0ff80000);
 }
 
-// librpm ends the process when it gets no memory, with status 1.
+// librpm ends the process with status 1 if it gets no memory.
 TEST_F(RpmReader, RefusesHeadersForWhichThereIsNoMemory) {
 #if defined(__SANITIZE_ADDRESS__)
   GTEST_SKIP() << "the sanitizer takes more address space than any limit allows";
@@ -294,7 +294,7 @@ TEST_P(RpmReaderIdentity, IsNoList) {
 INSTANTIATE_TEST_SUITE_P(Table, RpmReaderIdentity, testing::Values(RPMTAG_NAME, RPMTAG_VERSION, RPMTAG_RELEASE),
                          [](const auto& instance) { return rpmTagGetName(instance.param); });
 
-// /proc/kmsg is a regular file to stat(2), without a size, and a read waits for the next message of the kernel.
+// stat(2) reports /proc/kmsg as a regular file without a size, and reading blocks until the kernel's next message.
 TEST_F(RpmReader, RefusesTheMessagesOfTheKernel) {
   std::filesystem::create_symlink("/proc/kmsg", m_sandbox.path() / "link.rpm");
   expectUnreadable(m_sandbox.path() / "link.rpm");
@@ -369,8 +369,8 @@ TEST_F(RpmReader, RefusesAPackageSignedByAnUnknownKeyLikeADamagedOne) {
   expectUnreadable(package());
 }
 
-// Loading the keyring costs many times more than reading a package. What gives the sharing away without a clock: a
-// key that is imported after the first read stays unknown.
+// Loading the keyring takes many times longer than reading a package. The test needs no clock: a key that is imported
+// after the first read stays unknown.
 TEST_F(RpmReader, LoadsTheKeyringOnce) {
   m_sandbox.build({.name = "signed"}, m_sandbox.path() / "signed.rpm");
   const Support::OpenPgpKey key(m_sandbox);

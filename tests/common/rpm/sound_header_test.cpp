@@ -42,7 +42,7 @@ protected:
   void putNumber(rpmTagVal tag, std::uint32_t number = 0) const { headerPutUint32(m_header.get(), tag, &number, 1); }
   void putOneText(rpmTagVal tag) const { putValue(m_header.get(), tag, RPM_STRING_TYPE, "text"); }
 
-  /// A condition for one script.
+  /// Adds a condition for one script.
   void putCondition(std::uint32_t script) const {
     putText(RPMTAG_TRIGGERNAME);
     putText(RPMTAG_TRIGGERVERSION);
@@ -78,7 +78,7 @@ TEST_F(SoundHeader, KnowsWhatIsComputed) {
   EXPECT_FALSE(mayCompute(RPMTAG_LICENSE));
 }
 
-// librpm has a function for a tag that it finds in a header without the tag.
+// If librpm returns a tag that is not in the header, it computes the tag.
 TEST_F(SoundHeader, KnowsEveryTagThatLibrpmComputes) {
   int computed = 0;
   for (const std::int32_t tag : allTags()) {
@@ -134,7 +134,7 @@ TEST_F(SoundHeader, HasNoNumbersForDigests) {
   EXPECT_FALSE(hasFiles());
 }
 
-// librpm would take 300 MiB for these two, and ends the process when it cannot have what it takes.
+// librpm would allocate 300 MiB for these two, and abort the process if that fails.
 TEST_F(SoundHeader, HasNoSignaturesThatTakeMoreMemoryThanThereMayBe) {
   const std::string longest(150 * 1024 * 1024, 'A');
   putText(RPMTAG_VERITYSIGNATURES, longest.c_str());
@@ -189,7 +189,7 @@ TEST_F(SoundHeader, HasAConditionForEachTypeOfATrigger) {
   EXPECT_TRUE(mayCompute(RPMTAG_TRIGGERTYPE));
 }
 
-// librpm gives each script the conditions that name its place, and drops those that name none.
+// librpm assigns conditions to scripts by number and ignores numbers without a script.
 TEST_F(SoundHeader, MayHaveAConditionOfAScriptThatIsNotThere) {
   putText(RPMTAG_TRIGGERSCRIPTS);
   putCondition(0);
@@ -204,14 +204,14 @@ TEST_F(SoundHeader, HasAPlaceForEachCondition) {
   EXPECT_FALSE(mayCompute(RPMTAG_TRIGGERCONDS));
   putNumber(RPMTAG_TRIGGERINDEX);
   EXPECT_TRUE(mayCompute(RPMTAG_TRIGGERCONDS));
-  EXPECT_FALSE(mayCompute(RPMTAG_TRIGGERTYPE)); // there are no flags
+  EXPECT_FALSE(mayCompute(RPMTAG_TRIGGERTYPE)); // the flags are missing
 }
 
-/// Every kind of value under every tag that librpm combines with others. A crash, or a find of the sanitizers, ends it.
+/// Every type of value under every tag that librpm combines with others. A crash or a sanitizer report fails the test.
 class OddValue : public SoundHeader {
 protected:
   OddValue() {
-    // Two of each, which fit each other.
+    // Two values of each tag, which fit together.
     for (const char* name : {"one", "two"}) {
       for (const rpmTagVal tag : lists)
         putText(tag, name);
@@ -296,14 +296,14 @@ TEST_F(OddValue, DoesNotCrashLibrpmUnderAnyTag) {
   }
 }
 
-/// What is refused of a package with a single text where a list belongs, and what is not.
+/// The queries that are refused, and those that are not, if a package has a single text where a list belongs.
 class UnsoundPackage : public ArchiveTest::Fixture {
 protected:
   UnsoundPackage() {
     build({.preamble = "AutoReqProv: no\nRequires: other"});
     Support::changeHeader(package(), [](Header header) {
       headerDel(header, RPMTAG_CLASSDICT);
-      // librpm refuses a number for a text by itself, but not a single text for a list.
+      // librpm itself refuses a number in place of a text, but not a single text in place of a list.
       putValue(header, RPMTAG_CLASSDICT, RPM_STRING_TYPE, "text");
     });
   }

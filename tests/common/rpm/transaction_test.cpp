@@ -31,7 +31,7 @@ using testing::IsEmpty;
 
 class Transaction : public testing::Test {
 protected:
-  /// Puts a package into the database, and nothing on the disk.
+  /// Adds a package to the database without its files.
   void install(const PackageInput& input) const {
     const std::filesystem::path package = m_sandbox.path() / (input.name + ".rpm");
     m_sandbox.build(input, package);
@@ -56,7 +56,8 @@ protected:
   Support::RpmSandbox m_sandbox;
 };
 
-/// Nobody is asked to wait: with a terminal on standard input librpm waits for a lock that another process has.
+/// With a terminal on standard input librpm waits for a lock that another process has. Here standard input is not a
+/// terminal.
 class NoTerminal {
 public:
   NoTerminal() : m_before(dup(STDIN_FILENO)) {
@@ -75,7 +76,7 @@ private:
   int m_before;
 };
 
-/// Another process that has the lock for as long as the object lives.
+/// Another process that holds the lock while the object lives.
 class OtherProcess {
 public:
   explicit OtherProcess(rpmtxnFlags flags) {
@@ -169,7 +170,7 @@ TEST_F(Transaction, IsRefusedToAWriterWhileAnotherProcessReads) {
   EXPECT_EQ(errorOfBeginning(RPMTXN_WRITE), "Internal: Couldn't begin rpm transaction");
 }
 
-// The lock for reading is exclusive in librpm 4.18 and shared in 4.20.
+// The read lock is exclusive in librpm 4.18 and shared in 4.20.
 TEST_F(Transaction, IsRefusedToAReaderWhileAnotherProcessReadsUnlessLibrpmSharesThatLock) {
   const NoTerminal terminal;
   const OtherProcess other(RPMTXN_READ);
@@ -216,7 +217,7 @@ TEST_F(Transaction, ErasesFromTheDatabaseWhatWasQueued) {
   EXPECT_EQ(log.text(), "");
 }
 
-// The second call must not take the first one's flag away, which keeps the file on the disk.
+// The second call must keep the flag of the first, which leaves the file on disk.
 TEST_F(Transaction, AddsFlagsToThoseThatAreSet) {
   const std::filesystem::path file = m_sandbox.path() / "installed/file";
   install({.name = "only",
@@ -252,7 +253,7 @@ TEST_F(Transaction, DoesNotEraseWhatWasNeverInstalled) {
             "Internal: Couldn't add erase element to the RPM transaction");
 }
 
-// With this flag librpm answers with a positive number of problems, and does nothing.
+// With this flag librpm returns a positive number of problems and does nothing.
 TEST_F(Transaction, TakesProblemsForAnAnswer) {
   install({.name = "only"});
   RpmTransaction transaction(RPMTXN_WRITE);

@@ -18,7 +18,7 @@ struct Script {
   bool developerIsLegal = true;
   bool sourceIsLegal = true;
   bool signaturesHold = true;
-  /// Who was asked to verify, with which directory.
+  /// The calls to verify, with their directory.
   std::vector<std::string> calls = {};
 };
 

@@ -16,7 +16,7 @@ using Support::errorOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr std::int32_t ownTag = 1263687299; // librpm knows none of this number
+constexpr std::int32_t ownTag = 1263687299; // a tag number that librpm does not know
 
 class HeaderBlob : public testing::Test {
 protected:
