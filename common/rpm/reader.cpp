@@ -79,19 +79,37 @@ bool isAvailable(std::size_t memory) {
   return taken != nullptr;
 }
 
-/// Whether the file contains the headers that it claims, and there is memory for them. librpm allocates the claimed
-/// sizes, up to 64 MiB and 256 MiB, before it reads.
-bool isReadable(int file) {
+/// Where the main header begins. Nothing if the file does not contain the headers that it claims, or there is no memory
+/// for them: librpm allocates the claimed sizes, up to 64 MiB and 256 MiB, before it reads.
+std::optional<off_t> mainHeaderOffset(int file) {
   constexpr off_t leadSize = 96;
   constexpr off_t others = 16 * 1024 * 1024; // an index takes at most 2 MiB of memory, the longest list 8 MiB
   struct stat status {};
   const std::optional<off_t> signatureHeader = headerSize(file, leadSize);
   if (!signatureHeader || fstat(file, &status) != 0)
-    return false;
+    return std::nullopt;
   const off_t begin = leadSize + (*signatureHeader + 7) / 8 * 8;
   const std::optional<off_t> header = headerSize(file, begin);
-  return header && *header <= status.st_size - begin &&
-         isAvailable(static_cast<std::size_t>(*signatureHeader + *header + others));
+  if (!header || *header > status.st_size - begin ||
+      !isAvailable(static_cast<std::size_t>(*signatureHeader + *header + others)))
+    return std::nullopt;
+  return begin;
+}
+
+/// Whether librpm may convert the main header at `offset`. rpmReadPackageFile() does that to a header without an
+/// immutable region, as packages of RPM 3 have it, before anybody can check the values.
+bool mayConvert(const FileHandle& file, off_t offset) {
+  constexpr off_t introSize = 16;
+  const int descriptor = Fileno(file.get());
+  std::uint32_t firstTag = 0;
+  if (pread(descriptor, &firstTag, sizeof firstTag, offset + introSize) != sizeof firstTag)
+    return false;
+  if (ntohl(firstTag) == RPMTAG_HEADERIMMUTABLE)
+    return true;
+  if (lseek(descriptor, offset, SEEK_SET) != offset)
+    return false;
+  const HeaderHandle header = ownHeader(headerRead(file.get(), HEADER_MAGIC_YES));
+  return header && SoundHeader(header).mayCompleteProvides() && lseek(descriptor, 0, SEEK_SET) == 0;
 }
 
 /// A transaction set that shares one keyring with all others. Otherwise each set would load the keyring from the RPM
@@ -108,7 +126,8 @@ TransactionSetHandle transactionSet() {
 }
 
 HeaderHandle readHeader(const FileHandle& file, const std::string& path) {
-  if (!isReadable(Fileno(file.get())))
+  const std::optional<off_t> mainHeader = mainHeaderOffset(Fileno(file.get()));
+  if (!mainHeader || !mayConvert(file, *mainHeader))
     throw readError();
   const TransactionSetHandle set = transactionSet();
   Header found = nullptr;

@@ -98,6 +98,11 @@ constexpr Check triggers = dependencies<RPMTAG_TRIGGERNAME, RPMTAG_TRIGGERFLAGS>
 constexpr Check fileTriggers = dependencies<RPMTAG_FILETRIGGERNAME, RPMTAG_FILETRIGGERFLAGS>;
 constexpr Check transactionFileTriggers = dependencies<RPMTAG_TRANSFILETRIGGERNAME, RPMTAG_TRANSFILETRIGGERFLAGS>;
 
+/// Without versions librpm compares nothing.
+bool comparableProvides(Header header) {
+  return headerIsEntry(header, RPMTAG_PROVIDEVERSION) == 0 || provides(header);
+}
+
 /// For the conditions of triggers: librpm reads as many script numbers as there are names.
 template <rpmTagVal name, rpmTagVal index>
 bool conditions(Header header) {
@@ -222,6 +227,10 @@ bool SoundHeader::hasFiles() {
 bool SoundHeader::hasDependencies(std::int32_t tag) {
   const auto kind = std::ranges::find(kindsOfDependencies, tag, &std::pair<std::int32_t, Check>::first);
   return kind != kindsOfDependencies.end() && passes(kind->second);
+}
+
+bool SoundHeader::mayCompleteProvides() {
+  return passes(comparableProvides);
 }
 
 bool SoundHeader::passes(Check check) {

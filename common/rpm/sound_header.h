@@ -32,6 +32,10 @@ public:
   /// Whether rpmdsNew() may be called with `tag`. False if `tag` is not a kind of dependency.
   bool hasDependencies(std::int32_t tag);
 
+  /// Whether librpm may add the package itself to the list of provides, as it does to a header without an immutable
+  /// region. It compares the list with the package unless the list has no versions.
+  bool mayCompleteProvides();
+
 private:
   bool passes(Check check);
 

@@ -103,6 +103,42 @@ TEST_F(RpmReader, FallsBackToGzipForAnUncompressedPayload) {
   EXPECT_EQ(Reader(package().string()).tagOr(RPMTAG_PAYLOADCOMPRESSOR, "gzip"), "gzip");
 }
 
+/// Without an immutable region librpm compares the provides with the package while it reads the header.
+TEST_F(RpmReader, RefusesProvidesOfOtherTypesWithoutARegion) {
+  const std::uint32_t number = 8;
+  const auto isRefused = [&](rpmTagVal tag, rpmTagType type, const void* value) {
+    m_sandbox.build({}, package());
+    const auto replace = [&](Header header) {
+      headerDel(header, tag);
+      Support::putValue(header, tag, type, value);
+    };
+    Support::changeHeader(package(), replace, Support::Region::None);
+    expectUnreadable(package());
+  };
+  isRefused(RPMTAG_PROVIDENAME, RPM_INT32_TYPE, &number);
+  isRefused(RPMTAG_PROVIDENAME, RPM_BIN_TYPE, "x");
+  isRefused(RPMTAG_PROVIDENAME, RPM_STRING_TYPE, "sample");
+  isRefused(RPMTAG_PROVIDEFLAGS, RPM_INT8_TYPE, &number);
+}
+
+TEST_F(RpmReader, TakesAHeaderWithoutARegion) {
+  const auto nothing = [](Header) {};
+  Support::changeHeader(package(), nothing, Support::Region::None);
+  EXPECT_EQ(Reader(package().string()).tag(RPMTAG_NEVRA), "sample-1.0-1.noarch");
+}
+
+/// Without versions librpm compares nothing.
+TEST_F(RpmReader, TakesProvidesOfOtherTypesWithoutARegionAndVersions) {
+  const auto numbers = [](Header header) {
+    const std::uint32_t number = 8;
+    headerDel(header, RPMTAG_PROVIDEVERSION);
+    headerDel(header, RPMTAG_PROVIDENAME);
+    Support::putValue(header, RPMTAG_PROVIDENAME, RPM_INT32_TYPE, &number);
+  };
+  Support::changeHeader(package(), numbers, Support::Region::None);
+  EXPECT_EQ(Reader(package().string()).tag(RPMTAG_NAME), "sample");
+}
+
 TEST_F(RpmReader, SharesTheHeaderWithItsCopies) {
   auto reader = std::make_unique<Reader>(package().string());
   const Reader copy = *reader;

@@ -104,7 +104,7 @@ void putValue(Header header, rpmTagVal tag, rpmTagType type, const void* value, 
     throw std::runtime_error("this cannot be put under tag " + std::to_string(tag));
 }
 
-void changeHeader(const std::filesystem::path& package, const std::function<void(Header)>& change) {
+void changeHeader(const std::filesystem::path& package, const std::function<void(Header)>& change, Region region) {
   const std::string bytes = readFile(package);
   const std::size_t begin = mainHeaderOffset(bytes) + magic.size();
   std::string blob = bytes.substr(begin, payloadOffset(bytes) - begin);
@@ -112,10 +112,12 @@ void changeHeader(const std::filesystem::path& package, const std::function<void
       Common::Rpm::ownHeader(headerImport(blob.data(), static_cast<unsigned int>(blob.size()), HEADERIMPORT_COPY));
   if (!header)
     throw std::runtime_error("not a package: " + package.string());
-  // A copy has left the region behind that shields its tags; reading it again gives it one.
+  // The copy has no region, which would protect its tags from the change. headerReload() adds one.
   const auto copy = Common::Rpm::ownHeader(headerCopy(header.get()));
   change(copy.get());
-  const auto changed = Common::Rpm::ownHeader(headerReload(headerLink(copy.get()), RPMTAG_HEADERIMMUTABLE));
+  const auto changed = region == Region::None
+                           ? copy
+                           : Common::Rpm::ownHeader(headerReload(headerLink(copy.get()), RPMTAG_HEADERIMMUTABLE));
   unsigned int size = 0;
   const std::unique_ptr<void, decltype(&free)> exported(headerExport(changed.get(), &size), &free);
   writeContent(package, bytes,

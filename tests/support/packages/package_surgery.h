@@ -29,9 +29,12 @@ void hideTag(const std::filesystem::path& package, std::int32_t tag);
 /// Puts a value of any type under a tag, which librpm's own functions for the types refuse.
 void putValue(Header header, rpmTagVal tag, rpmTagType type, const void* value, rpm_count_t count = 1);
 
+enum class Region { Immutable, None };
+
 /// Changes the main header in place, the way no build tool would. The payload and the digests of the single files stay;
-/// all signatures and other digests go.
-void changeHeader(const std::filesystem::path& package, const std::function<void(Header)>& change);
+/// all signatures and other digests go. The new header has an immutable region unless `region` is None, as with RPM 3.
+void changeHeader(const std::filesystem::path& package, const std::function<void(Header)>& change,
+                  Region region = Region::Immutable);
 
 /// Makes the signature header anew, with the digest of the main header, which librpm's checks ask for. It claims that
 /// `excess` bytes more follow it than do.
