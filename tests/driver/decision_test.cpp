@@ -41,7 +41,8 @@ TEST(Decision, HonoursARemovalWhoseEarlierKeysHoldTheKey) {
   EXPECT_EQ(reasonFor({record(Event::Remove, "app", "k5", {"k3", "k4"})}), Reason::RemovedByUser);
 }
 
-// The record's chain counts, not the file's: a package signed anew with a later key is another offer to the user.
+// Only the record's key chain counts, not the file's: a package that is signed again with a later key is a new offer to
+// the user.
 TEST(Decision, PassesOverARemovalUnderAnEarlierKeyOfTheFile) {
   EXPECT_EQ(reasonFor({record(Event::Remove, "app", "k2", {"k1"})}), Reason::NotInstalled);
 }
@@ -67,7 +68,7 @@ TEST(Decision, FindsARemovalBehindOthers) {
 }
 
 Verdict verdictFor(const std::string& version, const std::string& installedVersion, const std::string& installedKey) {
-  // Records of a removal play no part for what is installed.
+  // Remove records do not matter for an installed package.
   const std::vector<RegistryRecord> records{record(Event::Remove, "app", "k3")};
   return decide(package(version), InstalledPackage{installedVersion, installedKey}, records);
 }

@@ -30,8 +30,7 @@ std::string installationLines(const std::string& message, const fs::path& path) 
   return "[E] Package installation error: " + message + "\n" + failedLine(path);
 }
 
-/// Two packages that are due, and a service that does harm to the first that the tool comes to. What is named after a
-/// package has its name.
+/// Two packages to install. The service misbehaves for `first`, the first one of the listing.
 class HostileService : public testing::Test {
 protected:
   HostileService() : HostileService(32 * mebibyte) {}
@@ -47,7 +46,7 @@ protected:
   ScriptedService::Script onQuery() { return m_device.service().onGetPackage(first.stem()); }
   ScriptedService::Script onInstallation() { return m_device.service().onInstall(first); }
 
-  /// The tool installs the second package whatever became of the first one.
+  /// Expects `firstLines` for the first package, and that the second one is installed.
   void expectLog(const Device::Run& run, const std::string& firstLines) const {
     EXPECT_EQ(run.log, firstLines + installedLine(second) + timeLine);
     EXPECT_EQ(run.status, 0);
@@ -146,8 +145,7 @@ TEST_F(HostileService, HasItsWordsWrittenAsTheyStand) {
 }
 
 TEST_F(HostileService, MayFailWithLongWords) {
-  const std::string name =
-      "velta.KRV.Error.PackageNotExist." + std::string(223, 'x'); // 255 bytes, as long as names get
+  const std::string name = "velta.KRV.Error.PackageNotExist." + std::string(223, 'x'); // 255 bytes, the longest name
   const std::string message(8 * mebibyte, 'm');
   onQuery().fail(name, message);
   onInstallation().fail(name, message);
@@ -171,7 +169,7 @@ class HostileServiceOnAWideBus : public HostileService {
 protected:
   HostileServiceOnAWideBus() : HostileService(128 * mebibyte) {}
 
-  /// So many bytes; less with AddressSanitizer, which copies a growing message each time that it grows.
+  /// `count` MiB; less with AddressSanitizer, which copies a growing message each time it grows.
   static std::size_t mebibytes(std::size_t count) { return count * mebibyte / (Device::isSanitized() ? 4 : 1); }
 };
 

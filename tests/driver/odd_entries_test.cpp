@@ -27,7 +27,7 @@ class OddEntries : public testing::Test {
 protected:
   fs::path in(const std::string& name) const { return m_device.preinstallDirectory() / name; }
 
-  /// The log of a run in which every entry has its expected lines, or is installed.
+  /// The expected log: each entry has its lines in `linesOf`, or is installed.
   std::string expectedLog(const std::map<std::string, std::string>& linesOf) const {
     std::string log;
     for (const fs::path& path : m_device.entries()) {

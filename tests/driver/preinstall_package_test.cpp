@@ -158,11 +158,11 @@ TEST_F(Preinstall, NeverReadsTheRegistryAgainAfterASuccess) {
   ASSERT_TRUE(m_device.service().waitForCalls(2));
   writeFile(m_device.registry(), removal(paths[1].stem(), keyId("alice")));
   m_device.service().release();
-  // The first read found no registry at all, and that was a success.
+  // The first read found no registry, which is a success.
   EXPECT_EQ(Device::finish(*tool).log, installedLine(paths[0]) + installedLine(paths[1]) + timeLine);
 }
 
-// The registry cache, of a caller in the same process
+// The registry cache of a caller in the same process
 
 static_assert(std::is_same_v<RegistryCache, std::optional<std::vector<Core::KRV::RegistryRecord>>>);
 
@@ -215,7 +215,7 @@ struct Update {
   const char* release;
   const char* installedVersion;
   const char* installedDeveloper;
-  const char* refusal; ///< the line without its path; nothing when it is to be installed
+  const char* refusal; ///< the log line without its path; null if it is installed
 };
 
 class PreinstallUpdate : public Preinstall, public testing::WithParamInterface<Update> {};
@@ -232,17 +232,17 @@ TEST_P(PreinstallUpdate, FollowsTheVersionAndTheDeveloper) {
   EXPECT_FALSE(fs::exists(m_device.root() / "var")) << "the registry plays no part for an installed package";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, PreinstallUpdate,
-    testing::Values(Update{"1.0", "2", "1.0-1", "alice-3", nullptr}, Update{"1.0", "2", "1.0-1", "alice-2", nullptr},
-                    Update{"1.10", "1", "1.9-7", "alice", nullptr},
-                    Update{"1.0", "2", "1.0-1", "bob", otherDeveloperLine.c_str()},
-                    Update{"1.0", "1", "1.0-1", "alice-3", notNewerLine.c_str()},
-                    Update{"1.0", "1", "1.0-2", "alice-3", notNewerLine.c_str()},
-                    Update{"1.0", "1", "1.0-2", "bob", notNewerLine.c_str()},
-                    // The file's epoch is not used, the installed version's own text is taken as it is.
-                    Update{"1.0", "1", "2.0-1", "alice-3", notNewerLine.c_str()},
-                    Update{"3.0", "1", "1:2.0-1", "alice-3", notNewerLine.c_str()}));
+INSTANTIATE_TEST_SUITE_P(Table, PreinstallUpdate,
+                         testing::Values(Update{"1.0", "2", "1.0-1", "alice-3", nullptr},
+                                         Update{"1.0", "2", "1.0-1", "alice-2", nullptr},
+                                         Update{"1.10", "1", "1.9-7", "alice", nullptr},
+                                         Update{"1.0", "2", "1.0-1", "bob", otherDeveloperLine.c_str()},
+                                         Update{"1.0", "1", "1.0-1", "alice-3", notNewerLine.c_str()},
+                                         Update{"1.0", "1", "1.0-2", "alice-3", notNewerLine.c_str()},
+                                         Update{"1.0", "1", "1.0-2", "bob", notNewerLine.c_str()},
+                                         // The file's epoch is ignored; the installed version is compared as it is.
+                                         Update{"1.0", "1", "2.0-1", "alice-3", notNewerLine.c_str()},
+                                         Update{"3.0", "1", "1:2.0-1", "alice-3", notNewerLine.c_str()}));
 
 TEST_F(Preinstall, UpdatesOverAVersionThatCannotBeParsed) {
   const fs::path path = m_device.add({});

@@ -32,7 +32,7 @@ protected:
   Device m_device;
 };
 
-/// What a whole run says depends on the bus where the service goes.
+/// Runs whose log depends on the bus, because the service is missing or disappears.
 class RunOnBus : public Support::AnyBus {
 protected:
   void SetUp() override {
@@ -224,7 +224,7 @@ TEST_F(Run, EndsAllTheSameWhenNobodyCanReadItsLog) {
   EXPECT_EQ(m_device.service().calls().size(), 2U);
 }
 
-/// Runs of a tool that does not find its standard streams as it should.
+/// Runs with closed or broken standard streams.
 class RunWithOddStreams : public Run {
 protected:
   RunWithOddStreams() {
@@ -233,7 +233,7 @@ protected:
   }
 
   Support::ProcessResult runAfter(const std::function<void()>& beforeStart) {
-    // SQLite leaves memory behind when librpm's database must not grow.
+    // SQLite leaks memory if librpm's database cannot grow.
     Support::Process tool({Support::program("krv-pre-installer")},
                           {{"KRV_ROOT_FS", m_device.root().string()}, {"ASAN_OPTIONS", "detect_leaks=0"}}, ".",
                           beforeStart);
@@ -249,12 +249,12 @@ protected:
     return calls;
   }
 
-  /// What a descriptor of a running tool leads to.
+  /// The target of a descriptor of a running tool.
   static fs::path streamOf(const Support::Process& tool, int number) {
     return fs::read_symlink("/proc/" + std::to_string(tool.id()) + "/fd/" + std::to_string(number));
   }
 
-  /// Leads a stream into a pipe that nobody reads.
+  /// Replaces a descriptor by a pipe without a reader.
   static void breakStream(int number) {
     int ends[2];
     if (pipe(ends) != 0)
@@ -270,7 +270,7 @@ TEST_F(RunWithOddStreams, GoesOnWhenTheReaderOfItsLogGoesAway) {
   EXPECT_EQ(m_device.service().calls(), allCalls());
 }
 
-// librpm writes to standard error, at times while its own handlers of signals are in place.
+// librpm writes to standard error, sometimes while its own signal handlers are installed.
 TEST_F(RunWithOddStreams, GoesOnWhenTheReaderOfItsErrorsGoesAway) {
   const fs::path sealed = m_device.add({.name = "sealed"}, "");
   const Support::OpenPgpKey key(m_device.rpm());
@@ -292,7 +292,7 @@ TEST_F(RunWithOddStreams, PutsNothingElseInThePlaceOfAClosedOne) {
   };
   const auto withoutOutput = closing({STDOUT_FILENO});
   const auto withoutAny = closing({STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO});
-  // Each has everything open that it ever opens when it asks for its first installation.
+  // When the tools ask for their first installation, all descriptors that they ever open are open.
   ASSERT_TRUE(m_device.service().waitForCalls(4));
   EXPECT_EQ(streamOf(*withoutOutput, STDOUT_FILENO), "/dev/null");
   for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})

@@ -19,7 +19,7 @@ using Support::Fault;
 using Support::SeenCall;
 using Support::SupervisedResult;
 
-/// Programs of the system under supervision.
+/// Runs programs of the system under supervision.
 class Supervised : public testing::Test {
 protected:
   void SetUp() override {
@@ -32,7 +32,7 @@ protected:
     return Support::runSupervised(command, {{"LC_ALL", "C"}}, folder.path(), fault);
   }
 
-  /// The last call of that name in an undisturbed run.
+  /// The last call with that name in a run without a fault.
   SeenCall lastCall(const std::vector<std::string>& command, const std::string& name) const {
     const std::vector<SeenCall> calls = run(command).calls;
     const auto found = std::find_if(calls.rbegin(), calls.rend(), [&](const auto& call) { return call.name == name; });

@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 using Support::getPackageCall;
 using Support::installCall;
 
-/// What a system bus lets nobody do unless the policy of a service allows it.
+/// The default policy of a system bus: everything that a service's policy must allow is denied.
 const std::string barePolicies = "  <policy context=\"default\">\n"
                                  "    <allow user=\"*\"/>\n"
                                  "    <deny own=\"*\"/>\n"
@@ -37,11 +37,11 @@ const std::string barePolicies = "  <policy context=\"default\">\n"
                                  "    <allow own=\"org.freedesktop.systemd1\"/>\n"
                                  "  </policy>\n";
 
-/// The same with the example of a policy for the service.
+/// The same with the example policy for the service.
 const std::string stockPolicies =
     barePolicies + "  <include>" KRV_SOURCE_DIRECTORY "/packaging/dbus/velta.KRV.conf.example</include>\n";
 
-/// Calls a method of the service with a text, and returns the name of the error; nothing when there is none.
+/// Calls a method of the service with a string argument. Returns the name of the error; nothing after success.
 std::string errorOf(const char* interface, const char* method) {
   sd_bus* connection = nullptr;
   if (sd_bus_open_system(&connection) < 0)

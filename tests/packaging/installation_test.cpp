@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The project as `cmake --install` puts it below a folder.
+/// The project, installed with `cmake --install` into a temporary folder.
 class Installation : public testing::Test {
 protected:
   Installation() {
@@ -26,7 +26,7 @@ protected:
 
   fs::path installed(const fs::path& path) const { return m_directory / path.relative_path(); }
 
-  /// All that is no folder below the prefix, in order, with its permissions in octal.
+  /// All entries below the prefix except folders, sorted, with octal permissions.
   std::string files() const {
     std::vector<std::string> lines;
     const fs::path prefix = installed(KRV_INSTALL_PREFIX);
@@ -65,7 +65,7 @@ TEST_F(Installation, HasTheseFilesAndNoOthers) {
                      "644 share/man/man8/krv-pre-installer.8.gz\n");
 }
 
-/// What the documents of a folder link to, relative to that folder; places on the web are left out.
+/// The relative links in the documents of a folder; web links are left out.
 std::set<fs::path> linksOf(const fs::path& folder) {
   static const std::regex link("\\]\\(([^)#]+)[^)]*\\)");
   std::set<fs::path> links;

@@ -17,7 +17,7 @@ SCRIPT = ""
 HEADERS = {"driver/run.h": "", "driver/log/log_message.h": "", "common/error/error.h": "", "core/registry.h": "",
            "service/krv_proxy.h": "", "tests/support/process/process.h": "", "common/rpm/reader.h": ""}
 
-# Kind of breach: the file, its text, and the finding.
+# The name of each breach, with the file, its text and the expected finding.
 BREACHES = {
     "upper floor": ("core/a.cpp", '#include "driver/run.h"\n', "1: core (floor 2) includes driver/run.h of driver (floor 3)"),
     "same floor": ("core/a.cpp", '#include "service/krv_proxy.h"\n',

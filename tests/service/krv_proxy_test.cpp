@@ -32,21 +32,21 @@ namespace {
 using namespace Support;
 using Calls = std::vector<ReceivedCall>;
 
-/// The log of the query, and after it what came back.
+/// The log of the query, followed by its result.
 std::string query(const KrvProxy& proxy, const std::string& name) {
   const CapturedLog log;
   const std::optional<InstalledPackage> package = proxy.getPackage(name);
   return log.text() + (package ? package->version + " by " + package->developerKeyId : "nothing");
 }
 
-/// The log of the installation, and after it the result.
+/// The log of the installation, followed by its result.
 std::string installation(KrvProxy& proxy, const std::string& path) {
   const CapturedLog log;
   const bool result = proxy.install(path);
   return log.text() + (result ? "true" : "false");
 }
 
-/// The log of the proxy's making, and after it whether there is one.
+/// The log of create(), followed by whether it returned a proxy.
 std::string creation() {
   const CapturedLog log;
   const std::optional<KrvProxy> proxy = KrvProxy::create();
@@ -430,7 +430,7 @@ TEST_P(ProxyCreation, FailsWithoutTheService) {
   EXPECT_EQ(monitor.callsBefore("RequestName"),
             (Calls{callToTheBus("Hello", "", ""), callToTheBus("NameHasOwner", "s", R"("velta.KRV")"),
                    callToTheBus("StartServiceByName", "su", R"("velta.KRV" 0)"),
-                   // The service comes.
+                   // The service connects.
                    callToTheBus("Hello", "", "")}));
   EXPECT_EQ(creation(), "a proxy");
 }

@@ -27,7 +27,7 @@ using Support::readFile;
 
 const std::string tool = "krv-package-signature: ";
 
-/// The hand tool, run in a folder with the package "a.rpm" that nobody has signed.
+/// Runs the tool in a folder with the unsigned package "a.rpm".
 class PackageSignatureTool : public testing::Test {
 protected:
   PackageSignatureTool() { m_sandbox.build({}, folder() / "a.rpm"); }
@@ -41,7 +41,7 @@ protected:
     return Support::run(arguments, environment, folder());
   }
 
-  /// Runs "sign" with the key of `name`, and further arguments.
+  /// Runs "sign" with the key of `name` and further arguments.
   ProcessResult signAs(const std::string& name, const std::vector<std::string>& rest,
                        const Support::Environment& environment = {}) const {
     std::vector<std::string> arguments = {"sign", "--key", Pki::instance().key(name), "--cert",
@@ -60,7 +60,7 @@ protected:
     return Pki::instance().key(name).string() + "," + Pki::instance().certificate(name).string();
   }
 
-  /// The names in the folder, so that a test sees what was left behind.
+  /// The names in the folder, to find files that were left behind.
   std::vector<std::string> names() const {
     std::vector<std::string> result;
     for (const auto& entry : std::filesystem::directory_iterator(folder()))
@@ -312,7 +312,7 @@ TEST_F(PackageSignatureTool, FinishesThePackageWhenItIsInterrupted) {
   }
 }
 
-/// "sign" as alice, stopped after it has opened its package: a file of certificates is read next.
+/// Runs "sign" as alice and stops it after it has opened the package, when it reads a file of certificates.
 class StoppedSigning : public PackageSignatureTool {
 protected:
   StoppedSigning() {
@@ -321,7 +321,7 @@ protected:
     victimBefore = readFile(victim);
   }
 
-  /// Starts, calls `change` once the tool has stopped, and lets it go on.
+  /// Starts the tool, calls `change` when it has stopped, and continues it.
   template <typename Change>
   ProcessResult sign(const std::string& path, Change change) const {
     const Pki& pki = Pki::instance();
@@ -435,7 +435,7 @@ TEST_F(PackageSignatureTool, TellsItsVersion) {
 TEST_F(PackageSignatureTool, RefusesWrongUsage) {
   const struct {
     std::vector<std::string> arguments;
-    std::string message; ///< with the words of CLI11, which are the same from version 2.1 on
+    std::string message; ///< the text is CLI11's, the same since version 2.1
   } cases[] = {
       {{}, "A subcommand is required"},
       {{"list"}, "A subcommand is required"},
