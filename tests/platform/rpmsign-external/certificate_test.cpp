@@ -16,7 +16,7 @@ using PackageSignatures::subgroupToString;
 
 class CertificateTest : public PackageTest {
 protected:
-  /// Signs the package with a fresh certificate. `extensions` are in the form of `openssl req -addext`.
+  /// Signs the package with a new certificate. `extensions` are in the form of `openssl req -addext`.
   void signWith(const std::string& subject, const std::vector<std::string>& extensions) const {
     std::vector<std::string> command = {"openssl",
                                         "req",

@@ -25,8 +25,8 @@ constexpr std::size_t firstEntryOffset = 112;
 constexpr std::string_view containerTag{"\x4b\x52\x56\x43", 4};
 constexpr std::size_t mostSignatures = 256 * 1024;
 
-/// Takes the DER value at the front of `bytes` and encodes it anew. The `chosen`-th of the values in it gets a length
-/// of one byte more than it needs; `count` counts them.
+/// Removes the first DER value from `bytes` and encodes it again. The length of nested value number `chosen` gets one
+/// byte more than it needs; `count` counts the values.
 std::string lengthened(std::string_view& bytes, std::size_t chosen, std::size_t& count) {
   const char tag = bytes.at(0);
   const auto first = static_cast<unsigned char>(bytes.at(1));
@@ -61,7 +61,7 @@ protected:
     Support::writeFile(package(), Support::readFile(package()).replace(offset, bytes.size(), bytes));
   }
 
-  /// Where the entry of the container begins; its type, offset and count follow in steps of four bytes.
+  /// The offset of the container's entry. Its type, offset and count follow, four bytes each.
   std::size_t containerEntry() const { return Support::readFile(package()).find(containerTag, firstEntryOffset); }
 
   bool readsAs(const std::string& container) const {
@@ -118,14 +118,14 @@ TEST_F(Reading, GivesNothingForWhatIsNoRegularFile) {
 }
 
 TEST_F(Reading, DoesNotReadWhatHasNoSize) {
-  // Reading this one waits for the next message of the kernel.
+  // Reading /proc/kmsg blocks until the kernel's next message.
   std::filesystem::create_symlink("/proc/kmsg", inSandbox("kmsg"));
   EXPECT_FALSE(FileWithCmses::fromPath(inSandbox("kmsg")));
 }
 
 TEST_F(Reading, WaitsForTheHolderOfALease) {
   Support::sign(package(), "alice");
-  const auto before = std::signal(SIGIO, SIG_IGN); // tells the holder that somebody waits
+  const auto before = std::signal(SIGIO, SIG_IGN); // the signal that tells the holder of the lease about the open
   const int holder = open(package().c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(fcntl(holder, F_SETLEASE, F_WRLCK), 0) << std::generic_category().message(errno);
   auto reading = std::async(std::launch::async, [this] { return isReadable(); });
@@ -302,7 +302,7 @@ TEST_F(Reading, TakesAsManySignaturesAsThereIsRoomFor) {
 TEST_F(Reading, RefusesMoreSignaturesThanCostASecond) {
   Support::sign(package(), "alice");
   const std::string one = container();
-  // All of them are good, and they lie where a reader looks for them.
+  // Every signature is valid and at the expected place.
   std::string header("\x8e\xad\xe8\x01\0\0\0\0\0\0\0\1", 12);
   std::string many;
   while (many.size() <= mostSignatures)

@@ -18,7 +18,7 @@ class Rotation : public PackageTest {
 protected:
   using Chain = std::vector<std::string>;
 
-  /// One link as stock OpenSSL makes it, so that anything can be signed by anybody.
+  /// A link made with the openssl program, with any signer and any text.
   std::string link(const std::string& name, const std::string& text,
                    const std::vector<std::string>& options = {}) const {
     Support::writeFile(inSandbox("text"), text);
@@ -32,7 +32,7 @@ protected:
     return link(name, "krv-key-rotation:" + pki().keyId(next));
   }
 
-  /// Signs the package with a true signature by `name` whose rotation attributes are `values`, each one DER.
+  /// Signs the package as `name`, with a valid signature and the rotation attributes `values`, each in DER.
   void signWithAttributes(const std::string& name, const Chain& values) const {
     replaceContainer(package(), cmsWithAttribute(name, {"2.25.157019916226857759528849042802738373896.3", values}));
   }
@@ -120,7 +120,7 @@ TEST_F(Rotation, NeverTrustsAnAuthorityInALink) {
 }
 
 TEST_F(Rotation, RefusesALinkWhoseSignatureDoesNotHold) {
-  // The text is replaced by the one that would be needed; the signature is for the other.
+  // The text is replaced by the expected one; the signature is still for the old text.
   const std::string forged = replaced(linkTo("alice", "alice-2"), pki().keyId("alice-2"), pki().keyId("bob"));
   signWithChain("bob", {forged});
   EXPECT_EQ(previous(), keyIds({"alice"}));

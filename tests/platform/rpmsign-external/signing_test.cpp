@@ -11,10 +11,10 @@ using PackageSignatures::replaceContainer;
 using PackageSignatures::SigningError;
 using PackageSignatures::SigningKey;
 
-/// The most data that RPM reads in a signature header.
+/// RPM's limit for the data of a signature header.
 constexpr std::size_t mostData = 64 * 1024 * 1024;
 
-/// The most bytes of signatures that are read.
+/// The limit for the signatures of a package.
 constexpr std::size_t mostSignatures = 256 * 1024;
 
 class Signing : public PackageTest {
@@ -36,7 +36,7 @@ protected:
   }
   std::string content() const { return Support::readFile(package()).substr(contentOffset()); }
 
-  /// What `rpm -K` says of the package.
+  /// The output of `rpm -K` for the package.
   std::string digests() const { return Support::run({"rpm", "-K", package()}).output; }
 
   std::string openPgpSignature() const {
@@ -147,7 +147,7 @@ TEST_F(Signing, RefusesMoreSignaturesThanAreRead) {
 }
 
 TEST_F(Signing, RefusesMoreDataThanRpmReads) {
-  // The region, which the header does not have yet, and one byte of signatures come to the data of the tag.
+  // The tag's data gets two additions: the region, which the header does not have yet, and one byte of signatures.
   constexpr std::size_t others = 16 + 1;
   writeHeader(1, mostData - others + 1);
   const std::string before = Support::readFile(package());
@@ -170,7 +170,7 @@ TEST_F(Signing, RefusesAKeyThatDefinesItsCurve) {
 }
 
 TEST_F(Signing, RefusesAnEntryTooMany) {
-  // With the container and the region, which the header does not have yet, there are two more.
+  // Signing adds two entries: the container and the region, which the header does not have yet.
   writeHeader(31, 1);
   const std::string before = Support::readFile(package());
   EXPECT_EQ(failure([&] { Support::sign(package(), "alice"); }),

@@ -229,7 +229,7 @@ TEST_F(Verification, NeverTakesAFlippedBitForAnotherSigner) {
     if (!changed || !changed->verifyCmses(pki().trustedCa().c_str())) {
       ++refused;
     } else {
-      // A few bytes, such as version numbers, are signed by nobody.
+      // A few bytes, such as version numbers, are not signed.
       EXPECT_EQ(onlyCms().certificate()->keyId(), pki().keyId("alice-2")) << bit;
       EXPECT_EQ(onlyCms().rotationChain().previousKeyids(), std::vector{pki().keyId("alice")}) << bit;
     }
