@@ -4,8 +4,8 @@
 
 #include "common/error/dbus_error.h"
 #include "common/error/error.h"
+#include "common/text/utf8.h"
 #include "driver/log/log_message.h"
-#include "sandbox/utf8.h"
 
 #include <sdbus-c++/Error.h>
 
@@ -25,7 +25,7 @@ constexpr std::size_t longestReason = 4096;
   reason = reason.substr(0, longestReason);
   const Common::DBusErrorInfo info = Common::fromCode(code);
   LogMessage(LogLevel::Error) << call << ": " << info.shortName << ": " << reason;
-  throw sdbus::Error(sdbus::Error::Name(info.name), asUtf8(reason));
+  throw sdbus::Error(sdbus::Error::Name(info.name), Common::asUtf8(reason));
 }
 
 ErrorCode codeOf(const Common::Error& error) {

@@ -3,9 +3,9 @@
 #include "sandbox/calls.h"
 
 #include "common/error/error.h"
+#include "common/text/utf8.h"
 #include "sandbox/attend.h"
-#include "sandbox/package_store.h"
-#include "sandbox/utf8.h"
+#include "sandbox/store/package_store.h"
 #include "service/bus_names.h"
 
 #include <sdbus-c++/sdbus-c++.h>
@@ -58,10 +58,10 @@ Description describe(const StoredPackage& package) {
   Description description{{"general.name", package.name},
                           {BusNames::versionKey, withoutEpoch(package.version)},
                           {"general.source", package.source},
-                          {BusNames::developerKeyIdKey, package.developerKeyId},
-                          {"certificate.subgroup", package.developerSubgroup}};
+                          {BusNames::developerKeyIdKey, package.developer.keyId},
+                          {"certificate.subgroup", package.developer.subgroup}};
   for (auto& [key, value] : description)
-    value = asUtf8(value);
+    value = Common::asUtf8(value);
   return description;
 }
 

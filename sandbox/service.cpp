@@ -4,7 +4,7 @@
 
 #include "common/posix/file_descriptor.h"
 #include "sandbox/calls.h"
-#include "sandbox/package_store.h"
+#include "sandbox/store/package_store.h"
 #include "service/bus_names.h"
 
 #include <sdbus-c++/sdbus-c++.h>

@@ -4,7 +4,7 @@
 
 #include "common/error/error.h"
 #include "common/posix/blocked_signals.h"
-#include "common/rpm/file_list.h"
+#include "common/rpm/file_entry.h"
 #include "driver/log/log_message.h"
 
 #include <rpm/rpmarchive.h>

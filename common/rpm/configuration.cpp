@@ -6,10 +6,8 @@
 
 #include <rpm/rpmlib.h>
 #include <rpm/rpmlog.h>
-#include <rpm/rpmmacro.h>
 
 #include <cstdio>
-#include <string>
 
 namespace Common::Rpm {
 
@@ -32,17 +30,6 @@ void ensureRpmConfig() {
 
 bool isRpmConfigured() {
   return configured;
-}
-
-void setDatabaseFolder(const std::filesystem::path& folder) {
-  ensureRpmConfig();
-  std::string body;
-  for (const char character : folder.string()) {
-    body += character;
-    if (character == '%') // it would begin the name of another macro
-      body += character;
-  }
-  rpmPushMacro(nullptr, "_dbpath", nullptr, body.c_str(), RMIL_CMDLINE);
 }
 
 } // namespace Common::Rpm

@@ -12,11 +12,6 @@
 
 namespace Common::Rpm {
 
-/// For RpmTransaction::addFlags(): run() changes the database and nothing else. No file is touched; no script, trigger
-/// or plugin runs.
-inline constexpr rpmtransFlags databaseOnly = RPMTRANS_FLAG_JUSTDB | RPMTRANS_FLAG_NOSCRIPTS | _noTransScripts |
-                                              RPMTRANS_FLAG_NOTRIGGERS | _noTransTriggers | RPMTRANS_FLAG_NOPLUGINS;
-
 /// A locked transaction on the RPM database under the system root. The last copy releases the lock. Only one at a time
 /// per process. Only for the single thread of the program.
 class RpmTransaction {
@@ -37,18 +32,10 @@ public:
   /// Internal "Couldn't add erase element to the RPM transaction", also if the package is not from the database.
   void erase(const Reader& reader);
 
-  /// Adds a package to the database at once, without its files and scripts and beside any other of its name. The lock
-  /// must be one for writing. Throws Common::Error: Internal "Couldn't record package in the RPM database".
-  void record(const Reader& reader);
-
   /// Removes the queued packages without checking dependencies. Returns normally also if librpm found problems and did
   /// nothing. Throws Common::Error: Internal "Couldn't run rpm transaction" if it failed, for example in a package's
   /// script; other packages may have been removed by then.
   void run();
-
-  /// How many errors librpm has reported in this process so far. A walk over a database that turns out to be damaged
-  /// ends like any other; this is the one place where the difference shows.
-  static int reportedErrors();
 
   /// An iterator over all installed packages. If the database cannot be opened, librpm reports it on standard error and
   /// the iterator has no packages.
@@ -63,6 +50,8 @@ public:
   /// duplicates, without versions. For a rich dependency it is the first word. Empty if `tag` is not a kind of
   /// dependency, or if the header's values do not fit together.
   static std::vector<std::string> dependencyNames(const Reader& reader, std::int32_t tag);
+
+  TransactionLockHandle lock() const { return m_lock; }
 
 private:
   TransactionSetHandle m_set;

@@ -8,14 +8,11 @@
 #include "tests/support/process/temp_directory.h"
 
 #include <gmock/gmock.h>
-#include <rpm/rpmmacro.h>
 #include <rpm/rpmtag.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <memory>
 
 namespace {
 
@@ -67,18 +64,6 @@ TEST(RpmConfiguration, LetsNoticesGoToStandardError) {
               testing::StartsWith("a notice\n"));
   std::fflush(stdout);
   EXPECT_EQ(log.text(), "");
-}
-
-// librpm expands macros in the path once more.
-TEST(RpmConfiguration, TakesPercentSignsInTheDatabasesFolderAsTheyAre) {
-  const Support::RpmSandbox sandbox;
-  for (const char* name : {"100%", "%{name}", "%%_dbpath", "%(echo x)"}) {
-    const std::filesystem::path folder = sandbox.path() / name;
-    Common::Rpm::setDatabaseFolder(folder);
-    const std::unique_ptr<char, decltype(&std::free)> path(rpmExpand("%{_dbpath}", nullptr), &std::free);
-    EXPECT_EQ(path.get(), folder.string());
-    rpmPopMacro(nullptr, "_dbpath");
-  }
 }
 
 } // namespace

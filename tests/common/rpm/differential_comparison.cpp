@@ -2,9 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/differential_comparison.h"
 
+#include "acceptance/file_list.h"
 #include "common/error/error.h"
 #include "common/rpm/archive.h"
-#include "common/rpm/file_list.h"
+#include "common/rpm/file_entry.h"
 #include "tests/support/extraction/extract_tree.h"
 #include "tests/support/process/process.h"
 #include "tests/support/process/temp_directory.h"
@@ -145,7 +146,7 @@ private:
 
   std::string ourFiles() const {
     std::ostringstream lines;
-    for (const Common::Rpm::PackagedFile& file : Common::Rpm::fileList(*m_reader))
+    for (const Acceptance::PackagedFile& file : Acceptance::fileList(*m_reader))
       lines << file.name << ' ' << file.size << ' ' << std::oct << static_cast<unsigned>(file.permissions) << std::dec
             << ' ' << file.digest << ' ' << file.target << '\n';
     return lines.str();

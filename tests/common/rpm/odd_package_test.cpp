@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Packages with values that do not fit each other, all of which librpm's own tools take.
-#include "common/rpm/file_list.h"
+#include "acceptance/file_list.h"
 #include "common/rpm/transaction.h"
 #include "tests/common/rpm/archive_fixture.h"
 #include "tests/support/diagnostics/thrown.h"
@@ -110,7 +110,7 @@ TEST_P(OddPackage, HasItsDependencies) {
 }
 
 TEST_P(OddPackage, HasItsFiles) {
-  EXPECT_EQ(Common::Rpm::fileList(Reader(package().string())).size(), 8U);
+  EXPECT_EQ(Acceptance::fileList(Reader(package().string())).size(), 8U);
   EXPECT_EQ(extracted(), m_sound);
 }
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "acceptance/file_list.h"
 #include "common/rpm/archive.h"
-#include "common/rpm/file_list.h"
 #include "common/rpm/sound_header.h"
 #include "common/rpm/transaction.h"
 #include "tests/common/rpm/archive_fixture.h"
@@ -238,7 +238,7 @@ protected:
       reader.texts(tag);
       RpmTransaction::dependencyNames(reader, tag);
     }
-    errorOf([&] { Common::Rpm::fileList(reader); });
+    errorOf([&] { Acceptance::fileList(reader); });
     errorOf(
         [&] { ArchiveReader::openFileList(reader).forEachFile("/target", [](const Common::Rpm::ArchiveEntry&) {}); });
   }
@@ -264,7 +264,7 @@ protected:
 TEST_F(OddValue, IsNoneInTheFixture) {
   EXPECT_TRUE(hasFiles());
   const Reader reader(m_header);
-  EXPECT_EQ(Common::Rpm::fileList(reader).size(), 2U);
+  EXPECT_EQ(Acceptance::fileList(reader).size(), 2U);
   for (const rpmTagVal tag : {RPMTAG_FILECLASS, RPMTAG_FILENAMES, RPMTAG_INSTFILENAMES, RPMTAG_ORIGFILENAMES,
                               RPMTAG_FILEREQUIRE, RPMTAG_REQUIRENEVRS, RPMTAG_SUGGESTNEVRS, RPMTAG_PROVIDENEVRS})
     EXPECT_EQ(reader.texts(static_cast<std::int32_t>(tag)).size(), 2U) << tag;
@@ -330,7 +330,7 @@ TEST_F(UnsoundPackage, HasNoListOfFiles) {
   const std::string error = "BadPackageFileFormat: Couldn't open rpm package for extraction";
   EXPECT_EQ(errorOf([&] { ArchiveReader::openFileList(package().string()); }), error);
   EXPECT_EQ(errorOf([&] { open(); }), error);
-  EXPECT_EQ(errorOf([&] { Common::Rpm::fileList(Reader(package().string())); }),
+  EXPECT_EQ(errorOf([&] { Acceptance::fileList(Reader(package().string())); }),
             "BadPackageFileFormat: Couldn't read the list of files of the package");
 }
 
@@ -344,7 +344,7 @@ TEST_F(UnsoundPackage, IsNoneThatRpmbuildMakes) {
                   "%changelog\n* Sat Jan 01 2000 Somebody <somebody@example.org> - 1.0-1\n- made"};
   build(input);
   const Reader reader(package().string());
-  EXPECT_EQ(Common::Rpm::fileList(reader).size(), 3U);
+  EXPECT_EQ(Acceptance::fileList(reader).size(), 3U);
   for (const rpmTagVal tag :
        {RPMTAG_NEVRA, RPMTAG_FILENAMES, RPMTAG_FILECLASS, RPMTAG_FILEREQUIRE, RPMTAG_TRIGGERCONDS, RPMTAG_TRIGGERTYPE,
         RPMTAG_FILETRIGGERCONDS, RPMTAG_FILETRIGGERTYPE, RPMTAG_TRANSFILETRIGGERCONDS, RPMTAG_TRANSFILETRIGGERTYPE,

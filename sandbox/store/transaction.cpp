@@ -1,0 +1,259 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "sandbox/store/transaction.h"
+
+#include "common/error/error.h"
+#include "driver/log/log_message.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Sandbox {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Common::Error;
+using Common::ErrorCode;
+using Common::Posix::FileDescriptor;
+
+constexpr const char* folderName = "transaction";
+constexpr const char* newFiles = "new";
+constexpr const char* oldFiles = "old";
+constexpr const char* journal = "journal";
+constexpr const char* header = "header";
+
+/// To be called before anything else can change errno.
+Error failure(const std::string& message, const fs::path& path) {
+  const std::error_code reason(errno, std::generic_category());
+  LogMessage(LogLevel::Error) << reason.message();
+  return {ErrorCode::Filesystem, message + path.string()};
+}
+
+Error conflict(const fs::path& path) {
+  return {ErrorCode::FileConflict, "Something else has come into the place of: /" + path.string()};
+}
+
+void writeFile(const Directory& directory, const std::string& name, const std::string& bytes) {
+  FileDescriptor file = directory.createFile(name);
+  for (std::size_t done = 0; done < bytes.size();) {
+    const ssize_t count = write(file.get(), bytes.data() + done, bytes.size() - done);
+    if (count < 0)
+      throw failure("Couldn't write file: ", directory.path() / name);
+    done += static_cast<std::size_t>(count);
+  }
+  if (file.close() != 0)
+    throw failure("Couldn't write file: ", directory.path() / name);
+}
+
+std::optional<std::string> readFile(const Directory& directory, const std::string& name) {
+  const std::optional<FileDescriptor> file = directory.openFile(name);
+  if (!file)
+    return std::nullopt;
+  std::string bytes;
+  std::array<char, 65536> buffer;
+  for (;;) {
+    const ssize_t count = read(file->get(), buffer.data(), buffer.size());
+    if (count < 0)
+      throw failure("Couldn't read file: ", directory.path() / name);
+    if (count == 0)
+      return bytes;
+    bytes.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+}
+
+bool isInode(const std::optional<Entry>& entry, std::uint64_t inode) {
+  return entry && entry->inode == inode;
+}
+
+/// The other way round of an added file. A file that has taken its place is not the store's, and stays.
+void takeBack(const Change& change, const Place& place, const Directory& files) {
+  const std::string number = std::to_string(change.number);
+  if (files.entry(number) || !isInode(place.entry(), change.newInode))
+    return;
+  place.directory.move(place.name, files, number);
+  if (const auto taken = files.entry(number); taken && taken->inode != change.newInode)
+    files.move(number, place.directory, place.name);
+}
+
+/// Puts a replaced file back in the place of the new one. False when neither is there any more.
+bool exchangeBack(const Change& change, const Place& place, const Directory& files) {
+  const std::string number = std::to_string(change.number);
+  const std::optional<Entry> there = place.entry();
+  if (!there)
+    return files.move(number, place.directory, place.name);
+  if (there->inode != change.newInode || !files.exchange(number, place.directory, place.name))
+    return false;
+  if (isInode(files.entry(number), change.newInode))
+    return true;
+  files.exchange(number, place.directory, place.name);
+  return false;
+}
+
+/// Whether the root has again what it had in this place, as far as that was changed at all.
+bool undo(const Change& change, const Directory& root, const Directory& folder) {
+  const std::optional<Place> place = findPlace(root, change.path);
+  const Directory files = folder.open(change.kind == Change::Kind::Delete ? oldFiles : newFiles);
+  const std::string number = std::to_string(change.number);
+  const std::optional<Entry> kept = files.entry(number);
+  switch (change.kind) {
+  case Change::Kind::Add:
+    if (place)
+      takeBack(change, *place, files);
+    return true;
+  case Change::Kind::Replace:
+    return !kept || kept->inode == change.newInode || (place && exchangeBack(change, *place, files));
+  case Change::Kind::Delete:
+    return !kept || (place && files.move(number, place->directory, place->name));
+  }
+  return true;
+}
+
+/// A directory that the store has made is closed to everybody else until the end. Another one is somebody else's.
+void unmake(const fs::path& path, const Directory& root) {
+  const std::optional<Place> place = findPlace(root, path);
+  const std::optional<Entry> entry = place ? place->entry() : std::nullopt;
+  if (entry && entry->owner == geteuid() && entry->permissions == fs::perms::owner_all)
+    place->directory.removeIfEmpty(place->name);
+}
+
+} // namespace
+
+Directory Transaction::folder() const {
+  return m_home.open(folderName);
+}
+
+bool Transaction::isUnderWay() const {
+  return m_home.entry(folderName).has_value();
+}
+
+void Transaction::begin() const {
+  const Directory folder = m_home.openPrivate(folderName);
+  for (const char* files : {newFiles, oldFiles})
+    folder.makeDirectory(files);
+}
+
+FileDescriptor Transaction::adopt(const OpenedPackage& package) const {
+  FileDescriptor copy = folder().createFile("package.rpm");
+  package.copyTo(copy);
+  return copy;
+}
+
+void Transaction::stage(Common::Rpm::ArchiveReader& package) const {
+  using Common::Rpm::ArchiveEntry;
+  const Directory files = folder().open(newFiles);
+  const auto nameOf = [](int index) { return std::to_string(index); };
+  package.extract(
+      "", {.directory = [](const ArchiveEntry&) {},
+           .regularFile =
+               [&](const ArchiveEntry& entry) {
+                 const FileDescriptor file = files.createFile(nameOf(entry.index));
+                 package.writeContent(pathOf(file));
+                 if (fchmod(file.get(), static_cast<mode_t>(entry.permissions)) != 0)
+                   throw failure("Couldn't set permissions: ", files.path() / nameOf(entry.index));
+                 return std::any();
+               },
+           .symbolicLink = [&](const ArchiveEntry& entry) { files.createSymlink(entry.target, nameOf(entry.index)); },
+           .hardLinks =
+               [&](const Common::Rpm::HardLinkDescription& group) {
+                 for (const auto& link : group.links)
+                   files.createHardLink(nameOf(group.content.index), nameOf(link.index));
+               }});
+}
+
+void Transaction::carryOut(ChangePlan plan, PackageDatabase& database, const std::optional<std::string>& earlier,
+                           const std::optional<std::string>& entry) const {
+  const Directory folder = this->folder();
+  const Directory files = folder.open(newFiles);
+  for (Change& change : plan.changes) {
+    if (const auto staged = files.entry(std::to_string(change.number)))
+      change.newInode = staged->inode;
+  }
+  if (earlier)
+    writeFile(folder, header, *earlier);
+  const std::string unfinished = "journal.next";
+  writeFile(folder, unfinished, toBytes(plan));
+  folder.rename(unfinished, journal);
+
+  for (const fs::path& path : plan.newDirectories) {
+    const std::optional<Place> place = findPlace(m_root, path);
+    if (!place || !place->directory.makeDirectory(place->name))
+      throw conflict(path);
+  }
+  for (const Change& change : plan.changes)
+    applyTo(change, folder);
+  database.replace(plan.package, entry);
+}
+
+/// There is no moment in which a file that is replaced is missing. An entry that turns out not to be the one of the
+/// plan goes back where it was when the conflict makes the transaction undo its changes.
+void Transaction::applyTo(const Change& change, const Directory& folder) const {
+  const std::optional<Place> place = findPlace(m_root, change.path);
+  const Directory files = folder.open(change.kind == Change::Kind::Delete ? oldFiles : newFiles);
+  const std::string number = std::to_string(change.number);
+  if (!place)
+    throw conflict(change.path);
+  bool isMoved = false;
+  switch (change.kind) {
+  case Change::Kind::Add:
+    isMoved = files.move(number, place->directory, place->name);
+    break;
+  case Change::Kind::Replace:
+    isMoved = files.exchange(number, place->directory, place->name) && isInode(files.entry(number), change.oldInode);
+    break;
+  case Change::Kind::Delete:
+    isMoved = place->directory.move(place->name, files, number) && isInode(files.entry(number), change.oldInode);
+    break;
+  }
+  if (!isMoved)
+    throw conflict(change.path);
+}
+
+std::optional<ChangePlan> Transaction::plan() const {
+  const std::optional<std::string> bytes = readFile(folder(), journal);
+  return bytes ? std::optional(planFrom(*bytes)) : std::nullopt;
+}
+
+void Transaction::undo(PackageDatabase& database) const {
+  if (const std::optional<ChangePlan> plan = this->plan()) {
+    const Directory folder = this->folder();
+    database.replace(plan->package, readFile(folder, header));
+    std::for_each(plan->changes.rbegin(), plan->changes.rend(), [&](const Change& change) {
+      if (!Sandbox::undo(change, m_root, folder))
+        LogMessage(LogLevel::Warning) << "Couldn't put back what the transaction has removed: /"
+                                      << change.path.string();
+    });
+    std::for_each(plan->newDirectories.rbegin(), plan->newDirectories.rend(),
+                  [&](const fs::path& path) { unmake(path, m_root); });
+  }
+  discard();
+}
+
+void Transaction::finish() const {
+  if (const std::optional<ChangePlan> plan = this->plan()) {
+    for (const fs::path& path : plan->obsoleteDirectories) {
+      if (const std::optional<Place> place = findPlace(m_root, path))
+        place->directory.removeIfEmpty(place->name);
+    }
+    for (const DirectoryMode& directory : plan->directoryModes) {
+      if (const std::optional<Directory> found = m_root.find(directory.path))
+        found->setPermissions(directory.permissions);
+    }
+  }
+  discard();
+}
+
+/// The journal goes first: what is left without it has changed nothing.
+void Transaction::discard() const {
+  folder().remove(journal);
+  m_home.remove(folderName);
+}
+
+} // namespace Sandbox

@@ -1,0 +1,120 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/sandbox/store/store_fixture.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Sandbox::PackageStore;
+using Support::errorOf;
+
+/// How a store begins: on what another one has left, or not at all.
+class StoreRecovery : public StoreTest::Fixture {
+protected:
+  fs::path transaction() const { return root() / "var/lib/krv/sandbox/transaction"; }
+  std::string lockFile() const { return root() / "var/lib/krv/sandbox/lock"; }
+
+  static std::string opening() {
+    return errorOf([] { const PackageStore store; });
+  }
+};
+
+TEST_F(StoreRecovery, NeedsARoot) {
+  fs::remove_all(root());
+  EXPECT_EQ(opening(), "Filesystem: The root is not a directory: " + root().string());
+}
+
+TEST_F(StoreRecovery, NeedsAFolderForItsState) {
+  Support::writeFile(root() / "var", "no directory");
+  EXPECT_EQ(opening(), "Filesystem: Couldn't create directory: " + (root() / "var/lib/krv/sandbox").string());
+}
+
+TEST_F(StoreRecovery, NeedsALockFile) {
+  fs::create_directories(lockFile());
+  EXPECT_EQ(opening(), "Filesystem: Couldn't open lock file: " + lockFile() + ": Is a directory");
+}
+
+TEST_F(StoreRecovery, NeedsADatabase) {
+  Support::writeFile(root() / "var/lib/rpm/rpmdb.sqlite", "no database, but long enough to be looked at by SQLite");
+  // In another process, because librpm does not give back what it had when its database fails.
+  const Support::ProcessResult other =
+      Support::run({Support::program("store_tool"), "open"}, {{"ASAN_OPTIONS", "detect_leaks=0"}});
+  EXPECT_EQ(other.errors.substr(other.errors.rfind('\n', other.errors.size() - 2) + 1),
+            "Couldn't read the RPM database: " + (root() / "var/lib/rpm").string() + "\n");
+  EXPECT_EQ(other.status, 1);
+}
+
+TEST_F(StoreRecovery, LeavesTheRootToOneStoreAtATime) {
+  store();
+  EXPECT_EQ(opening(), "Internal: Another process has the package store: " + lockFile());
+  const Support::ProcessResult other = Support::run({Support::program("store_tool"), "open"});
+  EXPECT_EQ(other.errors, "Another process has the package store: " + lockFile() + "\n");
+  EXPECT_EQ(other.status, 1);
+  closeStore();
+  EXPECT_EQ(opening(), "no error");
+}
+
+TEST_F(StoreRecovery, DropsWhatHasNoJournalYet) {
+  Support::writeFile(transaction() / "new/0", "half of it");
+  const Support::CapturedLog log;
+  store();
+  EXPECT_FALSE(fs::exists(transaction()));
+  EXPECT_EQ(log.text(), "[I] Took back an interrupted transaction\n");
+}
+
+TEST_F(StoreRecovery, DoesNotGuessWhatADamagedJournalMeans) {
+  Support::writeFile(transaction() / "journal", "half of it");
+  EXPECT_EQ(opening(), "Internal: The journal of the unfinished transaction is damaged");
+  EXPECT_TRUE(fs::exists(transaction()));
+}
+
+TEST_F(StoreRecovery, NeedsTheRegistryToKnowHowItEnded) {
+  Support::writeFile(transaction() / "journal", std::string("p\0record\0end\0", 13));
+  fs::create_directories(root() / "var/lib/krv/registry");
+  const Support::CapturedLog log;
+  EXPECT_EQ(opening(), "Filesystem: Couldn't read the package registry");
+  EXPECT_TRUE(fs::exists(transaction()));
+}
+
+TEST_F(StoreRecovery, TakesBackWhatTheRegistryDoesNotTake) {
+  install({});
+  fs::create_directory(root() / "var/lib/krv/registry.next");
+  expectRefused(
+      package(
+          {.version = "2.0", .install = "mkdir -p %{buildroot}/opt/x; touch %{buildroot}/opt/x/y", .files = "/opt/x"}),
+      "Filesystem: Couldn't write to the package registry: sample");
+  const std::string before = state();
+  EXPECT_EQ(errorOf([&] { store().remove("sample"); }), "Filesystem: Couldn't write to the package registry: sample");
+  EXPECT_EQ(state(), before);
+}
+
+TEST_F(StoreRecovery, InstallsNothingThatCannotBeRegistered) {
+  fs::create_directories(root() / "var/lib/krv/registry");
+  store();
+  const std::string before = tree();
+  EXPECT_EQ(errorOf([&] { install({}); }), "Filesystem: Couldn't read the package registry");
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(StoreRecovery, TellsItsEventsApartByTheirTimes) {
+  store();
+  const fs::path registry = root() / "var/lib/krv/registry";
+  const std::string key = " event=I package=sample keyid=" + Support::Pki::instance().keyId("alice") + "\n";
+  Support::writeFile(registry, "timestamp=9000000000" + key);
+  install({});
+  EXPECT_EQ(Support::readFile(registry), "timestamp=9000000001" + key);
+}
+
+TEST_F(StoreRecovery, RefusesToComeAfterTheEndOfTime) {
+  store();
+  Support::writeFile(root() / "var/lib/krv/registry", "timestamp=9223372036854775807 event=R package=sample keyid=k\n");
+  expectRefused(package({}), "Filesystem: The package registry has an event at the end of time: sample");
+}
+
+} // namespace
