@@ -323,7 +323,7 @@ void HostileDirectory::checkOutcomes(std::string_view log) const {
     EXPECT_EQ(installed[i], Support::installCall(offered[i]).arguments);
 }
 
-TEST_F(HostileDirectory, KeepsNoGoodPackageFromBeingInstalled) {
+TEST_F(HostileDirectory, DoesNotPreventTheInstallationOfGoodPackages) {
   addGood(485); // 15 others have names or payloads that harm a careless reader
   addTruncated(300);
   addFlipped(600);
@@ -343,7 +343,7 @@ TEST_F(HostileDirectory, KeepsNoGoodPackageFromBeingInstalled) {
   checkOutcomes(run.log);
 }
 
-TEST_F(HostileDirectory, CannotBeListedWithALinkThatLeadsNowhere) {
+TEST_F(HostileDirectory, CannotBeListedWithADanglingSymlink) {
   addGood(1);
   fs::create_symlink("loop", in("loop"));
   const Device::Run run = m_device.run();

@@ -107,7 +107,7 @@ MATCHER_P(IsIn, folder, "") {
   return holds(folder, arg);
 }
 
-TEST_F(WrittenFiles, AreTheRegistrysAndWhatReadingTheRpmDatabaseNeeds) {
+TEST_F(WrittenFiles, AreOnlyTheRegistryAndTheFilesForReadingTheRpmDatabase) {
   if (Support::run({"strace", "-o", "/dev/null", "true"}).status != 0)
     GTEST_SKIP() << "strace may not trace here";
   const fs::path database = m_device.rpm().database();
@@ -122,7 +122,7 @@ TEST_F(WrittenFiles, AreTheRegistrysAndWhatReadingTheRpmDatabaseNeeds) {
   EXPECT_EQ(readFile(m_device.registry()), record);
 }
 
-TEST_F(WrittenFiles, IncludeTheRegistrysFolderWhenThereIsNone) {
+TEST_F(WrittenFiles, IncludeAMissingRegistryFolder) {
   if (Support::run({"strace", "-o", "/dev/null", "true"}).status != 0)
     GTEST_SKIP() << "strace may not trace here";
   EXPECT_THAT(run(), testing::Each(testing::AnyOf(IsIn(registryFolder()), IsIn(m_device.rpm().database()))));

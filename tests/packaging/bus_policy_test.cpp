@@ -72,7 +72,7 @@ INSTANTIATE_TEST_SUITE_P(Each, BusPolicy, Support::everyBus, Support::busName);
 
 const std::string accessDenied = "org.freedesktop.DBus.Error.AccessDenied";
 
-TEST_P(BusPolicy, LetsTheToolDoItsJob) {
+TEST_P(BusPolicy, AllowsTheToolToWork) {
   const fs::path package = m_device->add({});
   const auto run = m_device->run();
   EXPECT_EQ(run.log, installedLine(package) + timeLine);
@@ -88,7 +88,7 @@ TEST_P(BusPolicy, RefusesInstallationsByOthers) {
   EXPECT_EQ(m_device->service().calls(), std::vector<Support::ReceivedCall>());
 }
 
-TEST_P(BusPolicy, LetsEverybodyAskWhatIsInstalled) {
+TEST_P(BusPolicy, AllowsQueriesByEverybody) {
   m_device->service().hasInstalled("x", "1-1", "key");
   const Support::OrdinaryUser user(m_device->bus().socket().parent_path());
   EXPECT_EQ(errorOf("velta.KRV", "GetPackage"), "");
@@ -98,7 +98,7 @@ TEST_P(BusPolicy, LetsEverybodyAskWhatIsInstalled) {
 using BusWithoutPolicy = Support::AnyBus;
 INSTANTIATE_TEST_SUITE_P(Each, BusWithoutPolicy, Support::everyBus, Support::busName);
 
-TEST_P(BusWithoutPolicy, LetsTheToolNeitherAskNorInstall) {
+TEST_P(BusWithoutPolicy, RefusesQueriesAndInstallations) {
   const std::string owner = "  <policy context=\"default\"><allow own=\"velta.KRV\"/></policy>\n";
   Device device({.program = GetParam(), .policies = barePolicies + owner});
   const fs::path package = device.add({});

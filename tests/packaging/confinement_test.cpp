@@ -116,7 +116,7 @@ protected:
   Support::OpenPgpKey m_key{m_device.rpm()};
 };
 
-TEST_F(Confinement, LeavesTheToolItsWholeJob) {
+TEST_F(Confinement, AllowsTheToolToWork) {
   const fs::path fresh = m_device.add({.name = "fresh"});
   const fs::path newer = m_device.add({.name = "newer", .version = "2.0"}, "alice-2", {"alice"});
   m_device.service().hasInstalled("newer", "1.0-1", Support::Pki::instance().keyId("alice"));
@@ -136,7 +136,7 @@ TEST_F(Confinement, LeavesTheToolItsWholeJob) {
   EXPECT_EQ(run.status, 0);
 }
 
-TEST_F(Confinement, LeavesTheToolItsFirstBoot) {
+TEST_F(Confinement, AllowsTheFirstBoot) {
   const fs::path fresh = m_device.add({});
   const auto run = runConfined(writableByUnit());
   EXPECT_EQ(run.log, installedLine(fresh) + timeLine);
@@ -145,7 +145,7 @@ TEST_F(Confinement, LeavesTheToolItsFirstBoot) {
   EXPECT_EQ(fs::status(m_device.registry() += ".lock").permissions(), fs::perms(0600));
 }
 
-TEST_F(Confinement, MustLetTheDatabaseOfRpmBeWritten) {
+TEST_F(Confinement, MustAllowWritingTheRpmDatabase) {
   const fs::path sealed = m_device.add({}, "");
   m_key.sign(sealed);
   Support::sign(sealed, "alice");
@@ -153,14 +153,14 @@ TEST_F(Confinement, MustLetTheDatabaseOfRpmBeWritten) {
   EXPECT_EQ(run.log, unreadableLines("Couldn't read rpm package", sealed) + timeLine);
 }
 
-TEST_F(Confinement, MustLetTheRegistryFolderBeWritten) {
+TEST_F(Confinement, MustAllowWritingTheRegistryFolder) {
   const fs::path fresh = m_device.add({});
   const auto run = runConfined({m_device.rpm().database()});
   EXPECT_EQ(run.log, "[E] Couldn't create the registry lock file: " + quoted(m_device.registry() += ".lock") +
                          "\n[E] Failed to read records from krv registry\n" + installedLine(fresh) + timeLine);
 }
 
-TEST_F(Confinement, HoldsInTheseTests) {
+TEST_F(Confinement, IsEffectiveInTheseTests) {
   const auto errorsOf = [&](const std::string& command) {
     return Support::run(confined({"/bin/sh", "-c", command}, writableByUnit()), {{"LC_ALL", "C"}}).errors;
   };

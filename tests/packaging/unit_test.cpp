@@ -34,14 +34,14 @@ protected:
   std::filesystem::path m_unit = m_directory / "krv-pre-installer.service";
 };
 
-TEST_F(Unit, IsFlawlessToSystemd) {
+TEST_F(Unit, PassesSystemdAnalyzeVerify) {
   // man(1) does not find the manual pages; another test checks that the unit names an installed page.
   const Support::ProcessResult result = Support::run({"systemd-analyze", "verify", "--man=no", m_unit.string()});
   EXPECT_EQ(result.output + result.errors, "");
   EXPECT_EQ(result.status, 0);
 }
 
-TEST_F(Unit, IsConfinedAtLeastToTheDegreeThatSystemdCallsOk) {
+TEST_F(Unit, HasASecurityExposureBelowMedium) {
   // In tenths: systemd calls exposures from 5.0 on MEDIUM.
   const Support::ProcessResult result =
       Support::run({"systemd-analyze", "--no-pager", "security", "--offline=true", "--threshold=49", m_unit.string()});

@@ -94,7 +94,7 @@ TEST_F(Binding, KeepsTheRole) {
   EXPECT_TRUE(PackageSignatures::developerCmsFromVector({onlyCms()}));
 }
 
-TEST_F(Binding, AcceptsWhatOpensslsLibraryBinds) {
+TEST_F(Binding, AcceptsABindingByOpensslsLibrary) {
   EXPECT_TRUE(verifiesAs(cmsWithAttribute("alice", {"1.2.3.4", {der('\x04', "x")}})));
   EXPECT_TRUE(verifiesAs(cmsWithAttribute("alice", naming("alice", EVP_sha256()), 0)));
 }

@@ -95,7 +95,7 @@ TEST_F(CertificateTest, ComparesRolesAsWholeIdentifiers) {
   EXPECT_EQ(roleWith({}), std::nullopt);
 }
 
-TEST_F(CertificateTest, TheFirstSignatureWithTheRoleCounts) {
+TEST_F(CertificateTest, UsesTheFirstSignatureWithTheRole) {
   std::string container;
   for (const char* name : {"roleless", "source", "bob", "alice"})
     container += opensslCms({"SIGNER:" + std::string(name)});

@@ -67,7 +67,7 @@ TEST_F(Signing, LeavesThePackageReadableForRpm) {
   EXPECT_EQ(Support::runOrThrow({"rpm", "-qpl", package()}), "/opt/sample\n/opt/sample/file\n");
 }
 
-TEST_F(Signing, TakesTheSpaceThatIsReservedForSignatures) {
+TEST_F(Signing, UsesTheSpaceReservedForSignatures) {
   const std::size_t before = contentOffset();
   Support::sign(package(), "alice");
   EXPECT_EQ(contentOffset(), before);
@@ -75,7 +75,7 @@ TEST_F(Signing, TakesTheSpaceThatIsReservedForSignatures) {
   EXPECT_EQ(contentOffset(), before);
 }
 
-TEST_F(Signing, GivesTheFileBackAsItWasWhenTheSignaturesAreRemoved) {
+TEST_F(Signing, RestoresTheFileWhenTheSignaturesAreRemoved) {
   const std::string before = Support::readFile(package());
   Support::sign(package(), "alice");
   EXPECT_FALSE(Support::readFile(package()) == before);
@@ -109,7 +109,7 @@ TEST_F(Signing, ReplacesTheSignatureOfTheSameRole) {
   EXPECT_TRUE(verifies());
 }
 
-TEST_F(Signing, ReplacesAllSignaturesOfTheSameRoleAndNoOther) {
+TEST_F(Signing, ReplacesExactlyTheSignaturesOfTheSameRole) {
   const std::string roleless = opensslCms({"SIGNER:roleless"});
   replaceContainer(package(), roleless + opensslCms({"SIGNER:alice"}) + opensslCms({"SIGNER:bob"}));
   Support::sign(package(), "alice-2");
@@ -137,7 +137,7 @@ TEST_F(Signing, IsKeptByAnOpenPgpSignature) {
   EXPECT_TRUE(verifies());
 }
 
-TEST_F(Signing, RefusesMoreSignaturesThanAreRead) {
+TEST_F(Signing, RefusesSignaturesAboveTheLimit) {
   EXPECT_EQ(failure([&] { replaceContainer(package(), std::string(mostSignatures, 'x')); }), "no failure");
   EXPECT_EQ(digests(), package() + ": digests OK\n");
   const std::string before = Support::readFile(package());
@@ -169,7 +169,7 @@ TEST_F(Signing, RefusesAKeyThatDefinesItsCurve) {
   EXPECT_EQ(PackageSignatures::packageLayout(package()).cmses.size(), 0U);
 }
 
-TEST_F(Signing, RefusesAnEntryTooMany) {
+TEST_F(Signing, RefusesMoreEntriesThanRpmReads) {
   // Signing adds two entries: the container and the region, which the header does not have yet.
   writeHeader(31, 1);
   const std::string before = Support::readFile(package());
@@ -182,7 +182,7 @@ TEST_F(Signing, RefusesAnEntryTooMany) {
   EXPECT_EQ(Support::runOrThrow({"rpm", "-qp", package()}), "sample-1.0-1.noarch\n");
 }
 
-TEST_F(Signing, RefusesWhatCannotBeSigned) {
+TEST_F(Signing, RefusesFilesThatCannotBeSigned) {
   const PackageSignatures::Signer alice = pki().signer("alice");
   Support::writeFile(inSandbox("text"), "text");
   const auto failureAt = [&](const std::string& path) { return failure([&] { signPackage(path, alice); }); };
@@ -197,7 +197,7 @@ TEST_F(Signing, RefusesWhatCannotBeSigned) {
   EXPECT_TRUE(Support::readFile(package()) == before);
 }
 
-TEST_F(Signing, RefusesContentThatIsNoHeader) {
+TEST_F(Signing, RefusesContentThatIsNotAHeader) {
   const std::string before = Support::readFile(package()).substr(0, contentOffset());
   for (const std::string& content : {std::string(), std::string("\x8e\xad\xe8\x01", 4), std::string("text"),
                                      "krv-key-rotation:" + pki().keyId("bob")}) {
@@ -209,7 +209,7 @@ TEST_F(Signing, RefusesContentThatIsNoHeader) {
   }
 }
 
-TEST_F(Signing, ReportsAFolderInWhichNothingCanBeMade) {
+TEST_F(Signing, ReportsAFolderThatCannotBeWritten) {
   const PackageSignatures::Signer alice = pki().signer("alice");
   const std::string before = Support::readFile(package());
   const Support::OrdinaryUser user(sandbox().path());
@@ -266,7 +266,7 @@ TEST_F(Signing, ReadsKeysAndCertificates) {
             inSandbox("locked.pem") + " holds no private key in PEM form without a pass phrase");
 }
 
-TEST_F(Signing, ReadsTheCertificatesInBetween) {
+TEST_F(Signing, ReadsIntermediateCertificates) {
   PackageSignatures::Signer signer = pki().signer("branch");
   const auto failureWith = [&](const std::string& path) {
     signer.chainPath = path;
@@ -285,7 +285,7 @@ TEST_F(Signing, ReadsTheCertificatesInBetween) {
             inSandbox("cut.pem") + " holds no certificate in PEM form, or something that is none");
 }
 
-TEST_F(Signing, TellsTheRoleOfAKey) {
+TEST_F(Signing, ReturnsTheRoleOfAKey) {
   const auto roleOf = [&](const std::string& name) {
     return SigningKey::fromFiles(pki().key(name), pki().certificate(name)).role();
   };
@@ -295,7 +295,7 @@ TEST_F(Signing, TellsTheRoleOfAKey) {
   EXPECT_EQ(roleOf("roleless"), std::nullopt);
 }
 
-TEST_F(Signing, KnowsWhereTheSignaturesAre) {
+TEST_F(Signing, ReturnsThePlacesOfTheSignatures) {
   Support::sign(package(), "alice");
   Support::sign(package(), "source");
   const PackageSignatures::PackageLayout layout = PackageSignatures::packageLayout(package());

@@ -144,7 +144,7 @@ TEST_F(Strength, RefusesAnAuthorityWithAShortKey) {
   EXPECT_FALSE(acceptsEarlier("alice"));
 }
 
-TEST_F(Strength, WantsAKeyThatIsForSignatures) {
+TEST_F(Strength, NeedsAKeyForSignatures) {
   const struct {
     const char* usage;
     bool accepted;
@@ -160,7 +160,7 @@ TEST_F(Strength, WantsAKeyThatIsForSignatures) {
   }
 }
 
-TEST_F(Strength, WantsAuthoritiesThatMayGiveTheRole) {
+TEST_F(Strength, NeedsAuthoritiesThatMayGiveTheRole) {
   certify("alice");
   const struct {
     std::string usage;
@@ -179,7 +179,7 @@ TEST_F(Strength, WantsAuthoritiesThatMayGiveTheRole) {
   }
 }
 
-TEST_F(Strength, WantsATrustedAuthorityThatMayGiveTheRole) {
+TEST_F(Strength, NeedsATrustedAuthorityThatMayGiveTheRole) {
   std::vector<std::string> extensions = ofAnAuthority;
   extensions.push_back("extendedKeyUsage=" + arc + ".2");
   certify("sources", {.authority = "", .extensions = extensions});
@@ -192,7 +192,7 @@ TEST_F(Strength, WantsATrustedAuthorityThatMayGiveTheRole) {
   EXPECT_TRUE(accepts("store"));
 }
 
-TEST_F(Strength, RefusesWhatIsRevoked) {
+TEST_F(Strength, RefusesARevokedCertificate) {
   certify("alice");
   certify("bob");
   revoke("alice");
@@ -204,7 +204,7 @@ TEST_F(Strength, RefusesWhatIsRevoked) {
   EXPECT_TRUE(acceptsEarlier("bob"));
 }
 
-TEST_F(Strength, RefusesWhatARevokedAuthorityCertifies) {
+TEST_F(Strength, RefusesCertificatesOfARevokedAuthority) {
   certify("middle", {.extensions = ofAnAuthority});
   certify("alice", {.authority = "middle"});
   publishList("root");
@@ -216,7 +216,7 @@ TEST_F(Strength, RefusesWhatARevokedAuthorityCertifies) {
   EXPECT_FALSE(acceptsEarlier("alice", "middle"));
 }
 
-TEST_F(Strength, RefusesAllOfAnAuthorityWhoseListIsNoGood) {
+TEST_F(Strength, RefusesCertificatesOfAnAuthorityWithAnInvalidList) {
   certify("alice");
   certify("imitation", {.authority = "", .extensions = ofAnAuthority});
   const std::filesystem::path list = trusted() / (hashOf("root") + ".r0");

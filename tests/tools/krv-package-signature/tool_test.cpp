@@ -86,7 +86,7 @@ TEST_F(PackageSignatureTool, SignsInPlaceAndVerifies) {
   EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
 }
 
-TEST_F(PackageSignatureTool, TakesOptionsBehindThePackages) {
+TEST_F(PackageSignatureTool, AcceptsOptionsAfterThePackages) {
   expectResult(runTool({"sign", "a.rpm", "--cert=" + Pki::instance().certificate("alice").string(),
                         "--key=" + Pki::instance().key("alice").string()}),
                0, "", "");
@@ -110,7 +110,7 @@ TEST_F(PackageSignatureTool, ShowsEachSignature) {
                "");
 }
 
-TEST_F(PackageSignatureTool, ShowsAPackageThatNobodySigned) {
+TEST_F(PackageSignatureTool, ShowsAnUnsignedPackage) {
   const std::string offset = std::to_string(PackageSignatures::packageLayout(folder() / "a.rpm").contentOffset);
   expectResult(runTool({"show", "a.rpm"}), 0, "a.rpm\n  content: from byte " + offset + "\n  not signed\n", "");
   expectResult(runTool({"show", "--json", "a.rpm"}), 0,
@@ -137,7 +137,7 @@ TEST_F(PackageSignatureTool, ShowsJson) {
   expectResult(runTool({"show", "--json", name}), 0, expected, "");
 }
 
-TEST_F(PackageSignatureTool, ShowsWithoutTrustingAnybody) {
+TEST_F(PackageSignatureTool, ShowsUntrustedSigners) {
   signAs("foreign", {"a.rpm"});
   EXPECT_EQ(runTool({"show", "a.rpm"}).status, 0);
 }
@@ -150,7 +150,7 @@ TEST_F(PackageSignatureTool, ReplacesTheSignatureOfTheSameRole) {
   EXPECT_EQ(file->cmses()[0].certificate()->keyId(), Pki::instance().keyId("bob"));
 }
 
-TEST_F(PackageSignatureTool, EmbedsTheCertificatesInBetween) {
+TEST_F(PackageSignatureTool, EmbedsIntermediateCertificates) {
   signAs("branch", {"a.rpm"});
   EXPECT_EQ(verifyTool({"a.rpm"}).status, 1);
   expectResult(signAs("branch", {"--chain", Pki::instance().certificate("branch-ca"), "a.rpm"}), 0, "", "");
@@ -187,7 +187,7 @@ TEST_F(PackageSignatureTool, KeepsTheOwner) {
   EXPECT_EQ(status.st_mode & 07777U, 04750U);
 }
 
-TEST_F(PackageSignatureTool, FollowsALink) {
+TEST_F(PackageSignatureTool, FollowsASymlink) {
   std::filesystem::create_directory(folder() / "links");
   std::filesystem::create_symlink("../a.rpm", folder() / "links/b.rpm");
   expectResult(signAs("alice", {"links/b.rpm"}), 0, "", "");
@@ -196,7 +196,7 @@ TEST_F(PackageSignatureTool, FollowsALink) {
   EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "links"}));
 }
 
-TEST_F(PackageSignatureTool, DoesTheOtherPackagesWhenOneFails) {
+TEST_F(PackageSignatureTool, ContinuesWithTheOtherPackagesWhenOneFails) {
   Support::writeFile(folder() / "text", "no package\n");
   std::filesystem::copy_file(folder() / "a.rpm", folder() / "b.rpm");
   const std::string errors = tool + "text: it is no RPM package\n" + tool +
@@ -238,7 +238,7 @@ TEST_F(PackageSignatureTool, RefusesSignaturesThatCannotBeRead) {
   EXPECT_TRUE(package() == before);
 }
 
-TEST_F(PackageSignatureTool, SaysWhyAPackageDoesNotVerify) {
+TEST_F(PackageSignatureTool, ReportsWhyAPackageDoesNotVerify) {
   const std::string authorities = Pki::instance().trustedCa();
   expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: it is not signed\n");
   signAs("foreign", {"a.rpm"});
@@ -343,7 +343,7 @@ protected:
   std::string victimBefore;
 };
 
-TEST_F(StoppedSigning, ReplacesThePackageThatItOpenedWhenALinkIsChanged) {
+TEST_F(StoppedSigning, ReplacesTheOpenedPackageWhenASymlinkIsChanged) {
   std::filesystem::create_symlink("a.rpm", folder() / "link");
   const auto change = [&] {
     std::filesystem::remove(folder() / "link");
@@ -354,7 +354,7 @@ TEST_F(StoppedSigning, ReplacesThePackageThatItOpenedWhenALinkIsChanged) {
   expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
 }
 
-TEST_F(StoppedSigning, RefusesToReplaceALinkThatTookThePlaceOfThePackage) {
+TEST_F(StoppedSigning, RefusesToReplaceASymlinkThatReplacedThePackage) {
   const std::string before = package();
   const auto change = [&] {
     std::filesystem::rename(folder() / "a.rpm", folder() / "b.rpm");
@@ -367,7 +367,7 @@ TEST_F(StoppedSigning, RefusesToReplaceALinkThatTookThePlaceOfThePackage) {
   EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "b.rpm"}));
 }
 
-TEST_F(StoppedSigning, RefusesToReplaceAFileThatTookThePlaceOfThePackage) {
+TEST_F(StoppedSigning, RefusesToReplaceAFileThatReplacedThePackage) {
   const auto change = [&] {
     std::filesystem::copy_file(victim, folder() / "new");
     std::filesystem::rename(folder() / "new", folder() / "a.rpm");
@@ -377,7 +377,7 @@ TEST_F(StoppedSigning, RefusesToReplaceAFileThatTookThePlaceOfThePackage) {
   EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
 }
 
-TEST_F(StoppedSigning, StaysInTheDirectoryThatItOpened) {
+TEST_F(StoppedSigning, StaysInTheOpenedDirectory) {
   const std::filesystem::path moved = sandbox().path() / "moved";
   const auto change = [&] {
     std::filesystem::rename(folder(), moved);
@@ -389,7 +389,7 @@ TEST_F(StoppedSigning, StaysInTheDirectoryThatItOpened) {
   expectResult(verifyTool({moved / "a.rpm"}), 0, (moved / "a.rpm").string() + ": OK\n", "");
 }
 
-TEST_F(PackageSignatureTool, DoesNotWaitForAFifoThatTookThePlaceOfThePackage) {
+TEST_F(PackageSignatureTool, DoesNotBlockAtAFifoThatReplacedThePackage) {
   Support::Process process({Support::program("krv-package-signature"), "show", "a.rpm"},
                            Support::fault("open", 1, "SIGSTOP", "a.rpm"), folder());
   ASSERT_TRUE(Support::waitUntil([&] {
@@ -401,7 +401,7 @@ TEST_F(PackageSignatureTool, DoesNotWaitForAFifoThatTookThePlaceOfThePackage) {
   expectResult(process.wait(), 1, "", tool + "a.rpm: it is not a regular file\n");
 }
 
-TEST_F(PackageSignatureTool, WorksWithoutTheDescriptorsInProc) {
+TEST_F(PackageSignatureTool, WorksWithoutProc) {
   EXPECT_EQ(signAs("alice", {"a.rpm"}, Support::fault("open", 1, "ENOENT", "/proc/self/fd")).status, 0);
   expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
 }
@@ -412,7 +412,7 @@ TEST_F(PackageSignatureTool, ReportsAnOutputThatCannotBeWritten) {
   expectResult(result, 1, "", tool + "standard output cannot be written\n");
 }
 
-TEST_F(PackageSignatureTool, ExplainsItself) {
+TEST_F(PackageSignatureTool, PrintsItsHelp) {
   const ProcessResult help = runTool({"--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_EQ(help.errors, "");
@@ -428,7 +428,7 @@ TEST_F(PackageSignatureTool, ExplainsItself) {
   }
 }
 
-TEST_F(PackageSignatureTool, TellsItsVersion) {
+TEST_F(PackageSignatureTool, PrintsItsVersion) {
   expectResult(runTool({"--version"}), 0, "krv-package-signature " KRV_VERSION "\n", "");
 }
 
