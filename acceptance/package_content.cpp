@@ -23,7 +23,8 @@ void requirePlainName(const std::string& name) {
     throw contentError("The package has an entry whose path is not plain: ", name);
 }
 
-/// A link would take what is below it to where the package must not write; a file has nothing below it.
+/// A path below a symlink could lead to a folder that the package must not write to; a file cannot have entries below
+/// it.
 void requireDirectoriesAbove(const PackagedFiles& files, const fs::path& path) {
   for (fs::path parent = path.parent_path(); !parent.empty(); parent = parent.parent_path()) {
     const auto found = files.find(parent);

@@ -28,16 +28,15 @@ bool has(const std::string& text, const char* part) {
   return text.find(part) != std::string::npos;
 }
 
-/// Names and versions go over the bus, which takes nothing but UTF-8 and closes the connection of a service whose
-/// answer is too large; the list of all packages is one answer. rpmbuild puts the three into a file name, so none is
-/// longer.
+/// Names and versions are sent over the bus, which allows only UTF-8 and disconnects a service whose answer is too
+/// large; the list of all packages is one answer. rpmbuild puts name, version and release into a file name, so none of
+/// them is longer.
 bool fitsTheBus(const std::string& text) {
   constexpr std::size_t longest = 255;
   return text.size() <= longest && Common::asUtf8(text) == text;
 }
 
-/// The registry has names between spaces, and its keys between arrows. RPM takes entries of the one name below for the
-/// keys that it trusts.
+/// The registry separates names by spaces and keys by "->". RPM uses the name "gpg-pubkey" for the keys that it trusts.
 void requireUsableName(const std::string& name) {
   if (!fitsTheBus(name))
     throw Error(ErrorCode::BadPackageID, "The package has a name that is too long or not UTF-8");
@@ -46,7 +45,7 @@ void requireUsableName(const std::string& name) {
     throw Error(ErrorCode::BadPackageID, "The package has a name that cannot be used: '" + name + "'");
 }
 
-/// With a dash in one of them "version-release" could be read in two ways, and with a colon "epoch:version".
+/// A dash would make "version-release" ambiguous, a colon "epoch:version".
 void requireVersion(const Reader& package) {
   for (const auto tag : {Common::Rpm::Tag::Version, Common::Rpm::Tag::Release}) {
     const std::string text = package.tag(tag);
