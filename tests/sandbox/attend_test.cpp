@@ -17,7 +17,7 @@ namespace {
 
 using Common::Error;
 
-/// The log of a call that does `work`, and after it what the caller gets.
+/// The log of a call that runs `work`, followed by the error that the caller gets.
 std::string attended(const std::function<void()>& work) {
   const Support::CapturedLog log;
   const std::string error = busErrorOf([&] { Sandbox::attend("Call it", work); });
@@ -48,7 +48,7 @@ TEST(Attend, AnswersInTextThatTheBusCarries) {
             "[E] Call it: Internal: No \xff\nvelta.KRV.Error.Internal: No ?");
 }
 
-// A package may have a path of many megabytes, and the bus closes the connection of a service that answers with it.
+// A package may have a path of many megabytes, and the bus disconnects a service that sends it in an answer.
 TEST(Attend, AnswersWithNoMoreThanTheBusCarries) {
   const std::string told(4096, 'x');
   EXPECT_EQ(attended([] { throw std::runtime_error(std::string(1 << 20, 'x')); }),

@@ -16,8 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// What can be wrong about a package that somebody wants to have installed on a device. "sample" 1.0 by alice-2, who
-/// was alice before, is installed.
+/// The errors of an installation on a device. Version 1.0 of "sample" is installed, signed by alice-2, whose earlier
+/// key is alice.
 class BusError : public testing::Test {
 protected:
   BusError() {
@@ -26,7 +26,7 @@ protected:
     m_device.client().install(path);
   }
 
-  /// A package that nobody has signed.
+  /// An unsigned package.
   fs::path package(const Support::PackageInput& input) {
     const fs::path path = m_device.rpm().path() / "package.rpm";
     m_device.rpm().build(input, path);
@@ -53,7 +53,7 @@ protected:
     return busErrorOf([&] { m_device.client().install(path); });
   }
 
-  /// The error has this D-Bus name and message, and neither it nor what caused it changes anything.
+  /// Expects this D-Bus name and message, and that the failed call changes nothing.
   void expectRefused(const fs::path& path, const std::string& error) {
     const std::string database = m_device.database();
     const std::string events = m_device.events();
@@ -108,7 +108,7 @@ TEST_F(BusError, NamesWhatIsWrongWithTheHeader) {
                 "BadPackageArchitecture: The package is for another architecture: m68k");
 }
 
-/// The bus does not carry a message that is not UTF-8: without the "?" the client would wait for an answer.
+/// The bus refuses a message that is not UTF-8: without the "?" the client would get no answer.
 TEST_F(BusError, QuotesATextThatIsNotUtf8) {
   expectRefused(packageWith(RPMTAG_ARCH, "m68 \xff\xc3\xbc"),
                 "BadPackageArchitecture: The package is for another architecture: m68 ?\xc3\xbc");
@@ -127,7 +127,7 @@ TEST_F(BusError, NamesAConflictOfFiles) {
                 "FileConflict: The package has a file that another package has differently: /opt/sample/file");
 }
 
-/// A registry that cannot be written, for root as well.
+/// A registry that even root cannot write.
 TEST_F(BusError, NamesAFailureOfTheSystem) {
   const fs::path path = package({.name = "other"}, "bob");
   const std::string events = Support::readFile(m_device.registry());

@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Two processes that use the service at the same time.
+/// Two processes that use the service concurrently.
 class TwoClients : public testing::Test {
 protected:
   fs::path package(const std::string& name) {
@@ -23,7 +23,7 @@ protected:
     return path;
   }
 
-  /// Installs the packages one after the other, and asks for each before and after. Begins when there is a file "go".
+  /// Installs the packages one by one, and queries each before and after. Starts when the file "go" exists.
   std::unique_ptr<Support::Process> client(const std::vector<std::string>& names) {
     std::vector<std::string> command{"sh",
                                      "-c",

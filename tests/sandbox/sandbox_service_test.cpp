@@ -31,7 +31,7 @@ using Source = sdbus::Struct<std::string, std::string>;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// A device's root, a bus, and a way to start the service.
+/// A root, a bus, and a function that starts the service.
 class SandboxProcess : public testing::Test {
 protected:
   SandboxProcess() {
@@ -55,7 +55,7 @@ protected:
   Support::PrivateBus m_bus;
 };
 
-/// The running service, and a client of it.
+/// The running service with a client.
 class SandboxService : public SandboxProcess {
 protected:
   RealService m_service{root()};
@@ -117,7 +117,8 @@ TEST_F(SandboxService, KnowsWhatItInstalledBeforeItWasStarted) {
 struct WrongOption {
   std::string name;
   std::string option;
-  std::function<sdbus::Variant()> value; ///< made in the test: the library's variants do not outlive main()
+  std::function<sdbus::Variant()> value; ///< created in the test, because the library's variants must not outlive
+                                         ///< main()
   std::string error;
 };
 
@@ -186,7 +187,7 @@ TEST_F(SandboxService, LeavesWhatItDoesNotKnowToTheBusLibrary) {
   EXPECT_THAT(m_client.list(), IsEmpty());
 }
 
-/// What the store itself says about its work comes before the line of the call.
+/// The store's own log lines come before the line of the call.
 TEST_F(SandboxService, WritesALineForEachCall) {
   const std::string good = package({});
   m_client.install(good);
@@ -220,7 +221,7 @@ TEST_F(SandboxService, EndsWithAReasonWhenTheNameIsTaken) {
   EXPECT_EQ(result.status, 1);
 }
 
-/// Another bus has another name to take, but there is only one root.
+/// The name is free on another bus, but the root is the same.
 TEST_F(SandboxService, EndsWithAReasonWhenTheRootIsInUse) {
   const Support::PrivateBus otherBus;
   const Support::ProcessResult result = Support::run(serviceCommand(root()));
@@ -239,7 +240,7 @@ TEST_F(SandboxService, EndsWithAReasonWhenTheBusGoes) {
 
 class SandboxServiceAt : public SandboxService, public testing::WithParamInterface<int> {};
 
-/// Clients that never wait for an answer keep the service busy to its end.
+/// Clients that do not wait for answers keep the service busy until its end.
 TEST_P(SandboxServiceAt, EndsCleanlyWhenItIsFloodedWithCalls) {
   std::atomic<bool> goesOn = true;
   std::vector<std::thread> flood;
@@ -270,7 +271,7 @@ TEST_P(SandboxServiceAt, EndsCleanly) {
   EXPECT_EQ(result.errors, "");
 }
 
-/// The client sees the end as an error of the bus; whatever was answered before holds.
+/// The client gets a bus error at the end; calls that were answered before are complete.
 TEST_P(SandboxServiceAt, EndsCleanlyInTheMiddleOfASeriesOfCalls) {
   const fs::path path = package({});
   std::vector<std::string> answers;
@@ -331,7 +332,7 @@ TEST_F(SandboxProcess, SaysWhatItIs) {
 TEST_F(SandboxProcess, RefusesWrongUsage) {
   const struct {
     std::vector<std::string> arguments;
-    std::string message; ///< with the words of CLI11, which are the same from version 2.1 on
+    std::string message; ///< the text is CLI11's, the same since version 2.1
   } cases[] = {
       {{"--rot", "/"}, "The following arguments were not expected: / --rot"},
       {{"--root"}, "--root: 1 required DIR missing"},

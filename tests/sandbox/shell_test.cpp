@@ -60,12 +60,12 @@ TEST_F(SandboxShell, OpensTheUsersShellWithAFewWordsOfHelp) {
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(run({}, {{"SHELL", "/bin/false"}}).status, 1);
-  EXPECT_EQ(run({}, {{"SHELL", std::nullopt}}).status, 0); // bash, which finds the end of its input
+  EXPECT_EQ(run({}, {{"SHELL", std::nullopt}}).status, 0); // bash, which reads the end of its input
   expectNothingLeft();
 }
 
 TEST_F(SandboxShell, ComesBackToAFolderOfTheUsers) {
-  fs::create_directory(folder()); // an empty one will do
+  fs::create_directory(folder()); // an empty folder is accepted
   EXPECT_EQ(run({folder(), "--", "krv-pre-installer"}).status, 0);
   const Support::ProcessResult again = run({folder(), "--", "rpm", "-qa"});
   EXPECT_EQ(again.output, "notes-1.0-1.noarch\n");
@@ -95,7 +95,7 @@ TEST_F(SandboxShell, TouchesNoFolderThatIsNoSandbox) {
   EXPECT_EQ(Support::readFile(folder() / "run/precious"), "content");
 }
 
-/// The terminal sends Ctrl-C to all of them. It is meant for the command.
+/// The terminal sends SIGINT for Ctrl-C to all processes; only the command should end.
 TEST_F(SandboxShell, LeavesCtrlCToTheCommand) {
   EXPECT_EQ(run({"--", "sh", "-c", "kill -INT $PPID; echo goes on"}).output, "goes on\n");
   const Support::ProcessResult result = run({"--", "sh", "-c", "kill -INT $$; echo goes on"});
@@ -110,12 +110,12 @@ TEST_P(InterruptedShell, TakesTheCommandAndAllElseWithIt) {
   for (const std::vector<std::string>& place : {std::vector<std::string>{}, {folder()}}) {
     std::vector<std::string> arguments = place;
     arguments.insert(arguments.end(), {"--", "sh", "-c", "echo here; exec sleep 1000"});
-    signal(GetParam(), SIG_DFL); // a shell cannot trap what its parent ignores
+    signal(GetParam(), SIG_DFL); // a shell cannot trap signals that its parent ignores
     Support::Process shell(script("shell", arguments), environment());
     ASSERT_TRUE(Support::waitUntil([&] { return shell.outputSoFar() == "here\n"; }));
     shell.signal(GetParam());
     EXPECT_EQ(shell.wait().status, 128 + GetParam());
-    EXPECT_TRUE(Support::waitUntil([&] { return processes().empty(); })); // the command is not the script's to wait for
+    EXPECT_TRUE(Support::waitUntil([&] { return processes().empty(); })); // the script does not wait for it
     expectNothingLeft();
   }
   EXPECT_TRUE(fs::exists(folder() / "device"));

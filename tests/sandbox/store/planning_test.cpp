@@ -25,7 +25,7 @@ Acceptance::PackagedFile packaged(fs::file_type type, fs::perms permissions) {
   return file;
 }
 
-// A directory that may not be searched would hide those in it from everybody but root.
+// After a directory becomes unsearchable, only root could change the directories in it.
 TEST(InstallationPlan, SetsTheModeOfADirectoryAfterThoseInIt) {
   const Support::TempDirectory root;
   PackagedFiles files;
@@ -58,7 +58,7 @@ TEST(InstallationPlan, KeepsTheStickyBitsOfDirectories) {
   EXPECT_EQ(plan.directoryModes, modes);
 }
 
-// Who may rename entries in one of these could replace the folders that the store goes by.
+// A user who can rename entries in one of these could replace the store's folders.
 TEST(InstallationPlan, LeavesDirectoriesAboveWhatTheStoreGoesByClosed) {
   const Support::TempDirectory root;
   fs::create_directory(root / "etc");
@@ -74,7 +74,7 @@ TEST(InstallationPlan, LeavesDirectoriesAboveWhatTheStoreGoesByClosed) {
   EXPECT_EQ(plan.directoryModes, modes);
 }
 
-// The store installs no such package, but another tool may have registered one in the same database.
+// The store refuses such a package, but another tool may have added one to the same database.
 TEST(RemovalPlan, LeavesWhatTheStoreGoesByEvenToAPackageThatClaimsIt) {
   const Support::TempDirectory root;
   PackagedFiles claimed;

@@ -12,7 +12,7 @@
 
 namespace {
 
-// Macros are expanded in the path again.
+// librpm expands macros in the path once more.
 TEST(RpmDatabase, TakesPercentSignsInTheDatabasesFolderAsTheyAre) {
   const Support::RpmSandbox sandbox;
   for (const char* name : {"100%", "%{name}", "%%_dbpath", "%(echo x)"}) {

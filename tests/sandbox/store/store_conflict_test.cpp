@@ -12,16 +12,16 @@ namespace {
 namespace fs = std::filesystem;
 using Support::PackageInput;
 
-/// Whose files they are, where several could be meant.
+/// Tests which package owns a file if several could.
 class StoreConflict : public StoreTest::Fixture {
 protected:
-  /// A package that is made of the shell lines `install` in its directory /opt/common.
+  /// A package whose files the shell lines `install` create in /opt/common.
   static PackageInput inCommon(const std::string& name, const std::string& install) {
     return {.name = name,
             .install = "mkdir -p %{buildroot}/opt/common; cd %{buildroot}/opt/common\n" + install,
             .files = "/opt/common"};
   }
-  /// The package with a header that lacks what tells most files apart.
+  /// The package without the header tags that distinguish most files.
   std::string withoutDigestsAndTargets(const PackageInput& input) {
     return package(input, [](Header header) {
       headerDel(header, RPMTAG_FILEDIGESTS);
@@ -41,7 +41,7 @@ TEST_F(StoreConflict, WithAFileOfNobody) {
   expectRefused(package(inCommon("sample", "echo x >file")), conflict);
 }
 
-// That it looks the same does not make it the package's to remove later.
+// An equal file is still not the package's own, so the package must not remove it later.
 TEST_F(StoreConflict, WithTheSameFileOfNobody) {
   Support::writeFile(root() / "opt/common/file", "x\n");
   expectRefused(package(inCommon("sample", "echo x >file")), conflict);
@@ -115,7 +115,7 @@ TEST_F(StoreConflict, WithAnotherPackageThatCameAfterTheInstalledVersion) {
                 "FileConflict: The package has a file that another package has differently: /opt/common/file");
 }
 
-// Another package has the file too: it is not this one's alone to put back.
+// Another package owns the file too, so this package must not restore it.
 TEST_F(StoreConflict, WithWhatHasTakenThePlaceOfASharedFile) {
   install(inCommon("first", "echo x >file"));
   install(inCommon("second", "echo x >file"));
@@ -209,7 +209,7 @@ TEST_F(StoreConflict, IsNoneForAGhostOfADirectoryWhichIsNotMade) {
   EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\n");
 }
 
-// A group of names of one file, of which the one that carries the content is another package's already.
+// A hard-link group; another package already owns the name that carries the content.
 TEST_F(StoreConflict, IsNoneForSomeNamesOfOneFile) {
   install(inCommon("first", "echo x >a"));
   install(inCommon("second", "echo x >a; ln a b; ln a c"));

@@ -12,10 +12,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// What a package may try, and does not get.
+/// Attacks by a package, which must fail.
 class StoreHostility : public StoreTest::Fixture {
 protected:
-  /// A package made of the shell lines `install`, in whose names `from` then became `to`.
+  /// A package whose files the shell lines `install` create, and in whose file names `from` is then replaced by `to`.
   std::string forged(const std::string& install, const std::string& from, const std::string& to) {
     const std::string path = unsignedPackage({.install = "mkdir -p %{buildroot}/opt; cd %{buildroot}/opt\n" + install,
                                               .files = "/opt/*",

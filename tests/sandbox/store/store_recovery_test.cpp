@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 using Sandbox::PackageStore;
 using Support::errorOf;
 
-/// How a store begins: on what another one has left, or not at all.
+/// Tests how a store opens: after an unfinished transaction, or not at all.
 class StoreRecovery : public StoreTest::Fixture {
 protected:
   fs::path transaction() const { return root() / "var/lib/krv/sandbox/transaction"; }
@@ -42,7 +42,7 @@ TEST_F(StoreRecovery, NeedsALockFile) {
 
 TEST_F(StoreRecovery, NeedsADatabase) {
   Support::writeFile(root() / "var/lib/rpm/rpmdb.sqlite", "no database, but long enough to be looked at by SQLite");
-  // In another process, because librpm does not give back what it had when its database fails.
+  // In another process, because librpm leaks memory if its database fails.
   const Support::ProcessResult other =
       Support::run({Support::program("store_tool"), "open"}, {{"ASAN_OPTIONS", "detect_leaks=0"}});
   EXPECT_EQ(other.errors.substr(other.errors.rfind('\n', other.errors.size() - 2) + 1),

@@ -11,12 +11,12 @@
 
 namespace {
 
-/// Which packages are refused, whatever is in the root; nothing of them stays.
+/// Packages that are refused with any root; nothing of them stays.
 class StoreRefusal : public StoreTest::Fixture {
 protected:
   std::string missing() const { return m_rpm.path() / "missing.rpm"; }
 
-  /// Changes the last byte, which no header speaks of.
+  /// Changes the last byte of the file.
   static void damage(const std::string& path) {
     std::string bytes = Support::readFile(path);
     bytes.back() = static_cast<char>(bytes.back() ^ 1);
@@ -49,7 +49,7 @@ TEST_F(StoreRefusal, OfWhatIsNoPackage) {
   expectRefused(missing(), "BadPackageFileFormat: Couldn't read rpm package");
 }
 
-// Each of them has a valid signature over all that is in the file.
+// Each has a valid signature over the whole file.
 TEST_F(StoreRefusal, OfAFileThatIsLongerThanItsHeadersSay) {
   const std::string path = unsignedPackage({});
   Support::writeFile(path, Support::readFile(path) + "x");
@@ -58,7 +58,7 @@ TEST_F(StoreRefusal, OfAFileThatIsLongerThanItsHeadersSay) {
 }
 
 TEST_F(StoreRefusal, OfAFileOfWhichTheHeadersDoNotSayHowLongItIs) {
-  const std::string path = package({}, [](Header) {}); // has one tag only in its signature header
+  const std::string path = package({}, [](Header) {}); // its signature header has only one tag
   std::string bytes = Support::readFile(path);
   const std::size_t sizeTag = bytes.find(std::string("\0\0\x03\xe8\0\0\0\4", 8));
   ASSERT_LT(sizeTag, Support::mainHeaderOffset(bytes));
@@ -157,7 +157,7 @@ TEST_F(StoreRefusal, OfAnotherDeveloper) {
                 "DeveloperMismatch: The installed package is of another developer: sample");
 }
 
-// Who has made the package is asked before which version it is.
+// The developer is checked before the version.
 TEST_F(StoreRefusal, OfTheSameVersionOfAnotherDeveloper) {
   install({});
   expectRefused(package({}, {.developer = "bob"}),

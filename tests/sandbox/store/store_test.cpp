@@ -198,7 +198,7 @@ TEST_F(Store, SaysWhatItDid) {
   EXPECT_EQ(log.text(), "[I] Installed: sample 1.0-1\n[I] Updated: sample 2.0-1\n[I] Removed: sample 2.0-1\n");
 }
 
-/// A package that somebody else has put into the database.
+/// A package that another program has added to the database.
 class ForeignPackage : public Fixture {
 protected:
   void record(const Support::PackageInput& input) {
