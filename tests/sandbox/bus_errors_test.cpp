@@ -66,14 +66,14 @@ protected:
   RealDevice m_device;
 };
 
-TEST_F(BusError, NamesWhatIsWrongWithTheFile) {
+TEST_F(BusError, NamesTheFaultOfTheFile) {
   const fs::path path = m_device.rpm().path() / "none.rpm";
   expectRefused(path, "FileNotFound: The package is not a file that exists: " + path.string());
   Support::writeFile(path, "no package");
   expectRefused(path, "BadPackageFileFormat: Couldn't read rpm package");
 }
 
-TEST_F(BusError, NamesWhatIsWrongWithTheSignatures) {
+TEST_F(BusError, NamesTheFaultOfTheSignatures) {
   const Support::PackageInput other{.name = "other"};
   expectRefused(package(other), "MissingDeveloperSignature: Package doesn't have developer certificate");
   expectRefused(package(other, "foreign"),
@@ -88,7 +88,7 @@ TEST_F(BusError, NamesWhatIsWrongWithTheSignatures) {
   expectRefused(path, "SignatureVerificationFailed: Package signature verification failed");
 }
 
-TEST_F(BusError, NamesWhatIsWrongWithTheUpdate) {
+TEST_F(BusError, NamesTheFaultOfTheUpdate) {
   expectRefused(package({}, "alice-2"),
                 "SamePackageIsInstalled: This version of the package is installed: sample 1.0-1 over 1.0-1");
   expectRefused(package({.version = "0.9"}, "alice-2"),
@@ -99,7 +99,7 @@ TEST_F(BusError, NamesWhatIsWrongWithTheUpdate) {
                 "DeveloperKeySuperseded: The installed package is signed with a newer key of its developer: sample");
 }
 
-TEST_F(BusError, NamesWhatIsWrongWithTheHeader) {
+TEST_F(BusError, NamesTheFaultOfTheHeader) {
   expectRefused(packageWith(RPMTAG_NAME, "a name"),
                 "BadPackageID: The package has a name that cannot be used: 'a name'");
   expectRefused(packageWith(RPMTAG_VERSION, "1-2"),
@@ -142,7 +142,7 @@ TEST_F(BusError, NamesAFailureOfTheSystem) {
   EXPECT_EQ(installationError(path), "no error");
 }
 
-TEST_F(BusError, NamesWhatIsNotInstalled) {
+TEST_F(BusError, NamesAPackageThatIsNotInstalled) {
   EXPECT_EQ(busErrorOf([&] { m_device.client().remove("other"); }),
             "velta.KRV.Error.PackageNotExist: The package is not installed: other");
 }

@@ -42,7 +42,7 @@ protected:
   RealDevice m_device;
 };
 
-TEST_F(TwoClients, InstallTheirPackagesSideBySide) {
+TEST_F(TwoClients, InstallTheirPackagesConcurrently) {
   const std::vector<std::string> ones{"apple", "pear", "plum"};
   const std::vector<std::string> others{"bread", "cake", "roll"};
   for (const auto& names : {ones, others})

@@ -91,7 +91,7 @@ std::string quoted(const fs::path& path) {
   return Support::runOrThrow({"bash", "-c", "printf %q \"$1\"", "bash", path});
 }
 
-TEST_F(Demo, TellsItsScenesFromAnyFolder) {
+TEST_F(Demo, ShowsItsScenesFromAnyFolder) {
   const Support::ProcessResult result = Support::run(script("demo"), environment(), "/");
   EXPECT_EQ(comparable(result.output), expectedScenes());
   EXPECT_EQ(result.errors, "");
@@ -125,7 +125,7 @@ TEST_F(Demo, KeepsTheDeviceForTheEnvironmentThatItPrints) {
                            "[E] Failed to create dbus proxy for KRV service\n");
 }
 
-TEST_F(Demo, KeepsNothingInAFolderThatIsInUse) {
+TEST_F(Demo, RefusesAFolderThatIsNotEmpty) {
   Support::writeFile(kept() / "precious", "content");
   const Support::ProcessResult result = Support::run(script("demo", {"--keep", kept()}), environment());
   EXPECT_EQ(result.errors, "demo: " + kept().string() + " is there already and no empty folder\n");
@@ -177,7 +177,7 @@ INSTANTIATE_TEST_SUITE_P(, InterruptedDemo,
                                          Interruption{"BetweenScenesToKeep", "\n9. ", SIGTERM, true}),
                          [](const auto& instance) { return instance.param.name; });
 
-TEST(DemoUsage, IsExplained) {
+TEST(DemoUsage, IsPrinted) {
   for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
            {}, {KRV_BINARY_DIRECTORY, "more"}, {KRV_BINARY_DIRECTORY, "--keep"}, {KRV_BINARY_DIRECTORY, "-k", "x"}}) {
     std::vector<std::string> command{KRV_SOURCE_DIRECTORY "/sandbox/demo"};

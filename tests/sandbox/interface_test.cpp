@@ -88,7 +88,7 @@ TEST_F(SandboxInterface, IsTheDocumentedOne) {
             1U);
 }
 
-TEST_F(SandboxInterface, HasNothingUndocumentedBesideWhatEveryObjectHas) {
+TEST_F(SandboxInterface, HasOnlyDocumentedAndStandardInterfaces) {
   std::vector<std::string> names;
   for (const auto& [name, members] : reported())
     names.push_back(name);

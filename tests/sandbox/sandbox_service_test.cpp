@@ -64,7 +64,7 @@ protected:
 
 // What is installed
 
-TEST_F(SandboxService, DescribesWhatItInstalled) {
+TEST_F(SandboxService, DescribesAnInstalledPackage) {
   m_client.install(package({.version = "1.2", .release = "3"}));
   const std::string keyId = Support::Pki::instance().keyId("alice");
   EXPECT_EQ(m_client.getPackage("sample"), (ServiceClient::Package{{"general.name", "sample"},
@@ -75,7 +75,7 @@ TEST_F(SandboxService, DescribesWhatItInstalled) {
   EXPECT_EQ(registry(), "timestamp=T event=I package=sample keyid=" + keyId + "\n");
 }
 
-TEST_F(SandboxService, ListsByNameWhatItWouldDescribe) {
+TEST_F(SandboxService, ListsInstalledPackagesByName) {
   m_client.install(package({.name = "pear"}));
   m_client.install(package({.name = "apple"}, "extended"));
   m_client.install(package({.name = "plum"}));
@@ -88,7 +88,7 @@ TEST_F(SandboxService, GivesAVersionWithoutItsEpoch) {
   EXPECT_THAT(m_client.installed(), ElementsAre("sample 1.0-1"));
 }
 
-TEST_F(SandboxService, KnowsNothingElse) {
+TEST_F(SandboxService, ReportsThatAPackageIsNotInstalled) {
   EXPECT_THAT(m_client.list(), IsEmpty());
   EXPECT_EQ(busErrorOf([&] { m_client.getPackage("sample"); }),
             "velta.KRV.Error.PackageNotExist: The package is not installed: sample");
@@ -96,14 +96,14 @@ TEST_F(SandboxService, KnowsNothingElse) {
             "velta.KRV.Error.PackageNotExist: The package is not installed: sample");
 }
 
-TEST_F(SandboxService, ForgetsWhatIsRemovedAndWritesItDown) {
+TEST_F(SandboxService, RemovesAPackageAndRecordsIt) {
   m_client.install(package({}));
   m_client.remove("sample");
   EXPECT_THAT(m_client.list(), IsEmpty());
   EXPECT_EQ(registry(), "timestamp=T event=R package=sample keyid=" + Support::Pki::instance().keyId("alice") + "\n");
 }
 
-TEST_F(SandboxService, KnowsWhatItInstalledBeforeItWasStarted) {
+TEST_F(SandboxService, KnowsPackagesInstalledBeforeItsStart) {
   m_client.install(package({}), {{"OverrideSource", sdbus::Variant(Source("shop", ""))}});
   const ServiceClient::Package before = m_client.getPackage("sample");
   m_service.process().signal(SIGTERM);
@@ -141,7 +141,7 @@ const std::string mistyped = "The installation option has a wrong type: ";
 
 class InstallationOption : public SandboxService, public testing::WithParamInterface<WrongOption> {};
 
-TEST_P(InstallationOption, IsRefusedByItsNameAlsoBesideGoodOnes) {
+TEST_P(InstallationOption, IsRefusedByItsNameEvenAmongValidOnes) {
   const fs::path path = package({});
   const std::string error = "velta.KRV.Error.InvalidArguments: " + GetParam().error;
   ServiceClient::Options options;
@@ -170,7 +170,7 @@ INSTANTIATE_TEST_SUITE_P(
     }),
     [](const auto& instance) { return instance.param.name; });
 
-TEST_F(SandboxService, TakesAllOptionsAndKeepsTheSource) {
+TEST_F(SandboxService, AcceptsAllOptionsAndStoresTheSource) {
   m_client.install(package({}), {{"ShowPrompt", sdbus::Variant(true)},
                                  {"ShowNotifications", sdbus::Variant(true)},
                                  {"OverrideSource", sdbus::Variant(Source("shop", "ignored"))}});
@@ -179,7 +179,7 @@ TEST_F(SandboxService, TakesAllOptionsAndKeepsTheSource) {
 
 // Other calls, and the log
 
-TEST_F(SandboxService, LeavesWhatItDoesNotKnowToTheBusLibrary) {
+TEST_F(SandboxService, LeavesUnknownCallsToTheBusLibrary) {
   EXPECT_EQ(busErrorOf([&] { m_client.proxy().callMethod("Update").onInterface("velta.KRV"); }),
             "org.freedesktop.DBus.Error.UnknownMethod: Unknown method Update or interface velta.KRV.");
   EXPECT_EQ(busErrorOf([&] { m_client.proxy().callMethod("Remove").onInterface("velta.KRV").withArguments(1); }),
@@ -230,7 +230,7 @@ TEST_F(SandboxService, EndsWithAReasonWhenTheRootIsInUse) {
   EXPECT_EQ(result.status, 1);
 }
 
-TEST_F(SandboxService, EndsWithAReasonWhenTheBusGoes) {
+TEST_F(SandboxService, EndsWithAReasonWhenTheBusDisconnects) {
   m_bus.stop();
   const Support::ProcessResult result = m_service.process().wait();
   EXPECT_EQ(result.output, "ready\n[E] The connection to the system bus broke: "
@@ -322,7 +322,7 @@ TEST_F(SandboxProcess, TakesItsRootFromTheEnvironment) {
   EXPECT_TRUE(Support::waitUntil([&] { return with.outputSoFar() == "ready\n"; }));
 }
 
-TEST_F(SandboxProcess, SaysWhatItIs) {
+TEST_F(SandboxProcess, PrintsItsHelp) {
   const Support::ProcessResult result = Support::run({serviceCommand("")[0], "--help"});
   EXPECT_EQ(result.output.substr(0, result.output.find('\n')),
             "A package-manager service for development and tests, never to be installed on a device.");

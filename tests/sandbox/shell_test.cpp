@@ -49,7 +49,7 @@ TEST_F(SandboxShell, RunsACommandWithBusAndServiceAndLeavesNothing) {
   expectNothingLeft();
 }
 
-TEST_F(SandboxShell, OpensTheUsersShellWithAFewWordsOfHelp) {
+TEST_F(SandboxShell, OpensTheUsersShellWithAShortHelp) {
   const Support::ProcessResult result = run({}, {{"SHELL", "/bin/true"}});
   EXPECT_EQ(result.output,
             "A device with its bus and its service, for as long as this shell lives. For example:\n"
@@ -64,7 +64,7 @@ TEST_F(SandboxShell, OpensTheUsersShellWithAFewWordsOfHelp) {
   expectNothingLeft();
 }
 
-TEST_F(SandboxShell, ComesBackToAFolderOfTheUsers) {
+TEST_F(SandboxShell, ReusesAGivenFolder) {
   fs::create_directory(folder()); // an empty folder is accepted
   EXPECT_EQ(run({folder(), "--", "krv-pre-installer"}).status, 0);
   const Support::ProcessResult again = run({folder(), "--", "rpm", "-qa"});
@@ -78,7 +78,7 @@ TEST_F(SandboxShell, ComesBackToAFolderOfTheUsers) {
   expectNothingLeft();
 }
 
-TEST_F(SandboxShell, IsAloneInItsFolder) {
+TEST_F(SandboxShell, RefusesAFolderThatIsInUse) {
   const Support::ProcessResult result =
       run({folder(), "--", KRV_SOURCE_DIRECTORY "/sandbox/shell", KRV_BINARY_DIRECTORY, ".", "--", "true"});
   EXPECT_EQ(result.errors, "shell: " + folder().string() +
@@ -87,7 +87,7 @@ TEST_F(SandboxShell, IsAloneInItsFolder) {
   EXPECT_EQ(result.status, 1);
 }
 
-TEST_F(SandboxShell, TouchesNoFolderThatIsNoSandbox) {
+TEST_F(SandboxShell, RefusesAFolderThatIsNotASandbox) {
   Support::writeFile(folder() / "run/precious", "content");
   const Support::ProcessResult result = run({folder()});
   EXPECT_EQ(result.errors, "shell: " + folder().string() + " is neither empty nor a sandbox\n");
@@ -106,7 +106,7 @@ TEST_F(SandboxShell, LeavesCtrlCToTheCommand) {
 
 class InterruptedShell : public SandboxShell, public testing::WithParamInterface<int> {};
 
-TEST_P(InterruptedShell, TakesTheCommandAndAllElseWithIt) {
+TEST_P(InterruptedShell, EndsTheCommandAndAllOtherProcesses) {
   for (const std::vector<std::string>& place : {std::vector<std::string>{}, {folder()}}) {
     std::vector<std::string> arguments = place;
     arguments.insert(arguments.end(), {"--", "sh", "-c", "echo here; exec sleep 1000"});
@@ -124,7 +124,7 @@ TEST_P(InterruptedShell, TakesTheCommandAndAllElseWithIt) {
 
 INSTANTIATE_TEST_SUITE_P(BySignal, InterruptedShell, testing::Values(SIGTERM, SIGHUP));
 
-TEST(SandboxShellUsage, IsExplained) {
+TEST(SandboxShellUsage, IsPrinted) {
   for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
            {}, {KRV_BINARY_DIRECTORY, "a", "b"}, {KRV_BINARY_DIRECTORY, "--"}, {KRV_BINARY_DIRECTORY, "a", "--"}}) {
     std::vector<std::string> command{KRV_SOURCE_DIRECTORY "/sandbox/shell"};

@@ -182,7 +182,7 @@ void Story::keepsARemovalAwayFromTheWholeKeyChain() {
       {{"maps", "2.0", "bob"}, {"notes", "2.0", "alice-3"}, {"player", "0.1", "bob"}, {"weather", "1.0", "alice"}});
 }
 
-TEST_F(Story, OfADeviceThroughSeveralImages) {
+TEST_F(Story, CoversADeviceWithSeveralImages) {
   beginsWithTheFirstImage();
   getsAnImageWithANewerVersion();
   getsAnImageWithARotatedKey();
@@ -226,7 +226,7 @@ protected:
   RealDevice m_device;
 };
 
-TEST_F(Crowd, OfPackagesIsInstalledInOneRunAndSkippedInTheNext) {
+TEST_F(Crowd, IsInstalledInOneRunAndSkippedInTheNext) {
   EXPECT_EQ(m_device.run().log, expectedLog(installedLine));
   std::vector<std::string> installed;
   std::string database;

@@ -10,7 +10,7 @@ namespace {
 
 using Common::asUtf8;
 
-TEST(Utf8, LeavesWellFormedTextAlone) {
+TEST(Utf8, KeepsValidText) {
   for (const std::string text :
        {"", "plain", "\x7f", "\xc2\x80", "\xdf\xbf", "\xe0\xa0\x80", "\xed\x9f\xbf", "\xee\x80\x80", "\xef\xbf\xbf",
         "\xf0\x90\x80\x80", "\xf4\x8f\xbf\xbf", "Gr\xc3\xbc\xc3\x9f\x65 \xe2\x82\xac \xf0\x9f\x93\xa6\n"})
@@ -18,7 +18,7 @@ TEST(Utf8, LeavesWellFormedTextAlone) {
   EXPECT_EQ(asUtf8(std::string("a\0b", 3)), std::string("a\0b", 3));
 }
 
-TEST(Utf8, PutsAQuestionMarkForEachByteThatIsNone) {
+TEST(Utf8, ReplacesEachInvalidByteByAQuestionMark) {
   const std::pair<std::string, std::string> cases[] = {
       {"\x80", "?"},                           // a continuation byte without a first byte
       {"a\xff\xfez", "a??z"},                  // never part of a character

@@ -26,7 +26,7 @@ Acceptance::PackagedFile packaged(fs::file_type type, fs::perms permissions) {
 }
 
 // After a directory becomes unsearchable, only root could change the directories in it.
-TEST(InstallationPlan, SetsTheModeOfADirectoryAfterThoseInIt) {
+TEST(InstallationPlan, SetsModesOfSubdirectoriesFirst) {
   const Support::TempDirectory root;
   PackagedFiles files;
   for (const char* path : {"opt", "opt/a", "opt/a/b"})
@@ -59,7 +59,7 @@ TEST(InstallationPlan, KeepsTheStickyBitsOfDirectories) {
 }
 
 // A user who can rename entries in one of these could replace the store's folders.
-TEST(InstallationPlan, LeavesDirectoriesAboveWhatTheStoreGoesByClosed) {
+TEST(InstallationPlan, GivesParentsOfReservedFoldersMode0755) {
   const Support::TempDirectory root;
   fs::create_directory(root / "etc");
   PackagedFiles files;
@@ -75,7 +75,7 @@ TEST(InstallationPlan, LeavesDirectoriesAboveWhatTheStoreGoesByClosed) {
 }
 
 // The store refuses such a package, but another tool may have added one to the same database.
-TEST(RemovalPlan, LeavesWhatTheStoreGoesByEvenToAPackageThatClaimsIt) {
+TEST(RemovalPlan, KeepsReservedFoldersEvenIfAPackageOwnsThem) {
   const Support::TempDirectory root;
   PackagedFiles claimed;
   for (const char* path :

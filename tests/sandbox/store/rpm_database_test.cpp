@@ -13,7 +13,7 @@
 namespace {
 
 // librpm expands macros in the path once more.
-TEST(RpmDatabase, TakesPercentSignsInTheDatabasesFolderAsTheyAre) {
+TEST(RpmDatabase, KeepsPercentSignsInItsFolder) {
   const Support::RpmSandbox sandbox;
   for (const char* name : {"100%", "%{name}", "%%_dbpath", "%(echo x)"}) {
     const std::filesystem::path folder = sandbox.path() / name;

@@ -113,7 +113,7 @@ protected:
   std::vector<SeenCall> m_calls;
 };
 
-TEST_F(StoreAttack, FindsTheTransactionClosedAtAllTimes) {
+TEST_F(StoreAttack, CannotEnterTheTransactionFolderAtAnyTime) {
   const std::string path = package({});
   fs::permissions(path, fs::perms(06777));
   const fs::path transaction = root() / "var/lib/krv/sandbox/transaction";
@@ -146,7 +146,7 @@ TEST_F(StoreAttack, FindsTheTransactionClosedAtAllTimes) {
   EXPECT_FALSE(isOpened);
 }
 
-TEST_F(StoreAttack, WithALinkForANewDirectoryPutsNothingOutside) {
+TEST_F(StoreAttack, WithASymlinkForANewDirectoryWritesNothingOutside) {
   install(inOpen("1.0", ""));
   const auto result = runAttacked({"install", package(inOpen("2.0", "mkdir new; echo x >new/file; echo y >new/more"))},
                                   isPlanned, [&] { exchangeForLink("new"); });
@@ -155,7 +155,7 @@ TEST_F(StoreAttack, WithALinkForANewDirectoryPutsNothingOutside) {
   EXPECT_THAT(database(), ElementsAre("sample-1.0-1.noarch"));
 }
 
-TEST_F(StoreAttack, WithALinkAtAnyTimePutsNothingOutside) {
+TEST_F(StoreAttack, WithASymlinkAtAnyTimeWritesNothingOutside) {
   install(inOpen("1.0", "mkdir old; echo x >old/file; mkdir both; echo x >both/file"));
   const std::string update = package(inOpen("2.0", "mkdir both; echo changed >both/file"));
   closeStore();
@@ -186,7 +186,7 @@ TEST_F(StoreAttack, WithALinkAtAnyTimePutsNothingOutside) {
   EXPECT_GE(calls, 8);
 }
 
-TEST_F(StoreAttack, WithAFileInTheWayLosesNoFile) {
+TEST_F(StoreAttack, WithAFileAtTheDestinationLosesNoFile) {
   install(inOpen("1.0", ""));
   const auto result = runAttacked({"install", package(inOpen("2.0", "echo x >first; echo x >new"))}, isPlanned,
                                   [&] { Support::writeFile(root() / "opt/open/new", "of the user"); });
@@ -194,7 +194,7 @@ TEST_F(StoreAttack, WithAFileInTheWayLosesNoFile) {
   EXPECT_EQ(tree(), "opt 755 directory\nopt/open 777 directory\nopt/open/new 644 \"of the user\"\n");
 }
 
-TEST_F(StoreAttack, WithADirectoryInTheWayLosesNoDirectory) {
+TEST_F(StoreAttack, WithADirectoryAtTheDestinationLosesNoDirectory) {
   install(inOpen("1.0", ""));
   const auto result = runAttacked({"install", package(inOpen("2.0", "mkdir new; echo x >new/file"))}, isPlanned,
                                   [&] { fs::create_directory(root() / "opt/open/new"); });
@@ -202,7 +202,7 @@ TEST_F(StoreAttack, WithADirectoryInTheWayLosesNoDirectory) {
   EXPECT_EQ(tree(), "opt 755 directory\nopt/open 777 directory\nopt/open/new 755 directory\n");
 }
 
-TEST_F(StoreAttack, OnAFileThatIsReplacedLosesNoFile) {
+TEST_F(StoreAttack, OnAReplacedFileLosesNoFile) {
   install(inOpen("1.0", "echo 1 >a; echo 1 >both"));
   const auto result = runAttacked({"install", package(inOpen("2.0", "echo 2 >a; echo 2 >both"))}, isPlanned, [&] {
     fs::rename(root() / "opt/open/both", m_attacker / "both");
@@ -213,7 +213,7 @@ TEST_F(StoreAttack, OnAFileThatIsReplacedLosesNoFile) {
                     "opt/open/both 644 \"of the user\"\n");
 }
 
-TEST_F(StoreAttack, OnAFileThatIsRemovedLosesNoFile) {
+TEST_F(StoreAttack, OnARemovedFileLosesNoFile) {
   install(inOpen("1.0", "echo 1 >a; echo 1 >old"));
   const auto result = runAttacked({"remove", "sample"}, isPlanned, [&] {
     fs::rename(root() / "opt/open/old", m_attacker / "old");
@@ -224,7 +224,7 @@ TEST_F(StoreAttack, OnAFileThatIsRemovedLosesNoFile) {
                     "opt/open/old 644 \"of the user\"\n");
 }
 
-TEST_F(StoreAttack, DuringTheUndoReachesNothingOutside) {
+TEST_F(StoreAttack, DuringTheUndoChangesNothingOutside) {
   install(inOpen("1.0", "mkdir old; echo x >old/file"));
   closeRegistry();
   const auto result =
@@ -253,7 +253,7 @@ TEST_F(StoreAttack, DuringTheUndoLosesNoFile) {
                     "opt/open/new 644 \"of the user\"\nopt/open/old 644 \"of the user\"\n");
 }
 
-TEST_F(StoreAttack, BeforeTheRecoveryReachesNothingOutside) {
+TEST_F(StoreAttack, BeforeTheRecoveryChangesNothingOutside) {
   install(inOpen("1.0", "mkdir old; echo x >old/file"));
   const std::string update = package(inOpen("2.0", "mkdir new; echo x >new/file"));
   closeStore();
@@ -277,7 +277,7 @@ TEST_F(StoreAttack, BeforeTheRecoveryReachesNothingOutside) {
   EXPECT_THAT(database(), ElementsAre("sample-1.0-1.noarch"));
 }
 
-TEST_F(StoreAttack, OnTheLinkThatLeadsToAPackageChangesNothing) {
+TEST_F(StoreAttack, OnTheSymlinkToThePackageChangesNothing) {
   const std::string path = package({});
   const std::string other = package({.version = "2.0"});
   const fs::path link = m_attacker / "link.rpm";
@@ -293,7 +293,7 @@ TEST_F(StoreAttack, OnTheLinkThatLeadsToAPackageChangesNothing) {
   EXPECT_THAT(database(), ElementsAre("sample-1.0-1.noarch"));
 }
 
-TEST_F(StoreAttack, OnAPackageThatGrowsFillsNoDisk) {
+TEST_F(StoreAttack, WithAGrowingPackageDoesNotFillTheDisk) {
   const std::string path = package({});
   const auto size = fs::file_size(path);
   const fs::path copy = root() / "var/lib/krv/sandbox/transaction/package.rpm";

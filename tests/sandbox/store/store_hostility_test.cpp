@@ -34,19 +34,19 @@ protected:
   std::string outside() const { return m_rpm.path() / "outside"; }
 };
 
-TEST_F(StoreHostility, CannotWriteThroughALinkOfItsOwn) {
+TEST_F(StoreHostility, CannotWriteThroughItsOwnSymlink) {
   fs::create_directory(outside());
   expectRefused(forged("ln -s " + outside() + " a; echo x >aXfile", "aXfile", "a/file"),
                 "BadPackageContent: The package has an entry below one that is no directory: /opt/a/file");
   EXPECT_TRUE(fs::is_empty(outside()));
 }
 
-TEST_F(StoreHostility, CannotWriteBelowAFileOfItsOwn) {
+TEST_F(StoreHostility, CannotWriteBelowItsOwnFile) {
   expectRefused(forged("echo x >a; echo x >aXfile", "aXfile", "a/file"),
                 "BadPackageContent: The package has an entry below one that is no directory: /opt/a/file");
 }
 
-TEST_F(StoreHostility, CannotWriteThroughALinkOfAnotherPackage) {
+TEST_F(StoreHostility, CannotWriteThroughASymlinkOfAnotherPackage) {
   fs::create_directory(outside());
   install({.name = "first",
            .install = "mkdir -p %{buildroot}/opt; ln -s " + outside() + " %{buildroot}/opt/a",
@@ -56,21 +56,21 @@ TEST_F(StoreHostility, CannotWriteThroughALinkOfAnotherPackage) {
   EXPECT_TRUE(fs::is_empty(outside()));
 }
 
-TEST_F(StoreHostility, CannotWriteThroughALinkOfTheRoot) {
+TEST_F(StoreHostility, CannotWriteThroughASymlinkOfTheRoot) {
   fs::create_directory(outside());
   fs::create_directory_symlink(outside(), root() / "opt");
   expectRefused(package(fileAt("/opt/file")), "FileConflict: The package has a file below what is no directory: /opt");
   EXPECT_TRUE(fs::is_empty(outside()));
 }
 
-TEST_F(StoreHostility, CannotBringADirectoryForALink) {
+TEST_F(StoreHostility, CannotHaveADirectoryInPlaceOfASymlink) {
   fs::create_directory(outside());
   fs::create_directory_symlink(outside(), root() / "opt");
   expectRefused(package({.install = "mkdir %{buildroot}/opt", .files = "%dir %attr(700, root, root) /opt"}),
                 "FileConflict: The package has a directory where something else is: /opt");
 }
 
-TEST_F(StoreHostility, CannotClimb) {
+TEST_F(StoreHostility, CannotUseNamesThatAreNotNormalised) {
   for (const std::string name : {"../file", "./Xfile", "//Xfile", "a/../fi", "Xfile//"})
     expectRefused(forged("echo x >" + std::string(name.size(), 'Y'), std::string(name.size(), 'Y'), name),
                   "BadPackageContent: The package has an entry whose path is not plain: /opt/" + name);
@@ -90,31 +90,31 @@ TEST_F(StoreHostility, CannotHaveTwoEntriesWithOnePath) {
                 "BadPackageContent: The package has two entries with one path: /opt/first");
 }
 
-TEST_F(StoreHostility, CannotTouchWhatTheStoreGoesBy) {
+TEST_F(StoreHostility, CannotChangeReservedFolders) {
   for (const std::string path : {"/var/lib/krv/registry.new", "/var/lib/rpm/extra", "/etc/krv/trusted-ca/mine.0",
                                  "/usr/share/krv/pre-install-apps/mine.rpm"})
     expectRefused(package(fileAt(path)),
                   "FileConflict: The package has a file in a folder that is not for packages: " + path);
 }
 
-TEST_F(StoreHostility, CannotLeadElsewhereWhatTheStoreGoesBy) {
+TEST_F(StoreHostility, CannotReplaceParentsOfReservedFolders) {
   expectRefused(package({.install = "ln -s opt %{buildroot}/usr", .files = "/usr"}),
                 "FileConflict: The package has no directory on the way to a folder that is not for packages: /usr");
 }
 
-TEST_F(StoreHostility, MayUseNeighboursOfWhatTheStoreGoesBy) {
+TEST_F(StoreHostility, MayUseNeighboursOfReservedFolders) {
   install(fileAt("/var/lib/krv-app/file"));
   EXPECT_EQ(tree(), "var/lib/krv-app 755 directory\n"
                     "var/lib/krv-app/file 644 \"mine\n\"\n");
 }
 
-TEST_F(StoreHostility, CannotTakeWhatIsThereForItsOwnToHaveItRemoved) {
+TEST_F(StoreHostility, CannotClaimAnExistingFileAsAGhost) {
   Support::writeFile(root() / "opt/precious", "mine");
   expectRefused(package({.install = "", .files = "%ghost /opt/precious"}),
                 "FileConflict: The package has a file where another one is: /opt/precious");
 }
 
-TEST_F(StoreHostility, CannotSetModesOfDirectoriesThatAreThere) {
+TEST_F(StoreHostility, CannotSetModesOfExistingDirectories) {
   fs::create_directories(root() / "opt/open");
   const std::string before = tree();
   install({.install = "mkdir -p %{buildroot}/opt/open", .files = "%dir %attr(777, root, root) /opt/open"});
@@ -128,12 +128,12 @@ TEST_F(StoreHostility, GetsNoSetIdBits) {
   EXPECT_EQ(tree(), "opt 755 directory\nopt/d 1777 directory\nopt/d/f 755 \"\"\n");
 }
 
-TEST_F(StoreHostility, GetsItsLinksAsTheyAreAndNothingThroughThem) {
+TEST_F(StoreHostility, GetsItsSymlinksUnchanged) {
   install({.install = "mkdir -p %{buildroot}/opt; ln -s /etc/passwd %{buildroot}/opt/link", .files = "/opt/link"});
   EXPECT_EQ(tree(), "opt 755 directory\nopt/link -> /etc/passwd\n");
 }
 
-TEST_F(StoreHostility, HasNoneOfItsScriptsRun) {
+TEST_F(StoreHostility, CannotRunItsScripts) {
   const std::string ran = m_rpm.path() / "ran";
   std::string sections;
   for (const std::string section :

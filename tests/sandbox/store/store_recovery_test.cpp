@@ -50,7 +50,7 @@ TEST_F(StoreRecovery, NeedsADatabase) {
   EXPECT_EQ(other.status, 1);
 }
 
-TEST_F(StoreRecovery, LeavesTheRootToOneStoreAtATime) {
+TEST_F(StoreRecovery, AllowsOneStoreAtATime) {
   store();
   EXPECT_EQ(opening(), "Internal: Another process has the package store: " + lockFile());
   const Support::ProcessResult other = Support::run({Support::program("store_tool"), "open"});
@@ -60,7 +60,7 @@ TEST_F(StoreRecovery, LeavesTheRootToOneStoreAtATime) {
   EXPECT_EQ(opening(), "no error");
 }
 
-TEST_F(StoreRecovery, DropsWhatHasNoJournalYet) {
+TEST_F(StoreRecovery, DropsATransactionWithoutAJournal) {
   Support::writeFile(transaction() / "new/0", "half of it");
   const Support::CapturedLog log;
   store();
@@ -74,7 +74,7 @@ TEST_F(StoreRecovery, DoesNotGuessWhatADamagedJournalMeans) {
   EXPECT_TRUE(fs::exists(transaction()));
 }
 
-TEST_F(StoreRecovery, NeedsTheRegistryToKnowHowItEnded) {
+TEST_F(StoreRecovery, NeedsTheRegistry) {
   Support::writeFile(transaction() / "journal", std::string("p\0record\0end\0", 13));
   fs::create_directories(root() / "var/lib/krv/registry");
   const Support::CapturedLog log;
@@ -82,7 +82,7 @@ TEST_F(StoreRecovery, NeedsTheRegistryToKnowHowItEnded) {
   EXPECT_TRUE(fs::exists(transaction()));
 }
 
-TEST_F(StoreRecovery, TakesBackWhatTheRegistryDoesNotTake) {
+TEST_F(StoreRecovery, UndoesATransactionThatCannotBeRegistered) {
   install({});
   fs::create_directory(root() / "var/lib/krv/registry.next");
   expectRefused(
@@ -102,7 +102,7 @@ TEST_F(StoreRecovery, InstallsNothingThatCannotBeRegistered) {
   EXPECT_EQ(tree(), before);
 }
 
-TEST_F(StoreRecovery, TellsItsEventsApartByTheirTimes) {
+TEST_F(StoreRecovery, GivesEachEventItsOwnTime) {
   store();
   const fs::path registry = root() / "var/lib/krv/registry";
   const std::string key = " event=I package=sample keyid=" + Support::Pki::instance().keyId("alice") + "\n";
@@ -111,7 +111,7 @@ TEST_F(StoreRecovery, TellsItsEventsApartByTheirTimes) {
   EXPECT_EQ(Support::readFile(registry), "timestamp=9000000001" + key);
 }
 
-TEST_F(StoreRecovery, RefusesToComeAfterTheEndOfTime) {
+TEST_F(StoreRecovery, RefusesAnEventAfterTheLastPossibleTime) {
   store();
   Support::writeFile(root() / "var/lib/krv/registry", "timestamp=9223372036854775807 event=R package=sample keyid=k\n");
   expectRefused(package({}), "Filesystem: The package registry has an event at the end of time: sample");

@@ -32,11 +32,11 @@ protected:
   }
 };
 
-TEST_F(StoreRefusal, OfAPathThatIsNotAbsolute) {
+TEST_F(StoreRefusal, OfARelativePath) {
   expectRefused("package-1.rpm", "FileNotFound: The path of the package is not absolute: package-1.rpm");
 }
 
-TEST_F(StoreRefusal, OfWhatIsNoFile) {
+TEST_F(StoreRefusal, OfOtherTypesOfFiles) {
   const std::string message = "FileNotFound: The package is not a file that exists: ";
   expectRefused(missing(), message + missing());
   expectRefused(m_rpm.path(), message + m_rpm.path().string());
@@ -44,7 +44,7 @@ TEST_F(StoreRefusal, OfWhatIsNoFile) {
   expectRefused(m_rpm.path() / "fifo.rpm", message + (m_rpm.path() / "fifo.rpm").string());
 }
 
-TEST_F(StoreRefusal, OfWhatIsNoPackage) {
+TEST_F(StoreRefusal, OfAFileThatIsNotAPackage) {
   Support::writeFile(missing(), "no package");
   expectRefused(missing(), "BadPackageFileFormat: Couldn't read rpm package");
 }
@@ -57,7 +57,7 @@ TEST_F(StoreRefusal, OfAFileThatIsLongerThanItsHeadersSay) {
   expectRefused(path, "BadPackageFileFormat: The package file is longer than its headers say: " + path);
 }
 
-TEST_F(StoreRefusal, OfAFileOfWhichTheHeadersDoNotSayHowLongItIs) {
+TEST_F(StoreRefusal, OfAFileWithoutASizeInItsHeaders) {
   const std::string path = package({}, [](Header) {}); // its signature header has only one tag
   std::string bytes = Support::readFile(path);
   const std::size_t sizeTag = bytes.find(std::string("\0\0\x03\xe8\0\0\0\4", 8));
@@ -67,27 +67,27 @@ TEST_F(StoreRefusal, OfAFileOfWhichTheHeadersDoNotSayHowLongItIs) {
   expectRefused(path, "BadPackageFileFormat: The package file is longer than its headers say: " + path);
 }
 
-TEST_F(StoreRefusal, OfAPackageThatNobodyHasSigned) {
+TEST_F(StoreRefusal, OfAnUnsignedPackage) {
   expectRefused(unsignedPackage({}), "MissingDeveloperSignature: Package doesn't have developer certificate");
 }
 
-TEST_F(StoreRefusal, OfAPackageThatNoDeveloperHasSigned) {
+TEST_F(StoreRefusal, OfAPackageWithoutADeveloperSignature) {
   expectRefused(package({}, {.developer = "source"}),
                 "MissingDeveloperSignature: Package doesn't have developer certificate");
 }
 
-TEST_F(StoreRefusal, OfADeveloperWhomNobodyTrusts) {
+TEST_F(StoreRefusal, OfAnUntrustedDeveloper) {
   expectRefused(package({}, {.developer = "foreign"}),
                 "IllegalDeveloperCertificate: Package is signed with a non-legal developer certificate");
 }
 
-TEST_F(StoreRefusal, OfASourceWhomNobodyTrusts) {
+TEST_F(StoreRefusal, OfAnUntrustedSource) {
   const std::string path = package({});
   Support::sign(path, "foreign-source");
   expectRefused(path, "IllegalSourceCertificate: Package is signed with a non-legal source certificate");
 }
 
-TEST_F(StoreRefusal, OfAPackageThatWasChangedAfterwards) {
+TEST_F(StoreRefusal, OfAPackageChangedAfterSigning) {
   const std::string path = package({});
   damage(path);
   expectRefused(path, "SignatureVerificationFailed: Package signature verification failed");
@@ -106,13 +106,13 @@ TEST_F(StoreRefusal, OfANameThatCannotBeUsed) {
                   "BadPackageID: The package has a name that cannot be used: '" + name + "'");
 }
 
-TEST_F(StoreRefusal, OfANameThatTheBusDoesNotCarry) {
+TEST_F(StoreRefusal, OfANameThatTheBusRefuses) {
   for (const std::string& name : {std::string("a\xff"), std::string("\xed\xa0\x80"), std::string(256, 'a')})
     expectRefused(packageWith(RPMTAG_NAME, name), "BadPackageID: The package has a name that is too long or not UTF-8");
   installFile(packageWith(RPMTAG_NAME, std::string(251, 'a') + "\xf0\x9f\x93\xa6"));
 }
 
-TEST_F(StoreRefusal, OfAVersionThatTheBusDoesNotCarry) {
+TEST_F(StoreRefusal, OfAVersionThatTheBusRefuses) {
   for (const std::string& version : {std::string("1\xff"), std::string(256, '1')}) {
     const std::string error = "BadPackageVersion: The package has a version or release that is too long or not UTF-8";
     expectRefused(packageWith(RPMTAG_VERSION, version), error);
@@ -120,7 +120,7 @@ TEST_F(StoreRefusal, OfAVersionThatTheBusDoesNotCarry) {
   }
 }
 
-TEST_F(StoreRefusal, OfAVersionThatIsNone) {
+TEST_F(StoreRefusal, OfAnInvalidVersion) {
   for (const std::string version : {"", "1-0", "1 0", "1:0"}) {
     const std::string error = "BadPackageVersion: The package has a version or release that is none: '" + version + "'";
     expectRefused(packageWith(RPMTAG_VERSION, version), error);
@@ -142,7 +142,7 @@ TEST_F(StoreRefusal, OfAHeaderThatClaimsAnInstallation) {
   expectRefused(path, "BadPackageContent: The package has a header that claims an installation");
 }
 
-TEST_F(StoreRefusal, OfMoreThanThereIsSpaceFor) {
+TEST_F(StoreRefusal, OfAPackageThatExceedsTheFreeSpace) {
   const std::string path = package({}, [](Header header) {
     const std::uint64_t sizes[] = {0, 1ULL << 61};
     headerDel(header, RPMTAG_FILESIZES);
@@ -164,7 +164,7 @@ TEST_F(StoreRefusal, OfTheSameVersionOfAnotherDeveloper) {
                 "DeveloperMismatch: The installed package is of another developer: sample");
 }
 
-TEST_F(StoreRefusal, OfAKeyThatItsDeveloperHasLeftBehind) {
+TEST_F(StoreRefusal, OfASupersededKey) {
   install({}, {.developer = "alice-2", .previous = {"alice"}});
   expectRefused(package({.version = "2.0"}),
                 "DeveloperKeySuperseded: The installed package is signed with a newer key of its developer: sample");
@@ -182,7 +182,7 @@ TEST_F(StoreRefusal, OfALowerVersion) {
                 "DowngradeAttempt: A newer version of the package is installed: sample 9.0-1 over 2:1.0-1");
 }
 
-TEST_F(StoreRefusal, OfRemovingWhatIsNotInstalled) {
+TEST_F(StoreRefusal, OfRemovingAPackageThatIsNotInstalled) {
   EXPECT_EQ(Support::errorOf([&] { store().remove("sample"); }),
             "PackageNotExist: The package is not installed: sample");
   EXPECT_EQ(Support::errorOf([&] { store().get("sample"); }), "PackageNotExist: The package is not installed: sample");
