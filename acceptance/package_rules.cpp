@@ -52,7 +52,7 @@ void requireVersion(const Reader& package) {
     if (!fitsTheBus(text))
       throw Error(ErrorCode::BadPackageVersion, "The package has a version or release that is too long or not UTF-8");
     if (text.empty() || has(text, "-") || has(text, ":") || std::ranges::any_of(text, isControlOrSpace))
-      throw Error(ErrorCode::BadPackageVersion, "The package has a version or release that is none: '" + text + "'");
+      throw Error(ErrorCode::BadPackageVersion, "The package has an invalid version or release: '" + text + "'");
   }
 }
 
@@ -67,7 +67,7 @@ void requireDeveloper(const PackageIdentity& package, const PackageIdentity& ins
   if (contains(installed.developer.previousKeyIds, package.developer.keyId))
     throw Error(ErrorCode::DeveloperKeySuperseded,
                 "The installed package is signed with a newer key of its developer: " + package.name);
-  throw Error(ErrorCode::DeveloperMismatch, "The installed package is of another developer: " + package.name);
+  throw Error(ErrorCode::DeveloperMismatch, "The installed package is from another developer: " + package.name);
 }
 
 } // namespace
@@ -79,7 +79,7 @@ void requireInstallable(const Reader& package) {
     throw Error(ErrorCode::BadPackageArchitecture,
                 "The package is for another architecture: " + package.tag(Common::Rpm::Tag::Architecture));
   if (hasInstallationTags(package))
-    throw Error(ErrorCode::BadPackageContent, "The package has a header that claims an installation");
+    throw Error(ErrorCode::BadPackageContent, "The package header has tags of an installed package");
 }
 
 void requireSuccessor(const PackageIdentity& package, const PackageIdentity& installed) {

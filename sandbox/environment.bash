@@ -83,7 +83,7 @@ is_empty() { # folder
 # Fails if the sandbox is already in use, to leave the bus and the service of another shell alone.
 open_run() {
   mkdir -- "$folder/run" 2>/dev/null ||
-    fail "$folder is in use (if it is not, because something was killed there: remove $folder/run)"
+    fail "$folder is in use (if not, a process was killed there: remove $folder/run)"
   is_open=yes
 }
 

@@ -36,7 +36,7 @@ FileDescriptor nameFile(const std::string& path) {
   FileDescriptor file(open(path.c_str(), O_PATH | O_CLOEXEC));
   struct stat status {};
   if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
-    throw Error(ErrorCode::FileNotFound, "The package is not a file that exists: " + path);
+    throw Error(ErrorCode::FileNotFound, "The package is not an existing regular file: " + path);
   return file;
 }
 

@@ -70,7 +70,7 @@ public:
     if (isReserved(path))
       throw conflict("The package has a file in a folder that is not for packages: ", path);
     if (file.type != file_type::directory && leadsToReserved(path))
-      throw conflict("The package has no directory on the way to a folder that is not for packages: ", path);
+      throw conflict("The package replaces the parent of a folder that is not for packages: ", path);
     if (file.type != file_type::directory && !isFileOrLink(file.type))
       return; // the extraction skips it
     makeParents(path);
@@ -102,7 +102,7 @@ private:
       else if (entry->type == file_type::directory)
         m_found.insert(parent);
       else
-        throw conflict("The package has a file below what is no directory: ", parent);
+        throw conflict("The package has a file below a path that is not a directory: ", parent);
     }
   }
 
@@ -118,7 +118,7 @@ private:
     if (!entry && !file.isGhost)
       make(path, leadsToReserved(path) ? ordinaryDirectory : permissions);
     else if (entry && entry->type != file_type::directory)
-      throw conflict("The package has a directory where something else is: ", path);
+      throw conflict("The package has a directory at the path of another entry: ", path);
     else if (entry && isOwn(path) && !leadsToReserved(path))
       m_plan.directoryModes.push_back(
           {.path = path, .permissions = permissions | (entry->permissions & fs::perms::sticky_bit)});
@@ -129,7 +129,7 @@ private:
     if (isSharedWithOthers(path, file) && entry && entry->type == file.type)
       return;
     if (entry && (!isOwn(path) || entry->type == file_type::directory))
-      throw conflict("The package has a file where another one is: ", path);
+      throw conflict("The package has a file at the path of another entry: ", path);
     if (file.isGhost)
       return;
     m_plan.changes.push_back({.kind = entry ? Change::Kind::Replace : Change::Kind::Add,
@@ -145,7 +145,7 @@ private:
   bool isSharedWithOthers(const fs::path& path, const PackagedFile& file) const {
     const auto [first, last] = m_ownership.others.equal_range(path);
     if (!std::all_of(first, last, [&](const auto& other) { return isSame(file, other.second); }))
-      throw conflict("The package has a file that another package has differently: ", path);
+      throw conflict("Another package has a different file at the path: ", path);
     return first != last;
   }
 

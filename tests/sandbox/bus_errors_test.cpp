@@ -68,7 +68,7 @@ protected:
 
 TEST_F(BusError, NamesTheFaultOfTheFile) {
   const fs::path path = m_device.rpm().path() / "none.rpm";
-  expectRefused(path, "FileNotFound: The package is not a file that exists: " + path.string());
+  expectRefused(path, "FileNotFound: The package is not an existing regular file: " + path.string());
   Support::writeFile(path, "no package");
   expectRefused(path, "BadPackageFileFormat: Couldn't read rpm package");
 }
@@ -94,7 +94,7 @@ TEST_F(BusError, NamesTheFaultOfTheUpdate) {
   expectRefused(package({.version = "0.9"}, "alice-2"),
                 "DowngradeAttempt: A newer version of the package is installed: sample 0.9-1 over 1.0-1");
   expectRefused(package({.version = "2.0"}, "bob"),
-                "DeveloperMismatch: The installed package is of another developer: sample");
+                "DeveloperMismatch: The installed package is from another developer: sample");
   expectRefused(package({.version = "2.0"}, "alice"),
                 "DeveloperKeySuperseded: The installed package is signed with a newer key of its developer: sample");
 }
@@ -103,7 +103,7 @@ TEST_F(BusError, NamesTheFaultOfTheHeader) {
   expectRefused(packageWith(RPMTAG_NAME, "a name"),
                 "BadPackageID: The package has a name that cannot be used: 'a name'");
   expectRefused(packageWith(RPMTAG_VERSION, "1-2"),
-                "BadPackageVersion: The package has a version or release that is none: '1-2'");
+                "BadPackageVersion: The package has an invalid version or release: '1-2'");
   expectRefused(packageWith(RPMTAG_ARCH, "m68k"),
                 "BadPackageArchitecture: The package is for another architecture: m68k");
 }
@@ -124,7 +124,7 @@ TEST_F(BusError, NamesAConflictOfFiles) {
                          .install = "mkdir -p %{buildroot}/opt/sample; echo else > %{buildroot}/opt/sample/file",
                          .files = "/opt/sample/file"},
                         "bob"),
-                "FileConflict: The package has a file that another package has differently: /opt/sample/file");
+                "FileConflict: Another package has a different file at the path: /opt/sample/file");
 }
 
 /// A registry that even root cannot write.

@@ -128,7 +128,7 @@ TEST_F(Demo, KeepsTheDeviceForTheEnvironmentThatItPrints) {
 TEST_F(Demo, RefusesAFolderThatIsNotEmpty) {
   Support::writeFile(kept() / "precious", "content");
   const Support::ProcessResult result = Support::run(script("demo", {"--keep", kept()}), environment());
-  EXPECT_EQ(result.errors, "demo: " + kept().string() + " is there already and no empty folder\n");
+  EXPECT_EQ(result.errors, "demo: " + kept().string() + " exists and is not an empty folder\n");
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.status, 1);
   const Support::ProcessResult onAFile = Support::run(script("demo", {"--keep", kept() / "precious"}), environment());

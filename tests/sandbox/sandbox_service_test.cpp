@@ -207,7 +207,7 @@ TEST_F(SandboxService, WritesALineForEachCall) {
 [I] Remove sample
 [E] Remove sample: PackageNotExist: The package is not installed: sample
 [E] GetPackage other: PackageNotExist: The package is not installed: other
-[E] Install "/nowhere/\"a\".rpm": FileNotFound: The package is not a file that exists: /nowhere/"a".rpm
+[E] Install "/nowhere/\"a\".rpm": FileNotFound: The package is not an existing regular file: /nowhere/"a".rpm
 [E] Install "GOOD": InvalidArguments: Unknown installation option: Force
 )");
 }
@@ -226,7 +226,7 @@ TEST_F(SandboxService, EndsWithAReasonWhenTheRootIsInUse) {
   const Support::PrivateBus otherBus;
   const Support::ProcessResult result = Support::run(serviceCommand(root()));
   EXPECT_EQ(result.output,
-            "[E] Another process has the package store: " + (root() / "var/lib/krv/sandbox/lock").string() + "\n");
+            "[E] Another process uses the package store: " + (root() / "var/lib/krv/sandbox/lock").string() + "\n");
   EXPECT_EQ(result.status, 1);
 }
 

@@ -81,8 +81,7 @@ TEST_F(SandboxShell, ReusesAGivenFolder) {
 TEST_F(SandboxShell, RefusesAFolderThatIsInUse) {
   const Support::ProcessResult result =
       run({folder(), "--", KRV_SOURCE_DIRECTORY "/sandbox/shell", KRV_BINARY_DIRECTORY, ".", "--", "true"});
-  EXPECT_EQ(result.errors, "shell: " + folder().string() +
-                               " is in use (if it is not, because something was killed there: remove " +
+  EXPECT_EQ(result.errors, "shell: " + folder().string() + " is in use (if not, a process was killed there: remove " +
                                folder().string() + "/run)\n");
   EXPECT_EQ(result.status, 1);
 }

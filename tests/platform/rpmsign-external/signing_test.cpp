@@ -165,7 +165,7 @@ TEST_F(Signing, RefusesAKeyThatDefinesItsCurve) {
                        inSandbox("certificate.pem"), "-subj", "/CN=Curve", "-addext",
                        "extendedKeyUsage=2.25.157019916226857759528849042802738373896.1"});
   const PackageSignatures::Signer signer{SigningKey::fromFiles(inSandbox("key.pem"), inSandbox("certificate.pem"))};
-  EXPECT_EQ(failure([&] { signPackage(package(), signer); }), "a key defines its curve, and has to name it");
+  EXPECT_EQ(failure([&] { signPackage(package(), signer); }), "a key defines its curve instead of naming it");
   EXPECT_EQ(PackageSignatures::packageLayout(package()).cmses.size(), 0U);
 }
 
@@ -186,7 +186,7 @@ TEST_F(Signing, RefusesFilesThatCannotBeSigned) {
   const PackageSignatures::Signer alice = pki().signer("alice");
   Support::writeFile(inSandbox("text"), "text");
   const auto failureAt = [&](const std::string& path) { return failure([&] { signPackage(path, alice); }); };
-  EXPECT_EQ(failureAt(inSandbox("text")), "it is no RPM package");
+  EXPECT_EQ(failureAt(inSandbox("text")), "it is not an RPM package");
   EXPECT_EQ(failureAt(inSandbox("missing")), "it cannot be opened: No such file or directory");
   EXPECT_EQ(failureAt(sandbox().path()), "it is not a regular file");
   EXPECT_EQ(failureAt("/dev/null"), "it is not a regular file");
@@ -202,9 +202,9 @@ TEST_F(Signing, RefusesContentThatIsNotAHeader) {
   for (const std::string& content : {std::string(), std::string("\x8e\xad\xe8\x01", 4), std::string("text"),
                                      "krv-key-rotation:" + pki().keyId("bob")}) {
     Support::writeFile(package(), before + content);
-    EXPECT_EQ(failure([&] { Support::sign(package(), "alice"); }), "its content is no RPM header");
+    EXPECT_EQ(failure([&] { Support::sign(package(), "alice"); }), "its content is not an RPM header");
     EXPECT_EQ(failure([&] { PackageSignatures::makeCms(package(), pki().signer("alice")); }),
-              "its content is no RPM header");
+              "its content is not an RPM header");
     EXPECT_TRUE(Support::readFile(package()) == before + content);
   }
 }
@@ -215,7 +215,7 @@ TEST_F(Signing, ReportsAFolderThatCannotBeWritten) {
   const Support::OrdinaryUser user(sandbox().path());
   const Support::ScopedPermissions closed(sandbox().path(),
                                           std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
-  EXPECT_EQ(failure([&] { signPackage(package(), alice); }), "no file can be made beside it: Permission denied");
+  EXPECT_EQ(failure([&] { signPackage(package(), alice); }), "no file can be created beside it: Permission denied");
   EXPECT_TRUE(Support::readFile(package()) == before);
 }
 
@@ -258,12 +258,12 @@ TEST_F(Signing, ReadsKeysAndCertificates) {
   EXPECT_EQ(failureWith("/nowhere", certificate), "/nowhere cannot be opened: No such file or directory");
   EXPECT_EQ(failureWith(key, "/nowhere"), "/nowhere cannot be opened: No such file or directory");
   EXPECT_EQ(failureWith(certificate, certificate),
-            certificate + " holds no private key in PEM form without a pass phrase");
-  EXPECT_EQ(failureWith(key, key), key + " holds no certificate in PEM form");
+            certificate + " is not a PEM file of a private key without a pass phrase");
+  EXPECT_EQ(failureWith(key, key), key + " is not a PEM file of a certificate");
   Support::runOrThrow(
       {"openssl", "pkcs8", "-topk8", "-in", key, "-out", inSandbox("locked.pem"), "-passout", "pass:secret"});
   EXPECT_EQ(failureWith(inSandbox("locked.pem"), certificate),
-            inSandbox("locked.pem") + " holds no private key in PEM form without a pass phrase");
+            inSandbox("locked.pem") + " is not a PEM file of a private key without a pass phrase");
 }
 
 TEST_F(Signing, ReadsIntermediateCertificates) {
@@ -274,15 +274,14 @@ TEST_F(Signing, ReadsIntermediateCertificates) {
   };
   EXPECT_EQ(failureWith("/nowhere"), "/nowhere cannot be opened: No such file or directory");
   const std::string key = pki().key("alice");
-  EXPECT_EQ(failureWith(key), key + " holds no certificate in PEM form, or something that is none");
+  EXPECT_EQ(failureWith(key), key + " is not a PEM file of certificates");
   Support::writeFile(inSandbox("both.pem"),
                      Support::readFile(pki().certificate("branch-ca")) + Support::readFile(pki().certificate("ca")));
   EXPECT_EQ(failureWith(inSandbox("both.pem")), "no failure");
   EXPECT_TRUE(verifies());
   Support::writeFile(inSandbox("cut.pem"), Support::readFile(pki().certificate("branch-ca")) +
                                                "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n");
-  EXPECT_EQ(failureWith(inSandbox("cut.pem")),
-            inSandbox("cut.pem") + " holds no certificate in PEM form, or something that is none");
+  EXPECT_EQ(failureWith(inSandbox("cut.pem")), inSandbox("cut.pem") + " is not a PEM file of certificates");
 }
 
 TEST_F(Signing, ReturnsTheRoleOfAKey) {

@@ -34,7 +34,7 @@ protected:
   }
 };
 
-constexpr const char* conflict = "FileConflict: The package has a file where another one is: /opt/common/file";
+constexpr const char* conflict = "FileConflict: The package has a file at the path of another entry: /opt/common/file";
 
 TEST_F(StoreConflict, WithAnUnownedFile) {
   Support::writeFile(root() / "opt/common/file", "mine");
@@ -61,43 +61,43 @@ TEST_F(StoreConflict, WithADirectory) {
 TEST_F(StoreConflict, WithAFileInPlaceOfItsDirectory) {
   Support::writeFile(root() / "opt/common", "mine");
   expectRefused(package(inCommon("sample", "")),
-                "FileConflict: The package has a directory where something else is: /opt/common");
+                "FileConflict: The package has a directory at the path of another entry: /opt/common");
 }
 
 TEST_F(StoreConflict, WithAFileInPlaceOfItsParent) {
   Support::writeFile(root() / "opt", "mine");
   expectRefused(package(inCommon("sample", "")),
-                "FileConflict: The package has a file below what is no directory: /opt");
+                "FileConflict: The package has a file below a path that is not a directory: /opt");
 }
 
 TEST_F(StoreConflict, WithAnotherPackage) {
   install(inCommon("first", "echo x >file"));
   expectRefused(package(inCommon("second", "echo y >file")),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
 TEST_F(StoreConflict, WithAnotherPackageOnlyInTheMode) {
   install(inCommon("first", "echo x >file"));
   expectRefused(package(inCommon("second", "echo x >file; chmod 600 file")),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
 TEST_F(StoreConflict, WithAnotherPackageOnlyInTheTarget) {
   install(inCommon("first", "ln -s abc file"));
   expectRefused(package(inCommon("second", "ln -s xyz file")),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
 TEST_F(StoreConflict, WithAnotherPackageOnlyInTheSize) {
   installFile(withoutDigestsAndTargets(inCommon("first", "echo x >file")));
   expectRefused(withoutDigestsAndTargets(inCommon("second", "echo xy >file")),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
 TEST_F(StoreConflict, WithAnotherPackageOnlyInTheType) {
   installFile(withoutDigestsAndTargets(inCommon("first", "printf abc >file; chmod 777 file")));
   expectRefused(withoutDigestsAndTargets(inCommon("second", "ln -s abc file")),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
 TEST_F(StoreConflict, WithAGhostOfAnotherPackage) {
@@ -105,14 +105,14 @@ TEST_F(StoreConflict, WithAGhostOfAnotherPackage) {
   PackageInput ghost = inCommon("second", "echo x >file");
   ghost.files = "%dir /opt/common\n%ghost /opt/common/file";
   expectRefused(withoutDigestsAndTargets(ghost),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
 TEST_F(StoreConflict, WithAnotherPackageInstalledAfterTheEarlierVersion) {
   install(inCommon("first", "echo x >file"));
   install(inCommon("second", "echo x >file"));
   expectRefused(package(versionTwo(inCommon("first", "echo y >file"))),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
 // Another package owns the file too, so this package must not restore it.
@@ -127,7 +127,7 @@ TEST_F(StoreConflict, WithAnEntryThatReplacedASharedFile) {
 TEST_F(StoreConflict, OfAFileThatBecomesADirectory) {
   install(inCommon("sample", "echo x >file"));
   expectRefused(package(versionTwo(inCommon("sample", "mkdir file"))),
-                "FileConflict: The package has a directory where something else is: /opt/common/file");
+                "FileConflict: The package has a directory at the path of another entry: /opt/common/file");
 }
 
 TEST_F(StoreConflict, OfADirectoryThatBecomesAFile) {

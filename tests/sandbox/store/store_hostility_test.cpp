@@ -37,13 +37,13 @@ protected:
 TEST_F(StoreHostility, CannotWriteThroughItsOwnSymlink) {
   fs::create_directory(outside());
   expectRefused(forged("ln -s " + outside() + " a; echo x >aXfile", "aXfile", "a/file"),
-                "BadPackageContent: The package has an entry below one that is no directory: /opt/a/file");
+                "BadPackageContent: The package has an entry below an entry that is not a directory: /opt/a/file");
   EXPECT_TRUE(fs::is_empty(outside()));
 }
 
 TEST_F(StoreHostility, CannotWriteBelowItsOwnFile) {
   expectRefused(forged("echo x >a; echo x >aXfile", "aXfile", "a/file"),
-                "BadPackageContent: The package has an entry below one that is no directory: /opt/a/file");
+                "BadPackageContent: The package has an entry below an entry that is not a directory: /opt/a/file");
 }
 
 TEST_F(StoreHostility, CannotWriteThroughASymlinkOfAnotherPackage) {
@@ -52,14 +52,15 @@ TEST_F(StoreHostility, CannotWriteThroughASymlinkOfAnotherPackage) {
            .install = "mkdir -p %{buildroot}/opt; ln -s " + outside() + " %{buildroot}/opt/a",
            .files = "/opt/a"});
   expectRefused(package(fileAt("/opt/a/file")),
-                "FileConflict: The package has a file below what is no directory: /opt/a");
+                "FileConflict: The package has a file below a path that is not a directory: /opt/a");
   EXPECT_TRUE(fs::is_empty(outside()));
 }
 
 TEST_F(StoreHostility, CannotWriteThroughASymlinkOfTheRoot) {
   fs::create_directory(outside());
   fs::create_directory_symlink(outside(), root() / "opt");
-  expectRefused(package(fileAt("/opt/file")), "FileConflict: The package has a file below what is no directory: /opt");
+  expectRefused(package(fileAt("/opt/file")),
+                "FileConflict: The package has a file below a path that is not a directory: /opt");
   EXPECT_TRUE(fs::is_empty(outside()));
 }
 
@@ -67,13 +68,14 @@ TEST_F(StoreHostility, CannotHaveADirectoryInPlaceOfASymlink) {
   fs::create_directory(outside());
   fs::create_directory_symlink(outside(), root() / "opt");
   expectRefused(package({.install = "mkdir %{buildroot}/opt", .files = "%dir %attr(700, root, root) /opt"}),
-                "FileConflict: The package has a directory where something else is: /opt");
+                "FileConflict: The package has a directory at the path of another entry: /opt");
 }
 
 TEST_F(StoreHostility, CannotUseNamesThatAreNotNormalised) {
   for (const std::string name : {"../file", "./Xfile", "//Xfile", "a/../fi", "Xfile//"})
     expectRefused(forged("echo x >" + std::string(name.size(), 'Y'), std::string(name.size(), 'Y'), name),
-                  "BadPackageContent: The package has an entry whose path is not plain: /opt/" + name);
+                  "BadPackageContent: The package has an entry whose path is not absolute and normalised: /opt/" +
+                      name);
 }
 
 TEST_F(StoreHostility, CannotUseRelativeNames) {
@@ -82,12 +84,12 @@ TEST_F(StoreHostility, CannotUseRelativeNames) {
                           headerDel(header, RPMTAG_DIRNAMES);
                           headerPutString(header, RPMTAG_DIRNAMES, "opt/");
                         }),
-                "BadPackageContent: The package has an entry whose path is not plain: opt/file");
+                "BadPackageContent: The package has an entry whose path is not absolute and normalised: opt/file");
 }
 
 TEST_F(StoreHostility, CannotHaveTwoEntriesWithOnePath) {
   expectRefused(forged("echo x >first; echo y >later", "later", "first"),
-                "BadPackageContent: The package has two entries with one path: /opt/first");
+                "BadPackageContent: The package has two entries with the same path: /opt/first");
 }
 
 TEST_F(StoreHostility, CannotChangeReservedFolders) {
@@ -99,7 +101,7 @@ TEST_F(StoreHostility, CannotChangeReservedFolders) {
 
 TEST_F(StoreHostility, CannotReplaceParentsOfReservedFolders) {
   expectRefused(package({.install = "ln -s opt %{buildroot}/usr", .files = "/usr"}),
-                "FileConflict: The package has no directory on the way to a folder that is not for packages: /usr");
+                "FileConflict: The package replaces the parent of a folder that is not for packages: /usr");
 }
 
 TEST_F(StoreHostility, MayUseNeighboursOfReservedFolders) {
@@ -111,7 +113,7 @@ TEST_F(StoreHostility, MayUseNeighboursOfReservedFolders) {
 TEST_F(StoreHostility, CannotClaimAnExistingFileAsAGhost) {
   Support::writeFile(root() / "opt/precious", "mine");
   expectRefused(package({.install = "", .files = "%ghost /opt/precious"}),
-                "FileConflict: The package has a file where another one is: /opt/precious");
+                "FileConflict: The package has a file at the path of another entry: /opt/precious");
 }
 
 TEST_F(StoreHostility, CannotSetModesOfExistingDirectories) {

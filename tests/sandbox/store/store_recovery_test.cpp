@@ -52,9 +52,9 @@ TEST_F(StoreRecovery, NeedsADatabase) {
 
 TEST_F(StoreRecovery, AllowsOneStoreAtATime) {
   store();
-  EXPECT_EQ(opening(), "Internal: Another process has the package store: " + lockFile());
+  EXPECT_EQ(opening(), "Internal: Another process uses the package store: " + lockFile());
   const Support::ProcessResult other = Support::run({Support::program("store_tool"), "open"});
-  EXPECT_EQ(other.errors, "Another process has the package store: " + lockFile() + "\n");
+  EXPECT_EQ(other.errors, "Another process uses the package store: " + lockFile() + "\n");
   EXPECT_EQ(other.status, 1);
   closeStore();
   EXPECT_EQ(opening(), "no error");
@@ -114,7 +114,7 @@ TEST_F(StoreRecovery, GivesEachEventItsOwnTime) {
 TEST_F(StoreRecovery, RefusesAnEventAfterTheLastPossibleTime) {
   store();
   Support::writeFile(root() / "var/lib/krv/registry", "timestamp=9223372036854775807 event=R package=sample keyid=k\n");
-  expectRefused(package({}), "Filesystem: The package registry has an event at the end of time: sample");
+  expectRefused(package({}), "Filesystem: The package registry has an event with the latest possible time: sample");
 }
 
 } // namespace

@@ -37,7 +37,7 @@ TEST_F(StoreRefusal, OfARelativePath) {
 }
 
 TEST_F(StoreRefusal, OfOtherTypesOfFiles) {
-  const std::string message = "FileNotFound: The package is not a file that exists: ";
+  const std::string message = "FileNotFound: The package is not an existing regular file: ";
   expectRefused(missing(), message + missing());
   expectRefused(m_rpm.path(), message + m_rpm.path().string());
   Support::makeFifo(m_rpm.path() / "fifo.rpm");
@@ -122,7 +122,7 @@ TEST_F(StoreRefusal, OfAVersionThatTheBusRefuses) {
 
 TEST_F(StoreRefusal, OfAnInvalidVersion) {
   for (const std::string version : {"", "1-0", "1 0", "1:0"}) {
-    const std::string error = "BadPackageVersion: The package has a version or release that is none: '" + version + "'";
+    const std::string error = "BadPackageVersion: The package has an invalid version or release: '" + version + "'";
     expectRefused(packageWith(RPMTAG_VERSION, version), error);
     expectRefused(packageWith(RPMTAG_RELEASE, version), error);
   }
@@ -139,7 +139,7 @@ TEST_F(StoreRefusal, OfAHeaderThatClaimsAnInstallation) {
     Common::Rpm::Reader reader(header);
     Sandbox::addTexts(reader, keyIdTag, {"f00d"});
   });
-  expectRefused(path, "BadPackageContent: The package has a header that claims an installation");
+  expectRefused(path, "BadPackageContent: The package header has tags of an installed package");
 }
 
 TEST_F(StoreRefusal, OfAPackageThatExceedsTheFreeSpace) {
@@ -154,14 +154,14 @@ TEST_F(StoreRefusal, OfAPackageThatExceedsTheFreeSpace) {
 TEST_F(StoreRefusal, OfAnotherDeveloper) {
   install({});
   expectRefused(package({.version = "2.0"}, {.developer = "bob"}),
-                "DeveloperMismatch: The installed package is of another developer: sample");
+                "DeveloperMismatch: The installed package is from another developer: sample");
 }
 
 // The developer is checked before the version.
 TEST_F(StoreRefusal, OfTheSameVersionOfAnotherDeveloper) {
   install({});
   expectRefused(package({}, {.developer = "bob"}),
-                "DeveloperMismatch: The installed package is of another developer: sample");
+                "DeveloperMismatch: The installed package is from another developer: sample");
 }
 
 TEST_F(StoreRefusal, OfASupersededKey) {

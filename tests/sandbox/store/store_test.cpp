@@ -229,7 +229,7 @@ TEST_F(ForeignPackage, CorruptsAPackageOfTheSameName) {
 TEST_F(ForeignPackage, OwnsItsFiles) {
   record({.name = "foreign", .install = "mkdir %{buildroot}/opt; echo x >%{buildroot}/opt/file", .files = "/opt/file"});
   expectRefused(package({.install = "mkdir %{buildroot}/opt; echo y >%{buildroot}/opt/file", .files = "/opt/file"}),
-                "FileConflict: The package has a file that another package has differently: /opt/file");
+                "FileConflict: Another package has a different file at the path: /opt/file");
 }
 
 TEST_F(ForeignPackage, CanBeErasedByItsOwnerAsUsual) {

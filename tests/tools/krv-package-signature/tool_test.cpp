@@ -199,7 +199,7 @@ TEST_F(PackageSignatureTool, FollowsASymlink) {
 TEST_F(PackageSignatureTool, ContinuesWithTheOtherPackagesWhenOneFails) {
   Support::writeFile(folder() / "text", "no package\n");
   std::filesystem::copy_file(folder() / "a.rpm", folder() / "b.rpm");
-  const std::string errors = tool + "text: it is no RPM package\n" + tool +
+  const std::string errors = tool + "text: it is not an RPM package\n" + tool +
                              "missing: it cannot be opened: No such file or directory\n" + tool +
                              ".: it is not a regular file\n";
   expectResult(signAs("alice", {"a.rpm", "text", "missing", ".", "b.rpm"}), 1, "", errors);
@@ -256,7 +256,7 @@ TEST_F(PackageSignatureTool, ReportsWhyAPackageDoesNotVerify) {
   PackageSignatures::replaceContainer(folder() / "a.rpm", alice + alice);
   expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: it has two signatures of a developer\n");
   Support::writeFile(folder() / "a.rpm", before + '\n');
-  expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: its signatures or key rotations do not hold\n");
+  expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: its signatures or key rotations are not valid\n");
 }
 
 TEST_F(PackageSignatureTool, TrustsTheSystemsAuthoritiesByDefault) {
@@ -360,7 +360,7 @@ TEST_F(StoppedSigning, RefusesToReplaceASymlinkThatReplacedThePackage) {
     std::filesystem::rename(folder() / "a.rpm", folder() / "b.rpm");
     std::filesystem::create_symlink(victim, folder() / "a.rpm");
   };
-  expectResult(sign("a.rpm", change), 1, "", tool + "a.rpm: another file took its place meanwhile\n");
+  expectResult(sign("a.rpm", change), 1, "", tool + "a.rpm: another file replaced it meanwhile\n");
   EXPECT_TRUE(readFile(victim) == victimBefore);
   EXPECT_TRUE(std::filesystem::is_symlink(folder() / "a.rpm"));
   EXPECT_TRUE(readFile(folder() / "b.rpm") == before);
@@ -372,7 +372,7 @@ TEST_F(StoppedSigning, RefusesToReplaceAFileThatReplacedThePackage) {
     std::filesystem::copy_file(victim, folder() / "new");
     std::filesystem::rename(folder() / "new", folder() / "a.rpm");
   };
-  expectResult(sign("a.rpm", change), 1, "", tool + "a.rpm: another file took its place meanwhile\n");
+  expectResult(sign("a.rpm", change), 1, "", tool + "a.rpm: another file replaced it meanwhile\n");
   EXPECT_TRUE(package() == victimBefore);
   EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
 }
@@ -445,10 +445,9 @@ TEST_F(PackageSignatureTool, RefusesWrongUsage) {
       {{"sign", "a.rpm"}, "--key is required"},
       {{"sign", "--key", "k", "a.rpm"}, "--cert is required"},
       {{"sign", "--key", "k", "--cert", "c"}, "PACKAGE is required"},
-      {{"sign", "--key", "k", "--cert", "c", "--previous", "k2", "a.rpm"},
-       "--previous: a key and a certificate with one comma between them are needed, not k2"},
+      {{"sign", "--key", "k", "--cert", "c", "--previous", "k2", "a.rpm"}, "--previous: expected KEY,CERT, not k2"},
       {{"sign", "--key", "k", "--cert", "c", "--previous", "a,b,c", "a.rpm"},
-       "--previous: a key and a certificate with one comma between them are needed, not a,b,c"},
+       "--previous: expected KEY,CERT, not a,b,c"},
       {{"show", "--color", "a.rpm"}, "The following argument was not expected: --color"},
       {{"show", "--ca-path", "x", "a.rpm"}, "The following argument was not expected: --ca-path"},
       {{"show", "-x", "a.rpm"}, "The following argument was not expected: -x"},
