@@ -20,15 +20,16 @@ Common::Error contentError(const std::string& reason, const fs::path& path) {
 void requirePlainName(const std::string& name) {
   const fs::path path = name;
   if (!path.is_absolute() || path.lexically_normal().native() != name || (path.filename().empty() && name != "/"))
-    throw contentError("The package has an entry whose path is not plain: ", name);
+    throw contentError("The package has an entry whose path is not absolute and normalised: ", name);
 }
 
-/// A link would take what is below it to where the package must not write; a file has nothing below it.
+/// A path below a symlink could lead to a folder that the package must not write to; a file cannot have entries below
+/// it.
 void requireDirectoriesAbove(const PackagedFiles& files, const fs::path& path) {
   for (fs::path parent = path.parent_path(); !parent.empty(); parent = parent.parent_path()) {
     const auto found = files.find(parent);
     if (found != files.end() && found->second.type != fs::file_type::directory)
-      throw contentError("The package has an entry below one that is no directory: /", path);
+      throw contentError("The package has an entry below an entry that is not a directory: /", path);
   }
 }
 
@@ -40,7 +41,7 @@ PackagedFiles contentOf(const Common::Rpm::Reader& package) {
     requirePlainName(file.name);
     const fs::path path = Common::Rpm::nameBelowRoot(file.name);
     if (files.contains(path))
-      throw contentError("The package has two entries with one path: /", path);
+      throw contentError("The package has two entries with the same path: /", path);
     if (!path.empty())
       files.emplace(path, std::move(file));
   }

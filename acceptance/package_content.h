@@ -10,11 +10,11 @@
 
 namespace Acceptance {
 
-/// Files of packages by their paths below the root, parents before what is in them. The root itself is not among them.
+/// Files of packages by their paths below the root, parents before their content. Does not contain the root itself.
 using PackagedFiles = std::multimap<std::filesystem::path, PackagedFile>;
 
-/// The files of a package that is to be installed, after a look at whether they make sense together: each has one path,
-/// absolute and without detours, and nothing lies below a file or a link. Throws Common::Error, BadPackageContent.
+/// The files of a package to install. Throws Common::Error, BadPackageContent, unless each has a path of its own, which
+/// is absolute and normalised, and no file lies below a file or a symlink.
 PackagedFiles contentOf(const Common::Rpm::Reader& package);
 
 } // namespace Acceptance

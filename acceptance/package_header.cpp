@@ -21,7 +21,7 @@ bool fitsArchitecture(const Common::Rpm::Reader& package) {
 }
 
 bool hasScripts(const Common::Rpm::Reader& package) {
-  // A script may be an interpreter alone, without a text for it.
+  // A script may consist of only an interpreter, without a text.
   static constexpr auto tags = std::to_array<rpmTagVal>(
       {RPMTAG_PREIN, RPMTAG_PREINPROG, RPMTAG_POSTIN, RPMTAG_POSTINPROG, RPMTAG_PREUN, RPMTAG_PREUNPROG, RPMTAG_POSTUN,
        RPMTAG_POSTUNPROG, RPMTAG_PRETRANS, RPMTAG_PRETRANSPROG, RPMTAG_POSTTRANS, RPMTAG_POSTTRANSPROG,

@@ -8,8 +8,8 @@
 
 namespace Acceptance {
 
-/// Header tags for what only an installation finds out: an installed package has them in its database entry, and a
-/// package file must not have them. Nobody else uses the numbers; they follow that of the tag for CMSes.
+/// Header tags that an installation adds: the database entry of an installed package has them, and a package file must
+/// not have them. The numbers are not used elsewhere; they follow the tag of the CMSes.
 namespace InstallationTag {
 inline constexpr std::int32_t Source = 1263687236;
 inline constexpr std::int32_t KeyId = 1263687237;
@@ -20,10 +20,10 @@ inline constexpr std::int32_t Subgroup = 1263687239;
 /// Whether the header has one of the tags above.
 bool hasInstallationTags(const Common::Rpm::Reader& header);
 
-/// Whether RPM takes this machine for one that can run the package.
+/// Whether RPM considers this machine able to run the package.
 bool fitsArchitecture(const Common::Rpm::Reader& package);
 
-/// Whether RPM would run something when it installs or erases the package: a script or a trigger of any kind.
+/// Whether RPM would run a script or a trigger when it installs or erases the package.
 bool hasScripts(const Common::Rpm::Reader& package);
 
 } // namespace Acceptance

@@ -28,16 +28,15 @@ bool has(const std::string& text, const char* part) {
   return text.find(part) != std::string::npos;
 }
 
-/// Names and versions go over the bus, which takes nothing but UTF-8 and closes the connection of a service whose
-/// answer is too large; the list of all packages is one answer. rpmbuild puts the three into a file name, so none is
-/// longer.
+/// Names and versions are sent over the bus, which allows only UTF-8 and disconnects a service whose answer is too
+/// large; the list of all packages is one answer. rpmbuild puts name, version and release into a file name, so none of
+/// them is longer.
 bool fitsTheBus(const std::string& text) {
   constexpr std::size_t longest = 255;
   return text.size() <= longest && Common::asUtf8(text) == text;
 }
 
-/// The registry has names between spaces, and its keys between arrows. RPM takes entries of the one name below for the
-/// keys that it trusts.
+/// The registry separates names by spaces and keys by "->". RPM uses the name "gpg-pubkey" for the keys that it trusts.
 void requireUsableName(const std::string& name) {
   if (!fitsTheBus(name))
     throw Error(ErrorCode::BadPackageID, "The package has a name that is too long or not UTF-8");
@@ -46,14 +45,14 @@ void requireUsableName(const std::string& name) {
     throw Error(ErrorCode::BadPackageID, "The package has a name that cannot be used: '" + name + "'");
 }
 
-/// With a dash in one of them "version-release" could be read in two ways, and with a colon "epoch:version".
+/// A dash would make "version-release" ambiguous, a colon "epoch:version".
 void requireVersion(const Reader& package) {
   for (const auto tag : {Common::Rpm::Tag::Version, Common::Rpm::Tag::Release}) {
     const std::string text = package.tag(tag);
     if (!fitsTheBus(text))
       throw Error(ErrorCode::BadPackageVersion, "The package has a version or release that is too long or not UTF-8");
     if (text.empty() || has(text, "-") || has(text, ":") || std::ranges::any_of(text, isControlOrSpace))
-      throw Error(ErrorCode::BadPackageVersion, "The package has a version or release that is none: '" + text + "'");
+      throw Error(ErrorCode::BadPackageVersion, "The package has an invalid version or release: '" + text + "'");
   }
 }
 
@@ -68,7 +67,7 @@ void requireDeveloper(const PackageIdentity& package, const PackageIdentity& ins
   if (contains(installed.developer.previousKeyIds, package.developer.keyId))
     throw Error(ErrorCode::DeveloperKeySuperseded,
                 "The installed package is signed with a newer key of its developer: " + package.name);
-  throw Error(ErrorCode::DeveloperMismatch, "The installed package is of another developer: " + package.name);
+  throw Error(ErrorCode::DeveloperMismatch, "The installed package is from another developer: " + package.name);
 }
 
 } // namespace
@@ -80,7 +79,7 @@ void requireInstallable(const Reader& package) {
     throw Error(ErrorCode::BadPackageArchitecture,
                 "The package is for another architecture: " + package.tag(Common::Rpm::Tag::Architecture));
   if (hasInstallationTags(package))
-    throw Error(ErrorCode::BadPackageContent, "The package has a header that claims an installation");
+    throw Error(ErrorCode::BadPackageContent, "The package header has tags of an installed package");
 }
 
 void requireSuccessor(const PackageIdentity& package, const PackageIdentity& installed) {

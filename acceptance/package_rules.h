@@ -7,23 +7,23 @@
 
 #include <string>
 
-/// Which packages may be installed. Each of these throws Common::Error with the code for what is wrong.
+/// The rules for packages that may be installed. Each function throws Common::Error with the code of the broken rule.
 namespace Acceptance {
 
-/// What is wrong with a package whatever is installed: BadPackageID, BadPackageVersion, BadPackageArchitecture, and
-/// BadPackageContent for a header that claims to have been installed already.
+/// Checks a package without regard to installed packages: BadPackageID, BadPackageVersion, BadPackageArchitecture, and
+/// BadPackageContent for a header with the tags of an installed package.
 void requireInstallable(const Common::Rpm::Reader& package);
 
-/// A package as the rules compare it with another one.
+/// The data of a package that the rules compare.
 struct PackageIdentity {
   std::string name;
-  std::string version; ///< "version-release", with "epoch:" before it only if the package has one
+  std::string version; ///< "version-release", after "epoch:" if the package has an epoch
   Common::DeveloperIdentity developer;
 };
 
-/// Whether `package` may replace `installed`. First the developers are compared: DeveloperMismatch, or
-/// DeveloperKeySuperseded if the developer of `installed` has replaced the key of `package`; then the versions:
-/// SamePackageIsInstalled, DowngradeAttempt.
+/// Checks whether `package` may replace `installed`. Compares the developers first: DeveloperMismatch, or
+/// DeveloperKeySuperseded if the developer of `installed` has replaced the key of `package`. Then compares the
+/// versions: SamePackageIsInstalled, DowngradeAttempt.
 void requireSuccessor(const PackageIdentity& package, const PackageIdentity& installed);
 
 } // namespace Acceptance

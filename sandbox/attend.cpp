@@ -18,7 +18,7 @@ namespace {
 
 using Common::ErrorCode;
 
-/// A package decides how long the names in a reason are, and the bus closes the connection of whoever sends too much.
+/// A package determines the length of the names in a reason, and the bus disconnects a client that sends too much.
 constexpr std::size_t longestReason = 4096;
 
 [[noreturn]] void refuse(const std::string& call, ErrorCode code, std::string_view reason) {

@@ -25,7 +25,7 @@ using Common::ErrorCode;
 
 using Description = std::map<std::string, std::string>;
 using Options = std::map<std::string, sdbus::Variant>;
-/// A source's name, and a text of which nothing is made here.
+/// A source's name, and a text that is not used.
 using Source = sdbus::Struct<std::string, std::string>;
 
 template <typename Expected>
@@ -35,7 +35,7 @@ const sdbus::Variant& checked(const std::string& option, const sdbus::Variant& v
   return value;
 }
 
-/// The source that the options name. The two about showing something are for a service that has a screen.
+/// The source in the options. The two options for dialogs are only checked, because this service has no screen.
 std::string sourceFrom(const Options& options) {
   std::string source;
   for (const auto& [option, value] : options) {
@@ -49,7 +49,7 @@ std::string sourceFrom(const Options& options) {
   return source;
 }
 
-/// Clients compare version and release; an epoch would make every package that has none look older.
+/// Clients compare version and release; with an epoch, a package file without one would look older.
 std::string withoutEpoch(const std::string& version) {
   return version.substr(version.find(':') + 1);
 }

@@ -10,11 +10,11 @@
 
 namespace Common::Rpm {
 
-/// The type that a mode says (inode(7)); unknown for a mode with none of these types.
+/// The file type in a mode (inode(7)); unknown if the mode has none.
 std::filesystem::file_type typeOf(rpm_mode_t mode);
 
-/// Where a packaged file's name leads below the root of a file system, without a '/' at its ends; "" for the root. It
-/// cannot climb out: as in the file system, the root is its own parent.
+/// The path of a packaged file below the root of a file system, without a '/' at its ends; "" for the root. It cannot
+/// lead out of the root: ".." at the root stays there, as in the file system.
 std::string nameBelowRoot(std::string_view name);
 
 } // namespace Common::Rpm

@@ -8,8 +8,8 @@ namespace Common {
 
 namespace {
 
-/// The well-formed sequences that begin with one range of bytes (RFC 3629, section 4). All bytes after the second are
-/// between 0x80 and 0xbf.
+/// The valid sequences for one range of first bytes (RFC 3629, section 4). All bytes after the second are between 0x80
+/// and 0xbf.
 struct Sequence {
   unsigned char firstFrom, firstTo;
   unsigned char secondFrom, secondTo;
@@ -36,7 +36,7 @@ bool begins(std::string_view text, const Sequence& sequence) {
   return true;
 }
 
-/// How many bytes of `text`, which is not empty, make its first character; 0 when they make none.
+/// The length of the first character of `text`, which must not be empty; 0 if it is not valid.
 std::size_t characterLength(std::string_view text) {
   for (const Sequence& sequence : sequences)
     if (begins(text, sequence))

@@ -7,8 +7,8 @@
 
 namespace Common {
 
-/// `text` with a "?" for each byte that is not part of well-formed UTF-8 (RFC 3629). The bus takes no other text: an
-/// answer or an error that quotes a package with such a name would never be sent.
+/// `text` with a "?" for each byte that is not part of valid UTF-8 (RFC 3629). The bus allows only UTF-8: an answer or
+/// an error with such bytes would never be sent.
 std::string asUtf8(std::string_view text);
 
 } // namespace Common

@@ -24,10 +24,10 @@ using Common::Posix::FileDescriptor;
 
 namespace {
 
-// Such a descriptor needs no permission to read, and opening it has no effect on what it names.
+// O_PATH needs no read permission, and opening has no side effects.
 constexpr int directoryFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
-/// To be called before anything else can change errno.
+/// Call it before errno can change.
 Common::Error failure(const std::string& message, const fs::path& path) {
   const std::error_code reason(errno, std::generic_category());
   LogMessage(LogLevel::Error) << reason.message();
@@ -89,7 +89,7 @@ std::optional<Directory> Directory::step(const std::string& name) const {
 std::optional<Directory> Directory::find(const fs::path& path) const {
   std::optional<Directory> found = step(".");
   for (const fs::path& part : path) {
-    // Plans have no such path; a journal that was tampered with might.
+    // Plans have no such path, but a manipulated journal could.
     if (part == ".." || part.is_absolute())
       return std::nullopt;
     found = found->step(part);
@@ -135,7 +135,7 @@ bool Directory::makeDirectory(const std::string& name) const {
       return false;
     throw failure("Couldn't create directory: ", m_path / name);
   }
-  // The mask of the process may have taken away what the owner needs.
+  // The umask may have cleared bits that the owner needs.
   if (const std::optional<Directory> made = step(name))
     made->setPermissions(fs::perms::owner_all);
   return true;
@@ -224,7 +224,7 @@ void Directory::remove(const std::string& name) const {
 }
 
 void Directory::setPermissions(fs::perms permissions) const {
-  // fchmod(2) refuses a descriptor of this kind. The path names the open directory itself.
+  // fchmod(2) refuses O_PATH descriptors. The path in /proc leads to the open directory itself.
   if (chmod(pathOf(m_descriptor).c_str(), static_cast<mode_t>(permissions)) != 0)
     throw failure("Couldn't set permissions: ", m_path);
 }

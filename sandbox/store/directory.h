@@ -13,7 +13,7 @@
 
 namespace Sandbox {
 
-/// The status of a directory entry. The inode number tells the entries of one file system apart.
+/// The status of a directory entry. The inode number identifies it in its file system.
 struct Entry {
   std::filesystem::file_type type;
   std::filesystem::perms permissions; ///< with set-id and sticky bits
@@ -21,22 +21,22 @@ struct Entry {
   std::uint64_t inode;
 };
 
-/// An open directory. All operations are relative to its descriptor and follow no symbolic link, so that nobody who can
-/// rename an entry can lead them elsewhere. A `name` is that of an entry, a `path` leads from here through directories.
-/// Every operation throws Common::Error, Filesystem, after an error line with the reason; none blocks.
+/// An open directory. All operations are relative to its descriptor and follow no symlink, so nobody can redirect them
+/// by renaming an entry. A `name` is the name of an entry, a `path` leads from here through directories. Every
+/// operation throws Common::Error, Filesystem, after an error line with the reason; none blocks.
 class Directory {
 public:
-  /// Opens the directory at `path`, links followed.
+  /// Opens the directory at `path`, symlinks followed.
   explicit Directory(const std::filesystem::path& path);
 
-  /// The directory at `path`. Nothing if it is missing, or if a component of the path is a symlink or a file.
+  /// The directory at `path`. Returns nothing if it is missing, or if a component of the path is a symlink or a file.
   std::optional<Directory> find(const std::filesystem::path& path) const;
 
-  /// The directory at `path`, which has to be there.
+  /// The directory at `path`, which must exist.
   Directory open(const std::filesystem::path& path) const;
 
-  /// The directory at `path`. Those on the way that are missing are made for everybody to read (0755), the last one for
-  /// its owner alone (0700), which it also becomes when it has been there.
+  /// The directory at `path`. Missing parents are created with mode 0755. The last directory gets mode 0700, also if it
+  /// exists.
   Directory openPrivate(const std::filesystem::path& path) const;
 
   /// Makes a directory for its owner alone (0700). False when the name is taken.
@@ -63,18 +63,18 @@ public:
   /// Exchanges two entries in one step. False when one of them is missing.
   bool exchange(const std::string& name, const Directory& other, const std::string& otherName) const;
 
-  /// Removes a directory that is empty. Anything else stays.
+  /// Removes an empty directory. Does nothing to any other entry.
   void removeIfEmpty(const std::string& name) const;
 
-  /// Removes an entry with all that is below it. It may be missing.
+  /// Removes an entry and everything below it. It may be missing.
   void remove(const std::string& name) const;
 
-  /// Replaces the permissions of the directory itself.
+  /// Sets the permissions of the directory itself.
   void setPermissions(std::filesystem::perms permissions) const;
 
   int descriptor() const { return m_descriptor.get(); }
 
-  /// Where the directory was when it was opened, for messages.
+  /// The path of the directory when it was opened, for messages.
   const std::filesystem::path& path() const { return m_path; }
 
 private:
@@ -87,7 +87,7 @@ private:
   std::filesystem::path m_path;
 };
 
-/// Where an entry stands, or is to stand.
+/// The place of an entry, which need not exist.
 struct Place {
   Directory directory;
   std::string name;
@@ -95,10 +95,10 @@ struct Place {
   std::optional<Entry> entry() const { return directory.entry(name); }
 };
 
-/// The place at `path` below `root`. Nothing when the directory that it would be in cannot be found.
+/// The place at `path` below `root`. Returns nothing if its directory cannot be found.
 std::optional<Place> findPlace(const Directory& root, const std::filesystem::path& path);
 
-/// A path that leads to the file of the descriptor for as long as that is open, whatever has become of its name.
+/// A path to the file of the descriptor, valid while the descriptor is open, even if the file is renamed or removed.
 std::filesystem::path pathOf(const Common::Posix::FileDescriptor& descriptor);
 
 } // namespace Sandbox

@@ -30,7 +30,7 @@ std::string exportHeader(const Reader& package) {
 }
 
 Reader importHeader(std::string_view bytes) {
-  std::string copy(bytes); // librpm wants to be allowed to write there
+  std::string copy(bytes); // librpm's parameter is not const
   Common::Rpm::HeaderHandle header =
       Common::Rpm::ownHeader(headerImport(copy.data(), static_cast<unsigned int>(copy.size()), HEADERIMPORT_COPY));
   if (!header)
@@ -44,7 +44,7 @@ void addTexts(Reader& package, std::int32_t tag, const std::vector<std::string>&
   std::vector<const char*> pointers;
   for (const std::string& text : texts)
     pointers.push_back(text.c_str());
-  // headerPutStringArray() refuses a tag number for which librpm knows no type.
+  // headerPutStringArray() refuses tag numbers that librpm does not know.
   const std::shared_ptr<std::remove_pointer_t<rpmtd>> data = Common::Rpm::ownHandle<rpmtdFree>(rpmtdNew());
   data->tag = static_cast<rpm_tag_t>(tag);
   data->type = RPM_STRING_ARRAY_TYPE;

@@ -9,7 +9,7 @@
 
 namespace Sandbox {
 
-/// The files of database entries, whoever has made them. Throws as Acceptance::fileList() does.
+/// The files of database entries, including entries of other programs. Throws like Acceptance::fileList().
 Acceptance::PackagedFiles filesOf(const std::vector<Common::Rpm::Reader>& entries);
 
 } // namespace Sandbox

@@ -29,18 +29,18 @@ using Common::Error;
 using Common::ErrorCode;
 using Common::Posix::FileDescriptor;
 
-/// Opening a FIFO would wait and opening a device may do anything, so the file is only named at first.
+/// Uses O_PATH first: opening a FIFO could block, and opening a device may have side effects.
 FileDescriptor nameFile(const std::string& path) {
   if (!path.starts_with('/'))
     throw Error(ErrorCode::FileNotFound, "The path of the package is not absolute: " + path);
   FileDescriptor file(open(path.c_str(), O_PATH | O_CLOEXEC));
   struct stat status {};
   if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
-    throw Error(ErrorCode::FileNotFound, "The package is not a file that exists: " + path);
+    throw Error(ErrorCode::FileNotFound, "The package is not an existing regular file: " + path);
   return file;
 }
 
-/// Where the main header begins: behind the lead and the signature header, which is padded to eight bytes.
+/// The offset of the main header, behind the lead and the signature header, which is padded to eight bytes.
 std::optional<std::uint64_t> mainHeaderOffset(int file) {
   constexpr std::uint64_t leadSize = 96;
   constexpr std::uint64_t entrySize = 16;
@@ -51,10 +51,9 @@ std::optional<std::uint64_t> mainHeaderOffset(int file) {
   return leadSize + (size + 7) / 8 * 8;
 }
 
-/// How many bytes follow the signature header of the package file, as that header says: the main header and the
-/// payload. 0 when it does not say.
+/// The size of the main header and the payload, as the signature header says; 0 if it does not say.
 std::uint64_t promisedSize(const Common::Rpm::Reader& package) {
-  // librpm answers with the smaller tag for packages that have no large one.
+  // librpm returns the 32-bit tag if the package has no 64-bit tag.
   return headerGetNumber(package.header().get(), RPMTAG_LONGSIGSIZE);
 }
 
@@ -90,7 +89,7 @@ void OpenedPackage::requirePackage() {
   const std::optional<std::uint64_t> begin = mainHeaderOffset(readable.get());
   const auto size = static_cast<std::uint64_t>(status.st_size);
   const std::uint64_t promised = promisedSize(header);
-  // rpm(8) refuses bytes behind the payload as well, because they are in its digests; librpm alone passes over them.
+  // rpm(8) also refuses bytes behind the payload, because its digests cover them; librpm alone ignores them.
   if (!begin || *begin > size || size - *begin > promised)
     throw Error(ErrorCode::BadPackageFileFormat, "The package file is longer than its headers say: " + m_path);
   m_file = std::move(readable);
@@ -104,7 +103,7 @@ void OpenedPackage::copyTo(const FileDescriptor& destination) const {
     const auto count = static_cast<std::size_t>(
         checked(pread(m_file.get(), buffer.data(), wanted, static_cast<off_t>(offset)), m_path));
     if (count == 0)
-      return; // the file has become shorter, which is found out as with any other file that is too short
+      return; // the file has become shorter; later checks refuse it like any other truncated file
     writeAll(destination.get(), buffer.data(), count, m_path);
     offset += count;
   }

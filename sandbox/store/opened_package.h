@@ -10,22 +10,22 @@
 
 namespace Sandbox {
 
-/// A package file that somebody has asked for. The file is opened once, links followed: what is judged and copied is
-/// what was opened, whatever the path leads to later.
+/// A package file of an installation call. It is opened once, symlinks followed: the opened file is checked and copied,
+/// even if the path changes later.
 class OpenedPackage {
 public:
-  /// Throws Common::Error: FileNotFound for a relative path and for anything that is no regular file.
+  /// Throws Common::Error: FileNotFound if the path is relative or not a regular file.
   explicit OpenedPackage(const std::string& path);
 
-  /// What is wrong with the file as far as its headers tell. Throws Common::Error: what Common::Rpm::Reader and
-  /// Common::readPackageCmses() throw; BadPackageFileFormat for a file that is longer than its signature header says,
-  /// also for a header that does not say it.
+  /// Checks the headers of the file. Throws Common::Error: the errors of Common::Rpm::Reader and
+  /// Common::readPackageCmses(); BadPackageFileFormat if the file is longer than its signature header says or the
+  /// header does not say its size.
   void requirePackage();
 
-  /// How many bytes of the file are the package. To be asked after requirePackage().
+  /// The size of the package in bytes. Valid after requirePackage().
   std::uint64_t size() const { return m_size; }
 
-  /// Writes no more than size() bytes to `destination`, even if the file has grown. Throws Common::Error, Filesystem.
+  /// Writes at most size() bytes to `destination`, even if the file has grown. Throws Common::Error, Filesystem.
   void copyTo(const Common::Posix::FileDescriptor& destination) const;
 
 private:

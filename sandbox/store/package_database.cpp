@@ -21,8 +21,8 @@ using Common::ErrorCode;
 using Common::Rpm::Reader;
 using Common::Rpm::RpmTransaction;
 
-/// The end of a walk over a database that cannot be opened or read looks like any other end, and the packages that were
-/// not found would count as not installed.
+/// If the database cannot be opened or read, librpm ends the iteration normally, and the packages that were not found
+/// would count as not installed.
 void forEach(const RpmTransaction& transaction, const std::filesystem::path& folder,
              const std::function<void(const Reader&)>& visitor) {
   const int errors = reportedErrors();
@@ -71,7 +71,7 @@ void PackageDatabase::replace(const std::string& name, const std::optional<std::
       addToDatabase(transaction, importHeader(*entry));
     transaction.run();
   }
-  // librpm reports the problems of a run nowhere but in its count of them.
+  // librpm reports problems of a run only as the number that run() ignores.
   const std::vector<std::string> expected = entry ? std::vector{*entry} : std::vector<std::string>{};
   if (entriesOf(name) != expected)
     throw Error(ErrorCode::Internal, "Couldn't update the RPM database: " + m_folder.string());

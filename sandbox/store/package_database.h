@@ -11,18 +11,18 @@
 
 namespace Sandbox {
 
-/// The RPM database under the root, without the files of its packages. Each call locks it for itself, so that other
-/// programs get their turn; the same errors in all of them: Common::Error, Internal.
+/// The RPM database under the root, without the files of its packages. Each call locks it separately, so that other
+/// programs can use it. All errors are Common::Error, Internal.
 class PackageDatabase {
 public:
-  /// Makes the database in `folder` RPM's for the rest of the process, and the folder if there is none.
+  /// Makes `folder` RPM's database folder for the rest of the process, and creates it if it is missing.
   explicit PackageDatabase(std::filesystem::path folder);
 
-  /// All entries, in the database's order. They outlive the database.
+  /// All entries, in the order of the database. They outlive the database.
   std::vector<Common::Rpm::Reader> packages() const;
 
-  /// Makes the entry with these bytes, or none at all, the only one that is called `name`. Nothing else happens: no
-  /// file is touched and no script is run.
+  /// Replaces all entries with the name `name` by the entry with these bytes, or removes them if there is none. No file
+  /// is changed and no script runs.
   void replace(const std::string& name, const std::optional<std::string>& entry);
 
 private:

@@ -34,7 +34,7 @@ RegistryRecord newRecord(RegistryRecord::Event event, const StoredPackage& packa
     if (older.packageId != package.name || older.timestamp < timestamp)
       return;
     if (older.timestamp == std::numeric_limits<std::int64_t>::max())
-      throw registryError("The package registry has an event at the end of time: " + package.name);
+      throw registryError("The package registry has an event with the latest possible time: " + package.name);
     timestamp = older.timestamp + 1;
   });
   return {event, timestamp, package.name, package.developer.keyId, package.developer.previousKeyIds};

@@ -7,17 +7,17 @@
 
 #include <string>
 
-/// The registry as the log of what has happened. All errors are Common::Error, Filesystem.
+/// The registry as the record of the package events. All errors are Common::Error, Filesystem.
 namespace Sandbox {
 
-/// A record of `event` that the registry does not have yet: it is of now, or later if need be to be later than all
+/// A record of `event` that is not in the registry yet. Its time is now, or later if it would not be later than all
 /// other records of the package.
 Core::KRV::RegistryRecord newRecord(Core::KRV::RegistryRecord::Event event, const StoredPackage& package);
 
-/// Whether the registry has a record with this line.
+/// Whether the registry contains this line.
 bool isRecorded(const std::string& line);
 
-/// Writes the record down. When it throws the registry is as before.
+/// Writes the record. If it throws, the registry is unchanged.
 void record(const Core::KRV::RegistryRecord& event);
 
 } // namespace Sandbox

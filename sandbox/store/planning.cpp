@@ -20,7 +20,7 @@ using Acceptance::PackagedFiles;
 using fs::file_type;
 
 constexpr fs::perms permissionBits = fs::perms::all;
-/// Without its sticky bit a directory that is open to everybody would let everybody remove the files of others.
+/// Without the sticky bit, all users could remove each other's files in a directory that all can write to.
 constexpr fs::perms directoryBits = fs::perms::all | fs::perms::sticky_bit;
 constexpr fs::perms ordinaryDirectory = fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
                                         fs::perms::others_read | fs::perms::others_exec;
@@ -33,8 +33,8 @@ bool isFileOrLink(file_type type) {
   return type == file_type::regular || type == file_type::symlink;
 }
 
-/// A package that could write there would be the one to say who is trusted, what is installed, and what the image
-/// brings.
+/// A package that could write there could change the trusted authorities, the database of installed packages and the
+/// packages of the image.
 constexpr auto reservedFolders = std::to_array<const char*>({"etc/krv", "usr/share/krv", "var/lib/krv", "var/lib/rpm"});
 
 bool isWithin(const fs::path& path, const fs::path& folder) {
@@ -45,7 +45,7 @@ bool isReserved(const fs::path& path) {
   return std::ranges::any_of(reservedFolders, [&](const fs::path& folder) { return isWithin(path, folder); });
 }
 
-/// Whoever may rename entries there may put a reserved folder of his own in the place of the real one.
+/// A user who can rename entries there can replace a reserved folder by another one.
 bool leadsToReserved(const fs::path& path) {
   return std::ranges::any_of(reservedFolders, [&](const fs::path& folder) { return isWithin(folder, path); });
 }
@@ -55,7 +55,7 @@ std::optional<Entry> entryOf(const Directory& root, const fs::path& path) {
   return place ? place->entry() : std::nullopt;
 }
 
-/// Whether two packages mean the same file, so that both may own it.
+/// Whether two packages have the same file, so that both may own it.
 bool isSame(const PackagedFile& left, const PackagedFile& right) {
   return left.type == right.type && (left.permissions & permissionBits) == (right.permissions & permissionBits) &&
          left.size == right.size && left.digest == right.digest && left.target == right.target &&
@@ -70,9 +70,9 @@ public:
     if (isReserved(path))
       throw conflict("The package has a file in a folder that is not for packages: ", path);
     if (file.type != file_type::directory && leadsToReserved(path))
-      throw conflict("The package has no directory on the way to a folder that is not for packages: ", path);
+      throw conflict("The package replaces the parent of a folder that is not for packages: ", path);
     if (file.type != file_type::directory && !isFileOrLink(file.type))
-      return; // the extraction leaves it out
+      return; // the extraction skips it
     makeParents(path);
     if (file.type == file_type::directory)
       placeDirectory(path, file);
@@ -102,7 +102,7 @@ private:
       else if (entry->type == file_type::directory)
         m_found.insert(parent);
       else
-        throw conflict("The package has a file below what is no directory: ", parent);
+        throw conflict("The package has a file below a path that is not a directory: ", parent);
     }
   }
 
@@ -118,7 +118,7 @@ private:
     if (!entry && !file.isGhost)
       make(path, leadsToReserved(path) ? ordinaryDirectory : permissions);
     else if (entry && entry->type != file_type::directory)
-      throw conflict("The package has a directory where something else is: ", path);
+      throw conflict("The package has a directory at the path of another entry: ", path);
     else if (entry && isOwn(path) && !leadsToReserved(path))
       m_plan.directoryModes.push_back(
           {.path = path, .permissions = permissions | (entry->permissions & fs::perms::sticky_bit)});
@@ -129,7 +129,7 @@ private:
     if (isSharedWithOthers(path, file) && entry && entry->type == file.type)
       return;
     if (entry && (!isOwn(path) || entry->type == file_type::directory))
-      throw conflict("The package has a file where another one is: ", path);
+      throw conflict("The package has a file at the path of another entry: ", path);
     if (file.isGhost)
       return;
     m_plan.changes.push_back({.kind = entry ? Change::Kind::Replace : Change::Kind::Add,
@@ -145,18 +145,18 @@ private:
   bool isSharedWithOthers(const fs::path& path, const PackagedFile& file) const {
     const auto [first, last] = m_ownership.others.equal_range(path);
     if (!std::all_of(first, last, [&](const auto& other) { return isSame(file, other.second); }))
-      throw conflict("The package has a file that another package has differently: ", path);
+      throw conflict("Another package has a different file at the path: ", path);
     return first != last;
   }
 
   const Directory& m_root;
   const Ownership& m_ownership;
   std::set<fs::path> m_made;
-  std::set<fs::path> m_found; ///< parents that are directories already
+  std::set<fs::path> m_found; ///< parents that exist as directories
   ChangePlan m_plan;
 };
 
-/// Adds to `plan` that the files of the installed version go which neither `kept` nor another package has.
+/// Adds the removal of the installed version's files to `plan`, except those in `kept` and those of other packages.
 void planObsoletes(const Directory& root, const Ownership& ownership, const PackagedFiles& kept, std::size_t number,
                    ChangePlan& plan) {
   for (const auto& [path, file] : ownership.earlier) {

@@ -8,19 +8,19 @@
 
 namespace Sandbox {
 
-/// The packages that a plan has to go by.
+/// The files of the installed packages.
 struct Ownership {
   const Acceptance::PackagedFiles& earlier; ///< of the installed version of the package itself
   const Acceptance::PackagedFiles& others;  ///< of all other packages
 };
 
-/// What the installation of `files` changes under `root`, where nothing that is not the package's own is touched and
-/// no link is passed through. Throws Common::Error, FileConflict, when that cannot be. A number of a change that adds
-/// or replaces is the index of the file in its package.
+/// The changes under `root` to install `files`. They touch only the package's own files and follow no symlink. Throws
+/// Common::Error, FileConflict, if that is impossible. The number of an added or replaced file is its index in the
+/// package.
 ChangePlan planInstallation(const Directory& root, const Acceptance::PackagedFiles& files, const Ownership& ownership);
 
-/// What the removal of the package whose files are `ownership.earlier` changes under `root`. What others own as well
-/// stays, and so does what is something else by now than the package says.
+/// The changes under `root` to remove the package with the files `ownership.earlier`. These stay: entries that other
+/// packages own too, a directory in the place of a file or symlink, and a file or symlink in the place of a directory.
 ChangePlan planRemoval(const Directory& root, const Ownership& ownership);
 
 } // namespace Sandbox

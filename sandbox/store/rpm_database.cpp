@@ -17,7 +17,7 @@ void setDatabaseFolder(const std::filesystem::path& folder) {
   std::string body;
   for (const char character : folder.string()) {
     body += character;
-    if (character == '%') // it would begin the name of another macro
+    if (character == '%') // "%" would start a macro
       body += character;
   }
   rpmPushMacro(nullptr, "_dbpath", nullptr, body.c_str(), RMIL_CMDLINE);

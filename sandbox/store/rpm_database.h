@@ -11,21 +11,22 @@
 
 namespace Sandbox {
 
-/// Makes the absolute `folder` the place of RPM's database for the rest of the process, over what the configuration
-/// says, which is read first. librpm finds the place of its lock file once: to be called before anything is locked.
+/// Makes the absolute path `folder` RPM's database folder for the rest of the process, in place of the configured one;
+/// reads the configuration first. Call it before any lock is taken, because librpm looks up its lock file only once.
 void setDatabaseFolder(const std::filesystem::path& folder);
 
-/// For Common::Rpm::RpmTransaction::addFlags(): its run() changes the database and nothing else. No file is touched; no
-/// script, trigger or plugin runs.
+/// For Common::Rpm::RpmTransaction::addFlags(): run() changes only the database. No file is changed; no script, trigger
+/// or plugin runs.
 inline constexpr rpmtransFlags databaseOnly = RPMTRANS_FLAG_JUSTDB | RPMTRANS_FLAG_NOSCRIPTS | _noTransScripts |
                                               RPMTRANS_FLAG_NOTRIGGERS | _noTransTriggers | RPMTRANS_FLAG_NOPLUGINS;
 
-/// Adds a package to the database at once, without its files and scripts and beside any other of its name. The lock of
-/// `transaction` must be one for writing. Throws Common::Error: Internal "Couldn't record package in the RPM database".
+/// Adds a package to the database immediately, without its files and scripts, also if one with the same name exists.
+/// The lock of `transaction` must be a write lock. Throws Common::Error: Internal "Couldn't record package in the RPM
+/// database".
 void addToDatabase(const Common::Rpm::RpmTransaction& transaction, const Common::Rpm::Reader& package);
 
-/// How many errors librpm has reported in this process so far. A walk over a database that turns out to be damaged ends
-/// like any other; this is the one place where the difference shows.
+/// The number of errors that librpm has reported in this process so far. Only this number shows that an iteration ended
+/// because the database is damaged.
 int reportedErrors();
 
 } // namespace Sandbox

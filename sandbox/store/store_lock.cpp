@@ -20,7 +20,7 @@ StoreLock::StoreLock(const Directory& folder)
     throw Common::Error(Common::ErrorCode::Filesystem,
                         "Couldn't open lock file: " + file.string() + ": " + std::strerror(reason));
   if (flock(m_file.get(), LOCK_EX | LOCK_NB) != 0)
-    throw Common::Error(Common::ErrorCode::Internal, "Another process has the package store: " + file.string());
+    throw Common::Error(Common::ErrorCode::Internal, "Another process uses the package store: " + file.string());
 }
 
 } // namespace Sandbox

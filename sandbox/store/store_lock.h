@@ -7,11 +7,11 @@
 
 namespace Sandbox {
 
-/// The lock that makes one process the only one to change the packages of a root. It goes with the process.
+/// The lock that lets only one process change the packages of a root. It is released when the process ends.
 class StoreLock {
 public:
-  /// Locks the file "lock" in `folder`, which is made if it is missing. Throws Common::Error: Internal when another
-  /// process has the lock, Filesystem when the file cannot be opened.
+  /// Locks the file "lock" in `folder`, and creates it if it is missing. Does not wait. Throws Common::Error: Internal
+  /// if another process has the lock, Filesystem if the file cannot be opened.
   explicit StoreLock(const Directory& folder);
 
 private:

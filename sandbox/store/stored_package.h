@@ -11,17 +11,17 @@
 
 namespace Sandbox {
 
-/// What the service knows of an installed package.
+/// The service's data about an installed package.
 struct StoredPackage : Acceptance::PackageIdentity {
   std::string source;
 };
 
-/// A copy of the header of a package file with what was found out when it was installed, at `time`. librpm does the
-/// same with the facts that it adds. Kept in the database entry, they come and go with it.
+/// A copy of a package file's header with the tags of its installation at `time`, as librpm also adds tags. They are in
+/// the database entry, so they are removed with it.
 Common::Rpm::Reader withInstallationFacts(const Common::Rpm::Reader& header, const StoredPackage& package,
                                           std::int64_t time);
 
-/// What a database entry says. Nothing for an entry that somebody else has made.
+/// The package of a database entry. Returns nothing if another program made the entry.
 std::optional<StoredPackage> storedPackage(const Common::Rpm::Reader& entry);
 
 } // namespace Sandbox

@@ -61,7 +61,7 @@ TEST(FileList, DescribesEachFileInHeaderOrder) {
   EXPECT_EQ(linesOf(package), expected);
 }
 
-TEST(FileList, HasNoDigestsAndTargetsThatTheHeaderHasNot) {
+TEST(FileList, HasOnlyDigestsAndTargetsOfTheHeader) {
   const Support::RpmSandbox sandbox;
   const auto package = sandbox.path() / "sample.rpm";
   sandbox.build(allKinds, package);

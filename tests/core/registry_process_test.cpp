@@ -152,7 +152,7 @@ TEST_F(RegistryProcess, AKilledWriterLeavesTheOldRegistryAndNoLock) {
 }
 
 // The lock file is replaced between opening and locking it.
-TEST_F(RegistryProcess, LocksTheFileThatItOpenedWhateverTakesItsPlace) {
+TEST_F(RegistryProcess, LocksTheOpenedFileEvenIfItIsReplaced) {
   writeFile(file, line(1));
   writeFile(root / "stranger", "kept");
   std::unique_ptr<Process> reader;
@@ -170,7 +170,7 @@ TEST_F(RegistryProcess, LocksTheFileThatItOpenedWhateverTakesItsPlace) {
   EXPECT_EQ(readFile(root / "stranger"), "kept");
 }
 
-TEST_F(RegistryProcess, LocksWithoutProcToo) {
+TEST_F(RegistryProcess, LocksWithoutProc) {
   writeFile(file, line(1));
   std::unique_ptr<Process> reader;
   EXPECT_TRUE(Registry().foreachRecord([&](const RegistryRecord&) {
@@ -199,7 +199,7 @@ TEST_F(RegistryFault, InTakingTheLock) {
                 "[E] Resource deadlock avoided\n" + lockMessage);
 }
 
-TEST_F(RegistryFault, InMakingTheFolder) {
+TEST_F(RegistryFault, InCreatingTheFolder) {
   const std::string reason =
       fs::filesystem_error("cannot create directories", folder, std::make_error_code(std::errc::read_only_file_system))
           .what();

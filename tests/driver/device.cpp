@@ -7,7 +7,7 @@
 #include <algorithm>
 
 bool Device::isSanitized() {
-#if defined(__SANITIZE_ADDRESS__) // gcc's way to say it; the other one is clang's
+#if defined(__SANITIZE_ADDRESS__) // gcc's macro; __has_feature is clang's
   return true;
 #elif defined(__has_feature)
   return __has_feature(address_sanitizer);

@@ -18,13 +18,13 @@ namespace fs = std::filesystem;
 using Support::readFile;
 using Support::writeFile;
 
-/// Calls that change nothing. Every other one is taken for one that does.
+/// Calls that change nothing. Every other call counts as one that writes.
 const std::set<std::string> readingCalls = {"access", "chdir",  "execve",  "faccessat",  "faccessat2", "fstatat64",
                                             "getcwd", "lstat",  "lstat64", "newfstatat", "readlink",   "readlinkat",
                                             "stat",   "stat64", "statfs",  "statfs64",   "statx"};
 
-/// Whether a line of the trace, behind the process's number, tells of a file that was, or was to be, written, made,
-/// removed, renamed or given other attributes.
+/// Whether a line of the trace, without the process number, shows a call that creates, writes, removes or renames a
+/// file or sets its attributes, or tries to.
 bool isWriting(const std::string& call) {
   const std::string name = call.substr(0, call.find('('));
   if (name != "open" && name != "openat")
@@ -36,8 +36,8 @@ bool isWriting(const std::string& call) {
   return false;
 }
 
-/// The paths of a call, which stand in double quotes, or in angle brackets behind a descriptor if there is no other.
-/// The path of a file that is opened by its descriptor stands behind the result.
+/// The paths of a call: in double quotes or, if there are none, in angle brackets behind a descriptor. The path of a
+/// file that is opened through its descriptor is behind the result.
 std::set<fs::path> pathsOf(const std::string& call) {
   std::set<fs::path> paths;
   if (call.find("\"/proc/self/fd/") != std::string::npos) {
@@ -54,7 +54,7 @@ std::set<fs::path> pathsOf(const std::string& call) {
   return paths;
 }
 
-/// Whether `folder` is `path` or above it.
+/// Whether `folder` is `path` or an ancestor of it.
 bool holds(const fs::path& folder, const fs::path& path) {
   return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first == folder.end();
 }
@@ -62,7 +62,7 @@ bool holds(const fs::path& folder, const fs::path& path) {
 class WrittenFiles : public testing::Test {
 protected:
   WrittenFiles() {
-    // As on a device: there is a database, somebody has read it, and there is /var/lib.
+    // As on a device: the database exists and has been read, and /var/lib exists.
     Support::runOrThrow({"rpm", "--initdb"});
     Support::runOrThrow({"rpm", "-qa"});
     fs::create_directories(m_device.root() / "var/lib");
@@ -73,7 +73,7 @@ protected:
     writeFile(m_device.preinstallDirectory() / "damaged.rpm", "This is no package.\n");
   }
 
-  /// Runs the tool and returns the paths that it wrote to or meant to.
+  /// Runs the tool and returns the paths that it wrote to or tried to write to.
   std::set<fs::path> run() {
     const fs::path trace = m_device.rpm().path() / "trace";
     Support::Process tool({"strace", "-f", "-y", "-s", "4096", "-o", trace, "-e",
@@ -91,8 +91,8 @@ protected:
     return written;
   }
 
-  /// librpm 4.20 calls mkdir for the database's folder and for each one above it, although they are there; 4.18 asks
-  /// whether they are.
+  /// librpm 4.20 calls mkdir for the existing folder of the database and each folder above it; 4.18 first checks
+  /// whether they exist.
   bool isForTheDatabasesFolder(const std::string& call) {
     return Support::librpmIsAtLeast("4.20") && call.starts_with("mkdir(") && call.find("= -1 EEXIST") != call.npos &&
            holds(*pathsOf(call).begin(), m_device.rpm().database());
@@ -107,7 +107,7 @@ MATCHER_P(IsIn, folder, "") {
   return holds(folder, arg);
 }
 
-TEST_F(WrittenFiles, AreTheRegistrysAndWhatReadingTheRpmDatabaseNeeds) {
+TEST_F(WrittenFiles, AreOnlyTheRegistryAndTheFilesForReadingTheRpmDatabase) {
   if (Support::run({"strace", "-o", "/dev/null", "true"}).status != 0)
     GTEST_SKIP() << "strace may not trace here";
   const fs::path database = m_device.rpm().database();
@@ -122,7 +122,7 @@ TEST_F(WrittenFiles, AreTheRegistrysAndWhatReadingTheRpmDatabaseNeeds) {
   EXPECT_EQ(readFile(m_device.registry()), record);
 }
 
-TEST_F(WrittenFiles, IncludeTheRegistrysFolderWhenThereIsNone) {
+TEST_F(WrittenFiles, IncludeAMissingRegistryFolder) {
   if (Support::run({"strace", "-o", "/dev/null", "true"}).status != 0)
     GTEST_SKIP() << "strace may not trace here";
   EXPECT_THAT(run(), testing::Each(testing::AnyOf(IsIn(registryFolder()), IsIn(m_device.rpm().database()))));

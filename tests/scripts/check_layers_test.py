@@ -18,7 +18,7 @@ HEADERS = {"driver/run.h": "", "driver/log/log_message.h": "", "common/error/err
            "service/krv_proxy.h": "", "tests/support/process/process.h": "", "common/rpm/reader.h": "",
            "sandbox/service.h": "", "sandbox/store/directory.h": ""}
 
-# Kind of breach: the file, its text, and the finding.
+# The name of each breach, with the file, its text and the expected finding.
 BREACHES = {
     "upper floor": ("core/a.cpp", '#include "driver/run.h"\n', "1: core (floor 2) includes driver/run.h of driver (floor 3)"),
     "same floor": ("core/a.cpp", '#include "service/krv_proxy.h"\n',

@@ -27,7 +27,7 @@ void verifyPackage(const std::string& path, const std::string& caPath) {
       throw SigningError("the " + role + "'s certificate does not verify against the authorities in " + caPath);
   }
   if (!file->verifyCmses(caPath.c_str()))
-    throw SigningError("its signatures or key rotations do not hold");
+    throw SigningError("its signatures or key rotations are not valid");
   std::cout << path << ": OK" << std::endl;
 }
 

@@ -27,7 +27,7 @@ std::pair<FileDescriptor, std::string> makeTemporaryFile(int directory) {
   for (;;) {
     std::array<unsigned char, 8> random{};
     if (getrandom(random.data(), random.size(), 0) != static_cast<ssize_t>(random.size()))
-      failWithErrno("no file can be made beside it", errno);
+      failWithErrno("no file can be created beside it", errno);
     std::string name = ".krv-package-";
     for (const unsigned char byte : random)
       name += "0123456789abcdefghijklmnopqrstuv"[byte % 32];
@@ -35,7 +35,7 @@ std::pair<FileDescriptor, std::string> makeTemporaryFile(int directory) {
     if (file)
       return {std::move(file), std::move(name)};
     if (errno != EEXIST)
-      failWithErrno("no file can be made beside it", errno);
+      failWithErrno("no file can be created beside it", errno);
   }
 }
 
@@ -79,7 +79,7 @@ void checkStillInPlace(int original, int directory, const std::string& name) {
   if (fstat(original, &opened) != 0 || fstatat(directory, name.c_str(), &inPlace, AT_SYMLINK_NOFOLLOW) != 0)
     failWithErrno("it cannot be replaced", errno);
   if (opened.st_dev != inPlace.st_dev || opened.st_ino != inPlace.st_ino)
-    throw SigningError("another file took its place meanwhile");
+    throw SigningError("another file replaced it meanwhile");
 }
 
 } // namespace

@@ -32,7 +32,7 @@ OpenPackage openPackage(int directory, const std::string& path, Symlink symlink)
     throw SigningError("it is not a regular file");
   const std::optional<PackageParts> parts = locateParts(file.get());
   if (!parts)
-    throw SigningError("it is no RPM package");
+    throw SigningError("it is not an RPM package");
   return {std::move(file), *parts};
 }
 
@@ -85,7 +85,7 @@ std::string toDer(CMS_ContentInfo* message) {
 }
 
 [[noreturn]] void failAsNoHeader() {
-  throw SigningError("its content is no RPM header");
+  throw SigningError("its content is not an RPM header");
 }
 
 /// A message of `key` without content; the signer gets the rotation attribute unless `chain` is empty.
@@ -163,7 +163,7 @@ std::string makeDetached(const OpenPackage& package, const Signer& signer) {
     failToSign();
   std::string made = toDer(message.get());
   if (mayDefineCurves(made))
-    throw SigningError("a key defines its curve, and has to name it");
+    throw SigningError("a key defines its curve instead of naming it");
   return made;
 }
 

@@ -87,12 +87,12 @@ TEST(Listing, FailsForAFile) {
   expectFailure(file, ListOptions::Recursive, reasonOf([&] { fs::recursive_directory_iterator{file}; }));
 }
 
-TEST(Listing, NamesTheDirectoryAsItWasPassed) {
+TEST(Listing, NamesTheDirectoryAsPassed) {
   const fs::path missing = TempDirectory().path() / "./missing//x/";
   expectFailure(missing, ListOptions::None, reasonOf([&] { fs::directory_iterator{missing}; }));
 }
 
-TEST(Listing, FailsForADirectoryThatMayNotBeRead) {
+TEST(Listing, FailsForAnUnreadableDirectory) {
   const TempDirectory directory;
   fs::create_directory(directory / "closed");
   const Support::OrdinaryUser user(directory.path());
@@ -102,7 +102,7 @@ TEST(Listing, FailsForADirectoryThatMayNotBeRead) {
   expectFailure(directory / "closed", ListOptions::None, reason);
 }
 
-TEST(Listing, FailsAsAWholeForASubdirectoryThatMayNotBeRead) {
+TEST(Listing, FailsForAnUnreadableSubdirectory) {
   const TempDirectory directory;
   writeFile(directory / "file", "");
   fs::create_directory(directory / "closed");
@@ -118,7 +118,7 @@ TEST(Listing, FailsAsAWholeForASubdirectoryThatMayNotBeRead) {
               UnorderedElementsAre(directory / "file", directory / "closed"));
 }
 
-TEST(Listing, FailsAsAWholeForADanglingLink) {
+TEST(Listing, FailsForADanglingSymlink) {
   const TempDirectory directory;
   writeFile(directory / "file", "");
   fs::create_symlink("missing", directory / "link");
@@ -127,7 +127,7 @@ TEST(Listing, FailsAsAWholeForADanglingLink) {
     expectFailure(directory.path(), options, reason);
 }
 
-TEST(Listing, FailsForADanglingLinkBelowASubdirectoryOnlyWhenItGetsThere) {
+TEST(Listing, FailsForADanglingSymlinkInASubdirectoryOnlyIfRecursive) {
   const TempDirectory directory;
   fs::create_directory(directory / "sub");
   fs::create_symlink("missing", directory / "sub/link");
@@ -174,7 +174,7 @@ TEST(Listing, IsOneLevelDeepByDefault) {
   EXPECT_THAT(listDirectory(directory.path(), ListOptions::None), ElementsAre(directory / "sub"));
 }
 
-TEST(Listing, DescendsWhenAskedTo) {
+TEST(Listing, DescendsIfRecursive) {
   const TempDirectory directory;
   writeFile(directory / "one/two/deep", "");
   writeFile(directory / "one/shallow", "");
@@ -186,7 +186,7 @@ TEST(Listing, DescendsWhenAskedTo) {
   EXPECT_EQ(positionOf(paths, directory / "one/two") + 1, positionOf(paths, directory / "one/two/deep"));
 }
 
-TEST(Listing, DoesNotDescendIntoLinksToDirectories) {
+TEST(Listing, DoesNotFollowSymlinksToSubdirectories) {
   const TempDirectory directory;
   writeFile(directory / "outside/file", "");
   fs::create_directory(directory / "listed");
@@ -196,14 +196,14 @@ TEST(Listing, DoesNotDescendIntoLinksToDirectories) {
               UnorderedElementsAre(directory / "listed/link", directory / "listed/loop"));
 }
 
-TEST(Listing, FollowsALinkThatIsItselfListed) {
+TEST(Listing, FollowsASymlinkAsTheListedDirectory) {
   const TempDirectory directory;
   writeFile(directory / "real/file", "");
   fs::create_directory_symlink("real", directory / "link");
   EXPECT_THAT(listDirectory(directory / "link", ListOptions::None), ElementsAre(directory / "link/file"));
 }
 
-TEST(Listing, JoinsNamesToTheDirectoryAsItWasPassed) {
+TEST(Listing, JoinsNamesToTheDirectoryAsPassed) {
   const TempDirectory directory;
   writeFile(directory / "sub/file", "");
   const std::string relative = fs::relative(directory.path()).string();
@@ -239,7 +239,7 @@ TEST(Listing, SortsFromTheOldestToTheNewest) {
   }
 }
 
-TEST(Listing, SortsTimesBeforeAndAfterTheZeroOfTheClock) {
+TEST(Listing, SortsTimesBeforeAndAfterTheEpoch) {
   using std::chrono::seconds;
   const TempDirectory directory;
   writeFileOf(directory / "after", seconds(1000));
@@ -252,7 +252,7 @@ TEST(Listing, SortsTimesBeforeAndAfterTheZeroOfTheClock) {
               ElementsAre(directory / "1960", directory / "before", directory / "zero", directory / "after"));
 }
 
-TEST(Listing, SortsByTheTimeOfALinksTarget) {
+TEST(Listing, SortsByTheTimeOfASymlinksTarget) {
   using std::chrono::seconds;
   const TempDirectory directory;
   const TempDirectory elsewhere;
@@ -282,7 +282,7 @@ TEST(Listing, SortsAcrossSubdirectoriesAndIgnoresUnknownOptions) {
               UnorderedElementsAre(directory / "middle", directory / "sub"));
 }
 
-TEST(Listing, HasRoomForItsPathsAndNoMore) {
+TEST(Listing, AllocatesNoSpareMemory) {
   const TempDirectory directory;
   for (int i = 0; i < 33; ++i)
     writeFile(directory / std::to_string(i), "");

@@ -43,7 +43,7 @@ protected:
   }
 };
 
-TEST_F(ArchiveProcess, EndsBeforeAProgramThatAHandlerStarted) {
+TEST_F(ArchiveProcess, ReturnsBeforeAProgramOfAHandlerEnds) {
   std::optional<Support::Process> program;
   ArchiveReader archive = open();
   const auto begin = std::chrono::steady_clock::now();
@@ -52,7 +52,7 @@ TEST_F(ArchiveProcess, EndsBeforeAProgramThatAHandlerStarted) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }
 
-TEST_F(ArchiveProcess, CanBeGivenUpBeforeAProgramEndsThatAHandlerStarted) {
+TEST_F(ArchiveProcess, CanBeAbortedBeforeAProgramOfAHandlerEnds) {
   std::optional<Support::Process> program;
   const auto begin = std::chrono::steady_clock::now();
   {
@@ -139,7 +139,7 @@ TEST_P(ArchiveSignal, EndsAProcessThatWaitsForThePayload) {
 INSTANTIATE_TEST_SUITE_P(Table, ArchiveSignal, testing::ValuesIn(endingSignals),
                          [](const auto& instance) { return std::string(sigabbrev_np(instance.param)); });
 
-TEST_F(ArchiveProcess, LeavesASignalBlockedThatItsCallerBlocked) {
+TEST_F(ArchiveProcess, KeepsSignalsBlockedThatTheCallerBlocked) {
   const ArchiveTest::Events sound = extracted();
   sigset_t termination;
   sigemptyset(&termination);

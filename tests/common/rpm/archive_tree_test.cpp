@@ -116,7 +116,7 @@ std::vector<Sample> samples() {
 
 class SamplePackage : public ArchiveTree, public testing::WithParamInterface<Sample> {};
 
-TEST_P(SamplePackage, IsUnpackedAsByTheStandardTools) {
+TEST_P(SamplePackage, IsUnpackedLikeByTheStandardTools) {
   build(GetParam().input);
   EXPECT_EQ(extractedTree(), treeOfTheStandardTools());
 }
@@ -136,7 +136,7 @@ TEST_F(ArchiveTree, IsDescribedEntryByEntry) {
   EXPECT_NE(tree.find("\nopt/sample/two file 644" + file + " opt/sample/one\n"), std::string::npos);
 }
 
-TEST_F(ArchiveTree, StaysInsideItsFolderWhenNamesClimb) {
+TEST_F(ArchiveTree, StaysInItsFolderWhenNamesContainDotDot) {
   build(mixedPackage, {"none", "w.ufdio"});
   const std::filesystem::path folder = freshFolder("folder");
   Support::replaceEverywhere(package(), "/opt/sample/", "/../../out//");
@@ -147,7 +147,7 @@ TEST_F(ArchiveTree, StaysInsideItsFolderWhenNamesClimb) {
   EXPECT_FALSE(std::filesystem::exists(m_sandbox.path().parent_path() / "out"));
 }
 
-TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkLeadsOut) {
+TEST_F(ArchiveTree, StaysInItsFolderWhenASymlinkLeadsOut) {
   const std::filesystem::path outside = freshFolder("outside");
   build(
       {.install = "mkdir -p %{buildroot}/opt/b; cd %{buildroot}/opt; ln -s " + outside.string() + " a; echo x > b/file",
@@ -161,7 +161,7 @@ TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkLeadsOut) {
 }
 
 // Two names in the header with the same path on disk: a symlink, then a file.
-TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkIsReplaced) {
+TEST_F(ArchiveTree, StaysInItsFolderWhenAFileReplacesASymlink) {
   const std::filesystem::path outside = freshFolder("outside");
   build({.install =
              "mkdir -p %{buildroot}/opt/bb; cd %{buildroot}/opt; ln -s " + outside.string() + "/new a; echo x > bb/a",

@@ -28,7 +28,7 @@ TEST(RpmConfiguration, IsReadOnceAndSilently) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(RpmConfiguration, IsTriedAgainAfterAFailure) {
+TEST(RpmConfiguration, IsReadAgainAfterAFailure) {
   const Support::RpmSandbox sandbox;
   sandbox.build({}, sandbox.path() / "sample.rpm");
   const std::filesystem::path folder = sandbox.path() / "configuration";
@@ -55,7 +55,7 @@ std::string errorsOf(const std::function<void()>& action) {
   return testing::internal::GetCapturedStderr();
 }
 
-TEST(RpmConfiguration, LetsNoticesGoToStandardError) {
+TEST(RpmConfiguration, PrintsNoticesToStandardError) {
   const Support::RpmSandbox sandbox;
   sandbox.build({}, sandbox.path() / "sample.rpm");
   Support::writeFile(sandbox.home() / ".rpmmacros", "%_dbpath %{echo:a notice}" + sandbox.database().string() + "\n");

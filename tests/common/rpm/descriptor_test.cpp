@@ -46,7 +46,7 @@ TEST_P(Descriptor, IsClosedOnce) {
   EXPECT_EQ(badCloses, 0);
 }
 
-TEST_P(Descriptor, IsClosedOnceWhenTheExtractionIsGivenUp) {
+TEST_P(Descriptor, IsClosedOnceWhenTheExtractionIsAborted) {
   build(ArchiveTest::mixedPackage, GetParam());
   open();
   badCloses = 0;

@@ -146,7 +146,7 @@ protected:
   const Support::RpmSandbox m_sandbox;
 };
 
-TEST_P(ComparedWithRpm, IsTheSame) {
+TEST_P(ComparedWithRpm, GivesTheSameResult) {
   const std::filesystem::path package = m_sandbox.path() / "sample.rpm";
   m_sandbox.build(GetParam().input, package);
   if (GetParam().change)

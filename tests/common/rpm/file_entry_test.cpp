@@ -11,7 +11,7 @@ namespace {
 using Common::Rpm::typeOf;
 using std::filesystem::file_type;
 
-TEST(FileType, IsThatOfTheMode) {
+TEST(FileType, IsTheTypeOfTheMode) {
   EXPECT_EQ(typeOf(S_IFDIR | 0755), file_type::directory);
   EXPECT_EQ(typeOf(S_IFLNK | 0777), file_type::symlink);
   EXPECT_EQ(typeOf(S_IFREG | 0644), file_type::regular);
@@ -21,7 +21,7 @@ TEST(FileType, IsThatOfTheMode) {
   EXPECT_EQ(typeOf(S_IFSOCK | 0600), file_type::socket);
 }
 
-TEST(FileType, OfAModeWithoutOneIsUnknown) {
+TEST(FileType, IsUnknownForAModeWithoutAType) {
   EXPECT_EQ(typeOf(0644), file_type::unknown);
   EXPECT_EQ(typeOf(0170000 | 0644), file_type::unknown);
 }

@@ -16,7 +16,7 @@ TEST(OddComparison, IsUnexpected) {
   EXPECT_EQ(Common::Rpm::compareVersions("1.0-1", "1.0-1"), Common::Rpm::VersionComparison::Unexpected);
 }
 
-TEST(OddComparison, IsNotReachedByAnUnparsableVersion) {
+TEST(OddComparison, IsNotCalledForAnUnparsableVersion) {
   EXPECT_EQ(Common::Rpm::compareVersions("1.0-1", ""), Common::Rpm::VersionComparison::Unparsable);
 }
 

@@ -87,7 +87,7 @@ protected:
   ArchiveTest::Events m_sound;
 };
 
-TEST_P(OddPackage, IsTakenByTheToolsOfRpm) {
+TEST_P(OddPackage, IsAcceptedByTheToolsOfRpm) {
   Support::runOrThrow({"rpm", "-qp", package().string()});
   Support::runOrThrow({"rpm", "-K", "--nosignature", package().string()});
   Support::runOrThrow({"rpm", "-i", "--test", "--nodeps", package().string()});
@@ -124,7 +124,7 @@ protected:
 
 // rpmbuild only warns. The second script has no condition; for its type librpm would return, and free, uninitialised
 // memory.
-TEST_F(TriggerPackage, WithTwoScriptsForOneConditionHasConditionsAndNoTypes) {
+TEST_F(TriggerPackage, WithTwoScriptsForOneConditionHasOnlyConditions) {
   if (Support::librpmIsAtLeast("4.20"))
     GTEST_SKIP() << "rpmbuild refuses such a package from version 4.20 on";
   buildWith("%triggerin -- one\ntrue\n%triggerin -- one\nfalse");
@@ -136,7 +136,7 @@ TEST_F(TriggerPackage, WithTwoScriptsForOneConditionHasConditionsAndNoTypes) {
   EXPECT_THAT(reader.texts(RPMTAG_TRIGGERTYPE), IsEmpty());
 }
 
-TEST_F(TriggerPackage, WithSoundTriggersHasTheirConditionsAndTypes) {
+TEST_F(TriggerPackage, WithValidTriggersHasConditionsAndTypes) {
   buildWith("%triggerin -- one, two < 3\ntrue\n%triggerun -- four\nfalse\n%filetriggerin -- /opt\ntrue");
   const Reader reader(package().string());
   EXPECT_THAT(reader.texts(RPMTAG_TRIGGERCONDS), ElementsAre("one, two < 3", "four"));

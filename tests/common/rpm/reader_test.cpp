@@ -59,7 +59,7 @@ TEST_F(RpmReader, ReadsNameVersionAndRelease) {
   EXPECT_EQ(reader.tag(Common::Rpm::Tag::Release), "4.el9");
 }
 
-TEST_F(RpmReader, FollowsALink) {
+TEST_F(RpmReader, FollowsASymlink) {
   std::filesystem::create_symlink("sample.rpm", m_sandbox.path() / "link.rpm");
   EXPECT_EQ(Reader((m_sandbox.path() / "link.rpm").string()).tag(RPMTAG_NAME), "sample");
 }
@@ -68,7 +68,7 @@ TEST_F(RpmReader, ResolvesExtensionTags) {
   EXPECT_EQ(Reader(package().string()).tag(RPMTAG_NEVRA), "sample-1.0-1.noarch");
 }
 
-TEST_F(RpmReader, GivesTheFirstOfAListOfStrings) {
+TEST_F(RpmReader, GivesTheFirstStringOfAList) {
   EXPECT_EQ(Reader(package().string()).tag(RPMTAG_BASENAMES), "sample");
 }
 
@@ -91,7 +91,7 @@ TEST_F(RpmReader, NamesAnAbsentTagByItsSignedNumber) {
   EXPECT_EQ(errorOf([&] { reader.tag(-5); }), "BadPackageFileFormat: Couldn't retrieve rpm tag from package (type=-5)");
 }
 
-TEST_F(RpmReader, FallsBackWhenATagCannotBeHad) {
+TEST_F(RpmReader, ReturnsTheFallbackForATagThatCannotBeRead) {
   const Reader reader(package().string());
   EXPECT_EQ(reader.tagOr(RPMTAG_VENDOR, "nobody"), "nobody");
   EXPECT_EQ(reader.tagOr(RPMTAG_BUILDTIME, "never"), "never");
@@ -159,7 +159,7 @@ TEST_F(RpmReader, DoesNotFindAMissingFile) {
   expectNotFound("");
 }
 
-TEST_F(RpmReader, DoesNotFindWhatHasNoStatus) {
+TEST_F(RpmReader, DoesNotFindAFileWhoseStatFails) {
   std::filesystem::create_symlink("loop.rpm", m_sandbox.path() / "loop.rpm");
   std::filesystem::create_symlink("nowhere.rpm", m_sandbox.path() / "dangling.rpm");
   expectNotFound(m_sandbox.path() / "loop.rpm");
@@ -168,13 +168,13 @@ TEST_F(RpmReader, DoesNotFindWhatHasNoStatus) {
   expectNotFound(package() / "below-a-file.rpm");
 }
 
-TEST_F(RpmReader, DoesNotFindAFileThatMayNotBeRead) {
+TEST_F(RpmReader, DoesNotFindAnUnreadableFile) {
   const Support::OrdinaryUser user(m_sandbox.path());
   std::filesystem::permissions(package(), std::filesystem::perms::none);
   expectNotFound(package());
 }
 
-TEST_F(RpmReader, RefusesWhatIsNoRegularFileWithoutOpeningIt) {
+TEST_F(RpmReader, RefusesOtherTypesOfFilesWithoutOpeningThem) {
   const std::filesystem::path fifo = m_sandbox.path() / "fifo.rpm";
   Support::makeFifo(fifo);
   expectUnreadable(fifo);
@@ -184,7 +184,7 @@ TEST_F(RpmReader, RefusesWhatIsNoRegularFileWithoutOpeningIt) {
   expectUnreadable(m_sandbox.path() / "link-to-fifo.rpm");
 }
 
-TEST_F(RpmReader, RefusesAFileThatIsNoPackage) {
+TEST_F(RpmReader, RefusesAFileThatIsNotAPackage) {
   writeFile(m_sandbox.path() / "text.rpm", "This is a text.\n");
   writeFile(m_sandbox.path() / "empty.rpm", "");
   writeFile(m_sandbox.path() / "zeros.rpm", std::string(10000, '\0'));
@@ -193,7 +193,7 @@ TEST_F(RpmReader, RefusesAFileThatIsNoPackage) {
   expectUnreadable(m_sandbox.path() / "zeros.rpm");
 }
 
-TEST_F(RpmReader, DoesNotFindTheReleaseOfAPackageWithoutOne) {
+TEST_F(RpmReader, ReportsAMissingRelease) {
   Support::hideTag(package(), RPMTAG_RELEASE);
   const Reader reader(package().string());
   EXPECT_EQ(reader.tag(RPMTAG_VERSION), "1.0");
@@ -213,7 +213,7 @@ TEST_F(RpmReader, RefusesAPackageCutAnywhereBeforeItsPayload) {
   }
 }
 
-TEST_F(RpmReader, RefusesClaimsThatTheFileDoesNotFulfil) {
+TEST_F(RpmReader, RefusesHeaderSizesLargerThanTheFile) {
   const std::string whole = readFile(package());
   const std::size_t main = Support::mainHeaderOffset(whole);
   for (const std::size_t header : {std::size_t{96}, main}) {
@@ -274,7 +274,7 @@ void claimLargestHeader(const std::filesystem::path& package) {
 }
 
 // librpm ends the process with status 1 if it gets no memory.
-TEST_F(RpmReader, RefusesHeadersForWhichThereIsNoMemory) {
+TEST_F(RpmReader, RefusesHeadersThatExceedTheMemory) {
 #if defined(__SANITIZE_ADDRESS__)
   GTEST_SKIP() << "the sanitizer takes more address space than any limit allows";
 #endif
@@ -317,7 +317,7 @@ TEST_P(RpmReaderIdentity, DoesNotDependOnTheLanguage) {
   }
 }
 
-TEST_P(RpmReaderIdentity, IsNoList) {
+TEST_P(RpmReaderIdentity, RefusesAList) {
   for (const rpm_count_t count : {1U, 2U}) {
     replace([&](Header header) {
       const std::array<const char*, 2> texts = {"one", "two"};
@@ -331,7 +331,7 @@ INSTANTIATE_TEST_SUITE_P(Table, RpmReaderIdentity, testing::Values(RPMTAG_NAME, 
                          [](const auto& instance) { return rpmTagGetName(instance.param); });
 
 // stat(2) reports /proc/kmsg as a regular file without a size, and reading blocks until the kernel's next message.
-TEST_F(RpmReader, RefusesTheMessagesOfTheKernel) {
+TEST_F(RpmReader, RefusesProcKmsg) {
   std::filesystem::create_symlink("/proc/kmsg", m_sandbox.path() / "link.rpm");
   expectUnreadable(m_sandbox.path() / "link.rpm");
 }
@@ -347,7 +347,7 @@ TEST_F(RpmReader, DoesNotOpenAFileWithoutASize) {
   EXPECT_EQ(errno, EAGAIN);
 }
 
-TEST_F(RpmReader, TakesAPathThatLooksLikeAnAddressForAPath) {
+TEST_F(RpmReader, TreatsAPathThatLooksLikeAUrlAsAPath) {
   const Support::ScopedWorkingDirectory here(m_sandbox.path());
   for (const char* path :
        {"http://h/x.rpm", "https://h/x.rpm", "ftp://h/x.rpm", "hkp://h/x.rpm", "file://h/x.rpm", "-"}) {
@@ -359,7 +359,7 @@ TEST_F(RpmReader, TakesAPathThatLooksLikeAnAddressForAPath) {
   }
 }
 
-TEST_F(RpmReader, KeepsTheFileFromOtherPrograms) {
+TEST_F(RpmReader, DoesNotLeakItsDescriptorToOtherPrograms) {
   const Reader reader(package().string());
   int found = 0;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {

@@ -69,7 +69,7 @@ TEST_F(SoundHeader, MayBeEmpty) {
     EXPECT_TRUE(mayCompute(tag));
 }
 
-TEST_F(SoundHeader, KnowsWhatIsComputed) {
+TEST_F(SoundHeader, KnowsComputedTags) {
   using Common::Rpm::SoundHeader;
   EXPECT_TRUE(SoundHeader::isComputed(RPMTAG_NEVRA));
   EXPECT_TRUE(SoundHeader::isComputed(RPMTAG_FILECLASS));
@@ -91,11 +91,11 @@ TEST_F(SoundHeader, KnowsEveryTagThatLibrpmComputes) {
   EXPECT_GT(computed, 5);
 }
 
-TEST_F(SoundHeader, AnswersForAnUnknownKindOfDependencies) {
+TEST_F(SoundHeader, RefusesAnUnknownKindOfDependencies) {
   EXPECT_FALSE(hasDependencies(RPMTAG_NAME));
 }
 
-TEST_F(SoundHeader, HasAListOfFileNames) {
+TEST_F(SoundHeader, NeedsListsOfFileNames) {
   putText(RPMTAG_BASENAMES);
   putText(RPMTAG_DIRNAMES, "/");
   putNumber(RPMTAG_DIRINDEXES);
@@ -108,34 +108,34 @@ TEST_F(SoundHeader, HasAListOfFileNames) {
   EXPECT_TRUE(mayCompute(RPMTAG_ORIGFILENAMES));
 }
 
-TEST_F(SoundHeader, HasAListOfOriginalFileNames) {
+TEST_F(SoundHeader, NeedsListsOfOriginalFileNames) {
   putOneText(RPMTAG_ORIGBASENAMES);
   EXPECT_FALSE(hasFiles());
   EXPECT_FALSE(mayCompute(RPMTAG_ORIGFILENAMES));
   EXPECT_TRUE(mayCompute(RPMTAG_FILENAMES));
 }
 
-TEST_F(SoundHeader, HasNoSmallerNumbersThanBelongThere) {
+TEST_F(SoundHeader, RefusesNumbersOfASmallerType) {
   const std::uint8_t number = 0;
   putValue(m_header.get(), RPMTAG_DIRINDEXES, RPM_INT8_TYPE, &number);
   EXPECT_FALSE(mayCompute(RPMTAG_FILENAMES));
   EXPECT_FALSE(hasFiles());
 }
 
-TEST_F(SoundHeader, HasNoSingleTextWhereAListOfThemBelongs) {
+TEST_F(SoundHeader, RefusesASingleTextInPlaceOfAList) {
   putOneText(RPMTAG_CLASSDICT);
   EXPECT_FALSE(hasFiles());
   EXPECT_FALSE(mayCompute(RPMTAG_FILECLASS));
 }
 
-TEST_F(SoundHeader, HasNoNumbersForDigests) {
+TEST_F(SoundHeader, RefusesNumbersInPlaceOfDigests) {
   const std::uint32_t number = 0;
   putValue(m_header.get(), RPMTAG_FILEDIGESTS, RPM_INT32_TYPE, &number);
   EXPECT_FALSE(hasFiles());
 }
 
 // librpm would allocate 300 MiB for these two, and abort the process if that fails.
-TEST_F(SoundHeader, HasNoSignaturesThatTakeMoreMemoryThanThereMayBe) {
+TEST_F(SoundHeader, RefusesVeritySignaturesThatTakeTooMuchMemory) {
   const std::string longest(150 * 1024 * 1024, 'A');
   putText(RPMTAG_VERITYSIGNATURES, longest.c_str());
   EXPECT_TRUE(hasFiles());
@@ -143,7 +143,7 @@ TEST_F(SoundHeader, HasNoSignaturesThatTakeMoreMemoryThanThereMayBe) {
   EXPECT_FALSE(hasFiles());
 }
 
-TEST_F(SoundHeader, HasAsManyListsOfDependenciesAsFiles) {
+TEST_F(SoundHeader, NeedsAListOfDependenciesForEachFile) {
   putText(RPMTAG_BASENAMES);
   putText(RPMTAG_BASENAMES);
   putNumber(RPMTAG_FILEDEPENDSX);
@@ -156,7 +156,7 @@ TEST_F(SoundHeader, HasAsManyListsOfDependenciesAsFiles) {
   EXPECT_TRUE(mayCompute(RPMTAG_FILEPROVIDE));
 }
 
-TEST_F(SoundHeader, HasDependenciesWithAListOfNames) {
+TEST_F(SoundHeader, NeedsAListOfDependencyNames) {
   putOneText(RPMTAG_REQUIRENAME);
   EXPECT_FALSE(hasDependencies(RPMTAG_REQUIRENAME));
   EXPECT_FALSE(mayCompute(RPMTAG_REQUIRENEVRS));
@@ -164,7 +164,7 @@ TEST_F(SoundHeader, HasDependenciesWithAListOfNames) {
   EXPECT_TRUE(mayCompute(RPMTAG_PROVIDENEVRS));
 }
 
-TEST_F(SoundHeader, HasDependenciesWithFlagsOfFourBytes) {
+TEST_F(SoundHeader, NeedsDependencyFlagsOfFourBytes) {
   const std::uint8_t number = 0;
   putText(RPMTAG_REQUIRENAME);
   EXPECT_TRUE(hasDependencies(RPMTAG_REQUIRENAME));
@@ -172,13 +172,13 @@ TEST_F(SoundHeader, HasDependenciesWithFlagsOfFourBytes) {
   EXPECT_FALSE(hasDependencies(RPMTAG_REQUIRENAME));
 }
 
-TEST_F(SoundHeader, HasNoVersionThatDependsOnTheLanguage) {
+TEST_F(SoundHeader, RefusesATranslatedVersion) {
   headerAddI18NString(m_header.get(), RPMTAG_VERSION, "1.0", "C");
   for (const rpmTagVal tag : {RPMTAG_EVR, RPMTAG_NVR, RPMTAG_NEVR, RPMTAG_NVRA, RPMTAG_NEVRA})
     EXPECT_FALSE(mayCompute(tag));
 }
 
-TEST_F(SoundHeader, HasAConditionForEachTypeOfATrigger) {
+TEST_F(SoundHeader, NeedsAConditionForEachTypeOfATrigger) {
   putText(RPMTAG_TRIGGERSCRIPTS);
   putCondition(0);
   EXPECT_TRUE(mayCompute(RPMTAG_TRIGGERTYPE));
@@ -190,7 +190,7 @@ TEST_F(SoundHeader, HasAConditionForEachTypeOfATrigger) {
 }
 
 // librpm assigns conditions to scripts by number and ignores numbers without a script.
-TEST_F(SoundHeader, MayHaveAConditionOfAScriptThatIsNotThere) {
+TEST_F(SoundHeader, AcceptsAConditionOfAMissingScript) {
   putText(RPMTAG_TRIGGERSCRIPTS);
   putCondition(0);
   putCondition(7);
@@ -198,7 +198,7 @@ TEST_F(SoundHeader, MayHaveAConditionOfAScriptThatIsNotThere) {
   EXPECT_TRUE(mayCompute(RPMTAG_TRIGGERTYPE));
 }
 
-TEST_F(SoundHeader, HasAPlaceForEachCondition) {
+TEST_F(SoundHeader, NeedsAScriptNumberForEachCondition) {
   putText(RPMTAG_TRIGGERSCRIPTS);
   putText(RPMTAG_TRIGGERNAME);
   EXPECT_FALSE(mayCompute(RPMTAG_TRIGGERCONDS));
@@ -261,7 +261,7 @@ protected:
        RPMTAG_LONGFILESIZES, RPMTAG_OLDFILENAMES});
 };
 
-TEST_F(OddValue, IsNoneInTheFixture) {
+TEST_F(OddValue, DoesNotOccurInTheFixture) {
   EXPECT_TRUE(hasFiles());
   const Reader reader(m_header);
   EXPECT_EQ(Acceptance::fileList(reader).size(), 2U);
@@ -309,7 +309,7 @@ protected:
   }
 };
 
-TEST_F(UnsoundPackage, HasWhatDoesNotNeedTheList) {
+TEST_F(UnsoundPackage, HasTheTagsThatDoNotNeedTheList) {
   const Reader reader(package().string());
   EXPECT_EQ(reader.tag(RPMTAG_NAME), "sample");
   EXPECT_EQ(reader.tag(RPMTAG_VERSION), "1.0");
@@ -319,7 +319,7 @@ TEST_F(UnsoundPackage, HasWhatDoesNotNeedTheList) {
   EXPECT_THAT(RpmTransaction::dependencyNames(reader, RPMTAG_REQUIRENAME), testing::Contains("other"));
 }
 
-TEST_F(UnsoundPackage, HasNoTagsThatAreComputedFromTheList) {
+TEST_F(UnsoundPackage, HasNoTagsComputedFromTheList) {
   const Reader reader(package().string());
   EXPECT_EQ(errorOf([&] { reader.tag(RPMTAG_FILECLASS); }),
             "BadPackageFileFormat: Couldn't retrieve rpm tag from package (type=1141)");
@@ -334,7 +334,7 @@ TEST_F(UnsoundPackage, HasNoListOfFiles) {
             "BadPackageFileFormat: Couldn't read the list of files of the package");
 }
 
-TEST_F(UnsoundPackage, IsNoneThatRpmbuildMakes) {
+TEST_F(UnsoundPackage, IsNeverMadeByRpmbuild) {
   const Support::PackageInput input = {
       .preamble = "Epoch: 1\nRequires: other >= 2\nRecommends: more\nConflicts: foe\nObsoletes: old\nProvides: new = 1",
       .install = "mkdir -p %{buildroot}/opt/sample; echo x > %{buildroot}/opt/sample/file",

@@ -140,13 +140,13 @@ TEST_F(Transaction, StartsEachIteratorAtTheBeginning) {
   EXPECT_THAT(installed(transaction), ElementsAre("only-1.0-1.noarch"));
 }
 
-TEST_F(Transaction, RaisesBadFunctionCallForAnEmptyVisitor) {
+TEST_F(Transaction, ThrowsBadFunctionCallForAnEmptyVisitor) {
   install({.name = "only"});
   const RpmTransaction transaction(RPMTXN_READ);
   EXPECT_THROW(RpmTransaction::forEachInstalled(transaction.installedPackages(), nullptr), std::bad_function_call);
 }
 
-TEST_F(Transaction, PassesOnWhatAVisitorThrows) {
+TEST_F(Transaction, PassesOnTheExceptionOfAVisitor) {
   install({.name = "first"});
   install({.name = "second"});
   const RpmTransaction transaction(RPMTXN_READ);
@@ -164,28 +164,28 @@ std::string errorOfBeginning(rpmtxnFlags flags) {
   return errorOf([flags] { const RpmTransaction transaction(flags); });
 }
 
-TEST_F(Transaction, IsRefusedToAWriterWhileAnotherProcessReads) {
+TEST_F(Transaction, RefusesAWriterWhileAnotherProcessReads) {
   const NoTerminal terminal;
   const OtherProcess other(RPMTXN_READ);
   EXPECT_EQ(errorOfBeginning(RPMTXN_WRITE), "Internal: Couldn't begin rpm transaction");
 }
 
 // The read lock is exclusive in librpm 4.18 and shared in 4.20.
-TEST_F(Transaction, IsRefusedToAReaderWhileAnotherProcessReadsUnlessLibrpmSharesThatLock) {
+TEST_F(Transaction, RefusesAReaderWhileAnotherProcessReadsUnlessTheLockIsShared) {
   const NoTerminal terminal;
   const OtherProcess other(RPMTXN_READ);
   EXPECT_EQ(errorOfBeginning(RPMTXN_READ),
             Support::librpmIsAtLeast("4.20") ? "no error" : "Internal: Couldn't begin rpm transaction");
 }
 
-TEST_F(Transaction, IsRefusedWhileAnotherProcessWrites) {
+TEST_F(Transaction, RefusesToBeginWhileAnotherProcessWrites) {
   const NoTerminal terminal;
   const OtherProcess other(RPMTXN_WRITE);
   EXPECT_EQ(errorOfBeginning(RPMTXN_READ), "Internal: Couldn't begin rpm transaction");
   EXPECT_EQ(errorOfBeginning(RPMTXN_WRITE), "Internal: Couldn't begin rpm transaction");
 }
 
-TEST_F(Transaction, GivesTheLockBackWithItsLastCopy) {
+TEST_F(Transaction, ReleasesTheLockWithItsLastCopy) {
   const NoTerminal terminal;
   auto transaction = std::make_unique<RpmTransaction>(RPMTXN_READ);
   auto copy = std::make_unique<RpmTransaction>(*transaction);
@@ -202,7 +202,7 @@ TEST_F(Transaction, RunsWithNothingToDo) {
   EXPECT_THAT(installed(transaction), ElementsAre("only-1.0-1.noarch"));
 }
 
-TEST_F(Transaction, ErasesFromTheDatabaseWhatWasQueued) {
+TEST_F(Transaction, ErasesQueuedPackagesFromTheDatabase) {
   install({.name = "first"});
   install({.name = "second"});
   const CapturedLog log;
@@ -246,7 +246,7 @@ TEST_F(Transaction, ErasesTheFilesToo) {
   EXPECT_FALSE(std::filesystem::exists(file));
 }
 
-TEST_F(Transaction, DoesNotEraseWhatWasNeverInstalled) {
+TEST_F(Transaction, RefusesToEraseAPackageThatIsNotInstalled) {
   m_sandbox.build({}, m_sandbox.path() / "sample.rpm");
   RpmTransaction transaction(RPMTXN_WRITE);
   EXPECT_EQ(errorOf([&] { transaction.erase(Reader((m_sandbox.path() / "sample.rpm").string())); }),
@@ -254,7 +254,7 @@ TEST_F(Transaction, DoesNotEraseWhatWasNeverInstalled) {
 }
 
 // With this flag librpm returns a positive number of problems and does nothing.
-TEST_F(Transaction, TakesProblemsForAnAnswer) {
+TEST_F(Transaction, ReturnsNormallyWhenLibrpmFindsProblems) {
   install({.name = "only"});
   RpmTransaction transaction(RPMTXN_WRITE);
   transaction.addFlags(RPMTRANS_FLAG_BUILD_PROBS);
@@ -263,7 +263,7 @@ TEST_F(Transaction, TakesProblemsForAnAnswer) {
   EXPECT_THAT(installed(transaction), ElementsAre("only-1.0-1.noarch"));
 }
 
-TEST_F(Transaction, FailsWithTheScriptOfAPackage) {
+TEST_F(Transaction, FailsWhenAScriptOfAPackageFails) {
   install({.name = "stubborn", .install = "", .files = "", .sections = "%preun -p <lua>\nerror('no')"});
   RpmTransaction transaction(RPMTXN_WRITE);
   eraseByName(transaction, "stubborn");
@@ -348,7 +348,7 @@ TEST_F(Dependencies, AreCutAtTheFirstBlank) {
   EXPECT_THAT(names(RPMTAG_REQUIRENAME), ElementsAre("(one"));
 }
 
-TEST_F(Dependencies, AreOfTheKindThatIsAskedFor) {
+TEST_F(Dependencies, AreOfTheRequestedKind) {
   add("needed", 0, "");
   headerPutString(m_header.get(), RPMTAG_PROVIDENAME, "provided");
   EXPECT_THAT(names(RPMTAG_PROVIDENAME), ElementsAre("provided"));

@@ -97,7 +97,7 @@ std::vector<std::string> split(const std::string& text) {
   return result;
 }
 
-TEST(ManualPages, ExplainEveryMessageOfTheToolAndNoOther) {
+TEST(ManualPages, ExplainExactlyTheMessagesOfTheTool) {
   MessageTexts known = neverWritten;
   for (const PageMessage& message : documentedMessages())
     known.insert(message.texts.begin(), message.texts.end());
@@ -112,7 +112,7 @@ TEST(ManualPages, ExplainNoMessageTwice) {
   EXPECT_EQ(patterns.size(), different.size());
 }
 
-TEST(ManualPages, ReadTheTextsOfASource) {
+TEST(ManualPages, FindTheTextsOfASourceFile) {
   EXPECT_EQ(
       textsOfSource(R"x(#include "no piece"
     // "a comment" isn't one
@@ -238,7 +238,7 @@ TEST_F(PagesAndTheLog, FindLinesInTheJournalAsDocumented) {
             (std::vector{log, linesWith(log, isError), linesWith(log, isNotable), linesWith(log, isAboutNotes)}));
 }
 
-TEST(ManualPages, ShowWhatTheRegistryBecomes) {
+TEST(ManualPages, ShowTheResultingRegistry) {
   static const std::regex block("\\.Bd[^\n]*\n((timestamp=[^\n]*\n)*)\\.Ed");
   const std::string page = std::regex_replace(readFile(pages / "krv-registry.5"), std::regex("\\\\-"), "-");
   std::vector<std::string> examples;
@@ -254,7 +254,7 @@ TEST(ManualPages, ShowWhatTheRegistryBecomes) {
   EXPECT_EQ(readFile(root / "var/lib/krv/registry"), examples[1]);
 }
 
-TEST(ManualPages, AreGoodMdoc) {
+TEST(ManualPages, AreValidMdoc) {
   for (const char* page : {"krv-pre-installer.8", "krv-registry.5", "krv-package-signature.1"}) {
     const Support::ProcessResult lint =
         Support::run({"mandoc", "-T", "lint", "-W", "warning", (pages / page).string()});

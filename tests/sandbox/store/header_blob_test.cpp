@@ -34,7 +34,7 @@ TEST_F(HeaderBlob, IsTheWholeHeader) {
   EXPECT_TRUE(exportHeader(copy) == bytes);
 }
 
-TEST_F(HeaderBlob, MakesAHeaderOfItsOwn) {
+TEST_F(HeaderBlob, MakesAnIndependentHeader) {
   const Reader original = package();
   const std::string bytes = exportHeader(original);
   Reader copy = importHeader(bytes);
@@ -45,13 +45,13 @@ TEST_F(HeaderBlob, MakesAHeaderOfItsOwn) {
   EXPECT_THAT(importHeader(exportHeader(copy)).texts(ownTag), ElementsAre("one", "two"));
 }
 
-TEST_F(HeaderBlob, StaysAsItIsWithoutATextToAdd) {
+TEST_F(HeaderBlob, DoesNotChangeWithoutATextToAdd) {
   Reader copy = importHeader(exportHeader(package()));
   Sandbox::addTexts(copy, ownTag, {});
   EXPECT_TRUE(exportHeader(copy) == exportHeader(package()));
 }
 
-TEST_F(HeaderBlob, ThatIsCutOrNoneIsAnError) {
+TEST_F(HeaderBlob, FailsForATruncatedOrOtherBlob) {
   const std::string error = "Internal: Couldn't read the header of a package";
   const std::string bytes = exportHeader(package());
   EXPECT_EQ(errorOf([] { importHeader(""); }), error);
@@ -60,7 +60,7 @@ TEST_F(HeaderBlob, ThatIsCutOrNoneIsAnError) {
   EXPECT_EQ(errorOf([&] { importHeader(bytes + '\0'); }), error);
 }
 
-TEST_F(HeaderBlob, CanSayThatThePackageIsInstalled) {
+TEST_F(HeaderBlob, MarksThePackageAsInstalled) {
   Reader copy = importHeader(exportHeader(package()));
   Sandbox::markInstalled(copy, 1'600'000'000);
   EXPECT_EQ(headerGetNumber(copy.header().get(), RPMTAG_INSTALLTIME), 1'600'000'000U);
@@ -70,7 +70,7 @@ TEST_F(HeaderBlob, CanSayThatThePackageIsInstalled) {
             std::string(copy.texts(RPMTAG_BASENAMES).size(), RPMFILE_STATE_NORMAL));
 }
 
-TEST_F(HeaderBlob, SaysNothingOfFilesThatThePackageHasNot) {
+TEST_F(HeaderBlob, AddsNoFileStatesForAPackageWithoutFiles) {
   m_sandbox.build({.install = "", .files = ""}, m_sandbox.path() / "sample.rpm");
   Reader copy = importHeader(exportHeader(package()));
   Sandbox::markInstalled(copy, 7);

@@ -25,8 +25,8 @@ Acceptance::PackagedFile packaged(fs::file_type type, fs::perms permissions) {
   return file;
 }
 
-// A directory that may not be searched would hide those in it from everybody but root.
-TEST(InstallationPlan, SetsTheModeOfADirectoryAfterThoseInIt) {
+// After a directory becomes unsearchable, only root could change the directories in it.
+TEST(InstallationPlan, SetsModesOfSubdirectoriesFirst) {
   const Support::TempDirectory root;
   PackagedFiles files;
   for (const char* path : {"opt", "opt/a", "opt/a/b"})
@@ -58,8 +58,8 @@ TEST(InstallationPlan, KeepsTheStickyBitsOfDirectories) {
   EXPECT_EQ(plan.directoryModes, modes);
 }
 
-// Who may rename entries in one of these could replace the folders that the store goes by.
-TEST(InstallationPlan, LeavesDirectoriesAboveWhatTheStoreGoesByClosed) {
+// A user who can rename entries in one of these could replace the store's folders.
+TEST(InstallationPlan, GivesParentsOfReservedFoldersMode0755) {
   const Support::TempDirectory root;
   fs::create_directory(root / "etc");
   PackagedFiles files;
@@ -74,8 +74,8 @@ TEST(InstallationPlan, LeavesDirectoriesAboveWhatTheStoreGoesByClosed) {
   EXPECT_EQ(plan.directoryModes, modes);
 }
 
-// The store installs no such package, but another tool may have registered one in the same database.
-TEST(RemovalPlan, LeavesWhatTheStoreGoesByEvenToAPackageThatClaimsIt) {
+// The store refuses such a package, but another tool may have added one to the same database.
+TEST(RemovalPlan, KeepsReservedFoldersEvenIfAPackageOwnsThem) {
   const Support::TempDirectory root;
   PackagedFiles claimed;
   for (const char* path :

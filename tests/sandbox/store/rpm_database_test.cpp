@@ -12,8 +12,8 @@
 
 namespace {
 
-// Macros are expanded in the path again.
-TEST(RpmDatabase, TakesPercentSignsInTheDatabasesFolderAsTheyAre) {
+// librpm expands macros in the path once more.
+TEST(RpmDatabase, KeepsPercentSignsInItsFolder) {
   const Support::RpmSandbox sandbox;
   for (const char* name : {"100%", "%{name}", "%%_dbpath", "%(echo x)"}) {
     const std::filesystem::path folder = sandbox.path() / name;

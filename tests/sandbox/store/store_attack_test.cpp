@@ -28,7 +28,7 @@ mode_t modeOf(const fs::path& path) {
   return lstat(path.c_str(), &status) == 0 ? status.st_mode & ALLPERMS : 0;
 }
 
-/// The mask of this process, and of the children that it starts meanwhile.
+/// Sets the umask of this process and its children in its scope.
 class ScopedMask {
 public:
   explicit ScopedMask(mode_t mask) : m_before(umask(mask)) {}
@@ -40,7 +40,7 @@ private:
   mode_t m_before;
 };
 
-/// What another process of this machine does while the store works, at a moment of the test's choice.
+/// Tests what another process can change while the store works, at a moment that the test chooses.
 class StoreAttack : public StoreTest::Fixture {
 protected:
   using When = std::function<bool(const SeenCall&)>;
@@ -48,14 +48,15 @@ protected:
   void SetUp() override {
     if (!Support::canSupervise())
       GTEST_SKIP() << "the kernel, or what confines this process, does not let processes be supervised";
-    // The attacker gets as far as the root and to a folder of his own.
+    // The attacker can reach the root and has a folder of his own.
     fs::permissions(m_rpm.path(), fs::perms(0755));
     fs::create_directory(m_attacker);
     fs::create_directory(m_outside);
     Support::writeFile(m_outside / "file", "precious");
   }
 
-  /// Runs the store in another process; before the first call that fits `when` the attacker does `attack`.
+  /// Runs the store in another process. Before the first call for which `when` returns true, the attacker runs
+  /// `attack`.
   Support::ProcessResult runAttacked(const std::vector<std::string>& arguments, const When& when,
                                      const std::function<void()>& attack,
                                      const std::optional<Support::Fault>& fault = {}) {
@@ -75,26 +76,26 @@ protected:
     return result.process;
   }
 
-  /// The store has made its plan and is about to carry it out.
+  /// The store has made its plan and is about to start the changes.
   static bool isPlanned(const SeenCall& call) {
     return call.name.starts_with("rename") && call.path.ends_with("/journal.next");
   }
 
-  /// The store is about to write down that everything has happened.
+  /// The store is about to record that all changes are done.
   static bool isCarriedOut(const SeenCall& call) { return call.path.ends_with("/registry.next"); }
 
-  /// From here on the registry takes no record, so that every operation is taken back at its end.
+  /// Makes every later write to the registry fail, so that each operation is undone at its end.
   void closeRegistry() { fs::create_directory(registryNext()); }
   std::string registryNext() const { return root() / "var/lib/krv/registry.next"; }
 
-  /// Everybody may change what is in /opt/open.
+  /// A package whose folder /opt/open all users can write to.
   static PackageInput inOpen(const std::string& version, const std::string& install) {
     return {.version = version,
             .install = "mkdir -p %{buildroot}/opt/open; cd %{buildroot}/opt/open\n" + install + "\nchmod 777 .",
             .files = "/opt/open"};
   }
 
-  /// In the place of a directory of the open folder comes a link to what is outside of the root.
+  /// Replaces a directory in /opt/open by a symlink to a folder outside of the root.
   void exchangeForLink(const std::string& name) {
     const fs::path directory = root() / "opt/open" / name;
     std::error_code isMissing;
@@ -113,7 +114,7 @@ protected:
   std::vector<SeenCall> m_calls;
 };
 
-TEST_F(StoreAttack, FindsTheTransactionClosedAtAllTimes) {
+TEST_F(StoreAttack, CannotEnterTheTransactionFolderAtAnyTime) {
   const std::string path = package({});
   fs::permissions(path, fs::perms(06777));
   const fs::path transaction = root() / "var/lib/krv/sandbox/transaction";
@@ -146,7 +147,7 @@ TEST_F(StoreAttack, FindsTheTransactionClosedAtAllTimes) {
   EXPECT_FALSE(isOpened);
 }
 
-TEST_F(StoreAttack, WithALinkForANewDirectoryPutsNothingOutside) {
+TEST_F(StoreAttack, WithASymlinkForANewDirectoryWritesNothingOutside) {
   install(inOpen("1.0", ""));
   const auto result = runAttacked({"install", package(inOpen("2.0", "mkdir new; echo x >new/file; echo y >new/more"))},
                                   isPlanned, [&] { exchangeForLink("new"); });
@@ -155,7 +156,7 @@ TEST_F(StoreAttack, WithALinkForANewDirectoryPutsNothingOutside) {
   EXPECT_THAT(database(), ElementsAre("sample-1.0-1.noarch"));
 }
 
-TEST_F(StoreAttack, WithALinkAtAnyTimePutsNothingOutside) {
+TEST_F(StoreAttack, WithASymlinkAtAnyTimeWritesNothingOutside) {
   install(inOpen("1.0", "mkdir old; echo x >old/file; mkdir both; echo x >both/file"));
   const std::string update = package(inOpen("2.0", "mkdir both; echo changed >both/file"));
   closeStore();
@@ -186,7 +187,7 @@ TEST_F(StoreAttack, WithALinkAtAnyTimePutsNothingOutside) {
   EXPECT_GE(calls, 8);
 }
 
-TEST_F(StoreAttack, WithAFileInTheWayLosesNoFile) {
+TEST_F(StoreAttack, WithAFileAtTheDestinationLosesNoFile) {
   install(inOpen("1.0", ""));
   const auto result = runAttacked({"install", package(inOpen("2.0", "echo x >first; echo x >new"))}, isPlanned,
                                   [&] { Support::writeFile(root() / "opt/open/new", "of the user"); });
@@ -194,7 +195,7 @@ TEST_F(StoreAttack, WithAFileInTheWayLosesNoFile) {
   EXPECT_EQ(tree(), "opt 755 directory\nopt/open 777 directory\nopt/open/new 644 \"of the user\"\n");
 }
 
-TEST_F(StoreAttack, WithADirectoryInTheWayLosesNoDirectory) {
+TEST_F(StoreAttack, WithADirectoryAtTheDestinationLosesNoDirectory) {
   install(inOpen("1.0", ""));
   const auto result = runAttacked({"install", package(inOpen("2.0", "mkdir new; echo x >new/file"))}, isPlanned,
                                   [&] { fs::create_directory(root() / "opt/open/new"); });
@@ -202,7 +203,7 @@ TEST_F(StoreAttack, WithADirectoryInTheWayLosesNoDirectory) {
   EXPECT_EQ(tree(), "opt 755 directory\nopt/open 777 directory\nopt/open/new 755 directory\n");
 }
 
-TEST_F(StoreAttack, OnAFileThatIsReplacedLosesNoFile) {
+TEST_F(StoreAttack, OnAReplacedFileLosesNoFile) {
   install(inOpen("1.0", "echo 1 >a; echo 1 >both"));
   const auto result = runAttacked({"install", package(inOpen("2.0", "echo 2 >a; echo 2 >both"))}, isPlanned, [&] {
     fs::rename(root() / "opt/open/both", m_attacker / "both");
@@ -213,7 +214,7 @@ TEST_F(StoreAttack, OnAFileThatIsReplacedLosesNoFile) {
                     "opt/open/both 644 \"of the user\"\n");
 }
 
-TEST_F(StoreAttack, OnAFileThatIsRemovedLosesNoFile) {
+TEST_F(StoreAttack, OnARemovedFileLosesNoFile) {
   install(inOpen("1.0", "echo 1 >a; echo 1 >old"));
   const auto result = runAttacked({"remove", "sample"}, isPlanned, [&] {
     fs::rename(root() / "opt/open/old", m_attacker / "old");
@@ -224,13 +225,13 @@ TEST_F(StoreAttack, OnAFileThatIsRemovedLosesNoFile) {
                     "opt/open/old 644 \"of the user\"\n");
 }
 
-TEST_F(StoreAttack, DuringTheUndoReachesNothingOutside) {
+TEST_F(StoreAttack, DuringTheUndoChangesNothingOutside) {
   install(inOpen("1.0", "mkdir old; echo x >old/file"));
   closeRegistry();
   const auto result =
       runAttacked({"install", package(inOpen("2.0", "mkdir new; echo x >new/file"))}, isCarriedOut, [&] {
         exchangeForLink("new");
-        // The emptied directory is still there; its file would come back to it.
+        // The emptied directory still exists, and the undo would move its file back there.
         exchangeForLink("old");
       });
   EXPECT_EQ(result.errors, "Couldn't write to the package registry: sample\n");
@@ -253,7 +254,7 @@ TEST_F(StoreAttack, DuringTheUndoLosesNoFile) {
                     "opt/open/new 644 \"of the user\"\nopt/open/old 644 \"of the user\"\n");
 }
 
-TEST_F(StoreAttack, BeforeTheRecoveryReachesNothingOutside) {
+TEST_F(StoreAttack, BeforeTheRecoveryChangesNothingOutside) {
   install(inOpen("1.0", "mkdir old; echo x >old/file"));
   const std::string update = package(inOpen("2.0", "mkdir new; echo x >new/file"));
   closeStore();
@@ -277,7 +278,7 @@ TEST_F(StoreAttack, BeforeTheRecoveryReachesNothingOutside) {
   EXPECT_THAT(database(), ElementsAre("sample-1.0-1.noarch"));
 }
 
-TEST_F(StoreAttack, OnTheLinkThatLeadsToAPackageChangesNothing) {
+TEST_F(StoreAttack, OnTheSymlinkToThePackageChangesNothing) {
   const std::string path = package({});
   const std::string other = package({.version = "2.0"});
   const fs::path link = m_attacker / "link.rpm";
@@ -293,7 +294,7 @@ TEST_F(StoreAttack, OnTheLinkThatLeadsToAPackageChangesNothing) {
   EXPECT_THAT(database(), ElementsAre("sample-1.0-1.noarch"));
 }
 
-TEST_F(StoreAttack, OnAPackageThatGrowsFillsNoDisk) {
+TEST_F(StoreAttack, WithAGrowingPackageDoesNotFillTheDisk) {
   const std::string path = package({});
   const auto size = fs::file_size(path);
   const fs::path copy = root() / "var/lib/krv/sandbox/transaction/package.rpm";

@@ -12,16 +12,16 @@ namespace {
 namespace fs = std::filesystem;
 using Support::PackageInput;
 
-/// Whose files they are, where several could be meant.
+/// Tests which package owns a file if several could.
 class StoreConflict : public StoreTest::Fixture {
 protected:
-  /// A package that is made of the shell lines `install` in its directory /opt/common.
+  /// A package whose files the shell lines `install` create in /opt/common.
   static PackageInput inCommon(const std::string& name, const std::string& install) {
     return {.name = name,
             .install = "mkdir -p %{buildroot}/opt/common; cd %{buildroot}/opt/common\n" + install,
             .files = "/opt/common"};
   }
-  /// The package with a header that lacks what tells most files apart.
+  /// The package without the header tags that distinguish most files.
   std::string withoutDigestsAndTargets(const PackageInput& input) {
     return package(input, [](Header header) {
       headerDel(header, RPMTAG_FILEDIGESTS);
@@ -34,20 +34,20 @@ protected:
   }
 };
 
-constexpr const char* conflict = "FileConflict: The package has a file where another one is: /opt/common/file";
+constexpr const char* conflict = "FileConflict: The package has a file at the path of another entry: /opt/common/file";
 
-TEST_F(StoreConflict, WithAFileOfNobody) {
+TEST_F(StoreConflict, WithAnUnownedFile) {
   Support::writeFile(root() / "opt/common/file", "mine");
   expectRefused(package(inCommon("sample", "echo x >file")), conflict);
 }
 
-// That it looks the same does not make it the package's to remove later.
-TEST_F(StoreConflict, WithTheSameFileOfNobody) {
+// An equal file is still not the package's own, so the package must not remove it later.
+TEST_F(StoreConflict, WithAnEqualUnownedFile) {
   Support::writeFile(root() / "opt/common/file", "x\n");
   expectRefused(package(inCommon("sample", "echo x >file")), conflict);
 }
 
-TEST_F(StoreConflict, WithADanglingLinkOfNobody) {
+TEST_F(StoreConflict, WithAnUnownedDanglingSymlink) {
   fs::create_directories(root() / "opt/common");
   fs::create_symlink("nowhere", root() / "opt/common/file");
   expectRefused(package(inCommon("sample", "echo x >file")), conflict);
@@ -58,46 +58,46 @@ TEST_F(StoreConflict, WithADirectory) {
   expectRefused(package(inCommon("sample", "echo x >file")), conflict);
 }
 
-TEST_F(StoreConflict, WithAFileInPlaceOfADirectory) {
+TEST_F(StoreConflict, WithAFileInPlaceOfItsDirectory) {
   Support::writeFile(root() / "opt/common", "mine");
   expectRefused(package(inCommon("sample", "")),
-                "FileConflict: The package has a directory where something else is: /opt/common");
+                "FileConflict: The package has a directory at the path of another entry: /opt/common");
 }
 
-TEST_F(StoreConflict, WithAFileInPlaceOfAParent) {
+TEST_F(StoreConflict, WithAFileInPlaceOfItsParent) {
   Support::writeFile(root() / "opt", "mine");
   expectRefused(package(inCommon("sample", "")),
-                "FileConflict: The package has a file below what is no directory: /opt");
+                "FileConflict: The package has a file below a path that is not a directory: /opt");
 }
 
 TEST_F(StoreConflict, WithAnotherPackage) {
   install(inCommon("first", "echo x >file"));
   expectRefused(package(inCommon("second", "echo y >file")),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
-TEST_F(StoreConflict, WithAnotherPackageInTheModeAlone) {
+TEST_F(StoreConflict, WithAnotherPackageOnlyInTheMode) {
   install(inCommon("first", "echo x >file"));
   expectRefused(package(inCommon("second", "echo x >file; chmod 600 file")),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
-TEST_F(StoreConflict, WithAnotherPackageInTheTargetAlone) {
+TEST_F(StoreConflict, WithAnotherPackageOnlyInTheTarget) {
   install(inCommon("first", "ln -s abc file"));
   expectRefused(package(inCommon("second", "ln -s xyz file")),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
-TEST_F(StoreConflict, WithAnotherPackageInTheSizeAlone) {
+TEST_F(StoreConflict, WithAnotherPackageOnlyInTheSize) {
   installFile(withoutDigestsAndTargets(inCommon("first", "echo x >file")));
   expectRefused(withoutDigestsAndTargets(inCommon("second", "echo xy >file")),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
-TEST_F(StoreConflict, WithAnotherPackageInTheTypeAlone) {
+TEST_F(StoreConflict, WithAnotherPackageOnlyInTheType) {
   installFile(withoutDigestsAndTargets(inCommon("first", "printf abc >file; chmod 777 file")));
   expectRefused(withoutDigestsAndTargets(inCommon("second", "ln -s abc file")),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
 TEST_F(StoreConflict, WithAGhostOfAnotherPackage) {
@@ -105,18 +105,18 @@ TEST_F(StoreConflict, WithAGhostOfAnotherPackage) {
   PackageInput ghost = inCommon("second", "echo x >file");
   ghost.files = "%dir /opt/common\n%ghost /opt/common/file";
   expectRefused(withoutDigestsAndTargets(ghost),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
-TEST_F(StoreConflict, WithAnotherPackageThatCameAfterTheInstalledVersion) {
+TEST_F(StoreConflict, WithAnotherPackageInstalledAfterTheEarlierVersion) {
   install(inCommon("first", "echo x >file"));
   install(inCommon("second", "echo x >file"));
   expectRefused(package(versionTwo(inCommon("first", "echo y >file"))),
-                "FileConflict: The package has a file that another package has differently: /opt/common/file");
+                "FileConflict: Another package has a different file at the path: /opt/common/file");
 }
 
-// Another package has the file too: it is not this one's alone to put back.
-TEST_F(StoreConflict, WithWhatHasTakenThePlaceOfASharedFile) {
+// Another package owns the file too, so this package must not restore it.
+TEST_F(StoreConflict, WithAnEntryThatReplacedASharedFile) {
   install(inCommon("first", "echo x >file"));
   install(inCommon("second", "echo x >file"));
   fs::remove(root() / "opt/common/file");
@@ -127,7 +127,7 @@ TEST_F(StoreConflict, WithWhatHasTakenThePlaceOfASharedFile) {
 TEST_F(StoreConflict, OfAFileThatBecomesADirectory) {
   install(inCommon("sample", "echo x >file"));
   expectRefused(package(versionTwo(inCommon("sample", "mkdir file"))),
-                "FileConflict: The package has a directory where something else is: /opt/common/file");
+                "FileConflict: The package has a directory at the path of another entry: /opt/common/file");
 }
 
 TEST_F(StoreConflict, OfADirectoryThatBecomesAFile) {
@@ -135,12 +135,12 @@ TEST_F(StoreConflict, OfADirectoryThatBecomesAFile) {
   expectRefused(package(versionTwo(inCommon("sample", "echo x >file"))), conflict);
 }
 
-TEST_F(StoreConflict, OfADirectoryThatBecomesALink) {
+TEST_F(StoreConflict, OfADirectoryThatBecomesASymlink) {
   install(inCommon("sample", "mkdir file"));
   expectRefused(package(versionTwo(inCommon("sample", "ln -s /etc file"))), conflict);
 }
 
-TEST_F(StoreConflict, IsNoneForTheSameFileOfTwoPackages) {
+TEST_F(StoreConflict, DoesNotOccurForTheSameFileOfTwoPackages) {
   install(inCommon("first", "echo x >file; ln -s file link; echo 1 >first"));
   Support::writeFile(root() / "opt/common/file", "changed by the user");
   install(inCommon("second", "echo x >file; ln -s file link; echo 2 >second"));
@@ -156,7 +156,7 @@ TEST_F(StoreConflict, IsNoneForTheSameFileOfTwoPackages) {
   EXPECT_EQ(tree(), "opt 755 directory\n");
 }
 
-TEST_F(StoreConflict, IsNoneForASharedDirectoryWhichKeepsItsMode) {
+TEST_F(StoreConflict, DoesNotOccurForASharedDirectoryWhichKeepsItsMode) {
   install(inCommon("first", ""));
   install(inCommon("second", "chmod 750 ."));
   EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\n");
@@ -169,21 +169,21 @@ TEST_F(StoreConflict, IsNoneForASharedDirectoryWhichKeepsItsMode) {
   EXPECT_EQ(tree(), "opt 755 directory\nopt/common 700 directory\n");
 }
 
-TEST_F(StoreConflict, IsNoneForASharedFileThatAnUpdateDrops) {
+TEST_F(StoreConflict, DoesNotOccurForASharedFileThatAnUpdateDrops) {
   install(inCommon("first", "echo x >file"));
   install(inCommon("second", "echo x >file"));
   install(versionTwo(inCommon("first", "")));
   EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\nopt/common/file 644 \"x\n\"\n");
 }
 
-TEST_F(StoreConflict, IsNoneForASharedFileThatIsMissing) {
+TEST_F(StoreConflict, DoesNotOccurForAMissingSharedFile) {
   install(inCommon("first", "echo x >file"));
   fs::remove(root() / "opt/common/file");
   install(inCommon("second", "echo x >file"));
   EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\nopt/common/file 644 \"x\n\"\n");
 }
 
-TEST_F(StoreConflict, IsNoneForAFileThatBecomesALinkAndBack) {
+TEST_F(StoreConflict, DoesNotOccurForAFileThatBecomesASymlinkAndBack) {
   install(inCommon("sample", "echo x >file"));
   install(versionTwo(inCommon("sample", "ln -s other file")));
   EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\nopt/common/file -> other\n");
@@ -193,7 +193,7 @@ TEST_F(StoreConflict, IsNoneForAFileThatBecomesALinkAndBack) {
   EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\nopt/common/file 644 \"y\n\"\n");
 }
 
-TEST_F(StoreConflict, IsNoneForAGhostThatBecomesAFile) {
+TEST_F(StoreConflict, DoesNotOccurForAGhostThatBecomesAFile) {
   PackageInput ghost = inCommon("sample", "");
   ghost.files += "\n%ghost /opt/common/file";
   install(ghost);
@@ -202,15 +202,15 @@ TEST_F(StoreConflict, IsNoneForAGhostThatBecomesAFile) {
   EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\nopt/common/file 644 \"x\n\"\n");
 }
 
-TEST_F(StoreConflict, IsNoneForAGhostOfADirectoryWhichIsNotMade) {
+TEST_F(StoreConflict, DoesNotOccurForAGhostDirectoryWhichIsNotCreated) {
   PackageInput ghost = inCommon("sample", "mkdir later");
   ghost.files = "%dir /opt/common\n%ghost %dir /opt/common/later";
   install(ghost);
   EXPECT_EQ(tree(), "opt 755 directory\nopt/common 755 directory\n");
 }
 
-// A group of names of one file, of which the one that carries the content is another package's already.
-TEST_F(StoreConflict, IsNoneForSomeNamesOfOneFile) {
+// A hard-link group; another package already owns the name that carries the content.
+TEST_F(StoreConflict, DoesNotOccurForSomeNamesOfOneFile) {
   install(inCommon("first", "echo x >a"));
   install(inCommon("second", "echo x >a; ln a b; ln a c"));
   EXPECT_EQ(tree(), "opt 755 directory\n"

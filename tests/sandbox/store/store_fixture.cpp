@@ -45,7 +45,8 @@ ino_t numberOf(const fs::path& entry) {
   return status.st_ino;
 }
 
-/// Everything that RPM can show of the packages in a database. An entry that has been put back is the last one.
+/// All header tags of the packages in a database, in rpm's XML form. Sorted, because the database returns a restored
+/// entry last.
 std::string headers(const fs::path& database) {
   const std::string end = "</rpmHeader>\n";
   std::string text = Support::runOrThrow({"rpm", "--dbpath", database.string(), "-qa", "--qf", "[%{*:xml}\\n]"});

@@ -15,16 +15,16 @@
 #include <string>
 #include <vector>
 
-/// What tests of the package store share.
+/// Helpers for tests of the package store.
 namespace StoreTest {
 
-/// Who signs a package: the developer, and the earlier keys that vouch for it.
+/// The signer of a package: the developer, and the earlier keys.
 struct Signature {
   std::string developer = "alice";
   std::vector<std::string> previous = {};
 };
 
-/// A root with a package store. Its state is compared as text.
+/// A root with a package store. Its state can be compared as text.
 class Fixture : public testing::Test {
 protected:
   Fixture();
@@ -34,14 +34,14 @@ protected:
 
   Sandbox::PackageStore& store();
 
-  /// Ends the store. The next use of store() makes another one.
+  /// Closes the store. The next call of store() opens it again.
   void closeStore() { m_store.reset(); }
 
-  /// Builds a package, and returns its path; each call makes another file.
+  /// Builds a package in a new file and returns its path.
   std::string unsignedPackage(const Support::PackageInput& input);
   std::string package(const Support::PackageInput& input, const Signature& signature = {});
 
-  /// As above, with a main header that no build tool makes.
+  /// The same with a changed main header, signed.
   std::string package(const Support::PackageInput& input, const std::function<void(Header)>& change);
 
   void installFile(const std::string& path) { store().install(path, "shop"); }
@@ -49,20 +49,20 @@ protected:
     installFile(package(input, signature));
   }
 
-  /// Expects that the installation fails with this error, and that it leaves nothing behind.
+  /// Expects the installation to fail with this error and to leave nothing behind.
   void expectRefused(const std::string& path, const std::string& error);
 
-  /// The files of the root, a line for each in the order of their names: type, permissions, content or target, and for
-  /// the further names of a file the first of them. Without what belongs to the store.
+  /// The files of the root except the store's own, sorted by name, one per line: type, permissions, content or target;
+  /// for a further name of a file its first name.
   std::string tree() const;
 
-  /// The names of the packages in the database, with their versions, in any order of RPM's.
+  /// The names and versions of the packages in the database, in the order of RPM.
   std::vector<std::string> database() const;
 
-  /// The events of the registry, without their times.
+  /// The events of the registry, without timestamps.
   std::string registry() const;
 
-  /// All of that, with everything that the database says, and what is left of a transaction.
+  /// All of these, all header tags of the database, and the files of an unfinished transaction.
   std::string state() const;
 
   Support::RpmSandbox m_rpm;

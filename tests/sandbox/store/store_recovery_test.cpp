@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 using Sandbox::PackageStore;
 using Support::errorOf;
 
-/// How a store begins: on what another one has left, or not at all.
+/// Tests how a store opens: after an unfinished transaction, or not at all.
 class StoreRecovery : public StoreTest::Fixture {
 protected:
   fs::path transaction() const { return root() / "var/lib/krv/sandbox/transaction"; }
@@ -42,7 +42,7 @@ TEST_F(StoreRecovery, NeedsALockFile) {
 
 TEST_F(StoreRecovery, NeedsADatabase) {
   Support::writeFile(root() / "var/lib/rpm/rpmdb.sqlite", "no database, but long enough to be looked at by SQLite");
-  // In another process, because librpm does not give back what it had when its database fails.
+  // In another process, because librpm leaks memory if its database fails.
   const Support::ProcessResult other =
       Support::run({Support::program("store_tool"), "open"}, {{"ASAN_OPTIONS", "detect_leaks=0"}});
   EXPECT_EQ(other.errors.substr(other.errors.rfind('\n', other.errors.size() - 2) + 1),
@@ -50,17 +50,17 @@ TEST_F(StoreRecovery, NeedsADatabase) {
   EXPECT_EQ(other.status, 1);
 }
 
-TEST_F(StoreRecovery, LeavesTheRootToOneStoreAtATime) {
+TEST_F(StoreRecovery, AllowsOneStoreAtATime) {
   store();
-  EXPECT_EQ(opening(), "Internal: Another process has the package store: " + lockFile());
+  EXPECT_EQ(opening(), "Internal: Another process uses the package store: " + lockFile());
   const Support::ProcessResult other = Support::run({Support::program("store_tool"), "open"});
-  EXPECT_EQ(other.errors, "Another process has the package store: " + lockFile() + "\n");
+  EXPECT_EQ(other.errors, "Another process uses the package store: " + lockFile() + "\n");
   EXPECT_EQ(other.status, 1);
   closeStore();
   EXPECT_EQ(opening(), "no error");
 }
 
-TEST_F(StoreRecovery, DropsWhatHasNoJournalYet) {
+TEST_F(StoreRecovery, DropsATransactionWithoutAJournal) {
   Support::writeFile(transaction() / "new/0", "half of it");
   const Support::CapturedLog log;
   store();
@@ -74,7 +74,7 @@ TEST_F(StoreRecovery, DoesNotGuessWhatADamagedJournalMeans) {
   EXPECT_TRUE(fs::exists(transaction()));
 }
 
-TEST_F(StoreRecovery, NeedsTheRegistryToKnowHowItEnded) {
+TEST_F(StoreRecovery, NeedsTheRegistry) {
   Support::writeFile(transaction() / "journal", std::string("p\0record\0end\0", 13));
   fs::create_directories(root() / "var/lib/krv/registry");
   const Support::CapturedLog log;
@@ -82,7 +82,7 @@ TEST_F(StoreRecovery, NeedsTheRegistryToKnowHowItEnded) {
   EXPECT_TRUE(fs::exists(transaction()));
 }
 
-TEST_F(StoreRecovery, TakesBackWhatTheRegistryDoesNotTake) {
+TEST_F(StoreRecovery, UndoesATransactionThatCannotBeRegistered) {
   install({});
   fs::create_directory(root() / "var/lib/krv/registry.next");
   expectRefused(
@@ -102,7 +102,7 @@ TEST_F(StoreRecovery, InstallsNothingThatCannotBeRegistered) {
   EXPECT_EQ(tree(), before);
 }
 
-TEST_F(StoreRecovery, TellsItsEventsApartByTheirTimes) {
+TEST_F(StoreRecovery, GivesEachEventItsOwnTime) {
   store();
   const fs::path registry = root() / "var/lib/krv/registry";
   const std::string key = " event=I package=sample keyid=" + Support::Pki::instance().keyId("alice") + "\n";
@@ -111,10 +111,10 @@ TEST_F(StoreRecovery, TellsItsEventsApartByTheirTimes) {
   EXPECT_EQ(Support::readFile(registry), "timestamp=9000000001" + key);
 }
 
-TEST_F(StoreRecovery, RefusesToComeAfterTheEndOfTime) {
+TEST_F(StoreRecovery, RefusesAnEventAfterTheLastPossibleTime) {
   store();
   Support::writeFile(root() / "var/lib/krv/registry", "timestamp=9223372036854775807 event=R package=sample keyid=k\n");
-  expectRefused(package({}), "Filesystem: The package registry has an event at the end of time: sample");
+  expectRefused(package({}), "Filesystem: The package registry has an event with the latest possible time: sample");
 }
 
 } // namespace

@@ -11,12 +11,12 @@
 
 namespace {
 
-/// Which packages are refused, whatever is in the root; nothing of them stays.
+/// Packages that are refused with any root; nothing of them stays.
 class StoreRefusal : public StoreTest::Fixture {
 protected:
   std::string missing() const { return m_rpm.path() / "missing.rpm"; }
 
-  /// Changes the last byte, which no header speaks of.
+  /// Changes the last byte of the file.
   static void damage(const std::string& path) {
     std::string bytes = Support::readFile(path);
     bytes.back() = static_cast<char>(bytes.back() ^ 1);
@@ -32,24 +32,24 @@ protected:
   }
 };
 
-TEST_F(StoreRefusal, OfAPathThatIsNotAbsolute) {
+TEST_F(StoreRefusal, OfARelativePath) {
   expectRefused("package-1.rpm", "FileNotFound: The path of the package is not absolute: package-1.rpm");
 }
 
-TEST_F(StoreRefusal, OfWhatIsNoFile) {
-  const std::string message = "FileNotFound: The package is not a file that exists: ";
+TEST_F(StoreRefusal, OfOtherTypesOfFiles) {
+  const std::string message = "FileNotFound: The package is not an existing regular file: ";
   expectRefused(missing(), message + missing());
   expectRefused(m_rpm.path(), message + m_rpm.path().string());
   Support::makeFifo(m_rpm.path() / "fifo.rpm");
   expectRefused(m_rpm.path() / "fifo.rpm", message + (m_rpm.path() / "fifo.rpm").string());
 }
 
-TEST_F(StoreRefusal, OfWhatIsNoPackage) {
+TEST_F(StoreRefusal, OfAFileThatIsNotAPackage) {
   Support::writeFile(missing(), "no package");
   expectRefused(missing(), "BadPackageFileFormat: Couldn't read rpm package");
 }
 
-// Each of them has a valid signature over all that is in the file.
+// Each has a valid signature over the whole file.
 TEST_F(StoreRefusal, OfAFileThatIsLongerThanItsHeadersSay) {
   const std::string path = unsignedPackage({});
   Support::writeFile(path, Support::readFile(path) + "x");
@@ -57,8 +57,8 @@ TEST_F(StoreRefusal, OfAFileThatIsLongerThanItsHeadersSay) {
   expectRefused(path, "BadPackageFileFormat: The package file is longer than its headers say: " + path);
 }
 
-TEST_F(StoreRefusal, OfAFileOfWhichTheHeadersDoNotSayHowLongItIs) {
-  const std::string path = package({}, [](Header) {}); // has one tag only in its signature header
+TEST_F(StoreRefusal, OfAFileWithoutASizeInItsHeaders) {
+  const std::string path = package({}, [](Header) {}); // its signature header has only one tag
   std::string bytes = Support::readFile(path);
   const std::size_t sizeTag = bytes.find(std::string("\0\0\x03\xe8\0\0\0\4", 8));
   ASSERT_LT(sizeTag, Support::mainHeaderOffset(bytes));
@@ -67,27 +67,27 @@ TEST_F(StoreRefusal, OfAFileOfWhichTheHeadersDoNotSayHowLongItIs) {
   expectRefused(path, "BadPackageFileFormat: The package file is longer than its headers say: " + path);
 }
 
-TEST_F(StoreRefusal, OfAPackageThatNobodyHasSigned) {
+TEST_F(StoreRefusal, OfAnUnsignedPackage) {
   expectRefused(unsignedPackage({}), "MissingDeveloperSignature: Package doesn't have developer certificate");
 }
 
-TEST_F(StoreRefusal, OfAPackageThatNoDeveloperHasSigned) {
+TEST_F(StoreRefusal, OfAPackageWithoutADeveloperSignature) {
   expectRefused(package({}, {.developer = "source"}),
                 "MissingDeveloperSignature: Package doesn't have developer certificate");
 }
 
-TEST_F(StoreRefusal, OfADeveloperWhomNobodyTrusts) {
+TEST_F(StoreRefusal, OfAnUntrustedDeveloper) {
   expectRefused(package({}, {.developer = "foreign"}),
                 "IllegalDeveloperCertificate: Package is signed with a non-legal developer certificate");
 }
 
-TEST_F(StoreRefusal, OfASourceWhomNobodyTrusts) {
+TEST_F(StoreRefusal, OfAnUntrustedSource) {
   const std::string path = package({});
   Support::sign(path, "foreign-source");
   expectRefused(path, "IllegalSourceCertificate: Package is signed with a non-legal source certificate");
 }
 
-TEST_F(StoreRefusal, OfAPackageThatWasChangedAfterwards) {
+TEST_F(StoreRefusal, OfAPackageChangedAfterSigning) {
   const std::string path = package({});
   damage(path);
   expectRefused(path, "SignatureVerificationFailed: Package signature verification failed");
@@ -106,13 +106,13 @@ TEST_F(StoreRefusal, OfANameThatCannotBeUsed) {
                   "BadPackageID: The package has a name that cannot be used: '" + name + "'");
 }
 
-TEST_F(StoreRefusal, OfANameThatTheBusDoesNotCarry) {
+TEST_F(StoreRefusal, OfANameThatTheBusRefuses) {
   for (const std::string& name : {std::string("a\xff"), std::string("\xed\xa0\x80"), std::string(256, 'a')})
     expectRefused(packageWith(RPMTAG_NAME, name), "BadPackageID: The package has a name that is too long or not UTF-8");
   installFile(packageWith(RPMTAG_NAME, std::string(251, 'a') + "\xf0\x9f\x93\xa6"));
 }
 
-TEST_F(StoreRefusal, OfAVersionThatTheBusDoesNotCarry) {
+TEST_F(StoreRefusal, OfAVersionThatTheBusRefuses) {
   for (const std::string& version : {std::string("1\xff"), std::string(256, '1')}) {
     const std::string error = "BadPackageVersion: The package has a version or release that is too long or not UTF-8";
     expectRefused(packageWith(RPMTAG_VERSION, version), error);
@@ -120,9 +120,9 @@ TEST_F(StoreRefusal, OfAVersionThatTheBusDoesNotCarry) {
   }
 }
 
-TEST_F(StoreRefusal, OfAVersionThatIsNone) {
+TEST_F(StoreRefusal, OfAnInvalidVersion) {
   for (const std::string version : {"", "1-0", "1 0", "1:0"}) {
-    const std::string error = "BadPackageVersion: The package has a version or release that is none: '" + version + "'";
+    const std::string error = "BadPackageVersion: The package has an invalid version or release: '" + version + "'";
     expectRefused(packageWith(RPMTAG_VERSION, version), error);
     expectRefused(packageWith(RPMTAG_RELEASE, version), error);
   }
@@ -139,10 +139,10 @@ TEST_F(StoreRefusal, OfAHeaderThatClaimsAnInstallation) {
     Common::Rpm::Reader reader(header);
     Sandbox::addTexts(reader, keyIdTag, {"f00d"});
   });
-  expectRefused(path, "BadPackageContent: The package has a header that claims an installation");
+  expectRefused(path, "BadPackageContent: The package header has tags of an installed package");
 }
 
-TEST_F(StoreRefusal, OfMoreThanThereIsSpaceFor) {
+TEST_F(StoreRefusal, OfAPackageThatExceedsTheFreeSpace) {
   const std::string path = package({}, [](Header header) {
     const std::uint64_t sizes[] = {0, 1ULL << 61};
     headerDel(header, RPMTAG_FILESIZES);
@@ -154,17 +154,17 @@ TEST_F(StoreRefusal, OfMoreThanThereIsSpaceFor) {
 TEST_F(StoreRefusal, OfAnotherDeveloper) {
   install({});
   expectRefused(package({.version = "2.0"}, {.developer = "bob"}),
-                "DeveloperMismatch: The installed package is of another developer: sample");
+                "DeveloperMismatch: The installed package is from another developer: sample");
 }
 
-// Who has made the package is asked before which version it is.
+// The developer is checked before the version.
 TEST_F(StoreRefusal, OfTheSameVersionOfAnotherDeveloper) {
   install({});
   expectRefused(package({}, {.developer = "bob"}),
-                "DeveloperMismatch: The installed package is of another developer: sample");
+                "DeveloperMismatch: The installed package is from another developer: sample");
 }
 
-TEST_F(StoreRefusal, OfAKeyThatItsDeveloperHasLeftBehind) {
+TEST_F(StoreRefusal, OfASupersededKey) {
   install({}, {.developer = "alice-2", .previous = {"alice"}});
   expectRefused(package({.version = "2.0"}),
                 "DeveloperKeySuperseded: The installed package is signed with a newer key of its developer: sample");
@@ -182,7 +182,7 @@ TEST_F(StoreRefusal, OfALowerVersion) {
                 "DowngradeAttempt: A newer version of the package is installed: sample 9.0-1 over 2:1.0-1");
 }
 
-TEST_F(StoreRefusal, OfRemovingWhatIsNotInstalled) {
+TEST_F(StoreRefusal, OfRemovingAPackageThatIsNotInstalled) {
   EXPECT_EQ(Support::errorOf([&] { store().remove("sample"); }),
             "PackageNotExist: The package is not installed: sample");
   EXPECT_EQ(Support::errorOf([&] { store().get("sample"); }), "PackageNotExist: The package is not installed: sample");

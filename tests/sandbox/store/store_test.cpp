@@ -25,7 +25,7 @@ const Support::PackageInput mixed = {
                "chmod 640 second; chmod 4755 empty; chmod 2750 folder; chmod 600 one",
     .files = "/opt/app"};
 
-TEST_F(Store, PutsEverythingInItsPlace) {
+TEST_F(Store, InstallsAllFiles) {
   install(mixed);
   EXPECT_EQ(tree(), "opt 755 directory\n"
                     "opt/app 755 directory\n"
@@ -41,7 +41,7 @@ TEST_F(Store, PutsEverythingInItsPlace) {
   EXPECT_EQ(registry(), "event=I package=sample keyid=" + Support::Pki::instance().keyId("alice") + "\n");
 }
 
-TEST_F(Store, UpdatesWhatDiffersAndRemovesWhatIsGone) {
+TEST_F(Store, UpdatesChangedFilesAndRemovesObsoleteOnes) {
   install(mixed);
   install({.version = "2.0",
            .install = "cd %{buildroot}; mkdir -p opt/app/new; cd opt/app\n"
@@ -69,7 +69,7 @@ TEST_F(Store, UpdatesToANewKeyOfTheDeveloper) {
                             pki.keyId("alice-2") + " prev-keyids=" + pki.keyId("alice") + "\n");
 }
 
-TEST_F(Store, RemovesAllThatIsItsOwn) {
+TEST_F(Store, RemovesAllOwnFiles) {
   fs::create_directories(root() / "opt/app/folder");
   install(mixed);
   Support::writeFile(root() / "opt/app/folder/of-the-user", "mine");
@@ -88,7 +88,7 @@ TEST_F(Store, RemovesItsDirectoriesAndNotTheirParents) {
   EXPECT_EQ(tree(), "opt 755 directory\n");
 }
 
-TEST_F(Store, LeavesWhatIsNoLongerWhatItWas) {
+TEST_F(Store, KeepsEntriesWhoseTypeHasChanged) {
   fs::create_directory(m_rpm.path() / "outside");
   Support::writeFile(m_rpm.path() / "outside/first", "mine");
   install(mixed);
@@ -104,7 +104,7 @@ TEST_F(Store, LeavesWhatIsNoLongerWhatItWas) {
   EXPECT_EQ(Support::readFile(m_rpm.path() / "outside/first"), "mine");
 }
 
-TEST_F(Store, InstallsAgainWhatWasRemoved) {
+TEST_F(Store, ReinstallsARemovedPackage) {
   install(mixed);
   const std::string before = tree();
   store().remove("sample");
@@ -113,7 +113,7 @@ TEST_F(Store, InstallsAgainWhatWasRemoved) {
   EXPECT_EQ(registry(), "event=I package=sample keyid=" + Support::Pki::instance().keyId("alice") + "\n");
 }
 
-TEST_F(Store, PutsBackAFileThatTheUserHasRemovedWithTheNextVersion) {
+TEST_F(Store, RestoresAFileThatTheUserRemovedWithTheNextVersion) {
   install({});
   fs::remove_all(root() / "opt");
   install({.version = "2.0"});
@@ -134,7 +134,7 @@ TEST_F(Store, InstallsAPackageThatListsTheRootItself) {
   EXPECT_NE(fs::status(root()).permissions(), fs::perms::owner_all);
 }
 
-TEST_F(Store, LeavesDevicesOut) {
+TEST_F(Store, SkipsDevices) {
   const Support::CapturedLog log;
   install({.install = "mkdir %{buildroot}/opt; touch %{buildroot}/opt/file",
            .files = "/opt/file\n%dev(c, 1, 3) /opt/null"});
@@ -142,7 +142,7 @@ TEST_F(Store, LeavesDevicesOut) {
   EXPECT_EQ(log.text(), "[W] Unexpected entry type in rpm package\n[I] Installed: sample 1.0-1\n");
 }
 
-TEST_F(Store, MakesNoGhostsAndRemovesThem) {
+TEST_F(Store, CreatesNoGhostsButRemovesThem) {
   install({.install = "", .files = "%ghost /opt/log"});
   EXPECT_EQ(tree(), "opt 755 directory\n");
   Support::writeFile(root() / "opt/log", "written at run time");
@@ -157,7 +157,7 @@ TEST_F(Store, KeepsGhostsThroughAnUpdate) {
   EXPECT_EQ(tree(), "opt 755 directory\nopt/log 644 \"written at run time\"\n");
 }
 
-TEST_F(Store, WorksInDirectoriesThatItsPackagesHaveClosed) {
+TEST_F(Store, WorksInDirectoriesWithoutWritePermission) {
   const Support::PackageInput closed = {
       .install = "mkdir -p %{buildroot}/opt/d/e; echo x >%{buildroot}/opt/d/e/f; chmod 555 %{buildroot}/opt/d/e",
       .files = "%attr(555, root, root) /opt/d"};
@@ -188,7 +188,7 @@ TEST_F(Store, DescribesItsPackages) {
   EXPECT_EQ(b.developer.subgroup, "regular");
 }
 
-TEST_F(Store, SaysWhatItDid) {
+TEST_F(Store, LogsEachOperation) {
   const std::string first = package({});
   const std::string second = package({.version = "2.0"});
   const Support::CapturedLog log;
@@ -198,7 +198,7 @@ TEST_F(Store, SaysWhatItDid) {
   EXPECT_EQ(log.text(), "[I] Installed: sample 1.0-1\n[I] Updated: sample 2.0-1\n[I] Removed: sample 2.0-1\n");
 }
 
-/// A package that somebody else has put into the database.
+/// A package that another program has added to the database.
 class ForeignPackage : public Fixture {
 protected:
   void record(const Support::PackageInput& input) {
@@ -208,7 +208,7 @@ protected:
   }
 };
 
-TEST_F(ForeignPackage, IsNotOneOfTheStore) {
+TEST_F(ForeignPackage, IsNotManaged) {
   record({});
   const std::string error = "CorruptedInstalledPackage: The package was not installed by this service: sample";
   EXPECT_EQ(errorOf([&] { store().get("sample"); }), error);
@@ -219,7 +219,7 @@ TEST_F(ForeignPackage, IsNotOneOfTheStore) {
   EXPECT_EQ(log.text(), "[W] The package was not installed by this service: sample\n");
 }
 
-TEST_F(ForeignPackage, SharesItsNameWithNone) {
+TEST_F(ForeignPackage, CorruptsAPackageOfTheSameName) {
   install({});
   record({.version = "2.0"});
   EXPECT_EQ(errorOf([&] { store().get("sample"); }),
@@ -229,7 +229,7 @@ TEST_F(ForeignPackage, SharesItsNameWithNone) {
 TEST_F(ForeignPackage, OwnsItsFiles) {
   record({.name = "foreign", .install = "mkdir %{buildroot}/opt; echo x >%{buildroot}/opt/file", .files = "/opt/file"});
   expectRefused(package({.install = "mkdir %{buildroot}/opt; echo y >%{buildroot}/opt/file", .files = "/opt/file"}),
-                "FileConflict: The package has a file that another package has differently: /opt/file");
+                "FileConflict: Another package has a different file at the path: /opt/file");
 }
 
 TEST_F(ForeignPackage, CanBeErasedByItsOwnerAsUsual) {

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 
-// One operation of the package store in a process of its own, which may be made to fail or be killed in the middle:
+// Runs one operation of the package store as a program, so that a test can make its system calls fail or kill it:
 //
 //   store_tool open
 //   store_tool install PACKAGE

@@ -8,8 +8,8 @@
 
 namespace Support {
 
-/// The environment of a child process in which the `nth` `call` on a path that contains `path` meets `what`: an
-/// errno ("EIO") or a signal ("SIGSTOP"). fault_shim.cpp lists the calls.
+/// The environment of a child process that makes the `nth` `call` on a path that contains `path` fail with an errno
+/// ("EIO"), or sends a signal before it ("SIGSTOP"). fault_shim.cpp lists the calls.
 Environment fault(const std::string& call, int nth, const std::string& what, const std::string& path);
 
 } // namespace Support

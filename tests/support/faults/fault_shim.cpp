@@ -11,7 +11,7 @@
 // For calls on a descriptor the path is that of the open file. Only calls across library boundaries are seen: what
 // fopen() does inside the C library is one "open".
 
-// Where these are set, the header files give open() the name open64(), which is here as well.
+// With these macros the headers rename open() to open64(), which is defined here too.
 #undef _FILE_OFFSET_BITS
 #undef _TIME_BITS
 
@@ -75,7 +75,7 @@ int signalNamed(std::string_view name) {
   return 0;
 }
 
-/// Whether this call has to fail; errno is set then.
+/// Whether this call must fail; sets errno then.
 bool hit(std::string_view call, const char* path) {
   static const Fault fault = readFault();
   static unsigned long count = 0;
@@ -87,7 +87,7 @@ bool hit(std::string_view call, const char* path) {
   }
   errno = errnoNamed(fault.what);
   if (errno == 0)
-    std::abort(); // a slip in the test
+    std::abort(); // a mistake in the test
   return true;
 }
 
@@ -100,7 +100,7 @@ bool hit(std::string_view call, int descriptor) {
   return hit(call, path);
 }
 
-/// The function that this library stands in front of.
+/// The original function that this library replaces.
 template <typename Function>
 Function* next(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -192,7 +192,7 @@ int fcntl64(int descriptor, int command, ...) {
   return fcntlOr("fcntl64", descriptor, command, argument);
 }
 
-/// The one of 32-bit programs that know times after 2038.
+/// The variant of 32-bit programs with 64-bit times.
 int __fcntl_time64(int descriptor, int command, ...) {
   std::va_list arguments;
   va_start(arguments, command);
@@ -213,7 +213,7 @@ ssize_t writev(int descriptor, const iovec* parts, int count) {
   return hit("write", descriptor) ? -1 : next<ssize_t(int, const iovec*, int)>("writev")(descriptor, parts, count);
 }
 
-// The descriptor is closed all the same, as the system does it.
+// The descriptor is closed even if close(2) fails, as in Linux.
 int close(int descriptor) {
   const bool fails = hit("close", descriptor);
   const int error = errno;

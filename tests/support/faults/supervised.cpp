@@ -48,7 +48,7 @@ private:
   int m_number;
 };
 
-/// A message with one descriptor in it, see unix(7).
+/// A message that carries one descriptor, see unix(7).
 class DescriptorMessage {
 public:
   DescriptorMessage() {
@@ -67,7 +67,7 @@ public:
     return sendmsg(channel, &m_header, 0) == 1;
   }
 
-  /// -1 when the other end went without sending.
+  /// Returns -1 if the other end is closed without sending.
   int receive(int channel) {
     int descriptor = -1;
     if (recvmsg(channel, &m_header, MSG_CMSG_CLOEXEC) == 1 && CMSG_FIRSTHDR(&m_header) != nullptr)
@@ -90,8 +90,8 @@ sock_filter skipUnless(std::uint32_t value, std::uint8_t distance) {
   return {BPF_JMP | BPF_JEQ | BPF_K, 0, distance, value};
 }
 
-/// Lets harmless calls pass and has a supervisor asked about all others. The message with which the supervisor gets its
-/// end passes too: nobody could answer for it yet. The project's programs send no messages from files.
+/// Allows harmless calls and asks the supervisor about all others. sendmsg is allowed too, because it passes the
+/// listener to the supervisor, which cannot answer before. The project's programs do not send messages from files.
 std::vector<sock_filter> makeFilter() {
   std::vector<sock_filter> filter = {statement(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
   const auto pass = [&](long number) {
@@ -101,14 +101,14 @@ std::vector<sock_filter> makeFilter() {
   for (const long number : harmlessCalls())
     pass(number);
   pass(SYS_sendmsg);
-#ifdef SYS_socketcall // i386, where the C library makes all calls on sockets through this one
+#ifdef SYS_socketcall // i386: the C library makes all socket calls through it
   pass(SYS_socketcall);
 #endif
   filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
   return filter;
 }
 
-/// Puts the calling process under supervision. -1 when the kernel refuses.
+/// Puts the calling process under supervision. Returns -1 if the kernel refuses.
 int install(const std::vector<sock_filter>& filter) {
   const sock_fprog program{.len = static_cast<unsigned short>(filter.size()),
                            .filter = const_cast<sock_filter*>(filter.data())};
@@ -139,7 +139,7 @@ private:
   void serveOne() {
     seccomp_notif request{};
     if (ioctl(m_listener, SECCOMP_IOCTL_NOTIF_RECV, &request) != 0)
-      return; // it was killed meanwhile
+      return; // the process was killed meanwhile
     const FileCall* const call = findFileCall(request.data.nr);
     if (call == nullptr && request.data.nr != SYS_exit_group)
       result.unknownCalls.insert(request.data.nr);
@@ -149,7 +149,7 @@ private:
       answer(request, 0);
   }
 
-  /// Whether the call has met the fault, and needs no answer any more.
+  /// Records a call on a file of the folder. Returns true if the call gets the fault, which is its answer.
   bool meets(const FileCall& call, const seccomp_notif& request) {
     std::string path = pathOf(call.file, request);
     if (path.find(m_folder) == path.npos)
@@ -180,8 +180,8 @@ private:
     return true;
   }
 
-  /// A call that is answered with an error is not made, but close(2) gives up the file also when it fails. Only the
-  /// number stays taken.
+  /// A call that is answered with an error is not made. But close(2) closes the file even if it fails, so its
+  /// descriptor is replaced by another file.
   void replaceFile(const seccomp_notif& request, int descriptor) const {
     const Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
     seccomp_notif_addfd addition{};
@@ -198,7 +198,7 @@ private:
     response.id = request.id;
     response.error = -error;
     response.flags = error == 0 ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
-    // It fails when the process has been killed meanwhile, and then there is nobody to answer.
+    // Fails if the process was killed meanwhile; then no answer is needed.
     ioctl(m_listener, SECCOMP_IOCTL_NOTIF_SEND, &response);
   }
 
@@ -207,7 +207,7 @@ private:
     const std::string text =
         place.path < 0 ? "" : textAt(ofProcess, request.data.args[static_cast<std::size_t>(place.path)]);
     constexpr std::string_view own = "/proc/self/";
-    if (text.starts_with(own)) // a file by its descriptor
+    if (text.starts_with(own)) // a path through a descriptor
       return linkText(ofProcess + text.substr(own.size()));
     if (text.starts_with('/'))
       return text;
@@ -227,11 +227,11 @@ private:
     return {text.data(), size < 0 ? 0 : static_cast<std::size_t>(size)};
   }
 
-  /// The string at an address of the process; empty for a null pointer.
+  /// The string at an address in the process; empty for a null pointer.
   static std::string textAt(const std::string& ofProcess, std::uint64_t address) {
     std::array<char, PATH_MAX> text{};
     const Descriptor memory(open((ofProcess + "mem").c_str(), O_RDONLY | O_CLOEXEC));
-    // Less than asked for is read when the memory ends before, which the string does not.
+    // The read is short if the mapped memory ends before the buffer is full; the string ends before.
     if (address != 0 && pread(memory.number(), text.data(), text.size() - 1, static_cast<off_t>(address)) < 0)
       throw std::system_error(errno, std::generic_category(), "the supervised process cannot be read");
     return text.data();

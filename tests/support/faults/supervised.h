@@ -18,17 +18,17 @@ namespace Support {
 struct SeenCall {
   std::string name;
   std::string path;
-  std::vector<int> errors; ///< with which it can fail
-  /// Which thread, of whichever process, in the order of their first calls, and which of its calls it is, from 0.
-  /// Threads run side by side, but each does the same in every run.
+  std::vector<int> errors; ///< the errors with which it can fail
+  /// The number of the thread, over all processes, in the order of their first calls, and the index of the call in the
+  /// thread. Threads run in parallel, but each makes the same calls in every run.
   std::size_t thread;
   std::size_t number;
 };
 
-/// What befalls one of the calls that an undisturbed run makes on files of the watched folder.
+/// The fault at one of the calls that a run without faults makes on files of the watched folder.
 struct Fault {
   enum class Kind {
-    Error,      ///< the call is not made and fails with `error`; a file that is closed is closed all the same
+    Error,      ///< the call fails with `error` and is not made; close(2) closes the file nevertheless
     KillBefore, ///< SIGKILL instead of the call
     KillAfter,  ///< SIGKILL at the thread's next system call of any kind
   };
@@ -41,21 +41,20 @@ struct Fault {
 struct SupervisedResult {
   ProcessResult process;
   std::vector<SeenCall> calls;
-  bool metFault = false; ///< whether the call that it is for was made again
-  /// Numbers of the calls, on whatever, of which it is not known whether they have to do with files.
+  bool metFault = false; ///< whether the call was made again and got the fault
+  /// Numbers of the calls of which it is not known whether they use files.
   std::set<long> unknownCalls;
 };
 
-/// Whether this kernel, and whatever confines this process, allows runSupervised(): seccomp's user notification, which
+/// Whether the kernel and this process's confinement allow runSupervised(). It uses seccomp's user notification, which
 /// needs neither privileges nor ptrace.
 bool canSupervise();
 
-/// Runs a program to its end and sees each of its system calls before the kernel does, also those that the C library
-/// makes on its own behalf. A call is on a file of `folder` when its path, or the path of its descriptor, contains the
-/// name of the folder, which therefore has to be unmistakable; a path below /proc/self names a descriptor. Throws
-/// std::runtime_error when the program makes no call for 20 seconds. `beforeCall` is called with each call on a file of
-/// the folder before the kernel makes it; the calling thread of the program waits meanwhile, so this is the place to
-/// change something behind its back.
+/// Runs a program to its end and intercepts each of its system calls before the kernel makes it, also the C library's
+/// own calls. A call is on a file of `folder` if its path, or the path of its descriptor, contains the name of the
+/// folder, so the name must be unique; a path below /proc/self stands for a descriptor. Throws std::runtime_error if
+/// the program makes no call for 20 seconds. `beforeCall` is called before each call on a file of the folder; the
+/// calling thread waits meanwhile, so it may change files between two calls.
 SupervisedResult runSupervised(const std::vector<std::string>& arguments, const Environment& environment,
                                const std::filesystem::path& folder, const std::optional<Fault>& fault = {},
                                const std::function<void(const SeenCall&)>& beforeCall = {});

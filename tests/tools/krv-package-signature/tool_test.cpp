@@ -27,7 +27,7 @@ using Support::readFile;
 
 const std::string tool = "krv-package-signature: ";
 
-/// The hand tool, run in a folder with the package "a.rpm" that nobody has signed.
+/// Runs the tool in a folder with the unsigned package "a.rpm".
 class PackageSignatureTool : public testing::Test {
 protected:
   PackageSignatureTool() { m_sandbox.build({}, folder() / "a.rpm"); }
@@ -41,7 +41,7 @@ protected:
     return Support::run(arguments, environment, folder());
   }
 
-  /// Runs "sign" with the key of `name`, and further arguments.
+  /// Runs "sign" with the key of `name` and further arguments.
   ProcessResult signAs(const std::string& name, const std::vector<std::string>& rest,
                        const Support::Environment& environment = {}) const {
     std::vector<std::string> arguments = {"sign", "--key", Pki::instance().key(name), "--cert",
@@ -60,7 +60,7 @@ protected:
     return Pki::instance().key(name).string() + "," + Pki::instance().certificate(name).string();
   }
 
-  /// The names in the folder, so that a test sees what was left behind.
+  /// The names in the folder, to find files that were left behind.
   std::vector<std::string> names() const {
     std::vector<std::string> result;
     for (const auto& entry : std::filesystem::directory_iterator(folder()))
@@ -86,7 +86,7 @@ TEST_F(PackageSignatureTool, SignsInPlaceAndVerifies) {
   EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
 }
 
-TEST_F(PackageSignatureTool, TakesOptionsBehindThePackages) {
+TEST_F(PackageSignatureTool, AcceptsOptionsAfterThePackages) {
   expectResult(runTool({"sign", "a.rpm", "--cert=" + Pki::instance().certificate("alice").string(),
                         "--key=" + Pki::instance().key("alice").string()}),
                0, "", "");
@@ -110,7 +110,7 @@ TEST_F(PackageSignatureTool, ShowsEachSignature) {
                "");
 }
 
-TEST_F(PackageSignatureTool, ShowsAPackageThatNobodySigned) {
+TEST_F(PackageSignatureTool, ShowsAnUnsignedPackage) {
   const std::string offset = std::to_string(PackageSignatures::packageLayout(folder() / "a.rpm").contentOffset);
   expectResult(runTool({"show", "a.rpm"}), 0, "a.rpm\n  content: from byte " + offset + "\n  not signed\n", "");
   expectResult(runTool({"show", "--json", "a.rpm"}), 0,
@@ -137,7 +137,7 @@ TEST_F(PackageSignatureTool, ShowsJson) {
   expectResult(runTool({"show", "--json", name}), 0, expected, "");
 }
 
-TEST_F(PackageSignatureTool, ShowsWithoutTrustingAnybody) {
+TEST_F(PackageSignatureTool, ShowsUntrustedSigners) {
   signAs("foreign", {"a.rpm"});
   EXPECT_EQ(runTool({"show", "a.rpm"}).status, 0);
 }
@@ -150,7 +150,7 @@ TEST_F(PackageSignatureTool, ReplacesTheSignatureOfTheSameRole) {
   EXPECT_EQ(file->cmses()[0].certificate()->keyId(), Pki::instance().keyId("bob"));
 }
 
-TEST_F(PackageSignatureTool, EmbedsTheCertificatesInBetween) {
+TEST_F(PackageSignatureTool, EmbedsIntermediateCertificates) {
   signAs("branch", {"a.rpm"});
   EXPECT_EQ(verifyTool({"a.rpm"}).status, 1);
   expectResult(signAs("branch", {"--chain", Pki::instance().certificate("branch-ca"), "a.rpm"}), 0, "", "");
@@ -187,7 +187,7 @@ TEST_F(PackageSignatureTool, KeepsTheOwner) {
   EXPECT_EQ(status.st_mode & 07777U, 04750U);
 }
 
-TEST_F(PackageSignatureTool, FollowsALink) {
+TEST_F(PackageSignatureTool, FollowsASymlink) {
   std::filesystem::create_directory(folder() / "links");
   std::filesystem::create_symlink("../a.rpm", folder() / "links/b.rpm");
   expectResult(signAs("alice", {"links/b.rpm"}), 0, "", "");
@@ -196,10 +196,10 @@ TEST_F(PackageSignatureTool, FollowsALink) {
   EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "links"}));
 }
 
-TEST_F(PackageSignatureTool, DoesTheOtherPackagesWhenOneFails) {
+TEST_F(PackageSignatureTool, ContinuesWithTheOtherPackagesWhenOneFails) {
   Support::writeFile(folder() / "text", "no package\n");
   std::filesystem::copy_file(folder() / "a.rpm", folder() / "b.rpm");
-  const std::string errors = tool + "text: it is no RPM package\n" + tool +
+  const std::string errors = tool + "text: it is not an RPM package\n" + tool +
                              "missing: it cannot be opened: No such file or directory\n" + tool +
                              ".: it is not a regular file\n";
   expectResult(signAs("alice", {"a.rpm", "text", "missing", ".", "b.rpm"}), 1, "", errors);
@@ -238,7 +238,7 @@ TEST_F(PackageSignatureTool, RefusesSignaturesThatCannotBeRead) {
   EXPECT_TRUE(package() == before);
 }
 
-TEST_F(PackageSignatureTool, SaysWhyAPackageDoesNotVerify) {
+TEST_F(PackageSignatureTool, ReportsWhyAPackageDoesNotVerify) {
   const std::string authorities = Pki::instance().trustedCa();
   expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: it is not signed\n");
   signAs("foreign", {"a.rpm"});
@@ -256,7 +256,7 @@ TEST_F(PackageSignatureTool, SaysWhyAPackageDoesNotVerify) {
   PackageSignatures::replaceContainer(folder() / "a.rpm", alice + alice);
   expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: it has two signatures of a developer\n");
   Support::writeFile(folder() / "a.rpm", before + '\n');
-  expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: its signatures or key rotations do not hold\n");
+  expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: its signatures or key rotations are not valid\n");
 }
 
 TEST_F(PackageSignatureTool, TrustsTheSystemsAuthoritiesByDefault) {
@@ -312,7 +312,7 @@ TEST_F(PackageSignatureTool, FinishesThePackageWhenItIsInterrupted) {
   }
 }
 
-/// "sign" as alice, stopped after it has opened its package: a file of certificates is read next.
+/// Runs "sign" as alice and stops it after it has opened the package, when it reads a file of certificates.
 class StoppedSigning : public PackageSignatureTool {
 protected:
   StoppedSigning() {
@@ -321,7 +321,7 @@ protected:
     victimBefore = readFile(victim);
   }
 
-  /// Starts, calls `change` once the tool has stopped, and lets it go on.
+  /// Starts the tool, calls `change` when it has stopped, and continues it.
   template <typename Change>
   ProcessResult sign(const std::string& path, Change change) const {
     const Pki& pki = Pki::instance();
@@ -343,7 +343,7 @@ protected:
   std::string victimBefore;
 };
 
-TEST_F(StoppedSigning, ReplacesThePackageThatItOpenedWhenALinkIsChanged) {
+TEST_F(StoppedSigning, ReplacesTheOpenedPackageWhenASymlinkIsChanged) {
   std::filesystem::create_symlink("a.rpm", folder() / "link");
   const auto change = [&] {
     std::filesystem::remove(folder() / "link");
@@ -354,30 +354,30 @@ TEST_F(StoppedSigning, ReplacesThePackageThatItOpenedWhenALinkIsChanged) {
   expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
 }
 
-TEST_F(StoppedSigning, RefusesToReplaceALinkThatTookThePlaceOfThePackage) {
+TEST_F(StoppedSigning, RefusesToReplaceASymlinkThatReplacedThePackage) {
   const std::string before = package();
   const auto change = [&] {
     std::filesystem::rename(folder() / "a.rpm", folder() / "b.rpm");
     std::filesystem::create_symlink(victim, folder() / "a.rpm");
   };
-  expectResult(sign("a.rpm", change), 1, "", tool + "a.rpm: another file took its place meanwhile\n");
+  expectResult(sign("a.rpm", change), 1, "", tool + "a.rpm: another file replaced it meanwhile\n");
   EXPECT_TRUE(readFile(victim) == victimBefore);
   EXPECT_TRUE(std::filesystem::is_symlink(folder() / "a.rpm"));
   EXPECT_TRUE(readFile(folder() / "b.rpm") == before);
   EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "b.rpm"}));
 }
 
-TEST_F(StoppedSigning, RefusesToReplaceAFileThatTookThePlaceOfThePackage) {
+TEST_F(StoppedSigning, RefusesToReplaceAFileThatReplacedThePackage) {
   const auto change = [&] {
     std::filesystem::copy_file(victim, folder() / "new");
     std::filesystem::rename(folder() / "new", folder() / "a.rpm");
   };
-  expectResult(sign("a.rpm", change), 1, "", tool + "a.rpm: another file took its place meanwhile\n");
+  expectResult(sign("a.rpm", change), 1, "", tool + "a.rpm: another file replaced it meanwhile\n");
   EXPECT_TRUE(package() == victimBefore);
   EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
 }
 
-TEST_F(StoppedSigning, StaysInTheDirectoryThatItOpened) {
+TEST_F(StoppedSigning, StaysInTheOpenedDirectory) {
   const std::filesystem::path moved = sandbox().path() / "moved";
   const auto change = [&] {
     std::filesystem::rename(folder(), moved);
@@ -389,7 +389,7 @@ TEST_F(StoppedSigning, StaysInTheDirectoryThatItOpened) {
   expectResult(verifyTool({moved / "a.rpm"}), 0, (moved / "a.rpm").string() + ": OK\n", "");
 }
 
-TEST_F(PackageSignatureTool, DoesNotWaitForAFifoThatTookThePlaceOfThePackage) {
+TEST_F(PackageSignatureTool, DoesNotBlockAtAFifoThatReplacedThePackage) {
   Support::Process process({Support::program("krv-package-signature"), "show", "a.rpm"},
                            Support::fault("open", 1, "SIGSTOP", "a.rpm"), folder());
   ASSERT_TRUE(Support::waitUntil([&] {
@@ -401,7 +401,7 @@ TEST_F(PackageSignatureTool, DoesNotWaitForAFifoThatTookThePlaceOfThePackage) {
   expectResult(process.wait(), 1, "", tool + "a.rpm: it is not a regular file\n");
 }
 
-TEST_F(PackageSignatureTool, WorksWithoutTheDescriptorsInProc) {
+TEST_F(PackageSignatureTool, WorksWithoutProc) {
   EXPECT_EQ(signAs("alice", {"a.rpm"}, Support::fault("open", 1, "ENOENT", "/proc/self/fd")).status, 0);
   expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
 }
@@ -412,7 +412,7 @@ TEST_F(PackageSignatureTool, ReportsAnOutputThatCannotBeWritten) {
   expectResult(result, 1, "", tool + "standard output cannot be written\n");
 }
 
-TEST_F(PackageSignatureTool, ExplainsItself) {
+TEST_F(PackageSignatureTool, PrintsItsHelp) {
   const ProcessResult help = runTool({"--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_EQ(help.errors, "");
@@ -428,14 +428,14 @@ TEST_F(PackageSignatureTool, ExplainsItself) {
   }
 }
 
-TEST_F(PackageSignatureTool, TellsItsVersion) {
+TEST_F(PackageSignatureTool, PrintsItsVersion) {
   expectResult(runTool({"--version"}), 0, "krv-package-signature " KRV_VERSION "\n", "");
 }
 
 TEST_F(PackageSignatureTool, RefusesWrongUsage) {
   const struct {
     std::vector<std::string> arguments;
-    std::string message; ///< with the words of CLI11, which are the same from version 2.1 on
+    std::string message; ///< the text is CLI11's, the same since version 2.1
   } cases[] = {
       {{}, "A subcommand is required"},
       {{"list"}, "A subcommand is required"},
@@ -445,10 +445,9 @@ TEST_F(PackageSignatureTool, RefusesWrongUsage) {
       {{"sign", "a.rpm"}, "--key is required"},
       {{"sign", "--key", "k", "a.rpm"}, "--cert is required"},
       {{"sign", "--key", "k", "--cert", "c"}, "PACKAGE is required"},
-      {{"sign", "--key", "k", "--cert", "c", "--previous", "k2", "a.rpm"},
-       "--previous: a key and a certificate with one comma between them are needed, not k2"},
+      {{"sign", "--key", "k", "--cert", "c", "--previous", "k2", "a.rpm"}, "--previous: expected KEY,CERT, not k2"},
       {{"sign", "--key", "k", "--cert", "c", "--previous", "a,b,c", "a.rpm"},
-       "--previous: a key and a certificate with one comma between them are needed, not a,b,c"},
+       "--previous: expected KEY,CERT, not a,b,c"},
       {{"show", "--color", "a.rpm"}, "The following argument was not expected: --color"},
       {{"show", "--ca-path", "x", "a.rpm"}, "The following argument was not expected: --ca-path"},
       {{"show", "-x", "a.rpm"}, "The following argument was not expected: -x"},
