@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/types.h>
+
 namespace Support {
 
 /// A system call on a file of the watched folder.
@@ -23,7 +25,18 @@ struct SeenCall {
   /// Threads run side by side, but each does the same in every run.
   std::size_t thread;
   std::size_t number;
+  pid_t process; ///< the one that was started, also when another process makes the call
 };
+
+/// What a test does before the kernel makes a call. The calling thread of the program waits meanwhile, so this is the
+/// place to change something behind its back. Returns 0, or the errno with which the call fails instead of being made.
+using BeforeCall = std::function<int(const SeenCall&)>;
+
+/// Calls `action` before the `nth` call, counted from 1, whose name begins with `name` ("open" for openat) on a path
+/// that fits the shell pattern `path`.
+BeforeCall beforeNth(const std::string& name, int nth, const std::string& path, BeforeCall action);
+/// The same call fails with `error`.
+BeforeCall failNth(const std::string& name, int nth, const std::string& path, int error);
 
 /// What befalls one of the calls that an undisturbed run makes on files of the watched folder.
 struct Fault {
@@ -54,10 +67,9 @@ bool canSupervise();
 /// makes on its own behalf. A call is on a file of `folder` when its path, or the path of its descriptor, contains the
 /// name of the folder, which therefore has to be unmistakable; a path below /proc/self names a descriptor. Throws
 /// std::runtime_error when the program makes no call for 20 seconds. `beforeCall` is called with each call on a file of
-/// the folder before the kernel makes it; the calling thread of the program waits meanwhile, so this is the place to
-/// change something behind its back.
+/// the folder.
 SupervisedResult runSupervised(const std::vector<std::string>& arguments, const Environment& environment,
                                const std::filesystem::path& folder, const std::optional<Fault>& fault = {},
-                               const std::function<void(const SeenCall&)>& beforeCall = {});
+                               const BeforeCall& beforeCall = {});
 
 } // namespace Support
