@@ -153,8 +153,9 @@ private:
   /// Whether the call has met the fault, and needs no answer any more.
   bool meets(const FileCall& call, const seccomp_notif& request) {
     std::string path = pathOf(call.file, request);
+    std::string otherPath = pathOf(call.otherFile, request);
     if (path.find(m_folder) == path.npos)
-      path = pathOf(call.otherFile, request);
+      std::swap(path, otherPath);
     if (path.find(m_folder) == path.npos)
       return false;
     const unsigned long long* const arguments = request.data.args;
@@ -162,6 +163,8 @@ private:
     const auto number = static_cast<std::size_t>(std::ranges::count(result.calls, thread, &SeenCall::thread));
     result.calls.push_back({.name = call.name,
                             .path = path,
+                            .otherPath = otherPath,
+                            .opensReadOnly = opensReadOnly(call, arguments),
                             .errors = errorsOf(call, arguments),
                             .thread = thread,
                             .number = number,

@@ -20,6 +20,8 @@ namespace Support {
 struct SeenCall {
   std::string name;
   std::string path;
+  std::string otherPath;   ///< of a call with two paths
+  bool opensReadOnly;      ///< whether it opens a file, only to read it
   std::vector<int> errors; ///< with which it can fail
   /// Which thread, of whichever process, in the order of their first calls, and which of its calls it is, from 0.
   /// Threads run side by side, but each does the same in every run.
@@ -65,9 +67,9 @@ bool canSupervise();
 
 /// Runs a program to its end and sees each of its system calls before the kernel does, also those that the C library
 /// makes on its own behalf. A call is on a file of `folder` when its path, or the path of its descriptor, contains the
-/// name of the folder, which therefore has to be unmistakable; a path below /proc/self names a descriptor. Throws
-/// std::runtime_error when the program makes no call for 20 seconds. `beforeCall` is called with each call on a file of
-/// the folder.
+/// name of the folder, which therefore has to be unmistakable; with "/" all calls that take a file are seen. A path
+/// below /proc/self names a descriptor. Throws std::runtime_error when the program makes no call for 20 seconds.
+/// `beforeCall` is called with each call on a file of the folder.
 SupervisedResult runSupervised(const std::vector<std::string>& arguments, const Environment& environment,
                                const std::filesystem::path& folder, const std::optional<Fault>& fault = {},
                                const BeforeCall& beforeCall = {});
