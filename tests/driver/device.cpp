@@ -46,7 +46,10 @@ std::unique_ptr<Support::Process> Device::start(const Support::Environment& envi
 }
 
 Device::Run Device::finish(Support::Process& tool) {
-  const Support::ProcessResult result = tool.wait();
+  return runOf(tool.wait());
+}
+
+Device::Run Device::runOf(const Support::ProcessResult& result) {
   Run run{result.status, result.output, std::nullopt};
   const std::string start = "[I] Time spent for pre-installation: ";
   const std::size_t line = run.log.rfind(start);

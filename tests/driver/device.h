@@ -48,6 +48,7 @@ public:
   std::unique_ptr<Support::Process> start(const Support::Environment& environment = {},
                                           const std::filesystem::path& workingDirectory = ".");
   static Run finish(Support::Process& tool);
+  static Run runOf(const Support::ProcessResult& result);
 
   Support::RpmSandbox& rpm() { return m_rpm; }
   Support::PrivateBus& bus() { return m_bus; }

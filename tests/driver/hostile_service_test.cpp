@@ -2,15 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
 #include "tests/support/bus/fake_clock.h"
-#include "tests/support/faults/fault.h"
-#include "tests/support/process/wait.h"
+#include "tests/support/faults/supervised.h"
 #include "tests/support/signing/pki.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <fstream>
 #include <string>
 
 namespace {
@@ -248,17 +245,16 @@ TEST_F(HostileService, MayLoseItsBusDuringAnInstallation) {
 }
 
 TEST_F(HostileService, MayLoseItsBusBetweenTwoPackages) {
-  const auto tool = m_device.start(Support::fault("open", 1, "SIGSTOP", second));
-  ASSERT_TRUE(Support::waitUntil([&] {
-    std::ifstream status("/proc/" + std::to_string(tool->id()) + "/status");
-    std::string line;
-    while (std::getline(status, line) && !line.starts_with("State:")) {
-    }
-    return line.starts_with("State:\tT");
-  }));
-  m_device.bus().stop();
-  tool->signal(SIGCONT);
-  const auto run = Device::finish(*tool);
+  if (!Support::canSupervise())
+    GTEST_SKIP() << "the kernel, or what confines this process, does not let processes be supervised";
+  const auto stopBus = [this](const Support::SeenCall&) {
+    m_device.bus().stop();
+    return 0;
+  };
+  const auto run = Device::runOf(Support::runSupervised({Support::program("krv-pre-installer")},
+                                                        {{"KRV_ROOT_FS", m_device.root().string()}}, m_device.root(),
+                                                        {}, Support::beforeNth("open", 1, second, stopBus))
+                                     .process);
   EXPECT_EQ(run.log, installedLine(first) + queryLines(cut, second) + installationLines(noBus, second) + timeLine);
   EXPECT_EQ(run.status, 0);
 }

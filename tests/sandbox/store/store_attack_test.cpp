@@ -66,10 +66,11 @@ protected:
     bool isDone = false;
     const auto result = Support::runSupervised(command, m_environment, m_rpm.path(), fault, [&](const SeenCall& call) {
       if (isDone || !when(call))
-        return;
+        return 0;
       isDone = true;
       const Support::OrdinaryUser attacker(m_attacker);
       attack();
+      return 0;
     });
     EXPECT_TRUE(isDone);
     m_calls = result.calls;
@@ -126,13 +127,13 @@ TEST_F(StoreAttack, CannotEnterTheTransactionFolderAtAnyTime) {
     if (fs::exists(transaction))
       folder.insert(modeOf(transaction));
     if (!fs::exists(packageCopy))
-      return false;
+      return 0;
     copy.insert(modeOf(packageCopy));
     if (geteuid() == 0) {
       const Support::OrdinaryUser attacker(m_attacker);
       isOpened = isOpened || std::ifstream(packageCopy).is_open();
     }
-    return false;
+    return 0;
   };
   for (const mode_t mask : {0U, 077U}) {
     const ScopedMask scope(mask);
@@ -314,6 +315,7 @@ TEST_F(StoreAttack, WithAGrowingPackageDoesNotFillTheDisk) {
                                                  isGrown = true;
                                                  fs::resize_file(original, size + (1 << 20));
                                                }
+                                               return 0;
                                              });
   EXPECT_EQ(result.process.errors, "");
   EXPECT_TRUE(isGrown);

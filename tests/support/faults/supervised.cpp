@@ -17,6 +17,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <poll.h>
@@ -120,7 +121,7 @@ int install(const std::vector<sock_filter>& filter) {
 class Supervisor {
 public:
   Supervisor(int listener, pid_t process, const std::filesystem::path& folder, const std::optional<Fault>& fault,
-             const std::function<void(const SeenCall&)>& beforeCall)
+             const BeforeCall& beforeCall)
       : m_listener(listener), m_process(process), m_folder(folder.filename().string()), m_fault(fault),
         m_beforeCall(beforeCall) {}
 
@@ -152,17 +153,27 @@ private:
   /// Records a call on a file of the folder. Returns true if the call gets the fault, which is its answer.
   bool meets(const FileCall& call, const seccomp_notif& request) {
     std::string path = pathOf(call.file, request);
+    std::string otherPath = pathOf(call.otherFile, request);
     if (path.find(m_folder) == path.npos)
-      path = pathOf(call.otherFile, request);
+      std::swap(path, otherPath);
     if (path.find(m_folder) == path.npos)
       return false;
     const unsigned long long* const arguments = request.data.args;
     const std::size_t thread = m_threads.emplace(request.pid, m_threads.size()).first->second;
     const auto number = static_cast<std::size_t>(std::ranges::count(result.calls, thread, &SeenCall::thread));
-    result.calls.push_back(
-        {.name = call.name, .path = path, .errors = errorsOf(call, arguments), .thread = thread, .number = number});
-    if (m_beforeCall)
-      m_beforeCall(result.calls.back());
+    result.calls.push_back({.name = call.name,
+                            .path = path,
+                            .otherPath = otherPath,
+                            .opensReadOnly = opensReadOnly(call, arguments),
+                            .errors = errorsOf(call, arguments),
+                            .thread = thread,
+                            .number = number,
+                            .process = m_process});
+    const int error = m_beforeCall ? m_beforeCall(result.calls.back()) : 0;
+    if (error != 0) {
+      fail(request, error);
+      return true;
+    }
     if (!m_fault || m_fault->call.thread != thread || m_fault->call.number != number)
       return false;
     result.metFault = m_fault->call.name == call.name;
@@ -174,14 +185,18 @@ private:
       kill(m_process, SIGKILL);
       return true;
     }
-    if (request.data.nr == SYS_close)
-      replaceFile(request, static_cast<int>(arguments[0]));
-    answer(request, m_fault->error);
+    fail(request, m_fault->error);
     return true;
   }
 
-  /// A call that is answered with an error is not made. But close(2) closes the file even if it fails, so its
-  /// descriptor is replaced by another file.
+  void fail(const seccomp_notif& request, int error) const {
+    if (request.data.nr == SYS_close)
+      replaceFile(request, static_cast<int>(request.data.args[0]));
+    answer(request, error);
+  }
+
+  /// A call that is answered with an error is not made, but close(2) gives up the file also when it fails. Only the
+  /// number stays taken.
   void replaceFile(const seccomp_notif& request, int descriptor) const {
     const Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
     seccomp_notif_addfd addition{};
@@ -241,12 +256,23 @@ private:
   pid_t m_process;
   std::string m_folder;
   std::optional<Fault> m_fault;
-  std::function<void(const SeenCall&)> m_beforeCall;
+  BeforeCall m_beforeCall;
   std::map<std::uint32_t, std::size_t> m_threads;
   std::uint32_t m_killsNext = 0;
 };
 
 } // namespace
+
+BeforeCall beforeNth(const std::string& name, int nth, const std::string& path, BeforeCall action) {
+  return [name, path, action = std::move(action), left = nth](const SeenCall& call) mutable {
+    const bool fits = call.name.starts_with(name) && fnmatch(path.c_str(), call.path.c_str(), 0) == 0;
+    return fits && --left == 0 ? action(call) : 0;
+  };
+}
+
+BeforeCall failNth(const std::string& name, int nth, const std::string& path, int error) {
+  return beforeNth(name, nth, path, [error](const SeenCall&) { return error; });
+}
 
 bool canSupervise() {
   try {
@@ -258,7 +284,7 @@ bool canSupervise() {
 
 SupervisedResult runSupervised(const std::vector<std::string>& arguments, const Environment& environment,
                                const std::filesystem::path& folder, const std::optional<Fault>& fault,
-                               const std::function<void(const SeenCall&)>& beforeCall) {
+                               const BeforeCall& beforeCall) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
     throw std::system_error(errno, std::generic_category(), "socketpair");

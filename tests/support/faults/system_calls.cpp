@@ -278,6 +278,13 @@ std::vector<int> errorsOf(const FileCall& call, const unsigned long long* argume
   return errors;
 }
 
+bool opensReadOnly(const FileCall& call, const unsigned long long* arguments) {
+  const std::string_view name = call.name;
+  if (name != "open" && name != "openat")
+    return false;
+  return (arguments[name == "open" ? 1 : 2] & (O_ACCMODE | O_CREAT | O_TRUNC)) == 0;
+}
+
 std::span<const long> harmlessCalls() {
   return harmless;
 }

@@ -1,10 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "tests/support/faults/fault.h"
+#include "tests/support/faults/supervised.h"
 #include "tests/support/files/special_files.h"
 #include "tests/support/packages/rpm_sandbox.h"
 #include "tests/support/process/process.h"
-#include "tests/support/process/wait.h"
 #include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
@@ -26,6 +25,8 @@ using Support::ProcessResult;
 using Support::readFile;
 
 const std::string tool = "krv-package-signature: ";
+/// The file that takes the place of a package.
+const std::string newFile = "*/.krv-package-*";
 
 /// Runs the tool in a folder with the unsigned package "a.rpm".
 class PackageSignatureTool : public testing::Test {
@@ -41,13 +42,16 @@ protected:
     return Support::run(arguments, environment, folder());
   }
 
-  /// Runs "sign" with the key of `name` and further arguments.
-  ProcessResult signAs(const std::string& name, const std::vector<std::string>& rest,
-                       const Support::Environment& environment = {}) const {
+  /// Runs "sign" with the key of `name`, and further arguments.
+  ProcessResult signAs(const std::string& name, const std::vector<std::string>& rest) const {
+    return runTool(signing(name, rest));
+  }
+
+  static std::vector<std::string> signing(const std::string& name, const std::vector<std::string>& rest) {
     std::vector<std::string> arguments = {"sign", "--key", Pki::instance().key(name), "--cert",
                                           Pki::instance().certificate(name)};
     arguments.insert(arguments.end(), rest.begin(), rest.end());
-    return runTool(arguments, environment);
+    return arguments;
   }
 
   ProcessResult verifyTool(const std::vector<std::string>& packages) const {
@@ -280,31 +284,47 @@ TEST_F(PackageSignatureTool, LeavesThePackageAloneWhenTheNewOneCannotBeWritten) 
   EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
 }
 
-TEST_F(PackageSignatureTool, LeavesThePackageAloneWhenTheSystemFails) {
+/// The tool, disturbed at a system call on a file of the sandbox.
+class DisturbedTool : public PackageSignatureTool {
+protected:
+  void SetUp() override {
+    if (!Support::canSupervise())
+      GTEST_SKIP() << "the kernel, or what confines this process, does not let processes be supervised";
+  }
+
+  ProcessResult runTool(const std::vector<std::string>& arguments, const Support::BeforeCall& beforeCall) const {
+    std::vector<std::string> command = {"env", "-C", folder(), Support::program("krv-package-signature")};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return Support::runSupervised(command, {}, sandbox().path(), {}, beforeCall).process;
+  }
+};
+
+TEST_F(DisturbedTool, LeavesThePackageAloneWhenTheSystemFails) {
   const std::string before = package();
   const struct {
     const char* call;
-    const char* error;
+    int error;
     std::string message;
   } cases[] = {
-      {"write", "ENOSPC", "the new file cannot be written: No space left on device"},
-      {"rename", "EIO", "it cannot be replaced: Input/output error"},
+      {"write", ENOSPC, "the new file cannot be written: No space left on device"},
+      {"rename", EIO, "it cannot be replaced: Input/output error"},
   };
   for (const auto& [call, error, message] : cases) {
-    expectResult(signAs("alice", {"a.rpm"}, Support::fault(call, 1, error, ".krv-package-")), 1, "",
+    expectResult(runTool(signing("alice", {"a.rpm"}), Support::failNth(call, 1, newFile, error)), 1, "",
                  tool + "a.rpm: " + message + "\n");
     EXPECT_TRUE(package() == before);
     EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
   }
 }
 
-TEST_F(PackageSignatureTool, FinishesThePackageWhenItIsInterrupted) {
+TEST_F(DisturbedTool, FinishesThePackageWhenItIsInterrupted) {
   std::filesystem::copy_file(folder() / "a.rpm", folder() / "b.rpm");
   const std::string before = package();
+  const auto interrupt = [](const Support::SeenCall& seen) { return kill(seen.process, SIGINT); };
   for (const char* call : {"write", "rename"}) {
     Support::writeFile(folder() / "a.rpm", before);
     const ProcessResult result =
-        signAs("alice", {"a.rpm", "b.rpm"}, Support::fault(call, 1, "SIGINT", ".krv-package-"));
+        runTool(signing("alice", {"a.rpm", "b.rpm"}), Support::beforeNth(call, 1, newFile, interrupt));
     EXPECT_EQ(result.status, 128 + SIGINT);
     EXPECT_EQ(verifyTool({"a.rpm"}).status, 0);
     EXPECT_TRUE(readFile(folder() / "b.rpm") == before);
@@ -312,38 +332,36 @@ TEST_F(PackageSignatureTool, FinishesThePackageWhenItIsInterrupted) {
   }
 }
 
-/// Runs "sign" as alice and stops it after it has opened the package, when it reads a file of certificates.
-class StoppedSigning : public PackageSignatureTool {
+/// "sign" as alice, disturbed after it has opened its package: a file of certificates is read next.
+class DisturbedSigning : public DisturbedTool {
 protected:
-  StoppedSigning() {
-    std::filesystem::copy(Pki::instance().certificate("ca"), sandbox().path() / "chain.pem");
+  DisturbedSigning() {
+    std::filesystem::copy(Pki::instance().certificate("ca"), chain);
     sandbox().build({.name = "victim"}, victim);
     victimBefore = readFile(victim);
   }
 
-  /// Starts the tool, calls `change` when it has stopped, and continues it.
+  /// Calls `change` at that moment.
   template <typename Change>
   ProcessResult sign(const std::string& path, Change change) const {
-    const Pki& pki = Pki::instance();
-    Support::Process process({Support::program("krv-package-signature"), "sign", "--key", pki.key("alice"), "--cert",
-                              pki.certificate("alice"), "--chain", sandbox().path() / "chain.pem", path},
-                             Support::fault("open", 1, "SIGSTOP", "chain.pem"), folder());
-    EXPECT_TRUE(Support::waitUntil([&] { return isStopped(process.id()); }));
-    change();
-    process.signal(SIGCONT);
-    return process.wait();
+    bool isChanged = false;
+    const auto changeOnce = [&](const Support::SeenCall&) {
+      isChanged = true;
+      change();
+      return 0;
+    };
+    const ProcessResult result =
+        runTool(signing("alice", {"--chain", chain, path}), Support::beforeNth("open", 1, chain, changeOnce));
+    EXPECT_TRUE(isChanged);
+    return result;
   }
 
-  static bool isStopped(pid_t process) {
-    const std::string status = readFile("/proc/" + std::to_string(process) + "/status");
-    return status.find("\nState:\tT") != std::string::npos;
-  }
-
+  std::filesystem::path chain = sandbox().path() / "chain.pem";
   std::filesystem::path victim = sandbox().path() / "victim.rpm";
   std::string victimBefore;
 };
 
-TEST_F(StoppedSigning, ReplacesTheOpenedPackageWhenASymlinkIsChanged) {
+TEST_F(DisturbedSigning, ReplacesThePackageThatItOpenedWhenALinkIsChanged) {
   std::filesystem::create_symlink("a.rpm", folder() / "link");
   const auto change = [&] {
     std::filesystem::remove(folder() / "link");
@@ -354,7 +372,7 @@ TEST_F(StoppedSigning, ReplacesTheOpenedPackageWhenASymlinkIsChanged) {
   expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
 }
 
-TEST_F(StoppedSigning, RefusesToReplaceASymlinkThatReplacedThePackage) {
+TEST_F(DisturbedSigning, RefusesToReplaceALinkThatTookThePlaceOfThePackage) {
   const std::string before = package();
   const auto change = [&] {
     std::filesystem::rename(folder() / "a.rpm", folder() / "b.rpm");
@@ -367,7 +385,7 @@ TEST_F(StoppedSigning, RefusesToReplaceASymlinkThatReplacedThePackage) {
   EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "b.rpm"}));
 }
 
-TEST_F(StoppedSigning, RefusesToReplaceAFileThatReplacedThePackage) {
+TEST_F(DisturbedSigning, RefusesToReplaceAFileThatTookThePlaceOfThePackage) {
   const auto change = [&] {
     std::filesystem::copy_file(victim, folder() / "new");
     std::filesystem::rename(folder() / "new", folder() / "a.rpm");
@@ -377,7 +395,7 @@ TEST_F(StoppedSigning, RefusesToReplaceAFileThatReplacedThePackage) {
   EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
 }
 
-TEST_F(StoppedSigning, StaysInTheOpenedDirectory) {
+TEST_F(DisturbedSigning, StaysInTheDirectoryThatItOpened) {
   const std::filesystem::path moved = sandbox().path() / "moved";
   const auto change = [&] {
     std::filesystem::rename(folder(), moved);
@@ -389,20 +407,19 @@ TEST_F(StoppedSigning, StaysInTheOpenedDirectory) {
   expectResult(verifyTool({moved / "a.rpm"}), 0, (moved / "a.rpm").string() + ": OK\n", "");
 }
 
-TEST_F(PackageSignatureTool, DoesNotBlockAtAFifoThatReplacedThePackage) {
-  Support::Process process({Support::program("krv-package-signature"), "show", "a.rpm"},
-                           Support::fault("open", 1, "SIGSTOP", "a.rpm"), folder());
-  ASSERT_TRUE(Support::waitUntil([&] {
-    return readFile("/proc/" + std::to_string(process.id()) + "/status").find("\nState:\tT") != std::string::npos;
-  }));
-  std::filesystem::remove(folder() / "a.rpm");
-  Support::makeFifo(folder() / "a.rpm");
-  process.signal(SIGCONT);
-  expectResult(process.wait(), 1, "", tool + "a.rpm: it is not a regular file\n");
+TEST_F(DisturbedTool, DoesNotWaitForAFifoThatTookThePlaceOfThePackage) {
+  const auto replace = [this](const Support::SeenCall&) {
+    std::filesystem::remove(folder() / "a.rpm");
+    Support::makeFifo(folder() / "a.rpm");
+    return 0;
+  };
+  expectResult(runTool({"show", "a.rpm"}, Support::beforeNth("open", 1, "*/a.rpm", replace)), 1, "",
+               tool + "a.rpm: it is not a regular file\n");
 }
 
-TEST_F(PackageSignatureTool, WorksWithoutProc) {
-  EXPECT_EQ(signAs("alice", {"a.rpm"}, Support::fault("open", 1, "ENOENT", "/proc/self/fd")).status, 0);
+// The package is opened by name first, and then by its descriptor.
+TEST_F(DisturbedTool, WorksWithoutTheDescriptorsInProc) {
+  EXPECT_EQ(runTool(signing("alice", {"a.rpm"}), Support::failNth("open", 2, "*/a.rpm", ENOENT)).status, 0);
   expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
 }
 
