@@ -42,7 +42,7 @@ public:
   /// Makes a directory for its owner alone (0700). False when the name is taken.
   bool makeDirectory(const std::string& name) const;
 
-  /// What has this name, if anything.
+  /// The status of an entry; nothing if there is no such entry.
   std::optional<Entry> entry(const std::string& name) const;
 
   /// Makes a file for its owner alone (0600), opened for reading and writing. It is an error when the name is taken.
