@@ -15,6 +15,6 @@ using PackagedFiles = std::multimap<std::filesystem::path, PackagedFile>;
 
 /// The files of a package that is to be installed, after a look at whether they make sense together: each has one path,
 /// absolute and without detours, and nothing lies below a file or a link. Throws Common::Error, BadPackageContent.
-PackagedFiles contentOf(const Common::Rpm::Reader& package);
+PackagedFiles checkedFiles(const Common::Rpm::Reader& package);
 
 } // namespace Acceptance

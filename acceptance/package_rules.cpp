@@ -13,8 +13,10 @@ namespace Acceptance {
 
 namespace {
 
+using Common::DeveloperIdentity;
 using Common::Error;
 using Common::ErrorCode;
+using Common::isOwnOrEarlierKey;
 using Common::Rpm::compareVersions;
 using Common::Rpm::Reader;
 using Common::Rpm::VersionComparison;
@@ -35,6 +37,19 @@ bool fitsTheBus(const std::string& text) {
   constexpr std::size_t longest = 255;
   return text.size() <= longest && Common::asUtf8(text) == text;
 }
+
+void requireDeveloper(const PackageIdentity& package, const PackageIdentity& installed) {
+  const DeveloperIdentity& own = package.developer;
+  const DeveloperIdentity& other = installed.developer;
+  if (isOwnOrEarlierKey(other.keyId, own.keyId, own.previousKeyIds))
+    return;
+  if (isOwnOrEarlierKey(own.keyId, other.keyId, other.previousKeyIds))
+    throw Error(ErrorCode::DeveloperKeySuperseded,
+                "The installed package is signed with a newer key of its developer: " + package.name);
+  throw Error(ErrorCode::DeveloperMismatch, "The installed package is of another developer: " + package.name);
+}
+
+} // namespace
 
 /// The registry has names between spaces, and its keys between arrows. RPM takes entries of the one name below for the
 /// keys that it trusts.
@@ -57,30 +72,22 @@ void requireVersion(const Reader& package) {
   }
 }
 
-bool contains(const std::vector<std::string>& keyIds, const std::string& keyId) {
-  return std::ranges::find(keyIds, keyId) != keyIds.end();
+void requireArchitecture(const Reader& package) {
+  if (!fitsArchitecture(package))
+    throw Error(ErrorCode::BadPackageArchitecture,
+                "The package is for another architecture: " + package.tag(Common::Rpm::Tag::Architecture));
 }
 
-void requireDeveloper(const PackageIdentity& package, const PackageIdentity& installed) {
-  if (package.developer.keyId == installed.developer.keyId ||
-      contains(package.developer.previousKeyIds, installed.developer.keyId))
-    return;
-  if (contains(installed.developer.previousKeyIds, package.developer.keyId))
-    throw Error(ErrorCode::DeveloperKeySuperseded,
-                "The installed package is signed with a newer key of its developer: " + package.name);
-  throw Error(ErrorCode::DeveloperMismatch, "The installed package is of another developer: " + package.name);
+void requireNoInstallationTags(const Reader& package) {
+  if (hasInstallationTags(package))
+    throw Error(ErrorCode::BadPackageContent, "The package has a header that claims an installation");
 }
-
-} // namespace
 
 void requireInstallable(const Reader& package) {
   requireUsableName(package.tag(Common::Rpm::Tag::Name));
   requireVersion(package);
-  if (!fitsArchitecture(package))
-    throw Error(ErrorCode::BadPackageArchitecture,
-                "The package is for another architecture: " + package.tag(Common::Rpm::Tag::Architecture));
-  if (hasInstallationTags(package))
-    throw Error(ErrorCode::BadPackageContent, "The package has a header that claims an installation");
+  requireArchitecture(package);
+  requireNoInstallationTags(package);
 }
 
 void requireSuccessor(const PackageIdentity& package, const PackageIdentity& installed) {

@@ -22,14 +22,14 @@ public:
   /// False when the lock could not be had or the file not be read. A missing registry is an empty one. What the
   /// callback throws passes on. A registry of size 0 is empty and is not read. The callback must not use the registry:
   /// that would give up the lock.
-  bool foreachRecord(const std::function<void(const RegistryRecord&)>& callback) const;
+  [[nodiscard]] bool foreachRecord(const std::function<void(const RegistryRecord&)>& callback) const;
 
   /// Adds `record` and drops what it supersedes: the earlier records of its package on its key chain, except that an
   /// update keeps the installations. The registry is replaced by a rename, through "registry.next" beside it, which
   /// may stay behind after a failure. True when it was replaced; else the old registry is untouched. If the registry's
   /// stat fails, writing fails; reading treats the registry as empty. Throws std::out_of_range, before anything is
   /// made or written, if the event of `record` is unknown.
-  bool writeRecord(const RegistryRecord& record) const;
+  [[nodiscard]] bool writeRecord(const RegistryRecord& record) const;
 };
 
 } // namespace Core::KRV

@@ -15,7 +15,7 @@ public:
 
   /// Lets SIGHUP, SIGINT, SIGQUIT, SIGTERM and SIGALRM through as long as they end the process: those of them that have
   /// neither a handler nor are blocked already. For a wait that may be long and that a handler must not interrupt.
-  static BlockedSignals exceptFatalOnes() {
+  [[nodiscard]] static BlockedSignals exceptFatalOnes() {
     constexpr std::array requests = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM};
     sigset_t signals = all();
     for (const int signal : requests) {

@@ -27,7 +27,7 @@ public:
 
   /// Closes the descriptor and returns what close(2) does, with its errno: after writing, the error of a full disk may
   /// show here only.
-  int close() { return ::close(std::exchange(m_number, -1)); }
+  [[nodiscard]] int close() { return ::close(std::exchange(m_number, -1)); }
 
 private:
   int m_number;

@@ -18,8 +18,8 @@ struct StoredPackage : Acceptance::PackageIdentity {
 
 /// A copy of the header of a package file with what was found out when it was installed, at `time`. librpm does the
 /// same with the facts that it adds. Kept in the database entry, they come and go with it.
-Common::Rpm::Reader withInstallationFacts(const Common::Rpm::Reader& header, const StoredPackage& package,
-                                          std::int64_t time);
+Common::Rpm::Reader withInstallationTags(const Common::Rpm::Reader& header, const StoredPackage& package,
+                                         std::int64_t time);
 
 /// What a database entry says. Nothing for an entry that somebody else has made.
 std::optional<StoredPackage> storedPackage(const Common::Rpm::Reader& entry);

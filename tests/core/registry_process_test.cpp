@@ -157,7 +157,7 @@ TEST_F(RegistryProcess, LocksTheFileThatItOpenedWhateverTakesItsPlace) {
   writeFile(root / "stranger", "kept");
   std::unique_ptr<Process> reader;
   EXPECT_TRUE(Registry().foreachRecord([&](const RegistryRecord&) {
-    reader = std::make_unique<Process>(readCommand, fault("open", 1, "SIGSTOP", "/proc/self/fd/"));
+    reader = std::make_unique<Process>(readCommand, fault("open", 2, "SIGSTOP", "/proc/self/fd/"));
     ASSERT_TRUE(waitUntil([&] { return isStopped(reader->id()); }));
     fs::remove(lockFile);
     fs::create_symlink(root / "stranger", lockFile);
@@ -189,7 +189,7 @@ TEST_F(RegistryFault, InCreatingTheLockFile) {
 
 TEST_F(RegistryFault, InOpeningTheLock) {
   expectFailure(readCommand, fault("open", 1, "EACCES", "/proc/self/fd/"), "[E] Permission denied\n" + lockMessage);
-  expectFailure(writeCommand, fault("open", 1, "ENFILE", "/proc/self/fd/"),
+  expectFailure(writeCommand, fault("open", 2, "ENFILE", "/proc/self/fd/"),
                 "[E] Too many open files in system\n" + lockMessage);
 }
 
@@ -213,7 +213,7 @@ TEST_F(RegistryFault, InMakingTheFolder) {
 }
 
 TEST_F(RegistryFault, InOpeningTheRegistry) {
-  expectFailure(readCommand, fault("open", 2, "EACCES", "registry"), openMessage);
+  expectFailure(readCommand, fault("open", 3, "EACCES", "registry"), openMessage);
   expectFailure(writeCommand, fault("open", 2, "EIO", "registry"), openMessage + loadMessage);
 }
 

@@ -6,6 +6,6 @@
 
 /// The commands. Each treats every package, reports those that fail on standard error, and returns true when none did.
 /// `sign` throws PackageSignatures::SigningError when a key cannot be used, before any package is touched.
-bool sign(const Options& options);
-bool show(const Options& options);
-bool verify(const Options& options);
+[[nodiscard]] bool sign(const Options& options);
+[[nodiscard]] bool show(const Options& options);
+[[nodiscard]] bool verify(const Options& options);

@@ -13,7 +13,7 @@
 
 /// Calls `action` with each path. An exception is reported with the path, and the next package is treated.
 template <typename Action>
-bool forEachPackage(const std::vector<std::string>& packages, Action action) {
+[[nodiscard]] bool forEachPackage(const std::vector<std::string>& packages, Action action) {
   bool allDone = true;
   for (const std::string& path : packages) {
     try {

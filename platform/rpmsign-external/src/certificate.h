@@ -5,7 +5,7 @@
 #include "platform/rpmsign-external/src/handles.h"
 
 #include <rpmsign-external/package_signatures.h>
-#include <rpmsign-external/signing.h>
+#include <rpmsign-external/role.h>
 
 #include <array>
 #include <optional>
@@ -48,6 +48,6 @@ enum class Dates {
 /// the middle. Every certificate of the chain has to be of 112 bits of security and not be revoked by a list in
 /// `caPath`; authorities whose extended key usage is stated need the role's. An authority without a list has revoked
 /// nothing; a list that is not valid today or cannot be read refuses all that the authority certifies.
-bool chainsToAuthority(const Certificate::Impl& certificate, const char* caPath, Dates dates);
+[[nodiscard]] bool chainsToAuthority(const Certificate::Impl& certificate, const char* caPath, Dates dates);
 
 } // namespace PackageSignatures

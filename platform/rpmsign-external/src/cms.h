@@ -28,14 +28,14 @@ bool mayDefineCurves(std::string_view bytes);
 
 /// Takes one message in DER off the front of `bytes`; null when what stands there is anything else, and when
 /// mayDefineCurves(bytes). The message has one signer with signed attributes, and its content is data.
-std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes);
+[[nodiscard]] std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes);
 
 /// The content that the message carries in itself; none when it is detached.
 std::optional<std::string_view> attachedContent(const SignedData& data);
 
 /// True when the signature holds for content with this SHA-256, and for the certificate that came with it. Who signed
 /// is not looked at.
-bool signatureHolds(const SignedData& data, const Digest& content);
+[[nodiscard]] bool signatureHolds(const SignedData& data, const Digest& content);
 
 /// The elements of a sequence, given as OpenSSL keeps the value of an attribute: one whole DER value. Null when it is
 /// anything else.
@@ -43,30 +43,13 @@ AnySequencePtr parseSequence(std::string_view der);
 
 std::string_view viewOf(const ASN1_STRING* string);
 
-struct RotationChain::Impl {
-  bool readable = true;
-  std::vector<std::shared_ptr<const SignedData>> links;
-
-  static const Impl& of(const RotationChain& chain) { return *chain.m_impl; }
-};
-
 struct Cms::Impl {
   std::shared_ptr<const SignedData> data;
 
   static const Impl& of(const Cms& cms) { return *cms.m_impl; }
 };
 
-/// Reads the chain that the signer put into the message.
-RotationChain::Impl readRotationChain(const SignedData& data);
-
-/// What an earlier key signs to vouch for the key that follows it.
-std::string rotationText(const std::string& nextKeyId);
-
-/// True when every link was made by a developer of an authority in `caPath` and vouches for the key that follows it,
-/// the last one for `signerKeyId`. Certificates of earlier keys may have expired since.
-bool rotationHolds(const RotationChain::Impl& chain, const std::string& signerKeyId, const char* caPath);
-
 /// All messages of a container; none when anything in it is out of form.
-std::optional<std::vector<Cms>> parseContainer(std::string_view container);
+[[nodiscard]] std::optional<std::vector<Cms>> parseContainer(std::string_view container);
 
 } // namespace PackageSignatures

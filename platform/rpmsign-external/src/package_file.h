@@ -50,20 +50,20 @@ enum class Symlink {
 /// in errno (0 for something that is no regular file). Waits for the holder of a lease on the file, as every open does,
 /// and never for the other end of a FIFO. Without /proc it fails with EWOULDBLOCK instead of waiting, and what somebody
 /// puts in the place of the file just then may be open instead; locateParts() refuses it.
-FileDescriptor openRegularFile(int directory, const std::string& path, Symlink symlink);
+[[nodiscard]] FileDescriptor openRegularFile(int directory, const std::string& path, Symlink symlink);
 
 /// Looks at the lead and the signature header; nothing when the file is not a regular one, is no package, is cut off
 /// before the content, or has a container of another type, one that is too large, or two of them.
-std::optional<PackageParts> locateParts(int file);
+[[nodiscard]] std::optional<PackageParts> locateParts(int file);
 
 /// True when `bytes` begin with the magic of an RPM header, as the content of a package does. A signature over anything
 /// else, above all over what an earlier key says of a later one, must not be made nor accepted as one over a package.
 bool beginsAsHeader(std::string_view bytes);
 
 /// The `size` bytes at `offset`, which have to lie inside the file; nothing when they cannot be read.
-std::optional<std::string> readRange(int file, off_t offset, std::size_t size);
+[[nodiscard]] std::optional<std::string> readRange(int file, off_t offset, std::size_t size);
 
 /// Hands what the file holds from `offset` on to `action`, block by block. False, with errno, when it cannot be read.
-bool forEachBlock(int file, off_t offset, const std::function<void(std::string_view)>& action);
+[[nodiscard]] bool forEachBlock(int file, off_t offset, const std::function<void(std::string_view)>& action);
 
 } // namespace PackageSignatures

@@ -16,7 +16,4 @@ struct SigningKey::Impl {
 /// The certificates of a PEM file; none for an empty path. Throws SigningError when it cannot be read.
 CertificatesPtr readCertificates(const std::string& path);
 
-/// Throws SigningError: `what`, and the system's description of `error`.
-[[noreturn]] void failWithErrno(const std::string& what, int error);
-
 } // namespace PackageSignatures

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/archive_fixture.h"
+#include "tests/support/fault.h"
 #include "tests/support/process.h"
 #include "tests/support/wait.h"
 
@@ -42,6 +43,13 @@ protected:
     build({.install = "mkdir -p %{buildroot}/opt; truncate -s 3M %{buildroot}/opt/file", .files = "/opt/file"});
   }
 };
+
+TEST_F(ArchiveProcess, OpensAPackageWithoutProcToo) {
+  const std::filesystem::path target = m_sandbox.path() / "target";
+  std::filesystem::create_directory(target);
+  const std::vector<std::string> command = {Support::program("extract-package"), package().string(), target.string()};
+  EXPECT_EQ(Support::run(command, Support::fault("open", 1, "ENOENT", "/proc/self/fd/")).status, 0);
+}
 
 TEST_F(ArchiveProcess, EndsBeforeAProgramThatAHandlerStarted) {
   std::optional<Support::Process> program;

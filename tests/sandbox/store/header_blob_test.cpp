@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "common/rpm/handles.h"
 #include "sandbox/store/header_blob.h"
 #include "tests/support/rpm_sandbox.h"
 #include "tests/support/thrown.h"

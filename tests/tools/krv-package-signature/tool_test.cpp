@@ -389,6 +389,14 @@ TEST_F(StoppedSigning, StaysInTheDirectoryThatItOpened) {
   expectResult(verifyTool({moved / "a.rpm"}), 0, (moved / "a.rpm").string() + ": OK\n", "");
 }
 
+// Two opens could show the signatures of one file with the offsets of another.
+TEST_F(PackageSignatureTool, OpensThePackageThatItShowsOnce) {
+  const std::vector<std::string> command = {Support::program("krv-package-signature"), "show", "a.rpm"};
+  const ProcessResult shown = Support::run(command, {}, folder());
+  ASSERT_EQ(shown.status, 0);
+  expectResult(Support::run(command, Support::fault("open", 2, "EIO", "a.rpm"), folder()), 0, shown.output, "");
+}
+
 TEST_F(PackageSignatureTool, DoesNotWaitForAFifoThatTookThePlaceOfThePackage) {
   Support::Process process({Support::program("krv-package-signature"), "show", "a.rpm"},
                            Support::fault("open", 1, "SIGSTOP", "a.rpm"), folder());

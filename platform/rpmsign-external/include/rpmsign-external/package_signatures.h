@@ -35,7 +35,7 @@ public:
   /// `caPath`, a directory in the form of openssl-rehash(1). What came with the certificate may fill the middle of the
   /// chain and is never trusted. No certificate of the chain may be weak or revoked by a list in the directory, and no
   /// authority in it may be restricted to other roles: docs/signature-format.md has the whole of it.
-  bool verify(const char* caPath) const;
+  [[nodiscard]] bool verify(const char* caPath) const;
 
   /// SHA-256 of the DER form of the certificate's SubjectPublicKeyInfo, as 64 lower-case hexadecimal digits.
   std::string keyId() const;
@@ -91,7 +91,7 @@ public:
   /// was never signed has no CMSes. Null when the path is not a regular file that can be opened, when the file is no
   /// package, and when anything about its signatures is out of form. It waits for the holder of a lease on the file, as
   /// every open does, and never for the other end of a FIFO.
-  static std::unique_ptr<FileWithCmses> fromPath(const std::string& path);
+  [[nodiscard]] static std::unique_ptr<FileWithCmses> fromPath(const std::string& path);
   ~FileWithCmses();
   FileWithCmses(const FileWithCmses&) = delete;
   FileWithCmses& operator=(const FileWithCmses&) = delete;
@@ -102,7 +102,7 @@ public:
   /// True when the content begins with an RPM header, there is at least one CMS, no two have the same role, and each of
   /// them has a signer with a role whose certificate verifies against `caPath`, a signature that holds for the content
   /// and for that certificate, and a rotation chain, if any, that holds in every link. Reads the whole file, once.
-  bool verifyCmses(const char* caPath);
+  [[nodiscard]] bool verifyCmses(const char* caPath);
 
 private:
   struct Impl;

@@ -10,6 +10,6 @@ namespace Sandbox {
 /// Does `work` for the call that the text `call` describes, and writes the log line of the call. What `work` throws
 /// becomes an sdbus::Error, which the bus library sends to the caller: a Common::Error with the D-Bus name of its code,
 /// any other std::exception as Internal. Of its reason the first 4096 bytes are told.
-void attend(const std::string& call, const std::function<void()>& work);
+void handleCall(const std::string& call, const std::function<void()>& work);
 
 } // namespace Sandbox
