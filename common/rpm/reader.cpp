@@ -43,11 +43,9 @@ Error readError() {
 /// as /proc/kmsg is, may keep its reader waiting.
 FileHandle openPackage(const std::string& path) {
   struct stat status {};
-  const Posix::FileDescriptor opened = Posix::openRegularFile(path.c_str(), O_RDONLY, 0, status);
-  if (!opened && errno != ENOTSUP)
-    throw openError();
-  if (!opened || status.st_size == 0)
-    throw readError();
+  const Posix::FileDescriptor opened = Posix::openRegularFile(path.c_str(), O_RDONLY, 0, status, 1);
+  if (!opened)
+    throw errno == ENOTSUP ? readError() : openError();
   FileHandle file = ownFile(fdDup(opened.get()));
   if (!file || fcntl(Fileno(file.get()), F_SETFD, FD_CLOEXEC) != 0)
     throw openError();

@@ -245,7 +245,7 @@ TEST_F(RegistryFault, InReadingTheMiddleOfTheRegistry) {
 TEST_F(RegistryFault, InCheckingTheFolderOfTheNextFile) {
   const std::string reason =
       fs::filesystem_error("cannot create directories", folder, std::make_error_code(std::errc::io_error)).what();
-  expectFailure(writeCommand, fault("stat", 4, "EIO", "var/lib/krv"), "[E] " + reason + "\n" + nextMessage);
+  expectFailure(writeCommand, fault("stat", 3, "EIO", "var/lib/krv"), "[E] " + reason + "\n" + nextMessage);
 }
 
 TEST_F(RegistryFault, InOpeningTheNextFile) {
