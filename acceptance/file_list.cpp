@@ -4,6 +4,7 @@
 
 #include "common/error/error.h"
 #include "common/rpm/file_entry.h"
+#include "common/rpm/handles.h"
 
 #include <rpm/rpmstring.h>
 

@@ -35,7 +35,7 @@ void requireDirectoriesAbove(const PackagedFiles& files, const fs::path& path) {
 
 } // namespace
 
-PackagedFiles contentOf(const Common::Rpm::Reader& package) {
+PackagedFiles checkedFiles(const Common::Rpm::Reader& package) {
   PackagedFiles files;
   for (PackagedFile& file : fileList(package)) {
     requirePlainName(file.name);

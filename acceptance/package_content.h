@@ -15,6 +15,6 @@ using PackagedFiles = std::multimap<std::filesystem::path, PackagedFile>;
 
 /// The files of a package to install. Throws Common::Error, BadPackageContent, unless each has a path of its own, which
 /// is absolute and normalised, and no file lies below a file or a symlink.
-PackagedFiles contentOf(const Common::Rpm::Reader& package);
+PackagedFiles checkedFiles(const Common::Rpm::Reader& package);
 
 } // namespace Acceptance

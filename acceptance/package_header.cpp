@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "acceptance/package_header.h"
 
+#include <rpm/header.h>
 #include <rpm/rpmlib.h>
 #include <rpm/rpmtag.h>
 

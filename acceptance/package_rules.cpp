@@ -13,8 +13,10 @@ namespace Acceptance {
 
 namespace {
 
+using Common::DeveloperIdentity;
 using Common::Error;
 using Common::ErrorCode;
+using Common::isOwnOrEarlierKey;
 using Common::Rpm::compareVersions;
 using Common::Rpm::Reader;
 using Common::Rpm::VersionComparison;
@@ -36,6 +38,19 @@ bool fitsTheBus(const std::string& text) {
   return text.size() <= longest && Common::asUtf8(text) == text;
 }
 
+void requireDeveloper(const PackageIdentity& package, const PackageIdentity& installed) {
+  const DeveloperIdentity& own = package.developer;
+  const DeveloperIdentity& other = installed.developer;
+  if (isOwnOrEarlierKey(other.keyId, own.keyId, own.previousKeyIds))
+    return;
+  if (isOwnOrEarlierKey(own.keyId, other.keyId, other.previousKeyIds))
+    throw Error(ErrorCode::DeveloperKeySuperseded,
+                "The installed package is signed with a newer key of its developer: " + package.name);
+  throw Error(ErrorCode::DeveloperMismatch, "The installed package is from another developer: " + package.name);
+}
+
+} // namespace
+
 /// The registry separates names by spaces and keys by "->". RPM uses the name "gpg-pubkey" for the keys that it trusts.
 void requireUsableName(const std::string& name) {
   if (!fitsTheBus(name))
@@ -56,30 +71,22 @@ void requireVersion(const Reader& package) {
   }
 }
 
-bool contains(const std::vector<std::string>& keyIds, const std::string& keyId) {
-  return std::ranges::find(keyIds, keyId) != keyIds.end();
+void requireArchitecture(const Reader& package) {
+  if (!fitsArchitecture(package))
+    throw Error(ErrorCode::BadPackageArchitecture,
+                "The package is for another architecture: " + package.tag(Common::Rpm::Tag::Architecture));
 }
 
-void requireDeveloper(const PackageIdentity& package, const PackageIdentity& installed) {
-  if (package.developer.keyId == installed.developer.keyId ||
-      contains(package.developer.previousKeyIds, installed.developer.keyId))
-    return;
-  if (contains(installed.developer.previousKeyIds, package.developer.keyId))
-    throw Error(ErrorCode::DeveloperKeySuperseded,
-                "The installed package is signed with a newer key of its developer: " + package.name);
-  throw Error(ErrorCode::DeveloperMismatch, "The installed package is from another developer: " + package.name);
+void requireNoInstallationTags(const Reader& package) {
+  if (hasInstallationTags(package))
+    throw Error(ErrorCode::BadPackageContent, "The package header has tags of an installed package");
 }
-
-} // namespace
 
 void requireInstallable(const Reader& package) {
   requireUsableName(package.tag(Common::Rpm::Tag::Name));
   requireVersion(package);
-  if (!fitsArchitecture(package))
-    throw Error(ErrorCode::BadPackageArchitecture,
-                "The package is for another architecture: " + package.tag(Common::Rpm::Tag::Architecture));
-  if (hasInstallationTags(package))
-    throw Error(ErrorCode::BadPackageContent, "The package header has tags of an installed package");
+  requireArchitecture(package);
+  requireNoInstallationTags(package);
 }
 
 void requireSuccessor(const PackageIdentity& package, const PackageIdentity& installed) {

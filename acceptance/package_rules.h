@@ -7,11 +7,23 @@
 
 #include <string>
 
-/// The rules for packages that may be installed. Each function throws Common::Error with the code of the broken rule.
+/// The rules by which the reference service accepts a package. They need the package, and the identity of the installed
+/// one, and nothing else. Each throws Common::Error with the code that the service answers with, for one refusal.
 namespace Acceptance {
 
-/// Checks a package without regard to installed packages: BadPackageID, BadPackageVersion, BadPackageArchitecture, and
-/// BadPackageContent for a header with the tags of an installed package.
+/// BadPackageID for a name that the registry, the bus or RPM cannot handle.
+void requireUsableName(const std::string& name);
+
+/// BadPackageVersion for a version or release that the bus or RPM cannot handle.
+void requireVersion(const Common::Rpm::Reader& package);
+
+/// BadPackageArchitecture if RPM cannot install the package on this machine.
+void requireArchitecture(const Common::Rpm::Reader& package);
+
+/// BadPackageContent for a header with tags that only an installation adds.
+void requireNoInstallationTags(const Common::Rpm::Reader& package);
+
+/// The four rules above, in their order. They hold whatever is installed.
 void requireInstallable(const Common::Rpm::Reader& package);
 
 /// The data of a package that the rules compare.

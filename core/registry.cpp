@@ -120,9 +120,7 @@ Reading readRecords(const fs::path& registry, Callback callback) {
   if (!Common::Filesystem::exists(registry))
     return Reading::Missing;
   struct stat status {};
-  Common::Posix::FileDescriptor file;
-  if (Common::Filesystem::isRegularFile(registry)) // opening a device may have side effects
-    file = Common::Posix::openRegularFile(registry.c_str(), O_RDONLY, 0, status);
+  const auto file = Common::Posix::openRegularFile(registry.c_str(), O_RDONLY, 0, status);
   if (file && (status.st_size == 0 || readOpenRegistry(file, callback)))
     return Reading::Done;
   LogMessage(LogLevel::Error) << "Couldn't open registry: " << registry;

@@ -22,14 +22,14 @@ public:
   /// Returns false if locking or reading fails. A missing registry is empty. A registry of size 0 is empty and is not
   /// read. Exceptions of the callback reach the caller. The callback must not use the registry: that would release the
   /// lock.
-  bool foreachRecord(const std::function<void(const RegistryRecord&)>& callback) const;
+  [[nodiscard]] bool foreachRecord(const std::function<void(const RegistryRecord&)>& callback) const;
 
   /// Adds `record` and drops the records that it replaces: the earlier records of its package on its key chain, but an
   /// update keeps the Install records. Writes "registry.next" beside the registry and renames it; the file may stay
   /// after a failure. Returns true if the registry was replaced; otherwise the old registry is unchanged. If the
   /// registry's stat fails, writing fails; reading treats the registry as empty. Throws std::out_of_range, before
   /// anything is created or written, if the event of `record` is unknown.
-  bool writeRecord(const RegistryRecord& record) const;
+  [[nodiscard]] bool writeRecord(const RegistryRecord& record) const;
 };
 
 } // namespace Core::KRV

@@ -7,7 +7,6 @@
 #include <charconv>
 #include <system_error>
 #include <unordered_map>
-#include <utility>
 
 namespace Core::KRV {
 

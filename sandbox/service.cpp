@@ -3,7 +3,7 @@
 #include "sandbox/service.h"
 
 #include "common/posix/file_descriptor.h"
-#include "sandbox/calls.h"
+#include "sandbox/bus_object.h"
 #include "sandbox/store/package_store.h"
 #include "service/bus_names.h"
 
@@ -75,7 +75,7 @@ void serve() {
   // Before opening the root, which another service uses if it has the name. Calls wait until the object exists.
   takeName(*connection);
   PackageStore store;
-  const auto object = serveCalls(*connection, store);
+  const auto object = exportObject(*connection, store);
 
   std::cout << "ready" << std::endl;
   try {

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/copy.h"
 
-#include "common/filesystem/content.h"
+#include "common/filesystem/copy_content.h"
 #include "common/filesystem/entry.h"
 #include "common/filesystem/failure.h"
 #include "common/filesystem/listing.h"
@@ -80,7 +80,7 @@ void removeFailedFile(const fs::path& to) {
 /// The type of the entry itself; `none` if it does not exist or is a dangling symlink.
 fs::file_type typeOf(const fs::path& path) {
   fs::file_type type = fs::file_type::none;
-  const bool exists = Failure::answering([&] {
+  const bool exists = Failure::runOrReturnFalse([&] {
     const fs::file_status status = fs::symlink_status(path);
     type = status.type();
     return type == fs::file_type::symlink ? fs::exists(path) : fs::exists(status);
@@ -95,7 +95,7 @@ Error refusal(const fs::path& from, const fs::path& to, const std::string& reaso
 /// Creates the file `to` with the content of `from`, and returns `from`, open. Returns no descriptor, without a log
 /// line, if `to` was free before and exists now.
 Posix::FileDescriptor makeFile(const fs::path& from, const fs::path& to, Destination destination) {
-  return Failure::throwing("Coulnd't copy file " + from.string() + " to " + to.string(), [&] {
+  return Failure::runOrThrow("Coulnd't copy file " + from.string() + " to " + to.string(), [&] {
     if (destination != Destination::EntryOfNewDirectory)
       createParents(to);
     try {
@@ -177,10 +177,10 @@ void copySymlink(const fs::path& from, const fs::path& to) {
 void copyDirectory(const fs::path& from, const fs::path& to) {
   if (!Filesystem::isDirectory(from))
     throw Failure::error("Attempt to copy directory, but " + from.string() + " is not directory");
-  const Destination entries = makeDestination(from, to);
+  const Destination destination = makeDestination(from, to);
   try {
     for (const fs::path& entry : listDirectory(from, ListOptions::None))
-      copyEntry(entry, to / entry.filename(), entries);
+      copyEntry(entry, to / entry.filename(), destination);
   } catch (...) {
     removeFailedDirectory(from, to);
     throw;

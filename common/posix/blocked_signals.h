@@ -17,7 +17,7 @@ public:
   /// Does not block those of SIGHUP, SIGINT, SIGQUIT, SIGTERM and SIGALRM that have their default action, so that they
   /// end the process; a signal that is blocked already stays blocked. For a long wait that a signal handler must not
   /// interrupt.
-  static BlockedSignals exceptFatalOnes() {
+  [[nodiscard]] static BlockedSignals exceptFatalOnes() {
     constexpr std::array requests = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM};
     sigset_t signals = all();
     for (const int signal : requests) {

@@ -27,7 +27,7 @@ public:
 
   /// Closes the descriptor. Returns the result of close(2) and leaves its errno: after writing, a full disk may be
   /// reported only here.
-  int close() { return ::close(std::exchange(m_number, -1)); }
+  [[nodiscard]] int close() { return ::close(std::exchange(m_number, -1)); }
 
 private:
   int m_number;

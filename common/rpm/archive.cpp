@@ -5,6 +5,7 @@
 #include "common/error/error.h"
 #include "common/posix/blocked_signals.h"
 #include "common/rpm/file_entry.h"
+#include "common/rpm/handles.h"
 #include "driver/log/log_message.h"
 
 #include <rpm/rpmarchive.h>

@@ -4,6 +4,7 @@
 
 #include "common/posix/blocked_signals.h"
 #include "common/posix/file_descriptor.h"
+#include "common/rpm/handles.h"
 
 #include <array>
 #include <cerrno>

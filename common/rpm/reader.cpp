@@ -3,14 +3,16 @@
 #include "common/rpm/reader.h"
 
 #include "common/error/error.h"
-#include "common/posix/file_descriptor.h"
+#include "common/posix/regular_file.h"
 #include "common/rpm/configuration.h"
+#include "common/rpm/handles.h"
 #include "common/rpm/sound_header.h"
 
 #include <rpm/rpmlib.h>
 #include <rpm/rpmtag.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
@@ -37,25 +39,13 @@ Error readError() {
   return {ErrorCode::BadPackageFileFormat, "Couldn't read rpm package"};
 }
 
-/// Opening a FIFO could block, and opening a device may have side effects, so the type is checked through an O_PATH
-/// descriptor, and then the same file is opened for reading. A "regular file" without a size, such as /proc/kmsg, can
-/// block its reader.
-Posix::FileDescriptor openRegularFile(const std::string& path) {
-  const Posix::FileDescriptor found(open(path.c_str(), O_PATH | O_CLOEXEC));
-  struct stat status {};
-  if (!found || fstat(found.get(), &status) != 0)
-    throw openError();
-  if (!S_ISREG(status.st_mode) || status.st_size == 0)
-    throw readError();
-  Posix::FileDescriptor opened(open(("/proc/self/fd/" + std::to_string(found.get())).c_str(), O_RDONLY | O_CLOEXEC));
-  if (!opened)
-    throw openError();
-  return opened;
-}
-
-/// librpm does not get the path, because it may take it for a URL.
+/// librpm does not get the path, which may look like an address on the network to it. A "regular file" without a size,
+/// as /proc/kmsg is, may keep its reader waiting.
 FileHandle openPackage(const std::string& path) {
-  const Posix::FileDescriptor opened = openRegularFile(path);
+  struct stat status {};
+  const Posix::FileDescriptor opened = Posix::openRegularFile(path.c_str(), O_RDONLY, 0, status, 1);
+  if (!opened)
+    throw errno == ENOTSUP ? readError() : openError();
   FileHandle file = ownFile(fdDup(opened.get()));
   if (!file || fcntl(Fileno(file.get()), F_SETFD, FD_CLOEXEC) != 0)
     throw openError();

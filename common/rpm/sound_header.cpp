@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "common/rpm/sound_header.h"
 
+#include "common/rpm/handles.h"
+
 #include <rpm/rpmtag.h>
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "common/rpm/handles.h"
+#include "common/rpm/handle_types.h"
 
 #include <cstdint>
 #include <map>

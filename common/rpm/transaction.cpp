@@ -4,6 +4,7 @@
 
 #include "common/error/error.h"
 #include "common/rpm/configuration.h"
+#include "common/rpm/handles.h"
 
 #include <rpm/rpmcli.h>
 

@@ -2,8 +2,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "common/rpm/handles.h"
+#include "common/rpm/handle_types.h"
 #include "common/rpm/reader.h"
+
+#include <rpm/rpmts.h>
 
 #include <cstdint>
 #include <functional>

@@ -14,4 +14,8 @@ struct DeveloperIdentity {
   std::vector<std::string> previousKeyIds; ///< key ids that the developer used before, in the library's order
 };
 
+/// Whether `keyId` is the key id `own` of a developer or one of the `earlier` ones.
+[[nodiscard]] bool isOwnOrEarlierKey(const std::string& keyId, const std::string& own,
+                                     const std::vector<std::string>& earlier);
+
 } // namespace Common

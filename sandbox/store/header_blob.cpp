@@ -3,6 +3,7 @@
 #include "sandbox/store/header_blob.h"
 
 #include "common/error/error.h"
+#include "common/rpm/handles.h"
 
 #include <rpm/rpmtag.h>
 

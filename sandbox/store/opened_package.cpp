@@ -2,21 +2,18 @@
 // SPDX-License-Identifier: MIT
 #include "sandbox/store/opened_package.h"
 
+#include "acceptance/package_length.h"
 #include "common/error/error.h"
 #include "common/rpm/reader.h"
 #include "common/signatures/package_cmses.h"
 #include "driver/log/log_message.h"
 #include "sandbox/store/directory.h"
 
-#include <rpm/rpmtag.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <optional>
 #include <system_error>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -38,23 +35,6 @@ FileDescriptor nameFile(const std::string& path) {
   if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
     throw Error(ErrorCode::FileNotFound, "The package is not an existing regular file: " + path);
   return file;
-}
-
-/// The offset of the main header, behind the lead and the signature header, which is padded to eight bytes.
-std::optional<std::uint64_t> mainHeaderOffset(int file) {
-  constexpr std::uint64_t leadSize = 96;
-  constexpr std::uint64_t entrySize = 16;
-  std::array<std::uint32_t, 4> intro{}; // magic, a reserved word, number of entries, size of the data
-  if (pread(file, intro.data(), sizeof intro, leadSize) != sizeof intro)
-    return std::nullopt;
-  const std::uint64_t size = sizeof intro + entrySize * ntohl(intro[2]) + ntohl(intro[3]);
-  return leadSize + (size + 7) / 8 * 8;
-}
-
-/// The size of the main header and the payload, as the signature header says; 0 if it does not say.
-std::uint64_t promisedSize(const Common::Rpm::Reader& package) {
-  // librpm returns the 32-bit tag if the package has no 64-bit tag.
-  return headerGetNumber(package.header().get(), RPMTAG_LONGSIGSIZE);
 }
 
 template <typename Result>
@@ -86,12 +66,8 @@ void OpenedPackage::requirePackage() {
   struct stat status {};
   if (!readable || fstat(readable.get(), &status) != 0)
     throw Error(ErrorCode::FileNotFound, "The package cannot be read: " + m_path);
-  const std::optional<std::uint64_t> begin = mainHeaderOffset(readable.get());
   const auto size = static_cast<std::uint64_t>(status.st_size);
-  const std::uint64_t promised = promisedSize(header);
-  // rpm(8) also refuses bytes behind the payload, because its digests cover them; librpm alone ignores them.
-  if (!begin || *begin > size || size - *begin > promised)
-    throw Error(ErrorCode::BadPackageFileFormat, "The package file is longer than its headers say: " + m_path);
+  Acceptance::requireNothingBehindPayload(header, readable.get(), size, m_path);
   m_file = std::move(readable);
   m_size = size;
 }

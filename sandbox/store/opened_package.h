@@ -5,7 +5,6 @@
 #include "common/posix/file_descriptor.h"
 
 #include <cstdint>
-#include <filesystem>
 #include <string>
 
 namespace Sandbox {

@@ -138,7 +138,7 @@ void PackageStore::install(const std::string& path, const std::string& source) {
     original.requirePackage();
     requireSpace(original, m_root);
     // From here on the copy is the package: whoever can write to the other one cannot change what was verified.
-    const Common::Posix::FileDescriptor file = m_transaction.adopt(original);
+    const Common::Posix::FileDescriptor file = m_transaction.copyPackage(original);
     const std::string copy = pathOf(file);
     ArchiveReader archive = ArchiveReader::openForExtraction(copy);
     const auto developer = Common::developerIdentity(Common::readPackageCmses(copy, true));
@@ -155,7 +155,7 @@ void PackageStore::installVerified(ArchiveReader& archive, const StoredPackage& 
   if (installed)
     Acceptance::requireSuccessor(package, installed->package);
 
-  const PackagedFiles files = Acceptance::contentOf(archive);
+  const PackagedFiles files = Acceptance::checkedFiles(archive);
   const PackagedFiles earlier = installed ? filesOf({installed->entry}) : PackagedFiles{};
   const PackagedFiles others = filesOfOthers(entries, package.name);
   ChangePlan plan = planInstallation(m_root, files, {.earlier = earlier, .others = others});
@@ -167,7 +167,7 @@ void PackageStore::installVerified(ArchiveReader& archive, const StoredPackage& 
   plan.package = package.name;
   plan.record = toString(event);
   m_transaction.carryOut(plan, m_database, installed ? std::optional(exportHeader(installed->entry)) : std::nullopt,
-                         exportHeader(withInstallationFacts(archive, package, event.timestamp)));
+                         exportHeader(withInstallationTags(archive, package, event.timestamp)));
   record(event);
   LogMessage(LogLevel::Info) << (installed ? "Updated: " : "Installed: ") << package.name << " " << package.version;
 }

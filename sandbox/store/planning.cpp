@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "sandbox/store/planning.h"
 
+#include "acceptance/reserved_paths.h"
 #include "common/error/error.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 #include <set>
 
@@ -33,23 +33,6 @@ bool isFileOrLink(file_type type) {
   return type == file_type::regular || type == file_type::symlink;
 }
 
-/// A package that could write there could change the trusted authorities, the database of installed packages and the
-/// packages of the image.
-constexpr auto reservedFolders = std::to_array<const char*>({"etc/krv", "usr/share/krv", "var/lib/krv", "var/lib/rpm"});
-
-bool isWithin(const fs::path& path, const fs::path& folder) {
-  return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first == folder.end();
-}
-
-bool isReserved(const fs::path& path) {
-  return std::ranges::any_of(reservedFolders, [&](const fs::path& folder) { return isWithin(path, folder); });
-}
-
-/// A user who can rename entries there can replace a reserved folder by another one.
-bool leadsToReserved(const fs::path& path) {
-  return std::ranges::any_of(reservedFolders, [&](const fs::path& folder) { return isWithin(folder, path); });
-}
-
 std::optional<Entry> entryOf(const Directory& root, const fs::path& path) {
   const std::optional<Place> place = findPlace(root, path);
   return place ? place->entry() : std::nullopt;
@@ -67,10 +50,7 @@ public:
   Installation(const Directory& root, const Ownership& ownership) : m_root(root), m_ownership(ownership) {}
 
   void place(const fs::path& path, const PackagedFile& file) {
-    if (isReserved(path))
-      throw conflict("The package has a file in a folder that is not for packages: ", path);
-    if (file.type != file_type::directory && leadsToReserved(path))
-      throw conflict("The package replaces the parent of a folder that is not for packages: ", path);
+    Acceptance::requireUnreserved(path, file.type);
     if (file.type != file_type::directory && !isFileOrLink(file.type))
       return; // the extraction skips it
     makeParents(path);
@@ -116,10 +96,10 @@ private:
     const std::optional<Entry> entry = entryAt(path);
     const fs::perms permissions = file.permissions & directoryBits;
     if (!entry && !file.isGhost)
-      make(path, leadsToReserved(path) ? ordinaryDirectory : permissions);
+      make(path, Acceptance::leadsToReserved(path) ? ordinaryDirectory : permissions);
     else if (entry && entry->type != file_type::directory)
       throw conflict("The package has a directory at the path of another entry: ", path);
-    else if (entry && isOwn(path) && !leadsToReserved(path))
+    else if (entry && isOwn(path) && !Acceptance::leadsToReserved(path))
       m_plan.directoryModes.push_back(
           {.path = path, .permissions = permissions | (entry->permissions & fs::perms::sticky_bit)});
   }
@@ -160,7 +140,7 @@ private:
 void planObsoletes(const Directory& root, const Ownership& ownership, const PackagedFiles& kept, std::size_t number,
                    ChangePlan& plan) {
   for (const auto& [path, file] : ownership.earlier) {
-    if (kept.contains(path) || ownership.others.contains(path) || isReserved(path))
+    if (kept.contains(path) || ownership.others.contains(path) || Acceptance::isReserved(path))
       continue;
     const std::optional<Entry> entry = entryOf(root, path);
     if (entry && file.type == file_type::directory)

@@ -10,7 +10,7 @@ namespace Sandbox {
 namespace InstallationTag = Acceptance::InstallationTag;
 using Common::Rpm::Reader;
 
-Reader withInstallationFacts(const Reader& header, const StoredPackage& package, std::int64_t time) {
+Reader withInstallationTags(const Reader& header, const StoredPackage& package, std::int64_t time) {
   Reader entry = importHeader(exportHeader(header));
   markInstalled(entry, time);
   addTexts(entry, InstallationTag::Source, {package.source});

@@ -18,8 +18,8 @@ struct StoredPackage : Acceptance::PackageIdentity {
 
 /// A copy of a package file's header with the tags of its installation at `time`, as librpm also adds tags. They are in
 /// the database entry, so they are removed with it.
-Common::Rpm::Reader withInstallationFacts(const Common::Rpm::Reader& header, const StoredPackage& package,
-                                          std::int64_t time);
+Common::Rpm::Reader withInstallationTags(const Common::Rpm::Reader& header, const StoredPackage& package,
+                                         std::int64_t time);
 
 /// The package of a database entry. Returns nothing if another program made the entry.
 std::optional<StoredPackage> storedPackage(const Common::Rpm::Reader& entry);

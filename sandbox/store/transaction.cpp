@@ -140,7 +140,7 @@ void Transaction::begin() const {
     folder.makeDirectory(files);
 }
 
-FileDescriptor Transaction::adopt(const OpenedPackage& package) const {
+FileDescriptor Transaction::copyPackage(const OpenedPackage& package) const {
   FileDescriptor copy = folder().createFile("package.rpm");
   package.copyTo(copy);
   return copy;

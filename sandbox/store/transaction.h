@@ -42,7 +42,7 @@ public:
   void begin() const;
 
   /// Takes a copy of a package file, which nobody else can open.
-  Common::Posix::FileDescriptor adopt(const OpenedPackage& package) const;
+  Common::Posix::FileDescriptor copyPackage(const OpenedPackage& package) const;
 
   /// Unpacks all files, links and hard links of the package.
   void stage(Common::Rpm::ArchiveReader& package) const;

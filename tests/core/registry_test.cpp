@@ -327,8 +327,8 @@ TEST_F(RegistryReading, NeverFollowsASymlinkAsLockFile) {
 TEST_F(RegistryReading, ThrowsWhenTheFolderCannotBeCreated) {
   writeFile(root / "var/lib", "");
   const std::string reason = reasonOf([&] { fs::create_directories(folder); });
-  const auto read = [] { Registry().foreachRecord([](const RegistryRecord&) {}); };
-  const auto write = [] { Registry().writeRecord(record(1)); };
+  const auto read = [] { return Registry().foreachRecord([](const RegistryRecord&) {}); };
+  const auto write = [] { return Registry().writeRecord(record(1)); };
   const CapturedLog log;
   EXPECT_EQ(errorOf(read), "Filesystem: Couldn't create directory: " + folder.string());
   EXPECT_EQ(errorOf(write), "Filesystem: Couldn't create directory: " + folder.string());
@@ -338,7 +338,7 @@ TEST_F(RegistryReading, ThrowsWhenTheFolderCannotBeCreated) {
 TEST_F(RegistryReading, HoldsTheLockWhileItCallsBack) {
   writeFile(file, line(1) + line(2));
   int held = 0;
-  Registry().foreachRecord([&](const RegistryRecord&) { held += holdsALock(getpid()) ? 1 : 0; });
+  EXPECT_TRUE(Registry().foreachRecord([&](const RegistryRecord&) { held += holdsALock(getpid()) ? 1 : 0; }));
   EXPECT_EQ(held, 2);
   EXPECT_FALSE(holdsALock(getpid()));
 }
@@ -346,9 +346,10 @@ TEST_F(RegistryReading, HoldsTheLockWhileItCallsBack) {
 TEST_F(RegistryReading, PassesOnTheExceptionOfTheCallbackAndReleasesTheLock) {
   writeFile(file, line(1) + line(2));
   const CapturedLog log;
-  EXPECT_THROW(Registry().foreachRecord([](const RegistryRecord&) { throw std::length_error("mine"); }),
-               std::length_error);
-  EXPECT_THROW(Registry().foreachRecord([](const RegistryRecord&) { throw 42; }), int);
+  EXPECT_THROW(
+      static_cast<void>(Registry().foreachRecord([](const RegistryRecord&) { throw std::length_error("mine"); })),
+      std::length_error);
+  EXPECT_THROW(static_cast<void>(Registry().foreachRecord([](const RegistryRecord&) { throw 42; })), int);
   EXPECT_EQ(log.text(), "");
   EXPECT_FALSE(holdsALock(getpid()));
 }
@@ -395,7 +396,7 @@ TEST_F(RegistryWriting, ReplacesASymlinkToTheRegistryByAFile) {
 
 TEST_F(RegistryWriting, ChecksTheEventBeforeItWritesAnything) {
   writeFile(file, line(1));
-  EXPECT_THROW(Registry().writeRecord(record(2, static_cast<Event>(3))), std::out_of_range);
+  EXPECT_THROW(static_cast<void>(Registry().writeRecord(record(2, static_cast<Event>(3)))), std::out_of_range);
   EXPECT_EQ(readFile(file), line(1));
   EXPECT_FALSE(fs::exists(nextFile));
   EXPECT_FALSE(fs::exists(lockFile));

@@ -6,6 +6,6 @@
 
 /// The commands. Each processes all packages, reports the failed ones on standard error, and returns true if none
 /// failed. `sign` throws PackageSignatures::SigningError, before it changes any package, if a key cannot be used.
-bool sign(const Options& options);
-bool show(const Options& options);
-bool verify(const Options& options);
+[[nodiscard]] bool sign(const Options& options);
+[[nodiscard]] bool show(const Options& options);
+[[nodiscard]] bool verify(const Options& options);

@@ -14,7 +14,7 @@
 /// Calls `action` with each path. If it throws, prints the path and the reason on standard error and continues with the
 /// next path. Returns true if no call threw.
 template <typename Action>
-bool forEachPackage(const std::vector<std::string>& packages, Action action) {
+[[nodiscard]] bool forEachPackage(const std::vector<std::string>& packages, Action action) {
   bool allDone = true;
   for (const std::string& path : packages) {
     try {

@@ -5,7 +5,7 @@
 #include "platform/rpmsign-external/src/handles.h"
 
 #include <rpmsign-external/package_signatures.h>
-#include <rpmsign-external/signing.h>
+#include <rpmsign-external/role.h>
 
 #include <array>
 #include <optional>
@@ -49,6 +49,6 @@ enum class Dates {
 /// only as intermediates. Every certificate of the chain must have 112 bits of security and not be revoked by a list in
 /// `caPath`; an authority with an extended key usage must have the role in it. An authority without a list has revoked
 /// nothing. If a list is not valid today or cannot be read, all certificates of its authority are refused.
-bool chainsToAuthority(const Certificate::Impl& certificate, const char* caPath, Dates dates);
+[[nodiscard]] bool chainsToAuthority(const Certificate::Impl& certificate, const char* caPath, Dates dates);
 
 } // namespace PackageSignatures

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/rpmsign-external/src/cms.h"
 
+#include "platform/rpmsign-external/src/rotation_chain.h"
+
 #include <cstring>
 #include <utility>
 

@@ -28,14 +28,14 @@ bool mayDefineCurves(std::string_view bytes);
 /// Parses one message in DER at the beginning of `bytes` and removes it from `bytes`. The message must have one signer
 /// with signed attributes, and its content type must be data. Returns null for anything else, and if
 /// mayDefineCurves(bytes).
-std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes);
+[[nodiscard]] std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes);
 
 /// The content inside the message; nothing if the message is detached.
 std::optional<std::string_view> attachedContent(const SignedData& data);
 
 /// True if the signature is valid for content with this SHA-256 and for the certificate in the message. Does not check
 /// whether the certificate is trusted.
-bool signatureHolds(const SignedData& data, const Digest& content);
+[[nodiscard]] bool signatureHolds(const SignedData& data, const Digest& content);
 
 /// The elements of a sequence. `der` is one DER value, in the form in which OpenSSL stores the value of an attribute.
 /// Null if it is not a sequence.
@@ -43,30 +43,13 @@ AnySequencePtr parseSequence(std::string_view der);
 
 std::string_view viewOf(const ASN1_STRING* string);
 
-struct RotationChain::Impl {
-  bool readable = true;
-  std::vector<std::shared_ptr<const SignedData>> links;
-
-  static const Impl& of(const RotationChain& chain) { return *chain.m_impl; }
-};
-
 struct Cms::Impl {
   std::shared_ptr<const SignedData> data;
 
   static const Impl& of(const Cms& cms) { return *cms.m_impl; }
 };
 
-/// Reads the rotation chain from the signed attributes.
-RotationChain::Impl readRotationChain(const SignedData& data);
-
-/// The text that an earlier key signs to vouch for the next key.
-std::string rotationText(const std::string& nextKeyId);
-
-/// True if every link was made by a developer of an authority in `caPath` and vouches for the next key, the last link
-/// for `signerKeyId`. The certificates of earlier keys may have expired.
-bool rotationHolds(const RotationChain::Impl& chain, const std::string& signerKeyId, const char* caPath);
-
-/// All messages of a container; nothing if any of it is malformed.
-std::optional<std::vector<Cms>> parseContainer(std::string_view container);
+/// All messages of a container; none when anything in it is out of form.
+[[nodiscard]] std::optional<std::vector<Cms>> parseContainer(std::string_view container);
 
 } // namespace PackageSignatures

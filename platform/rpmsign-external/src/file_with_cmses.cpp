@@ -3,6 +3,7 @@
 #include "platform/rpmsign-external/src/certificate.h"
 #include "platform/rpmsign-external/src/cms.h"
 #include "platform/rpmsign-external/src/package_file.h"
+#include "platform/rpmsign-external/src/rotation_chain.h"
 
 #include <algorithm>
 #include <cstdlib>

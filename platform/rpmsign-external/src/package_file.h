@@ -50,21 +50,21 @@ enum class Symlink {
 /// sets errno (0 if the file is not a regular file). Blocks while another process has a lease on the file, never for
 /// the other end of a FIFO. Without /proc it fails with EWOULDBLOCK instead of blocking, and it may open a file that
 /// has just replaced the first one; locateParts() checks the type again.
-FileDescriptor openRegularFile(int directory, const std::string& path, Symlink symlink);
+[[nodiscard]] FileDescriptor openRegularFile(int directory, const std::string& path, Symlink symlink);
 
 /// Parses the lead and the signature header. Returns nothing if the file is not a regular file or not a package, if it
 /// ends before the content, or if it has a container of another type, above the limit, or twice.
-std::optional<PackageParts> locateParts(int file);
+[[nodiscard]] std::optional<PackageParts> locateParts(int file);
 
 /// True if `bytes` begins with the magic of an RPM header, as the content of a package does. A signature over anything
 /// else, above all over the text of a key rotation, must not be made or accepted as the signature of a package.
 bool beginsAsHeader(std::string_view bytes);
 
 /// The `size` bytes at `offset`, which must lie inside the file; nothing if they cannot be read.
-std::optional<std::string> readRange(int file, off_t offset, std::size_t size);
+[[nodiscard]] std::optional<std::string> readRange(int file, off_t offset, std::size_t size);
 
 /// Passes the file from `offset` to its end to `action`, block by block. Returns false and leaves errno if reading
 /// fails.
-bool forEachBlock(int file, off_t offset, const std::function<void(std::string_view)>& action);
+[[nodiscard]] bool forEachBlock(int file, off_t offset, const std::function<void(std::string_view)>& action);
 
 } // namespace PackageSignatures

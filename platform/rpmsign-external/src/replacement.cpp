@@ -3,7 +3,7 @@
 #include "platform/rpmsign-external/src/replacement.h"
 
 #include "platform/rpmsign-external/src/package_file.h"
-#include "platform/rpmsign-external/src/signing_key.h"
+#include "platform/rpmsign-external/src/signing_error.h"
 
 #include <algorithm>
 #include <array>

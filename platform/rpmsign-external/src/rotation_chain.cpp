@@ -1,6 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "platform/rpmsign-external/src/cms.h"
+#include "platform/rpmsign-external/src/rotation_chain.h"
+
+#include "platform/rpmsign-external/src/certificate.h"
 
 #include <utility>
 

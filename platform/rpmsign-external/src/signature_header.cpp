@@ -9,7 +9,6 @@
 
 #include <cstdlib>
 #include <memory>
-#include <vector>
 
 namespace PackageSignatures {
 

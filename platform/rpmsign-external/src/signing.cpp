@@ -4,11 +4,12 @@
 #include "platform/rpmsign-external/src/cms.h"
 #include "platform/rpmsign-external/src/package_file.h"
 #include "platform/rpmsign-external/src/replacement.h"
+#include "platform/rpmsign-external/src/rotation_chain.h"
 #include "platform/rpmsign-external/src/signature_header.h"
+#include "platform/rpmsign-external/src/signing_error.h"
 #include "platform/rpmsign-external/src/signing_key.h"
 
 #include <cerrno>
-#include <climits>
 #include <filesystem>
 #include <utility>
 
@@ -188,7 +189,7 @@ void forEachMessage(std::string_view container, Action action) {
     const std::shared_ptr<const SignedData> data = takeSignedData(container);
     if (!data || attachedContent(*data))
       throw SigningError("its signatures cannot be read");
-    action(start.substr(0, start.size() - container.size()), *data);
+    action(start.substr(0, start.size() - container.size()), data);
   }
 }
 
@@ -199,9 +200,10 @@ PackageLayout packageLayout(const std::string& packagePath) {
   const OpenPackage package = openPackage(packagePath);
   PackageLayout layout{.cmses = {}, .contentOffset = package.parts.contentOffset};
   const std::string container = readContainer(package);
-  forEachMessage(container, [&](std::string_view bytes, const SignedData&) {
+  forEachMessage(container, [&](std::string_view bytes, const std::shared_ptr<const SignedData>& data) {
     const off_t offset = package.parts.container->offset + (bytes.data() - container.data());
-    layout.cmses.push_back({.offset = offset, .size = bytes.size()});
+    layout.cmses.push_back(
+        {.cms = Cms(std::make_shared<const Cms::Impl>(Cms::Impl{data})), .offset = offset, .size = bytes.size()});
   });
   return layout;
 }
@@ -222,8 +224,8 @@ void signPackage(const std::string& packagePath, const Signer& signer) {
   std::string added = makeDetached(target.package, signer);
   std::string result;
   const std::string container = readContainer(target.package);
-  forEachMessage(container, [&](std::string_view bytes, const SignedData& data) {
-    if (roleOf(data.certificate->own.get()) != signer.key.role()) {
+  forEachMessage(container, [&](std::string_view bytes, const std::shared_ptr<const SignedData>& data) {
+    if (roleOf(data->certificate->own.get()) != signer.key.role()) {
       result += bytes;
     } else {
       result += added;

@@ -3,11 +3,11 @@
 #include "platform/rpmsign-external/src/signing_key.h"
 
 #include "platform/rpmsign-external/src/certificate.h"
+#include "platform/rpmsign-external/src/signing_error.h"
 
 #include <openssl/pem.h>
 
 #include <cerrno>
-#include <system_error>
 #include <utility>
 
 namespace PackageSignatures {
@@ -28,10 +28,6 @@ int noPassPhrase(char*, int, int, void*) {
 }
 
 } // namespace
-
-void failWithErrno(const std::string& what, int error) {
-  throw SigningError(what + ": " + std::generic_category().message(error));
-}
 
 CertificatesPtr readCertificates(const std::string& path) {
   CertificatesPtr certificates(sk_X509_new_null());

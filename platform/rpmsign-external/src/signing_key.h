@@ -16,7 +16,4 @@ struct SigningKey::Impl {
 /// The certificates of a PEM file; an empty list for an empty path. Throws SigningError if the file cannot be read.
 CertificatesPtr readCertificates(const std::string& path);
 
-/// Throws SigningError with the text "`what`: ", followed by the system's description of `error`.
-[[noreturn]] void failWithErrno(const std::string& what, int error);
-
 } // namespace PackageSignatures

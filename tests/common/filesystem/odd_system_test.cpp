@@ -364,9 +364,9 @@ protected:
   LeasedContent() {
     writeFile(from, "content");
     oddSystem().open = [this](const char* path, int flags, mode_t mode) {
-      if ((flags & O_NONBLOCK) != 0)
-        beforeSecondLook();
-      else if ((flags & O_PATH) == 0)
+      if ((flags & O_PATH) != 0)
+        beforeLooking();
+      else
         beforeOpening();
       return (flags & O_NONBLOCK) != 0 ? failing(EWOULDBLOCK) : reallyOpen(path, flags, mode);
     };
@@ -377,7 +377,7 @@ protected:
     Support::makeFifo(from);
   }
 
-  std::function<void()> beforeSecondLook = [] {};
+  std::function<void()> beforeLooking = [] {};
   std::function<void()> beforeOpening = [] {};
 };
 
@@ -388,7 +388,7 @@ TEST_F(LeasedContent, IsCopied) {
 }
 
 TEST_F(LeasedContent, IsNotConfusedWithAFifoThatReplacesIt) {
-  beforeSecondLook = [this] { replaceByFifo(); };
+  beforeLooking = [this] { replaceByFifo(); };
   EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
             "Filesystem: Coulnd't copy file " + from.string() + " to " + to.string());
   EXPECT_EQ(log.text(), "[E] filesystem error: cannot copy file: Operation not supported [" + from.string() + "] [" +
@@ -401,6 +401,23 @@ TEST_F(LeasedContent, IsCopiedFromTheCheckedFile) {
     if (fs::is_regular_file(from))
       replaceByFifo();
   };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(Support::readFile(to), "content");
+  expectSilence();
+}
+
+/// Makes every open of a path in /proc fail, as where it is not mounted.
+class ContentWithoutProc : public OddSystemTest {
+protected:
+  ContentWithoutProc() {
+    oddSystem().open = [](const char* path, int flags, mode_t mode) {
+      return std::string_view(path).starts_with("/proc/") ? failing(ENOENT) : reallyOpen(path, flags, mode);
+    };
+  }
+};
+
+TEST_F(ContentWithoutProc, IsCopied) {
+  writeFile(from, "content");
   Filesystem::copyFile(from, to);
   EXPECT_EQ(Support::readFile(to), "content");
   expectSilence();

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/archive_fixture.h"
+#include "tests/support/faults/supervised.h"
 #include "tests/support/process/process.h"
 #include "tests/support/process/wait.h"
 
@@ -42,6 +43,16 @@ protected:
     build({.install = "mkdir -p %{buildroot}/opt; truncate -s 3M %{buildroot}/opt/file", .files = "/opt/file"});
   }
 };
+
+TEST_F(ArchiveProcess, OpensAPackageWithoutProc) {
+  if (!Support::canSupervise())
+    GTEST_SKIP() << "the kernel, or what confines this process, does not let processes be supervised";
+  const std::filesystem::path target = m_sandbox.path() / "target";
+  std::filesystem::create_directory(target);
+  const std::vector<std::string> command = {Support::program("extract-package"), package().string(), target.string()};
+  const auto isInProc = Support::failNth("open", 2, package(), ENOENT);
+  EXPECT_EQ(Support::runSupervised(command, {}, m_sandbox.path(), {}, isInProc).process.status, 0);
+}
 
 TEST_F(ArchiveProcess, ReturnsBeforeAProgramOfAHandlerEnds) {
   std::optional<Support::Process> program;

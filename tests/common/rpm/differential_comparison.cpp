@@ -6,6 +6,7 @@
 #include "common/error/error.h"
 #include "common/rpm/archive.h"
 #include "common/rpm/file_entry.h"
+#include "common/rpm/handles.h"
 #include "tests/support/extraction/extract_tree.h"
 #include "tests/support/process/process.h"
 #include "tests/support/process/temp_directory.h"

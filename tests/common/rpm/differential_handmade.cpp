@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "common/rpm/handles.h"
 #include "tests/common/rpm/archive_fixture.h"
 #include "tests/common/rpm/differential_cases.h"
 #include "tests/support/packages/package_surgery.h"

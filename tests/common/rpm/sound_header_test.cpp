@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "acceptance/file_list.h"
 #include "common/rpm/archive.h"
+#include "common/rpm/handles.h"
 #include "common/rpm/sound_header.h"
 #include "common/rpm/transaction.h"
 #include "tests/common/rpm/archive_fixture.h"

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/rpm/configuration.h"
+#include "common/rpm/handles.h"
 #include "common/rpm/transaction.h"
 #include "tests/support/diagnostics/captured_log.h"
 #include "tests/support/diagnostics/thrown.h"

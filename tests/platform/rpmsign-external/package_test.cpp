@@ -20,7 +20,7 @@ PackageTest::PackageTest() : m_package(inSandbox("sample.rpm")) {
 
 std::string PackageTest::container() const {
   std::string bytes;
-  for (const PackageLayout::Range& range : PackageSignatures::packageLayout(package()).cmses)
+  for (const PackageLayout::StoredCms& range : PackageSignatures::packageLayout(package()).cmses)
     bytes += Support::readFile(package()).substr(static_cast<std::size_t>(range.offset), range.size);
   return bytes;
 }

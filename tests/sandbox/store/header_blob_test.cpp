@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "common/rpm/handles.h"
 #include "sandbox/store/header_blob.h"
 #include "tests/support/diagnostics/thrown.h"
 #include "tests/support/packages/rpm_sandbox.h"

@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "common/rpm/handles.h"
 #include "tests/sandbox/store/store_fixture.h"
 #include "tests/support/files/special_files.h"
 #include "tests/support/process/temp_directory.h"

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/faults/supervised.h"
 
+#include "common/posix/file_descriptor.h"
 #include "tests/support/faults/system_calls.h"
 
 #include <algorithm>
@@ -32,22 +33,7 @@ namespace Support {
 
 namespace {
 
-class Descriptor {
-public:
-  explicit Descriptor(int number) : m_number(number) {}
-  Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
-  ~Descriptor() { reset(); }
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  void reset() {
-    if (m_number >= 0)
-      close(std::exchange(m_number, -1));
-  }
-  int number() const { return m_number; }
-
-private:
-  int m_number;
-};
+using Common::Posix::FileDescriptor;
 
 /// A message that carries one descriptor, see unix(7).
 class DescriptorMessage {
@@ -198,11 +184,11 @@ private:
   /// A call that is answered with an error is not made, but close(2) gives up the file also when it fails. Only the
   /// number stays taken.
   void replaceFile(const seccomp_notif& request, int descriptor) const {
-    const Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
     seccomp_notif_addfd addition{};
     addition.id = request.id;
     addition.flags = SECCOMP_ADDFD_FLAG_SETFD;
-    addition.srcfd = static_cast<std::uint32_t>(nothing.number());
+    addition.srcfd = static_cast<std::uint32_t>(nothing.get());
     addition.newfd = static_cast<std::uint32_t>(descriptor);
     if (ioctl(m_listener, SECCOMP_IOCTL_NOTIF_ADDFD, &addition) < 0)
       throw std::system_error(errno, std::generic_category(), "a file of the supervised process cannot be closed");
@@ -245,9 +231,9 @@ private:
   /// The string at an address in the process; empty for a null pointer.
   static std::string textAt(const std::string& ofProcess, std::uint64_t address) {
     std::array<char, PATH_MAX> text{};
-    const Descriptor memory(open((ofProcess + "mem").c_str(), O_RDONLY | O_CLOEXEC));
+    const FileDescriptor memory(open((ofProcess + "mem").c_str(), O_RDONLY | O_CLOEXEC));
     // The read is short if the mapped memory ends before the buffer is full; the string ends before.
-    if (address != 0 && pread(memory.number(), text.data(), text.size() - 1, static_cast<off_t>(address)) < 0)
+    if (address != 0 && pread(memory.get(), text.data(), text.size() - 1, static_cast<off_t>(address)) < 0)
       throw std::system_error(errno, std::generic_category(), "the supervised process cannot be read");
     return text.data();
   }
@@ -288,19 +274,19 @@ SupervisedResult runSupervised(const std::vector<std::string>& arguments, const 
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
     throw std::system_error(errno, std::generic_category(), "socketpair");
-  const Descriptor here(ends[0]);
-  Descriptor there(ends[1]);
+  const FileDescriptor here(ends[0]);
+  FileDescriptor there(ends[1]);
   const std::vector<sock_filter> filter = makeFilter();
   Process process(arguments, environment, ".", [&] {
     DescriptorMessage message;
-    if (!message.send(there.number(), install(filter)))
+    if (!message.send(there.get(), install(filter)))
       _exit(125);
   });
-  there.reset();
-  const Descriptor listener(DescriptorMessage().receive(here.number()));
-  if (listener.number() < 0)
+  there = FileDescriptor();
+  const FileDescriptor listener(DescriptorMessage().receive(here.get()));
+  if (!listener)
     throw std::system_error(ENOSYS, std::generic_category(), "the kernel does not let processes be supervised");
-  Supervisor supervisor(listener.number(), process.id(), folder, fault, beforeCall);
+  Supervisor supervisor(listener.get(), process.id(), folder, fault, beforeCall);
   supervisor.serveUntilTheEnd();
   supervisor.result.process = process.wait();
   return std::move(supervisor.result);

@@ -407,6 +407,13 @@ TEST_F(DisturbedSigning, StaysInTheDirectoryThatItOpened) {
   expectResult(verifyTool({moved / "a.rpm"}), 0, (moved / "a.rpm").string() + ": OK\n", "");
 }
 
+// Two opens could show the signatures of one file with the offsets of another.
+TEST_F(DisturbedTool, OpensThePackageThatItShowsOnce) {
+  const ProcessResult shown = Support::run({Support::program("krv-package-signature"), "show", "a.rpm"}, {}, folder());
+  ASSERT_EQ(shown.status, 0);
+  expectResult(runTool({"show", "a.rpm"}, Support::failNth("open", 2, "*/a.rpm", EIO)), 0, shown.output, "");
+}
+
 TEST_F(DisturbedTool, DoesNotWaitForAFifoThatTookThePlaceOfThePackage) {
   const auto replace = [this](const Support::SeenCall&) {
     std::filesystem::remove(folder() / "a.rpm");

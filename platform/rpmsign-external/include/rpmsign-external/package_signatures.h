@@ -35,7 +35,7 @@ public:
   /// `caPath`, a directory made with openssl-rehash(1). The other certificates of the CMS may be intermediates of the
   /// chain and are never trusted. No certificate of the chain may be weak or revoked by a list in the directory, and no
   /// authority in it may be restricted to other roles. docs/signature-format.md has the full rules.
-  bool verify(const char* caPath) const;
+  [[nodiscard]] bool verify(const char* caPath) const;
 
   /// SHA-256 of the DER form of the certificate's SubjectPublicKeyInfo, as 64 lower-case hexadecimal digits.
   std::string keyId() const;
@@ -91,7 +91,7 @@ public:
   /// never signed has no CMSes. Returns null if the path is not a regular file or cannot be opened, if the file is not
   /// a package, or if its signatures are malformed. Blocks while another process has a lease on the file, never for the
   /// other end of a FIFO.
-  static std::unique_ptr<FileWithCmses> fromPath(const std::string& path);
+  [[nodiscard]] static std::unique_ptr<FileWithCmses> fromPath(const std::string& path);
   ~FileWithCmses();
   FileWithCmses(const FileWithCmses&) = delete;
   FileWithCmses& operator=(const FileWithCmses&) = delete;
@@ -103,7 +103,7 @@ public:
   /// them has: a signer with a role whose certificate verifies against `caPath`; a signature that is valid for the
   /// content and for that certificate; no rotation chain or one in which every link is valid. Reads the whole file,
   /// once.
-  bool verifyCmses(const char* caPath);
+  [[nodiscard]] bool verifyCmses(const char* caPath);
 
 private:
   struct Impl;

@@ -2,6 +2,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <rpmsign-external/package_signatures.h>
+#include <rpmsign-external/role.h>
+
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -20,11 +23,6 @@ namespace PackageSignatures {
 class SigningError : public std::runtime_error {
 public:
   using std::runtime_error::runtime_error;
-};
-
-enum class Role {
-  Developer,
-  Source,
 };
 
 /// A private key with its certificate.
@@ -59,14 +57,16 @@ struct Signer {
 
 /// The places of the signatures and of the signed content, in bytes from the start of the file.
 struct PackageLayout {
-  struct Range {
+  struct StoredCms {
+    Cms cms;
     off_t offset;
     std::size_t size;
   };
-  std::vector<Range> cmses; ///< in the order of FileWithCmses::cmses()
-  off_t contentOffset;      ///< the signed content reaches from here to the end of the file
+  std::vector<StoredCms> cmses; ///< in the order of FileWithCmses::cmses()
+  off_t contentOffset;          ///< the signed content reaches from here to the end of the file
 };
 
+/// Opens the package once, symlinks followed.
 PackageLayout packageLayout(const std::string& packagePath);
 
 /// A detached CMS over the content of the package, in DER. The file is not changed. Throws SigningError unless the

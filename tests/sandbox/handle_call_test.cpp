@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/error/error.h"
-#include "sandbox/attend.h"
+#include "sandbox/handle_call.h"
 #include "tests/sandbox/real_service.h"
 #include "tests/support/diagnostics/captured_log.h"
 #include "tests/support/diagnostics/expected_errors.h"
@@ -20,7 +20,7 @@ using Common::Error;
 /// The log of a call that runs `work`, followed by the error that the caller gets.
 std::string attended(const std::function<void()>& work) {
   const Support::CapturedLog log;
-  const std::string error = busErrorOf([&] { Sandbox::attend("Call it", work); });
+  const std::string error = busErrorOf([&] { Sandbox::handleCall("Call it", work); });
   return log.text() + error;
 }
 

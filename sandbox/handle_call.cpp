@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "sandbox/attend.h"
+#include "sandbox/handle_call.h"
 
 #include "common/error/dbus_error.h"
 #include "common/error/error.h"
@@ -35,7 +35,7 @@ ErrorCode codeOf(const Common::Error& error) {
 
 } // namespace
 
-void attend(const std::string& call, const std::function<void()>& work) {
+void handleCall(const std::string& call, const std::function<void()>& work) {
   try {
     work();
   } catch (const Common::Error& error) {

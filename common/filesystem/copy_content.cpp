@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "common/filesystem/content.h"
+#include "common/filesystem/copy_content.h"
 
 #include "common/posix/regular_file.h"
 

@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "sandbox/calls.h"
+#include "sandbox/bus_object.h"
 
 #include "common/error/error.h"
 #include "common/text/utf8.h"
-#include "sandbox/attend.h"
+#include "sandbox/handle_call.h"
 #include "sandbox/store/package_store.h"
 #include "service/bus_names.h"
 
@@ -67,23 +67,23 @@ Description describe(const StoredPackage& package) {
 
 Description getPackage(const PackageStore& store, const std::string& name) {
   Description package;
-  attend("GetPackage " + name, [&] { package = describe(store.get(name)); });
+  handleCall("GetPackage " + name, [&] { package = describe(store.get(name)); });
   return package;
 }
 
 void install(PackageStore& store, const std::string& path, const Options& options) {
   std::ostringstream call;
   call << "Install " << std::filesystem::path(path);
-  attend(call.str(), [&] { store.install(path, sourceFrom(options)); });
+  handleCall(call.str(), [&] { store.install(path, sourceFrom(options)); });
 }
 
 void remove(PackageStore& store, const std::string& name) {
-  attend("Remove " + name, [&] { store.remove(name); });
+  handleCall("Remove " + name, [&] { store.remove(name); });
 }
 
 std::vector<Description> list(const PackageStore& store) {
   std::vector<Description> packages;
-  attend("List", [&] {
+  handleCall("List", [&] {
     for (const StoredPackage& package : store.list())
       packages.push_back(describe(package));
   });
@@ -92,7 +92,7 @@ std::vector<Description> list(const PackageStore& store) {
 
 } // namespace
 
-std::unique_ptr<sdbus::IObject> serveCalls(sdbus::IConnection& connection, PackageStore& store) {
+std::unique_ptr<sdbus::IObject> exportObject(sdbus::IConnection& connection, PackageStore& store) {
   auto object = sdbus::createObject(connection, BusNames::objectPath);
   const auto getPackageMethod =
       sdbus::registerMethod(BusNames::getPackage)
