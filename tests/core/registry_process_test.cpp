@@ -36,7 +36,7 @@ protected:
   const std::vector<std::string> writeCommand = {tool, "write", "timestamp=2 event=I package=p keyid=k"};
 };
 
-/// That process, disturbed at a system call.
+/// Another process that uses the registry, with an action or an error at one of its system calls.
 class DisturbedRegistry : public RegistryProcess {
 protected:
   void SetUp() override {
@@ -51,7 +51,7 @@ protected:
 
 class RegistryFault : public DisturbedRegistry {
 protected:
-  /// Runs `command` over a registry with one record, which must stay.
+  /// Runs `command` on a registry with one record, which must stay unchanged.
   void expectFailure(const std::vector<std::string>& command, const Support::BeforeCall& fault,
                      const std::string& output) {
     writeFile(file, line(1));
@@ -169,7 +169,7 @@ TEST_F(DisturbedRegistry, StaysAndIsNotLockedWhenItsWriterIsKilled) {
   EXPECT_EQ(readFile(file), before + line(2));
 }
 
-// In the moment between opening the lock file and locking it.
+// The lock file is replaced between opening and locking it.
 TEST_F(DisturbedRegistry, IsLockedByTheFileThatWasOpenedWhateverTakesItsPlace) {
   writeFile(file, line(1));
   writeFile(root / "stranger", "kept");
@@ -192,7 +192,7 @@ TEST_F(DisturbedRegistry, IsLockedByTheFileThatWasOpenedWhateverTakesItsPlace) {
   EXPECT_EQ(readFile(root / "stranger"), "kept");
 }
 
-// Then the lock file is opened again by its path, and not through a descriptor.
+// Without /proc the lock file is opened a second time by its path.
 TEST_F(DisturbedRegistry, IsLockedWithoutProcToo) {
   writeFile(file, line(1));
   bool isOpen = false;
@@ -200,7 +200,7 @@ TEST_F(DisturbedRegistry, IsLockedWithoutProcToo) {
   const auto hideProc = [&](const SeenCall& call) {
     isOpen = isOpen || call.name == "ftruncate";
     isLocked = isLocked || (call.name == "read" && call.path == file && holdsALock(call.process));
-    // The descriptor in /proc is asked for once the lock file is open.
+    // After opening the lock file, the tool calls stat for its descriptor in /proc.
     if (!isOpen || call.name != Support::statusCall || call.path != lockFile)
       return 0;
     fs::rename(lockFile, root / "other");
