@@ -158,7 +158,7 @@ TEST_F(DisturbedRegistry, IsLockedUntilItIsReplaced) {
   EXPECT_TRUE(isReplaced);
 }
 
-TEST_F(DisturbedRegistry, StaysAndIsNotLockedWhenItsWriterIsKilled) {
+TEST_F(DisturbedRegistry, IsUnchangedAndUnlockedAfterAKilledWriter) {
   const std::string before = "timestamp=1 event=I package=other keyid=k\n";
   writeFile(file, before);
   const auto killWriter = [](const SeenCall& call) { return kill(call.process, SIGKILL); };
@@ -170,7 +170,7 @@ TEST_F(DisturbedRegistry, StaysAndIsNotLockedWhenItsWriterIsKilled) {
 }
 
 // The lock file is replaced between opening and locking it.
-TEST_F(DisturbedRegistry, IsLockedByTheFileThatWasOpenedWhateverTakesItsPlace) {
+TEST_F(DisturbedRegistry, IsLockedThroughTheOpenedFileEvenIfItIsReplaced) {
   writeFile(file, line(1));
   writeFile(root / "stranger", "kept");
   std::atomic<pid_t> id = 0;
@@ -193,7 +193,7 @@ TEST_F(DisturbedRegistry, IsLockedByTheFileThatWasOpenedWhateverTakesItsPlace) {
 }
 
 // Without /proc the lock file is opened a second time by its path.
-TEST_F(DisturbedRegistry, IsLockedWithoutProcToo) {
+TEST_F(DisturbedRegistry, IsLockedWithoutProc) {
   writeFile(file, line(1));
   bool isOpen = false;
   bool isLocked = false;

@@ -90,7 +90,7 @@ MATCHER_P(IsIn, folder, "") {
   return holds(folder, arg);
 }
 
-TEST_F(WrittenFiles, AreTheRegistrysAndWhatReadingTheRpmDatabaseNeeds) {
+TEST_F(WrittenFiles, AreOnlyTheRegistryAndTheFilesForReadingTheRpmDatabase) {
   const fs::path database = m_device.rpm().database();
   const std::string packages = readFile(database / "rpmdb.sqlite");
   const std::string record = "timestamp=1 event=R package=good keyid=other\n";
@@ -103,7 +103,7 @@ TEST_F(WrittenFiles, AreTheRegistrysAndWhatReadingTheRpmDatabaseNeeds) {
   EXPECT_EQ(readFile(m_device.registry()), record);
 }
 
-TEST_F(WrittenFiles, IncludeTheRegistrysFolderWhenThereIsNone) {
+TEST_F(WrittenFiles, IncludeAMissingRegistryFolder) {
   EXPECT_THAT(run(), testing::Each(testing::AnyOf(IsIn(registryFolder()), IsIn(m_device.rpm().database()))));
   EXPECT_TRUE(fs::is_empty(registryFolder() / "registry.lock"));
 }

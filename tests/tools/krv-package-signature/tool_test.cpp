@@ -361,7 +361,7 @@ protected:
   std::string victimBefore;
 };
 
-TEST_F(DisturbedSigning, ReplacesThePackageThatItOpenedWhenALinkIsChanged) {
+TEST_F(DisturbedSigning, ReplacesTheOpenedPackageWhenASymlinkIsChanged) {
   std::filesystem::create_symlink("a.rpm", folder() / "link");
   const auto change = [&] {
     std::filesystem::remove(folder() / "link");
@@ -372,7 +372,7 @@ TEST_F(DisturbedSigning, ReplacesThePackageThatItOpenedWhenALinkIsChanged) {
   expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
 }
 
-TEST_F(DisturbedSigning, RefusesToReplaceALinkThatTookThePlaceOfThePackage) {
+TEST_F(DisturbedSigning, RefusesToReplaceASymlinkThatReplacedThePackage) {
   const std::string before = package();
   const auto change = [&] {
     std::filesystem::rename(folder() / "a.rpm", folder() / "b.rpm");
@@ -385,7 +385,7 @@ TEST_F(DisturbedSigning, RefusesToReplaceALinkThatTookThePlaceOfThePackage) {
   EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "b.rpm"}));
 }
 
-TEST_F(DisturbedSigning, RefusesToReplaceAFileThatTookThePlaceOfThePackage) {
+TEST_F(DisturbedSigning, RefusesToReplaceAFileThatReplacedThePackage) {
   const auto change = [&] {
     std::filesystem::copy_file(victim, folder() / "new");
     std::filesystem::rename(folder() / "new", folder() / "a.rpm");
@@ -395,7 +395,7 @@ TEST_F(DisturbedSigning, RefusesToReplaceAFileThatTookThePlaceOfThePackage) {
   EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
 }
 
-TEST_F(DisturbedSigning, StaysInTheDirectoryThatItOpened) {
+TEST_F(DisturbedSigning, StaysInTheOpenedDirectory) {
   const std::filesystem::path moved = sandbox().path() / "moved";
   const auto change = [&] {
     std::filesystem::rename(folder(), moved);
@@ -407,7 +407,7 @@ TEST_F(DisturbedSigning, StaysInTheDirectoryThatItOpened) {
   expectResult(verifyTool({moved / "a.rpm"}), 0, (moved / "a.rpm").string() + ": OK\n", "");
 }
 
-TEST_F(DisturbedTool, DoesNotWaitForAFifoThatTookThePlaceOfThePackage) {
+TEST_F(DisturbedTool, DoesNotBlockAtAFifoThatReplacedThePackage) {
   const auto replace = [this](const Support::SeenCall&) {
     std::filesystem::remove(folder() / "a.rpm");
     Support::makeFifo(folder() / "a.rpm");
@@ -418,7 +418,7 @@ TEST_F(DisturbedTool, DoesNotWaitForAFifoThatTookThePlaceOfThePackage) {
 }
 
 // The package is opened by name first, then through its descriptor.
-TEST_F(DisturbedTool, WorksWithoutTheDescriptorsInProc) {
+TEST_F(DisturbedTool, WorksWithoutProc) {
   EXPECT_EQ(runTool(signing("alice", {"a.rpm"}), Support::failNth("open", 2, "*/a.rpm", ENOENT)).status, 0);
   expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
 }
