@@ -36,7 +36,7 @@ protected:
   const std::vector<std::string> writeCommand = {tool, "write", "timestamp=2 event=I package=p keyid=k"};
 };
 
-/// That process, disturbed at a system call.
+/// Another process that uses the registry, with an action or an error at one of its system calls.
 class DisturbedRegistry : public RegistryProcess {
 protected:
   void SetUp() override {
@@ -51,7 +51,7 @@ protected:
 
 class RegistryFault : public DisturbedRegistry {
 protected:
-  /// Runs `command` over a registry with one record, which must stay.
+  /// Runs `command` on a registry with one record, which must stay unchanged.
   void expectFailure(const std::vector<std::string>& command, const Support::BeforeCall& fault,
                      const std::string& output) {
     writeFile(file, line(1));
@@ -158,7 +158,7 @@ TEST_F(DisturbedRegistry, IsLockedUntilItIsReplaced) {
   EXPECT_TRUE(isReplaced);
 }
 
-TEST_F(DisturbedRegistry, StaysAndIsNotLockedWhenItsWriterIsKilled) {
+TEST_F(DisturbedRegistry, IsUnchangedAndUnlockedAfterAKilledWriter) {
   const std::string before = "timestamp=1 event=I package=other keyid=k\n";
   writeFile(file, before);
   const auto killWriter = [](const SeenCall& call) { return kill(call.process, SIGKILL); };
@@ -169,8 +169,8 @@ TEST_F(DisturbedRegistry, StaysAndIsNotLockedWhenItsWriterIsKilled) {
   EXPECT_EQ(readFile(file), before + line(2));
 }
 
-// In the moment between opening the lock file and locking it.
-TEST_F(DisturbedRegistry, IsLockedByTheFileThatWasOpenedWhateverTakesItsPlace) {
+// The lock file is replaced between opening and locking it.
+TEST_F(DisturbedRegistry, IsLockedThroughTheOpenedFileEvenIfItIsReplaced) {
   writeFile(file, line(1));
   writeFile(root / "stranger", "kept");
   std::atomic<pid_t> id = 0;
@@ -192,15 +192,15 @@ TEST_F(DisturbedRegistry, IsLockedByTheFileThatWasOpenedWhateverTakesItsPlace) {
   EXPECT_EQ(readFile(root / "stranger"), "kept");
 }
 
-// Then the lock file is opened again by its path, and not through a descriptor.
-TEST_F(DisturbedRegistry, IsLockedWithoutProcToo) {
+// Without /proc the lock file is opened a second time by its path.
+TEST_F(DisturbedRegistry, IsLockedWithoutProc) {
   writeFile(file, line(1));
   bool isOpen = false;
   bool isLocked = false;
   const auto hideProc = [&](const SeenCall& call) {
     isOpen = isOpen || call.name == "ftruncate";
     isLocked = isLocked || (call.name == "read" && call.path == file && holdsALock(call.process));
-    // The descriptor in /proc is asked for once the lock file is open.
+    // After opening the lock file, the tool calls stat for its descriptor in /proc.
     if (!isOpen || call.name != Support::statusCall || call.path != lockFile)
       return 0;
     fs::rename(lockFile, root / "other");

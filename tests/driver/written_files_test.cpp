@@ -21,15 +21,15 @@ using Support::readFile;
 using Support::SeenCall;
 using Support::writeFile;
 
-/// Calls that change no file, and those for a descriptor, of which only one that was opened for writing can write.
-/// Every other call is taken for one that changes something.
+/// Calls that change no file, and calls on a descriptor that can write only if it was opened for writing. Every other
+/// call counts as a change.
 const std::set<std::string> harmlessCalls = {"access",     "chdir",      "close",      "dup",       "dup2",  "dup3",
                                              "execve",     "faccessat",  "faccessat2", "fadvise64", "fcntl", "fstat",
                                              "fstatfs",    "fsync",      "getdents64", "ioctl",     "lseek", "lstat",
                                              "mmap",       "newfstatat", "pread64",    "pwrite64",  "read",  "readlink",
                                              "readlinkat", "stat",       "statfs",     "statx",     "write", "writev"};
 
-/// What the connection to the bus needs. Its socket has an abstract name, which is no file.
+/// Calls of the bus connection. Its socket has an abstract name, so it is not a file.
 const std::set<long> busCalls = {SYS_bind,       SYS_eventfd2, SYS_getpeername, SYS_getsockname,
                                  SYS_getsockopt, SYS_recvmsg,  SYS_setsockopt};
 
@@ -57,7 +57,7 @@ protected:
       GTEST_SKIP() << "the kernel, or what confines this process, does not let processes be supervised";
   }
 
-  /// Runs the tool and returns the paths that it wrote to or meant to.
+  /// Runs the tool and returns the paths that it wrote to or tried to write to.
   std::set<fs::path> run() {
     std::set<fs::path> written;
     const auto look = [&](const SeenCall& call) {
@@ -75,8 +75,8 @@ protected:
     return written;
   }
 
-  /// librpm 4.20 calls mkdir for the database's folder and for each one above it, although they are there; 4.18 asks
-  /// whether they are.
+  /// librpm 4.20 calls mkdir for the existing folder of the database and each folder above it; 4.18 first checks
+  /// whether they exist.
   bool isForTheDatabasesFolder(const SeenCall& call) {
     return call.name == "mkdir" && fs::exists(call.path) && holds(call.path, m_device.rpm().database());
   }
@@ -90,7 +90,7 @@ MATCHER_P(IsIn, folder, "") {
   return holds(folder, arg);
 }
 
-TEST_F(WrittenFiles, AreTheRegistrysAndWhatReadingTheRpmDatabaseNeeds) {
+TEST_F(WrittenFiles, AreOnlyTheRegistryAndTheFilesForReadingTheRpmDatabase) {
   const fs::path database = m_device.rpm().database();
   const std::string packages = readFile(database / "rpmdb.sqlite");
   const std::string record = "timestamp=1 event=R package=good keyid=other\n";
@@ -103,7 +103,7 @@ TEST_F(WrittenFiles, AreTheRegistrysAndWhatReadingTheRpmDatabaseNeeds) {
   EXPECT_EQ(readFile(m_device.registry()), record);
 }
 
-TEST_F(WrittenFiles, IncludeTheRegistrysFolderWhenThereIsNone) {
+TEST_F(WrittenFiles, IncludeAMissingRegistryFolder) {
   EXPECT_THAT(run(), testing::Each(testing::AnyOf(IsIn(registryFolder()), IsIn(m_device.rpm().database()))));
   EXPECT_TRUE(fs::is_empty(registryFolder() / "registry.lock"));
 }

@@ -63,7 +63,7 @@ TEST(ListOptions, AreASetOfBits) {
   EXPECT_TRUE((std::is_same_v<std::underlying_type_t<ListOptions>, std::uint32_t>));
 }
 
-TEST(Listing, OfAnEmptyDirectoryIsEmpty) {
+TEST(Listing, IsEmptyForAnEmptyDirectory) {
   const TempDirectory directory;
   const CapturedLog log;
   for (const ListOptions options : allOptions)

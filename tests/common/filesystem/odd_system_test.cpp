@@ -283,7 +283,7 @@ TEST_F(OddContent, IsReadFromWhereCopyFileRangeStopped) {
   expectSilence();
 }
 
-TEST_F(OddContent, ThatIsLostAtCloseIsAnError) {
+TEST_F(OddContent, IsAnErrorIfCloseFails) {
   writeFile(from, "content");
   oddSystem().close = [](int descriptor) {
     const bool written = (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY;

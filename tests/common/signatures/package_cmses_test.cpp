@@ -73,7 +73,7 @@ TEST_F(PackageCmses, AreEmptyForAnUnsignedPackage) {
             (Raised{ErrorCode::MissingDeveloperSignature, "Package doesn't have developer certificate"}));
 }
 
-TEST_F(PackageCmses, VerifyForADeveloperAlone) {
+TEST_F(PackageCmses, VerifyForADeveloperWithoutASource) {
   Support::sign(package(), "alice");
   EXPECT_EQ(readPackageCmses(package(), true).size(), 1U);
 }
@@ -84,7 +84,7 @@ TEST_F(PackageCmses, VerifyForADeveloperAndASource) {
   EXPECT_EQ(readPackageCmses(package(), true).size(), 2U);
 }
 
-TEST_F(PackageCmses, DoNotVerifyForASourceAlone) {
+TEST_F(PackageCmses, DoNotVerifyForASourceWithoutADeveloper) {
   Support::sign(package(), "source");
   EXPECT_EQ(verificationError(),
             (Raised{ErrorCode::MissingDeveloperSignature, "Package doesn't have developer certificate"}));
@@ -164,7 +164,7 @@ TEST_F(PackageCmses, StillGiveTheIdentityWhenForged) {
   EXPECT_EQ(identity().previousKeyIds, std::vector{keyId("alice")});
 }
 
-TEST_F(PackageCmses, GiveNoIdentityForASourceAlone) {
+TEST_F(PackageCmses, GiveNoIdentityForASourceWithoutADeveloper) {
   Support::sign(package(), "source");
   const std::vector<Cms> cmses = readPackageCmses(package(), false);
   EXPECT_EQ(raisedBy([&] { developerIdentity(cmses); }),

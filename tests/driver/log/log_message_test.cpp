@@ -110,7 +110,7 @@ TEST(LogMessage, KeepsTheTextBeforeANullPointerAndLosesTheRest) {
   EXPECT_EQ(log.text(), "[E] before\n");
 }
 
-TEST(LogMessage, WritesNothingForANullPointerAlone) {
+TEST(LogMessage, WritesNothingForOnlyANullPointer) {
   const CapturedLog log;
   LogMessage(LogLevel::Error) << static_cast<const char*>(nullptr) << "after";
   EXPECT_EQ(log.text(), "");

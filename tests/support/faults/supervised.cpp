@@ -181,8 +181,8 @@ private:
     answer(request, error);
   }
 
-  /// A call that is answered with an error is not made, but close(2) gives up the file also when it fails. Only the
-  /// number stays taken.
+  /// A call that is answered with an error is not made. But close(2) closes the file even if it fails, so its
+  /// descriptor is replaced by another file.
   void replaceFile(const seccomp_notif& request, int descriptor) const {
     const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
     seccomp_notif_addfd addition{};

@@ -20,27 +20,27 @@ namespace Support {
 struct SeenCall {
   std::string name;
   std::string path;
-  std::string otherPath;   ///< of a call with two paths
-  bool opensReadOnly;      ///< whether it opens a file, only to read it
-  std::vector<int> errors; ///< with which it can fail
-  /// Which thread, of whichever process, in the order of their first calls, and which of its calls it is, from 0.
-  /// Threads run side by side, but each does the same in every run.
+  std::string otherPath;   ///< the second path of a call with two paths
+  bool opensReadOnly;      ///< whether it opens a file only for reading
+  std::vector<int> errors; ///< the errors with which it can fail
+  /// The number of the thread, over all processes, in the order of their first calls, and the index of the call in the
+  /// thread. Threads run in parallel, but each makes the same calls in every run.
   std::size_t thread;
   std::size_t number;
-  pid_t process; ///< the one that was started, also when another process makes the call
+  pid_t process; ///< the started process, even if another process makes the call
 };
 
-/// What a test does before the kernel makes a call. The calling thread of the program waits meanwhile, so this is the
-/// place to change something behind its back. Returns 0, or the errno with which the call fails instead of being made.
+/// An action of a test before the kernel makes a call. The calling thread of the program waits meanwhile, so the action
+/// may change files between two calls. Returns 0, or the errno with which the call fails without being made.
 using BeforeCall = std::function<int(const SeenCall&)>;
 
-/// Calls `action` before the `nth` call, counted from 1, whose name begins with `name` ("open" for openat) on a path
-/// that fits the shell pattern `path`.
+/// An action that calls `action` before the `nth` call, counted from 1, whose name begins with `name` ("open" for
+/// openat) on a path that matches the shell pattern `path`.
 BeforeCall beforeNth(const std::string& name, int nth, const std::string& path, BeforeCall action);
-/// The same call fails with `error`.
+/// An action that makes this call fail with `error`.
 BeforeCall failNth(const std::string& name, int nth, const std::string& path, int error);
 
-/// What befalls one of the calls that an undisturbed run makes on files of the watched folder.
+/// The fault at one of the calls that a run without faults makes on files of the watched folder.
 struct Fault {
   enum class Kind {
     Error,      ///< the call fails with `error` and is not made; close(2) closes the file nevertheless
@@ -65,11 +65,11 @@ struct SupervisedResult {
 /// needs neither privileges nor ptrace.
 bool canSupervise();
 
-/// Runs a program to its end and sees each of its system calls before the kernel does, also those that the C library
-/// makes on its own behalf. A call is on a file of `folder` when its path, or the path of its descriptor, contains the
-/// name of the folder, which therefore has to be unmistakable; with "/" all calls that take a file are seen. A path
-/// below /proc/self names a descriptor. Throws std::runtime_error when the program makes no call for 20 seconds.
-/// `beforeCall` is called with each call on a file of the folder.
+/// Runs a program to its end and intercepts each of its system calls before the kernel makes it, also the C library's
+/// own calls. A call is on a file of `folder` if its path, or the path of its descriptor, contains the name of the
+/// folder, so the name must be unique; with "/" all calls on files are seen. A path below /proc/self stands for a
+/// descriptor. Throws std::runtime_error if the program makes no call for 20 seconds. `beforeCall` is called before
+/// each call on a file of the folder.
 SupervisedResult runSupervised(const std::vector<std::string>& arguments, const Environment& environment,
                                const std::filesystem::path& folder, const std::optional<Fault>& fault = {},
                                const BeforeCall& beforeCall = {});

@@ -33,10 +33,10 @@ const FileCall* findFileCall(long number);
 /// The errors with which `call` can fail when it is made with these six `arguments`.
 std::vector<int> errorsOf(const FileCall& call, const unsigned long long* arguments);
 
-/// Whether `call` with these arguments opens a file, only to read it.
+/// Whether `call` with these arguments opens a file only for reading.
 bool opensReadOnly(const FileCall& call, const unsigned long long* arguments);
 
-/// The calls that change no file and open none: memory, signals, time, processes and their ends.
+/// The calls that neither change nor open files: memory, signals, time, processes.
 std::span<const long> harmlessCalls();
 
 } // namespace Support

@@ -25,7 +25,7 @@ using Support::ProcessResult;
 using Support::readFile;
 
 const std::string tool = "krv-package-signature: ";
-/// The file that takes the place of a package.
+/// The temporary file that replaces a package.
 const std::string newFile = "*/.krv-package-*";
 
 /// Runs the tool in a folder with the unsigned package "a.rpm".
@@ -42,7 +42,7 @@ protected:
     return Support::run(arguments, environment, folder());
   }
 
-  /// Runs "sign" with the key of `name`, and further arguments.
+  /// Runs "sign" with the key of `name` and further arguments.
   ProcessResult signAs(const std::string& name, const std::vector<std::string>& rest) const {
     return runTool(signing(name, rest));
   }
@@ -284,7 +284,7 @@ TEST_F(PackageSignatureTool, LeavesThePackageAloneWhenTheNewOneCannotBeWritten) 
   EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
 }
 
-/// The tool, disturbed at a system call on a file of the sandbox.
+/// Runs the tool with an action or an error at one of its system calls on files of the sandbox.
 class DisturbedTool : public PackageSignatureTool {
 protected:
   void SetUp() override {
@@ -332,7 +332,7 @@ TEST_F(DisturbedTool, FinishesThePackageWhenItIsInterrupted) {
   }
 }
 
-/// "sign" as alice, disturbed after it has opened its package: a file of certificates is read next.
+/// Runs "sign" as alice and changes files after it has opened the package, when it reads a file of certificates.
 class DisturbedSigning : public DisturbedTool {
 protected:
   DisturbedSigning() {
@@ -361,7 +361,7 @@ protected:
   std::string victimBefore;
 };
 
-TEST_F(DisturbedSigning, ReplacesThePackageThatItOpenedWhenALinkIsChanged) {
+TEST_F(DisturbedSigning, ReplacesTheOpenedPackageWhenASymlinkIsChanged) {
   std::filesystem::create_symlink("a.rpm", folder() / "link");
   const auto change = [&] {
     std::filesystem::remove(folder() / "link");
@@ -372,7 +372,7 @@ TEST_F(DisturbedSigning, ReplacesThePackageThatItOpenedWhenALinkIsChanged) {
   expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
 }
 
-TEST_F(DisturbedSigning, RefusesToReplaceALinkThatTookThePlaceOfThePackage) {
+TEST_F(DisturbedSigning, RefusesToReplaceASymlinkThatReplacedThePackage) {
   const std::string before = package();
   const auto change = [&] {
     std::filesystem::rename(folder() / "a.rpm", folder() / "b.rpm");
@@ -385,7 +385,7 @@ TEST_F(DisturbedSigning, RefusesToReplaceALinkThatTookThePlaceOfThePackage) {
   EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "b.rpm"}));
 }
 
-TEST_F(DisturbedSigning, RefusesToReplaceAFileThatTookThePlaceOfThePackage) {
+TEST_F(DisturbedSigning, RefusesToReplaceAFileThatReplacedThePackage) {
   const auto change = [&] {
     std::filesystem::copy_file(victim, folder() / "new");
     std::filesystem::rename(folder() / "new", folder() / "a.rpm");
@@ -395,7 +395,7 @@ TEST_F(DisturbedSigning, RefusesToReplaceAFileThatTookThePlaceOfThePackage) {
   EXPECT_EQ(names(), std::vector<std::string>{"a.rpm"});
 }
 
-TEST_F(DisturbedSigning, StaysInTheDirectoryThatItOpened) {
+TEST_F(DisturbedSigning, StaysInTheOpenedDirectory) {
   const std::filesystem::path moved = sandbox().path() / "moved";
   const auto change = [&] {
     std::filesystem::rename(folder(), moved);
@@ -414,7 +414,7 @@ TEST_F(DisturbedTool, OpensThePackageThatItShowsOnce) {
   expectResult(runTool({"show", "a.rpm"}, Support::failNth("open", 2, "*/a.rpm", EIO)), 0, shown.output, "");
 }
 
-TEST_F(DisturbedTool, DoesNotWaitForAFifoThatTookThePlaceOfThePackage) {
+TEST_F(DisturbedTool, DoesNotBlockAtAFifoThatReplacedThePackage) {
   const auto replace = [this](const Support::SeenCall&) {
     std::filesystem::remove(folder() / "a.rpm");
     Support::makeFifo(folder() / "a.rpm");
@@ -424,8 +424,8 @@ TEST_F(DisturbedTool, DoesNotWaitForAFifoThatTookThePlaceOfThePackage) {
                tool + "a.rpm: it is not a regular file\n");
 }
 
-// The package is opened by name first, and then by its descriptor.
-TEST_F(DisturbedTool, WorksWithoutTheDescriptorsInProc) {
+// The package is opened by name first, then through its descriptor.
+TEST_F(DisturbedTool, WorksWithoutProc) {
   EXPECT_EQ(runTool(signing("alice", {"a.rpm"}), Support::failNth("open", 2, "*/a.rpm", ENOENT)).status, 0);
   expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
 }
