@@ -14,7 +14,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// A package that could write there would decide who is trusted, what is installed, and what the image brings.
+/// A package that could write there could change the trusted authorities, the database of installed packages and the
+/// packages of the image.
 constexpr auto reservedFolders = std::to_array<const char*>({"etc/krv", "usr/share/krv", "var/lib/krv", "var/lib/rpm"});
 
 bool isWithin(const fs::path& path, const fs::path& folder) {
@@ -39,7 +40,7 @@ void requireUnreserved(const fs::path& path, fs::file_type type) {
   if (isReserved(path))
     throw conflict("The package has a file in a folder that is not for packages: ", path);
   if (type != fs::file_type::directory && leadsToReserved(path))
-    throw conflict("The package has no directory on the way to a folder that is not for packages: ", path);
+    throw conflict("The package replaces the parent of a folder that is not for packages: ", path);
 }
 
 } // namespace Acceptance

@@ -28,7 +28,7 @@ TEST(ReservedPaths, RefuseEntriesOfPackages) {
   EXPECT_EQ(errorOf([] { Acceptance::requireUnreserved("etc/krv/x", file_type::directory); }),
             "FileConflict: The package has a file in a folder that is not for packages: /etc/krv/x");
   EXPECT_EQ(errorOf([] { Acceptance::requireUnreserved("usr", file_type::symlink); }),
-            "FileConflict: The package has no directory on the way to a folder that is not for packages: /usr");
+            "FileConflict: The package replaces the parent of a folder that is not for packages: /usr");
   EXPECT_EQ(errorOf([] { Acceptance::requireUnreserved("usr", file_type::directory); }), "no error");
   EXPECT_EQ(errorOf([] { Acceptance::requireUnreserved("opt/a", file_type::regular); }), "no error");
 }

@@ -183,7 +183,7 @@ TEST_F(DisturbedRegistry, IsLockedThroughTheOpenedFileEvenIfItIsReplaced) {
   std::future<ProcessResult> reader;
   EXPECT_TRUE(Registry().foreachRecord([&](const RegistryRecord&) {
     reader = std::async(std::launch::async,
-                        [&] { return run(readCommand, Support::beforeNth("open", 2, lockFile, beforeLocking)); });
+                        [&] { return run(readCommand, Support::beforeNth("open", 3, lockFile, beforeLocking)); });
     EXPECT_TRUE(waitUntil([&] { return id != 0 && waitsForALock(id); }));
   }));
   const ProcessResult result = reader.get();
@@ -222,8 +222,8 @@ TEST_F(RegistryFault, InCreatingTheLockFile) {
 }
 
 TEST_F(RegistryFault, InOpeningTheLock) {
-  expectFailure(readCommand, failNth("open", 2, lockFile, EACCES), "[E] Permission denied\n" + lockMessage);
-  expectFailure(writeCommand, failNth("open", 2, lockFile, ENFILE),
+  expectFailure(readCommand, failNth("open", 3, lockFile, EACCES), "[E] Permission denied\n" + lockMessage);
+  expectFailure(writeCommand, failNth("open", 3, lockFile, ENFILE),
                 "[E] Too many open files in system\n" + lockMessage);
 }
 
