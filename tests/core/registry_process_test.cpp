@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "core/registry.h"
 #include "tests/core/registry_sandbox.h"
-#include "tests/support/fault.h"
-#include "tests/support/process.h"
-#include "tests/support/wait.h"
+#include "tests/support/faults/fault.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/wait.h"
 
 #include <memory>
 #include <sstream>

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "core/registry.h"
-#include "tests/support/environment.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 

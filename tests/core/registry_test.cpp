@@ -3,11 +3,11 @@
 #include "core/registry.h"
 #include "driver/log/log_message.h"
 #include "tests/core/registry_sandbox.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/special_files.h"
-#include "tests/support/thrown.h"
-#include "tests/support/write_lease.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/files/write_lease.h"
+#include "tests/support/process/ordinary_user.h"
 
 #include <algorithm>
 #include <sstream>

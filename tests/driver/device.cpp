@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
 
-#include "tests/support/pki.h"
+#include "tests/support/signing/pki.h"
 
 #include <algorithm>
 

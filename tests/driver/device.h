@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/private_bus.h"
-#include "tests/support/process.h"
-#include "tests/support/rpm_sandbox.h"
-#include "tests/support/scripted_service.h"
+#include "tests/support/bus/private_bus.h"
+#include "tests/support/bus/scripted_service.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/process/process.h"
 
 #include <filesystem>
 #include <memory>

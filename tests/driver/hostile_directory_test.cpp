@@ -3,9 +3,9 @@
 #include "common/error/error.h"
 #include "common/rpm/reader.h"
 #include "tests/driver/device.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/pki.h"
-#include "tests/support/special_files.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/signing/pki.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
-#include "tests/support/fake_clock.h"
-#include "tests/support/fault.h"
-#include "tests/support/pki.h"
-#include "tests/support/wait.h"
+#include "tests/support/bus/fake_clock.h"
+#include "tests/support/faults/fault.h"
+#include "tests/support/process/wait.h"
+#include "tests/support/signing/pki.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

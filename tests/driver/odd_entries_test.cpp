@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
-#include "tests/support/open_pgp_key.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/pki.h"
-#include "tests/support/special_files.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/packages/open_pgp_key.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 

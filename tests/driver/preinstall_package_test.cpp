@@ -2,11 +2,11 @@
 // SPDX-License-Identifier: MIT
 #include "driver/preinstall_package.h"
 #include "tests/driver/device.h"
-#include "tests/support/environment.h"
-#include "tests/support/expected_errors.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/pki.h"
-#include "tests/support/preload.h"
+#include "tests/support/diagnostics/expected_errors.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/process/preload.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 #include <rpm/rpmtag.h>

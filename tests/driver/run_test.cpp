@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
-#include "tests/support/any_bus.h"
-#include "tests/support/open_pgp_key.h"
-#include "tests/support/pki.h"
-#include "tests/support/wait.h"
+#include "tests/support/bus/any_bus.h"
+#include "tests/support/packages/open_pgp_key.h"
+#include "tests/support/process/wait.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "driver/run_timer.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/process.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/process/process.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/faults/enumeration.h"
-#include "tests/support/rpm_sandbox.h"
-#include "tests/support/tree.h"
+#include "tests/support/files/tree.h"
+#include "tests/support/packages/rpm_sandbox.h"
 
 #include <gmock/gmock.h>
 

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/core/registry_sandbox.h"
 #include "tests/faults/crowd.h"
-#include "tests/support/process.h"
-#include "tests/support/wait.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/wait.h"
 
 #include <algorithm>
 #include <iostream>

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/supervised.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/faults/supervised.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 

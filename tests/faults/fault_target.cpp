@@ -14,8 +14,8 @@
 #include "common/filesystem/copy.h"
 #include "common/filesystem/entry.h"
 #include "common/rpm/archive.h"
-#include "tests/support/extract_tree.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/extraction/extract_tree.h"
 
 #include <exception>
 #include <iostream>

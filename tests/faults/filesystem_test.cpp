@@ -3,8 +3,8 @@
 #include "common/filesystem/copy.h"
 #include "common/filesystem/entry.h"
 #include "tests/faults/enumeration.h"
-#include "tests/support/system_calls.h"
-#include "tests/support/tree.h"
+#include "tests/support/faults/system_calls.h"
+#include "tests/support/files/tree.h"
 
 #include <gmock/gmock.h>
 

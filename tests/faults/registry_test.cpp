@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/registry.h"
 #include "tests/faults/enumeration.h"
-#include "tests/support/environment.h"
-#include "tests/support/system_calls.h"
+#include "tests/support/faults/system_calls.h"
+#include "tests/support/process/environment.h"
 
 #include <gmock/gmock.h>
 

@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/faults/enumeration.h"
-#include "tests/support/pki.h"
-#include "tests/support/rpm_sandbox.h"
-#include "tests/support/tree.h"
+#include "tests/support/files/tree.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/signing/pki.h"
 
 #include <gmock/gmock.h>
 #include <rpmsign-external/package_signatures.h>

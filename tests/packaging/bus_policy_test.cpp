@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
-#include "tests/support/any_bus.h"
-#include "tests/support/ordinary_user.h"
+#include "tests/support/bus/any_bus.h"
+#include "tests/support/process/ordinary_user.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

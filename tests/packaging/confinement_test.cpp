@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
 #include "tests/packaging/unit.h"
-#include "tests/support/open_pgp_key.h"
-#include "tests/support/pki.h"
+#include "tests/support/packages/open_pgp_key.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/packaging/unit.h"
-#include "tests/support/process.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 

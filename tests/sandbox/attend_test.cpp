@@ -3,8 +3,8 @@
 #include "common/error/error.h"
 #include "sandbox/attend.h"
 #include "tests/sandbox/real_service.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/expected_errors.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/expected_errors.h"
 
 #include <gtest/gtest.h>
 

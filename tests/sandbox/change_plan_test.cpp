@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "sandbox/change_plan.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
 
 #include <gtest/gtest.h>
 

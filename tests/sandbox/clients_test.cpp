@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/real_device.h"
-#include "tests/support/pki.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 

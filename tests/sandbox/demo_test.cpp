@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/script_test.h"
 #include "tests/sandbox/text.h"
-#include "tests/support/wait.h"
+#include "tests/support/process/wait.h"
 
 #include <gtest/gtest.h>
 

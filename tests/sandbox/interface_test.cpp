@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/real_service.h"
-#include "tests/support/private_bus.h"
-#include "tests/support/rpm_sandbox.h"
+#include "tests/support/bus/private_bus.h"
+#include "tests/support/packages/rpm_sandbox.h"
 
 #include <boost/property_tree/ptree.hpp>
 #include <boost/property_tree/xml_parser.hpp>

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "sandbox/planning.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/process.h"
+#include "tests/support/process/process.h"
 
 #include <filesystem>
 #include <functional>

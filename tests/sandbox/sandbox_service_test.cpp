@@ -3,10 +3,10 @@
 #include "service/bus_names.h"
 #include "tests/sandbox/real_service.h"
 #include "tests/sandbox/text.h"
-#include "tests/support/pki.h"
-#include "tests/support/private_bus.h"
-#include "tests/support/rpm_sandbox.h"
-#include "tests/support/wait.h"
+#include "tests/support/bus/private_bus.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/process/wait.h"
+#include "tests/support/signing/pki.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

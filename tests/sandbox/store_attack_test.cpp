@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/store_fixture.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/process.h"
-#include "tests/support/supervised.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/faults/supervised.h"
+#include "tests/support/process/ordinary_user.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gmock/gmock.h>
 

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/store_fixture.h"
-#include "tests/support/special_files.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 #include <rpm/rpmtag.h>

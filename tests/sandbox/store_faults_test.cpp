@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/store_fixture.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/process.h"
-#include "tests/support/supervised.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/faults/supervised.h"
+#include "tests/support/process/process.h"
 
 #include <gmock/gmock.h>
 

@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/store_fixture.h"
 
-#include "tests/support/package_surgery.h"
-#include "tests/support/process.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/process/process.h"
 
 #include <iomanip>
 #include <map>

@@ -3,9 +3,9 @@
 #pragma once
 
 #include "sandbox/package_store.h"
-#include "tests/support/environment.h"
-#include "tests/support/pki.h"
-#include "tests/support/rpm_sandbox.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/store_fixture.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 #include <rpm/rpmtag.h>

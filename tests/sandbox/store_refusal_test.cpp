@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "common/rpm/header_blob.h"
 #include "tests/sandbox/store_fixture.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/special_files.h"
-#include "tests/support/temp_directory.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <rpm/rpmtag.h>
 

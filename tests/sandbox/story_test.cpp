@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/real_device.h"
 #include "tests/sandbox/text.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/pki.h"
-#include "tests/support/tree.h"
+#include "tests/support/files/tree.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 

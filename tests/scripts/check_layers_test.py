@@ -15,15 +15,15 @@ SCRIPT = ""
 
 # Headers that the trees include.
 HEADERS = {"driver/run.h": "", "driver/log/log_message.h": "", "common/error/error.h": "", "core/registry.h": "",
-           "service/krv_proxy.h": "", "tests/support/process.h": "", "common/rpm/reader.h": ""}
+           "service/krv_proxy.h": "", "tests/support/process/process.h": "", "common/rpm/reader.h": ""}
 
 # Kind of breach: the file, its text, and the finding.
 BREACHES = {
     "upper floor": ("core/a.cpp", '#include "driver/run.h"\n', "1: core (floor 2) includes driver/run.h of driver (floor 3)"),
     "same floor": ("core/a.cpp", '#include "service/krv_proxy.h"\n',
                    "1: core (floor 2) includes service/krv_proxy.h of service (floor 2)"),
-    "product includes tests": ("driver/a.cpp", '#include "tests/support/process.h"\n',
-                               "1: driver (floor 3) includes tests/support/process.h of tests (floor 5)"),
+    "product includes tests": ("driver/a.cpp", '#include "tests/support/process/process.h"\n',
+                               "1: driver (floor 3) includes tests/support/process/process.h of tests (floor 5)"),
     "inner folder includes outer": ("driver/log/a.cpp", '#include "driver/run.h"\n',
                                     "1: driver/log (floor 0) includes driver/run.h of driver (floor 3)"),
     "angle brackets": ("core/a.cpp", "#include <driver/run.h>\n",

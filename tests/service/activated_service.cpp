@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "tests/support/scripted_service.h"
+#include "tests/support/bus/scripted_service.h"
 
 #include <cstdlib>
 

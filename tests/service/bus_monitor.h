@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/received_call.h"
+#include "tests/support/bus/received_call.h"
 
 #include <memory>
 #include <string>

@@ -7,13 +7,13 @@
 #endif
 
 #include "tests/service/bus_monitor.h"
-#include "tests/support/any_bus.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/environment.h"
-#include "tests/support/expected_errors.h"
-#include "tests/support/process.h"
-#include "tests/support/scripted_service.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/bus/any_bus.h"
+#include "tests/support/bus/scripted_service.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/expected_errors.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 

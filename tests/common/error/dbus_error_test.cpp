@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/error/dbus_error.h"
-#include "tests/support/expected_errors.h"
+#include "tests/support/diagnostics/expected_errors.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/content.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/special_files.h"
-#include "tests/support/temp_directory.h"
-#include "tests/support/thrown.h"
-#include "tests/support/write_lease.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/files/write_lease.h"
+#include "tests/support/process/ordinary_user.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 

@@ -2,11 +2,11 @@
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/copy.h"
 #include "tests/common/filesystem/fixture.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/special_files.h"
-#include "tests/support/thrown.h"
-#include "tests/support/working_directory.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/process/ordinary_user.h"
+#include "tests/support/process/working_directory.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/entry.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/special_files.h"
-#include "tests/support/temp_directory.h"
-#include "tests/support/thrown.h"
-#include "tests/support/working_directory.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/process/ordinary_user.h"
+#include "tests/support/process/temp_directory.h"
+#include "tests/support/process/working_directory.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/failure.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
 
 #include <gtest/gtest.h>
 

@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/captured_log.h"
-#include "tests/support/temp_directory.h"
-#include "tests/support/tree.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/files/tree.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/locations.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/environment.h"
-#include "tests/support/process.h"
-#include "tests/support/temp_directory.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

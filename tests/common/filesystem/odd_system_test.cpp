@@ -5,9 +5,9 @@
 #include "common/filesystem/xattr.h"
 #include "tests/common/filesystem/fixture.h"
 #include "tests/common/filesystem/odd_system.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/special_files.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/process/ordinary_user.h"
 
 #include <boost/version.hpp>
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/root.h"
-#include "tests/support/environment.h"
+#include "tests/support/process/environment.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/locations.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
 
 #include <filesystem>
 #include <iostream>

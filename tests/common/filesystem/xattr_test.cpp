@@ -3,7 +3,7 @@
 #include "common/filesystem/xattr.h"
 #include "common/posix/file_descriptor.h"
 #include "tests/common/filesystem/fixture.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

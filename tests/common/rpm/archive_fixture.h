@@ -3,7 +3,7 @@
 #pragma once
 
 #include "common/rpm/archive.h"
-#include "tests/support/rpm_sandbox.h"
+#include "tests/support/packages/rpm_sandbox.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/archive_fixture.h"
-#include "tests/support/process.h"
-#include "tests/support/wait.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/wait.h"
 
 #include <gtest/gtest.h>
 

@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "common/rpm/archive.h"
 #include "tests/common/rpm/archive_fixture.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/thrown.h"
-#include "tests/support/wait.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/process/wait.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/archive_fixture.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/extract_tree.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/process.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/extraction/extract_tree.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/process/process.h"
 
 #include <gtest/gtest.h>
 

@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "common/rpm/configuration.h"
 #include "common/rpm/reader.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/environment.h"
-#include "tests/support/rpm_sandbox.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gmock/gmock.h>
 #include <rpm/rpmmacro.h>

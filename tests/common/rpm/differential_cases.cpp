@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/differential_cases.h"
 
-#include "tests/support/open_pgp_key.h"
-#include "tests/support/rpm_version.h"
+#include "tests/support/packages/open_pgp_key.h"
+#include "tests/support/packages/rpm_version.h"
 
 #include <cctype>
 #include <map>

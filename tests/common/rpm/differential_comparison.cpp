@@ -5,9 +5,9 @@
 #include "common/error/error.h"
 #include "common/rpm/archive.h"
 #include "common/rpm/file_list.h"
-#include "tests/support/extract_tree.h"
-#include "tests/support/process.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/extraction/extract_tree.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <rpm/rpmtag.h>
 

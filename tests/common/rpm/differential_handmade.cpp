@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/archive_fixture.h"
 #include "tests/common/rpm/differential_cases.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/process.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/process/process.h"
 
 #include <algorithm>
 #include <cstdint>

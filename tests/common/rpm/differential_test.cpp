@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/differential_cases.h"
 #include "tests/common/rpm/differential_comparison.h"
-#include "tests/support/ignored_leaks.h"
-#include "tests/support/rpm_version.h"
+#include "tests/support/packages/ignored_leaks.h"
+#include "tests/support/packages/rpm_version.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/rpm/file_list.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/rpm_sandbox.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/packages/rpm_sandbox.h"
 
 #include <gtest/gtest.h>
 #include <rpm/rpmtag.h>

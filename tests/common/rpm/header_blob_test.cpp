@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/rpm/header_blob.h"
-#include "tests/support/rpm_sandbox.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/packages/rpm_sandbox.h"
 
 #include <gmock/gmock.h>
 #include <rpm/rpmtag.h>

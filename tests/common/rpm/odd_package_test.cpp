@@ -5,10 +5,10 @@
 #include "common/rpm/file_list.h"
 #include "common/rpm/transaction.h"
 #include "tests/common/rpm/archive_fixture.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/process.h"
-#include "tests/support/rpm_version.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/packages/rpm_version.h"
+#include "tests/support/process/process.h"
 
 #include <gmock/gmock.h>
 #include <rpm/rpmtag.h>

@@ -5,9 +5,9 @@
 #include "common/rpm/sound_header.h"
 #include "common/rpm/transaction.h"
 #include "tests/common/rpm/archive_fixture.h"
-#include "tests/support/ignored_leaks.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/packages/ignored_leaks.h"
+#include "tests/support/packages/package_surgery.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

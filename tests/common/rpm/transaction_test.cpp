@@ -2,11 +2,11 @@
 // SPDX-License-Identifier: MIT
 #include "common/rpm/configuration.h"
 #include "common/rpm/transaction.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/process.h"
-#include "tests/support/rpm_sandbox.h"
-#include "tests/support/rpm_version.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/packages/rpm_version.h"
+#include "tests/support/process/process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "common/signatures/package_cmses.h"
 #include "tests/common/signatures/raised.h"
-#include "tests/support/environment.h"
-#include "tests/support/pki.h"
-#include "tests/support/rpm_sandbox.h"
-#include "tests/support/special_files.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 

@@ -3,9 +3,9 @@
 #include "core/registry.h"
 #include "tests/docs/man/message_texts.h"
 #include "tests/driver/device.h"
-#include "tests/support/environment.h"
-#include "tests/support/pki.h"
-#include "tests/support/private_bus.h"
+#include "tests/support/bus/private_bus.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "driver/log/log_message.h"
-#include "tests/support/captured_log.h"
+#include "tests/support/diagnostics/captured_log.h"
 
 #include <gtest/gtest.h>
 

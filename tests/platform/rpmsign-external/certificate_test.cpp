@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
-#include "tests/support/process.h"
+#include "tests/support/process/process.h"
 
 namespace {
 

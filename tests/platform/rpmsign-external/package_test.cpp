@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
 
-#include "tests/support/process.h"
+#include "tests/support/process/process.h"
 
 #include <openssl/pem.h>
 

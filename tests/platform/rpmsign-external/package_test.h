@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/pki.h"
-#include "tests/support/rpm_sandbox.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 #include <openssl/cms.h>

@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/largest_request.h"
 #include "tests/platform/rpmsign-external/package_test.h"
-#include "tests/support/process.h"
-#include "tests/support/special_files.h"
-#include "tests/support/wait.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/wait.h"
 
 #include <csignal>
 #include <future>

@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
-#include "tests/support/open_pgp_key.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/process.h"
+#include "tests/support/packages/open_pgp_key.h"
+#include "tests/support/process/ordinary_user.h"
+#include "tests/support/process/process.h"
 
 namespace {
 

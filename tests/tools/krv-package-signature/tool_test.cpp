@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "tests/support/fault.h"
-#include "tests/support/pki.h"
-#include "tests/support/process.h"
-#include "tests/support/rpm_sandbox.h"
-#include "tests/support/special_files.h"
-#include "tests/support/wait.h"
+#include "tests/support/faults/fault.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/wait.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 #include <rpmsign-external/package_signatures.h>

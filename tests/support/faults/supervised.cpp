@@ -1,0 +1,283 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/support/faults/supervised.h"
+
+#include "tests/support/faults/system_calls.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace Support {
+
+namespace {
+
+class Descriptor {
+public:
+  explicit Descriptor(int number) : m_number(number) {}
+  Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+  ~Descriptor() { reset(); }
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  void reset() {
+    if (m_number >= 0)
+      close(std::exchange(m_number, -1));
+  }
+  int number() const { return m_number; }
+
+private:
+  int m_number;
+};
+
+/// A message with one descriptor in it, see unix(7).
+class DescriptorMessage {
+public:
+  DescriptorMessage() {
+    m_header.msg_iov = &m_part;
+    m_header.msg_iovlen = 1;
+    m_header.msg_control = m_control.data();
+    m_header.msg_controllen = m_control.size();
+  }
+
+  bool send(int channel, int descriptor) {
+    cmsghdr* const head = CMSG_FIRSTHDR(&m_header);
+    head->cmsg_level = SOL_SOCKET;
+    head->cmsg_type = SCM_RIGHTS;
+    head->cmsg_len = CMSG_LEN(sizeof descriptor);
+    std::memcpy(CMSG_DATA(head), &descriptor, sizeof descriptor);
+    return sendmsg(channel, &m_header, 0) == 1;
+  }
+
+  /// -1 when the other end went without sending.
+  int receive(int channel) {
+    int descriptor = -1;
+    if (recvmsg(channel, &m_header, MSG_CMSG_CLOEXEC) == 1 && CMSG_FIRSTHDR(&m_header) != nullptr)
+      std::memcpy(&descriptor, CMSG_DATA(CMSG_FIRSTHDR(&m_header)), sizeof descriptor);
+    return descriptor;
+  }
+
+private:
+  char m_byte = 0;
+  iovec m_part{.iov_base = &m_byte, .iov_len = 1};
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> m_control{};
+  msghdr m_header{};
+};
+
+sock_filter statement(unsigned code, std::uint32_t value) {
+  return {static_cast<std::uint16_t>(code), 0, 0, value};
+}
+
+sock_filter skipUnless(std::uint32_t value, std::uint8_t distance) {
+  return {BPF_JMP | BPF_JEQ | BPF_K, 0, distance, value};
+}
+
+/// Lets harmless calls pass and has a supervisor asked about all others. The message with which the supervisor gets its
+/// end passes too: nobody could answer for it yet. The project's programs send no messages from files.
+std::vector<sock_filter> makeFilter() {
+  std::vector<sock_filter> filter = {statement(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+  const auto pass = [&](long number) {
+    filter.push_back(skipUnless(static_cast<std::uint32_t>(number), 1));
+    filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+  };
+  for (const long number : harmlessCalls())
+    pass(number);
+  pass(SYS_sendmsg);
+#ifdef SYS_socketcall // i386, where the C library makes all calls on sockets through this one
+  pass(SYS_socketcall);
+#endif
+  filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
+  return filter;
+}
+
+/// Puts the calling process under supervision. -1 when the kernel refuses.
+int install(const std::vector<sock_filter>& filter) {
+  const sock_fprog program{.len = static_cast<unsigned short>(filter.size()),
+                           .filter = const_cast<sock_filter*>(filter.data())};
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
+    return -1;
+  return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
+}
+
+class Supervisor {
+public:
+  Supervisor(int listener, pid_t process, const std::filesystem::path& folder, const std::optional<Fault>& fault,
+             const std::function<void(const SeenCall&)>& beforeCall)
+      : m_listener(listener), m_process(process), m_folder(folder.filename().string()), m_fault(fault),
+        m_beforeCall(beforeCall) {}
+
+  void serveUntilTheEnd() {
+    constexpr int silence = 20'000;
+    pollfd ready{.fd = m_listener, .events = POLLIN, .revents = 0};
+    while (poll(&ready, 1, silence) == 1 && (ready.revents & POLLIN) != 0)
+      serveOne();
+    if ((ready.revents & POLLHUP) == 0)
+      throw std::runtime_error("the supervised process makes no calls and does not end");
+  }
+
+  SupervisedResult result;
+
+private:
+  void serveOne() {
+    seccomp_notif request{};
+    if (ioctl(m_listener, SECCOMP_IOCTL_NOTIF_RECV, &request) != 0)
+      return; // it was killed meanwhile
+    const FileCall* const call = findFileCall(request.data.nr);
+    if (call == nullptr && request.data.nr != SYS_exit_group)
+      result.unknownCalls.insert(request.data.nr);
+    if (m_killsNext == request.pid)
+      kill(m_process, SIGKILL);
+    else if (call == nullptr || !meets(*call, request))
+      answer(request, 0);
+  }
+
+  /// Whether the call has met the fault, and needs no answer any more.
+  bool meets(const FileCall& call, const seccomp_notif& request) {
+    std::string path = pathOf(call.file, request);
+    if (path.find(m_folder) == path.npos)
+      path = pathOf(call.otherFile, request);
+    if (path.find(m_folder) == path.npos)
+      return false;
+    const unsigned long long* const arguments = request.data.args;
+    const std::size_t thread = m_threads.emplace(request.pid, m_threads.size()).first->second;
+    const auto number = static_cast<std::size_t>(std::ranges::count(result.calls, thread, &SeenCall::thread));
+    result.calls.push_back(
+        {.name = call.name, .path = path, .errors = errorsOf(call, arguments), .thread = thread, .number = number});
+    if (m_beforeCall)
+      m_beforeCall(result.calls.back());
+    if (!m_fault || m_fault->call.thread != thread || m_fault->call.number != number)
+      return false;
+    result.metFault = m_fault->call.name == call.name;
+    if (m_fault->kind == Fault::Kind::KillAfter) {
+      m_killsNext = request.pid;
+      return false;
+    }
+    if (m_fault->kind == Fault::Kind::KillBefore) {
+      kill(m_process, SIGKILL);
+      return true;
+    }
+    if (request.data.nr == SYS_close)
+      replaceFile(request, static_cast<int>(arguments[0]));
+    answer(request, m_fault->error);
+    return true;
+  }
+
+  /// A call that is answered with an error is not made, but close(2) gives up the file also when it fails. Only the
+  /// number stays taken.
+  void replaceFile(const seccomp_notif& request, int descriptor) const {
+    const Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    seccomp_notif_addfd addition{};
+    addition.id = request.id;
+    addition.flags = SECCOMP_ADDFD_FLAG_SETFD;
+    addition.srcfd = static_cast<std::uint32_t>(nothing.number());
+    addition.newfd = static_cast<std::uint32_t>(descriptor);
+    if (ioctl(m_listener, SECCOMP_IOCTL_NOTIF_ADDFD, &addition) < 0)
+      throw std::system_error(errno, std::generic_category(), "a file of the supervised process cannot be closed");
+  }
+
+  void answer(const seccomp_notif& request, int error) const {
+    seccomp_notif_resp response{};
+    response.id = request.id;
+    response.error = -error;
+    response.flags = error == 0 ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
+    // It fails when the process has been killed meanwhile, and then there is nobody to answer.
+    ioctl(m_listener, SECCOMP_IOCTL_NOTIF_SEND, &response);
+  }
+
+  std::string pathOf(const FileCall::Place& place, const seccomp_notif& request) const {
+    const std::string ofProcess = "/proc/" + std::to_string(request.pid) + "/";
+    const std::string text =
+        place.path < 0 ? "" : textAt(ofProcess, request.data.args[static_cast<std::size_t>(place.path)]);
+    constexpr std::string_view own = "/proc/self/";
+    if (text.starts_with(own)) // a file by its descriptor
+      return linkText(ofProcess + text.substr(own.size()));
+    if (text.starts_with('/'))
+      return text;
+    const int descriptor = place.descriptor < 0
+                               ? AT_FDCWD
+                               : static_cast<int>(request.data.args[static_cast<std::size_t>(place.descriptor)]);
+    if (descriptor == AT_FDCWD && place.path < 0)
+      return {};
+    const std::string base =
+        linkText(ofProcess + (descriptor == AT_FDCWD ? "cwd" : "fd/" + std::to_string(descriptor)));
+    return text.empty() ? base : base + "/" + text;
+  }
+
+  static std::string linkText(const std::string& link) {
+    std::array<char, PATH_MAX> text;
+    const ssize_t size = readlink(link.c_str(), text.data(), text.size());
+    return {text.data(), size < 0 ? 0 : static_cast<std::size_t>(size)};
+  }
+
+  /// The string at an address of the process; empty for a null pointer.
+  static std::string textAt(const std::string& ofProcess, std::uint64_t address) {
+    std::array<char, PATH_MAX> text{};
+    const Descriptor memory(open((ofProcess + "mem").c_str(), O_RDONLY | O_CLOEXEC));
+    // Less than asked for is read when the memory ends before, which the string does not.
+    if (address != 0 && pread(memory.number(), text.data(), text.size() - 1, static_cast<off_t>(address)) < 0)
+      throw std::system_error(errno, std::generic_category(), "the supervised process cannot be read");
+    return text.data();
+  }
+
+  int m_listener;
+  pid_t m_process;
+  std::string m_folder;
+  std::optional<Fault> m_fault;
+  std::function<void(const SeenCall&)> m_beforeCall;
+  std::map<std::uint32_t, std::size_t> m_threads;
+  std::uint32_t m_killsNext = 0;
+};
+
+} // namespace
+
+bool canSupervise() {
+  try {
+    return runSupervised({"true"}, {}, "/none").process.status == 0;
+  } catch (const std::system_error&) {
+    return false;
+  }
+}
+
+SupervisedResult runSupervised(const std::vector<std::string>& arguments, const Environment& environment,
+                               const std::filesystem::path& folder, const std::optional<Fault>& fault,
+                               const std::function<void(const SeenCall&)>& beforeCall) {
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+    throw std::system_error(errno, std::generic_category(), "socketpair");
+  const Descriptor here(ends[0]);
+  Descriptor there(ends[1]);
+  const std::vector<sock_filter> filter = makeFilter();
+  Process process(arguments, environment, ".", [&] {
+    DescriptorMessage message;
+    if (!message.send(there.number(), install(filter)))
+      _exit(125);
+  });
+  there.reset();
+  const Descriptor listener(DescriptorMessage().receive(here.number()));
+  if (listener.number() < 0)
+    throw std::system_error(ENOSYS, std::generic_category(), "the kernel does not let processes be supervised");
+  Supervisor supervisor(listener.number(), process.id(), folder, fault, beforeCall);
+  supervisor.serveUntilTheEnd();
+  supervisor.result.process = process.wait();
+  return std::move(supervisor.result);
+}
+
+} // namespace Support
