@@ -76,9 +76,7 @@ protected:
   }
 
   /// The store has made its plan and is about to carry it out.
-  static bool isPlanned(const SeenCall& call) {
-    return call.name.starts_with("rename") && call.path.ends_with("/journal.next");
-  }
+  static bool isPlanned(const SeenCall& call) { return call.name == "syncfs"; }
 
   /// The store is about to write down that everything has happened.
   static bool isCarriedOut(const SeenCall& call) { return call.path.ends_with("/registry.next"); }

@@ -12,4 +12,10 @@ namespace Support {
 /// errno ("EIO") or a signal ("SIGSTOP"). fault_shim.cpp lists the calls.
 Environment fault(const std::string& call, int nth, const std::string& what, const std::string& path);
 
+/// The same for the `nth` call and all later ones.
+Environment faultFrom(const std::string& call, int nth, const std::string& what, const std::string& path);
+
+/// The environment of a child process that never waits for the disk.
+Environment withoutSyncs();
+
 } // namespace Support

@@ -5,11 +5,11 @@
 //
 //   KRV_FAULT="CALL N WHAT PATH"
 //
-// Of the CALLs on a path that contains PATH the N-th, counted from 1, is hit. WHAT is the errno it fails with ("EIO")
-// or a signal that the process gets just before the call goes through ("SIGKILL", "SIGSTOP").
-// CALL is one of the names given to hit() below; each stands for all the functions that do the same.
-// For calls on a descriptor the path is that of the open file. Only calls across library boundaries are seen: what
-// fopen() does inside the C library is one "open".
+// Of the CALLs on a path that contains PATH the N-th, counted from 1, is hit, and with "N+" all later ones too. WHAT is
+// the errno it fails with ("EIO") or a signal that the process gets just before the call goes through ("SIGKILL",
+// "SIGSTOP"). CALL is one of the names given to hit() below; each stands for all the functions that do the same. For
+// calls on a descriptor the path is that of the open file. Only calls across library boundaries are seen: what fopen()
+// does inside the C library is one "open".
 
 // Where these are set, the header files give open() the name open64(), which is here as well.
 #undef _FILE_OFFSET_BITS
@@ -34,6 +34,7 @@ namespace {
 struct Fault {
   std::string_view call;
   unsigned long nth = 0;
+  bool isForLaterToo = false;
   std::string_view what;
   std::string_view path;
 };
@@ -51,7 +52,9 @@ Fault readFault() {
   std::string_view text = variable;
   Fault fault;
   fault.call = nextWord(text);
-  fault.nth = std::strtoul(nextWord(text).data(), nullptr, 10);
+  const std::string_view number = nextWord(text);
+  fault.nth = std::strtoul(number.data(), nullptr, 10);
+  fault.isForLaterToo = number.ends_with('+');
   fault.what = nextWord(text);
   fault.path = text;
   return fault;
@@ -79,7 +82,8 @@ int signalNamed(std::string_view name) {
 bool hit(std::string_view call, const char* path) {
   static const Fault fault = readFault();
   static unsigned long count = 0;
-  if (fault.call != call || std::strstr(path, fault.path.data()) == nullptr || ++count != fault.nth)
+  if (fault.call != call || std::strstr(path, fault.path.data()) == nullptr || ++count < fault.nth ||
+      (count > fault.nth && !fault.isForLaterToo))
     return false;
   if (const int number = signalNamed(fault.what)) {
     raise(number);
@@ -232,6 +236,10 @@ int fclose(std::FILE* file) {
     return result;
   errno = error;
   return EOF;
+}
+
+int syncfs(int descriptor) noexcept {
+  return hit("syncfs", descriptor) ? -1 : next<int(int)>("syncfs")(descriptor);
 }
 
 int rename(const char* from, const char* to) noexcept {
