@@ -2,11 +2,13 @@
 // SPDX-License-Identifier: MIT
 #include "common/rpm/configuration.h"
 
+#include "common/rpm/handles.h"
 #include "driver/log/log_message.h"
 
 #include <rpm/rpmlib.h>
 #include <rpm/rpmlog.h>
 #include <rpm/rpmmacro.h>
+#include <rpm/rpmts.h>
 
 #include <cstdio>
 #include <string>
@@ -42,6 +44,10 @@ void setDatabaseFolder(const std::filesystem::path& folder) {
       body += character;
   }
   rpmPushMacro(nullptr, "_dbpath", nullptr, body.c_str(), RMIL_CMDLINE);
+}
+
+bool makeDatabase() {
+  return rpmtsInitDB(ownTransactionSet(rpmtsCreate()).get(), 0644) == 0;
 }
 
 } // namespace Common::Rpm

@@ -18,4 +18,7 @@ bool isRpmConfigured();
 /// says, which is read first. librpm finds the place of its lock file once: to be called before anything is locked.
 void setDatabaseFolder(const std::filesystem::path& folder);
 
+/// Makes RPM's database, or what is missing of it. False after librpm's own lines about the reason.
+bool makeDatabase();
+
 } // namespace Common::Rpm
