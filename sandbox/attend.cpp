@@ -4,8 +4,8 @@
 
 #include "common/error/dbus_error.h"
 #include "common/error/error.h"
+#include "common/text/utf8.h"
 #include "driver/log/log_message.h"
-#include "sandbox/utf8.h"
 
 #include <sdbus-c++/Error.h>
 
@@ -18,14 +18,14 @@ namespace {
 
 using Common::ErrorCode;
 
-/// A package decides how long the names in a reason are, and the bus closes the connection of whoever sends too much.
+/// A package determines the length of the names in a reason, and the bus disconnects a client that sends too much.
 constexpr std::size_t longestReason = 4096;
 
 [[noreturn]] void refuse(const std::string& call, ErrorCode code, std::string_view reason) {
   reason = reason.substr(0, longestReason);
   const Common::DBusErrorInfo info = Common::fromCode(code);
   LogMessage(LogLevel::Error) << call << ": " << info.shortName << ": " << reason;
-  throw sdbus::Error(sdbus::Error::Name(info.name), asUtf8(reason));
+  throw sdbus::Error(sdbus::Error::Name(info.name), Common::asUtf8(reason));
 }
 
 ErrorCode codeOf(const Common::Error& error) {

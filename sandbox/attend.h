@@ -7,9 +7,9 @@
 
 namespace Sandbox {
 
-/// Does `work` for the call that the text `call` describes, and writes the log line of the call. What `work` throws
-/// becomes an sdbus::Error, which the bus library sends to the caller: a Common::Error with the D-Bus name of its code,
-/// any other std::exception as Internal. Of its reason the first 4096 bytes are told.
+/// Runs `work` for the call that the text `call` describes, and writes the log line of the call. Throws an exception of
+/// `work` as an sdbus::Error, which the bus library sends to the caller: a Common::Error with the D-Bus name of its
+/// code, any other std::exception as Internal. The reason is cut after 4096 bytes.
 void attend(const std::string& call, const std::function<void()>& work);
 
 } // namespace Sandbox

@@ -3,9 +3,9 @@
 #include "sandbox/calls.h"
 
 #include "common/error/error.h"
+#include "common/text/utf8.h"
 #include "sandbox/attend.h"
-#include "sandbox/package_store.h"
-#include "sandbox/utf8.h"
+#include "sandbox/store/package_store.h"
 #include "service/bus_names.h"
 
 #include <sdbus-c++/sdbus-c++.h>
@@ -25,7 +25,7 @@ using Common::ErrorCode;
 
 using Description = std::map<std::string, std::string>;
 using Options = std::map<std::string, sdbus::Variant>;
-/// A source's name, and a text of which nothing is made here.
+/// A source's name, and a text that is not used.
 using Source = sdbus::Struct<std::string, std::string>;
 
 template <typename Expected>
@@ -35,7 +35,7 @@ const sdbus::Variant& checked(const std::string& option, const sdbus::Variant& v
   return value;
 }
 
-/// The source that the options name. The two about showing something are for a service that has a screen.
+/// The source in the options. The two options for dialogs are only checked, because this service has no screen.
 std::string sourceFrom(const Options& options) {
   std::string source;
   for (const auto& [option, value] : options) {
@@ -49,7 +49,7 @@ std::string sourceFrom(const Options& options) {
   return source;
 }
 
-/// Clients compare version and release; an epoch would make every package that has none look older.
+/// Clients compare version and release; with an epoch, a package file without one would look older.
 std::string withoutEpoch(const std::string& version) {
   return version.substr(version.find(':') + 1);
 }
@@ -58,10 +58,10 @@ Description describe(const StoredPackage& package) {
   Description description{{"general.name", package.name},
                           {BusNames::versionKey, withoutEpoch(package.version)},
                           {"general.source", package.source},
-                          {BusNames::developerKeyIdKey, package.developerKeyId},
-                          {"certificate.subgroup", package.developerSubgroup}};
+                          {BusNames::developerKeyIdKey, package.developer.keyId},
+                          {"certificate.subgroup", package.developer.subgroup}};
   for (auto& [key, value] : description)
-    value = asUtf8(value);
+    value = Common::asUtf8(value);
   return description;
 }
 

@@ -13,9 +13,9 @@ namespace Sandbox {
 
 class PackageStore;
 
-/// The object "/velta/KRV" with the interface that docs/velta.KRV.xml describes, on `connection`; the calls go to
-/// `store`. Both must outlive it. Each call is one line of the log. A failure reaches the caller under the D-Bus name
-/// of its error code, whatever else is thrown as Internal: no call ends the service. Throws sdbus::Error.
+/// The object "/velta/KRV" with the interface of docs/velta.KRV.xml, on `connection`; its calls use `store`. Both must
+/// outlive it. Each call writes one log line. An error reaches the caller under the D-Bus name of its code, any other
+/// exception as Internal; no call ends the service. Throws sdbus::Error.
 std::unique_ptr<sdbus::IObject> serveCalls(sdbus::IConnection& connection, PackageStore& store);
 
 } // namespace Sandbox

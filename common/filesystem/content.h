@@ -8,12 +8,14 @@
 
 namespace Common::Filesystem {
 
-/// What std::filesystem::copy_file() does without options: copies the bytes and the permissions of a regular file,
-/// links followed, to a path at which nothing may be yet, not even a dangling link. Throws filesystem_error with the
-/// same description; what was made until then stays. Unlike the standard one it lets the file system share the bytes
-/// and does not ask both paths for their status again. Like the standard one it waits until a lease on the source is
-/// given up; it never waits for the other end of a FIFO. Returns the source, still open: what else is copied then comes
-/// from the same file, whatever has taken its place. For the sources of this folder only.
+/// Like std::filesystem::copy_file() without options: copies the bytes and the permissions of the regular file `from`,
+/// symlinks followed, to the new file `to`. Fails if `to` exists, even as a dangling symlink. Throws filesystem_error
+/// with the text of the standard library; a partly written `to` stays.
+///
+/// Unlike the standard function it lets the file system share the bytes, and it does not stat both paths again. Like
+/// the standard function it blocks until a lease on `from` is given up; it never waits for the other end of a FIFO.
+/// Returns the open source, so that the caller reads further data (extended attributes) from the same file even if
+/// `from` is replaced meanwhile. Only for the sources of this folder.
 Posix::FileDescriptor copyContent(const std::filesystem::path& from, const std::filesystem::path& to);
 
 } // namespace Common::Filesystem

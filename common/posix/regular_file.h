@@ -12,10 +12,10 @@
 
 namespace Common::Posix {
 
-/// Opens a regular file with the `flags` and the `mode` of open(2) and fills `status` with its status. Waits until a
-/// lease on the file is given up, but never for the other end of a FIFO. Returns no descriptor on failure, and errno
-/// says why: ENOTSUP for anything that is not a regular file. Symlinks are followed unless `flags` has O_NOFOLLOW.
-/// O_TRUNC would empty the file before it is known to be a regular one.
+/// Opens a regular file with the `flags` and the `mode` of open(2) and fills `status`. Blocks until a lease on the file
+/// is given up, but never for the other end of a FIFO. Returns no descriptor on failure and sets errno: ENOTSUP if the
+/// file is not a regular file. Symlinks are followed unless `flags` has O_NOFOLLOW. Do not pass O_TRUNC: it would empty
+/// a file before its type is known.
 inline FileDescriptor openRegularFile(const char* path, int flags, mode_t mode, struct stat& status) {
   const auto isRegular = [&status](const FileDescriptor& file) {
     if (!file || fstat(file.get(), &status) != 0)
@@ -25,8 +25,8 @@ inline FileDescriptor openRegularFile(const char* path, int flags, mode_t mode, 
   };
   FileDescriptor file(open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
   if (!file && errno == EWOULDBLOCK) {
-    // There is a lease on the file. Only an open(2) that may block waits for its end, so it must not look the path up
-    // again: a FIFO may be there by now.
+    // The file has a lease. Only an open(2) without O_NONBLOCK waits for its end. Such an open must not look the path
+    // up again: the path may be a FIFO by now.
     const FileDescriptor found(open(path, O_PATH | O_CLOEXEC | (flags & O_NOFOLLOW)));
     if (!isRegular(found))
       return FileDescriptor();

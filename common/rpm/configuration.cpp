@@ -2,16 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "common/rpm/configuration.h"
 
-#include "common/rpm/handles.h"
 #include "driver/log/log_message.h"
 
 #include <rpm/rpmlib.h>
 #include <rpm/rpmlog.h>
-#include <rpm/rpmmacro.h>
-#include <rpm/rpmts.h>
 
 #include <cstdio>
-#include <string>
 
 namespace Common::Rpm {
 
@@ -24,7 +20,8 @@ bool configured = false;
 void ensureRpmConfig() {
   if (configured)
     return;
-  // By default librpm's notices, an %{echo:} in a macro file for example, would get between the lines of the log.
+  // By default librpm prints its notices (for example of an %{echo:} in a macro file) to standard output, between the
+  // log lines.
   rpmlogSetFile(stderr);
   configured = rpmReadConfigFiles(nullptr, nullptr) == 0;
   if (!configured)
@@ -33,21 +30,6 @@ void ensureRpmConfig() {
 
 bool isRpmConfigured() {
   return configured;
-}
-
-void setDatabaseFolder(const std::filesystem::path& folder) {
-  ensureRpmConfig();
-  std::string body;
-  for (const char character : folder.string()) {
-    body += character;
-    if (character == '%') // it would begin the name of another macro
-      body += character;
-  }
-  rpmPushMacro(nullptr, "_dbpath", nullptr, body.c_str(), RMIL_CMDLINE);
-}
-
-bool makeDatabase() {
-  return rpmtsInitDB(ownTransactionSet(rpmtsCreate()).get(), 0644) == 0;
 }
 
 } // namespace Common::Rpm

@@ -17,8 +17,8 @@
 
 #include <memory>
 
-/// Owners of librpm's handles. A maker takes the handle on the very line that obtains it; null stays null. Copies
-/// share the handle and the last one releases it.
+/// Owners of librpm's handles. Call the maker on the line that obtains the handle; null stays null. Copies share the
+/// handle, and the last copy releases it.
 namespace Common::Rpm {
 
 template <auto release, typename Handle>
@@ -39,7 +39,7 @@ inline HeaderHandle ownHeader(Header header) {
   return ownHandle<headerFree>(header);
 }
 
-/// For a header that a database iterator owns: nothing is released.
+/// For a header that a database iterator owns: it is not released.
 inline HeaderHandle borrowHeader(Header header) {
   return {header, [](Header) {}};
 }
@@ -89,7 +89,7 @@ inline VersionHandle ownVersion(rpmver version) {
   return ownHandle<rpmverFree>(version);
 }
 
-/// rpmtdFree releases the container alone, not the data that headerGet allocated into it.
+/// rpmtdFree() releases only the container, not the data that headerGet() allocated into it.
 inline void releaseTagData(rpmtd data) {
   rpmtdFreeData(data);
   rpmtdFree(data);
@@ -100,7 +100,7 @@ inline TagDataHandle ownTagData(rpmtd data) {
   return ownHandle<releaseTagData>(data);
 }
 
-/// There is no other way to release a digest than to finish it.
+/// librpm has no other function that releases a digest.
 inline void releaseDigest(DIGEST_CTX digest) {
   rpmDigestFinal(digest, nullptr, nullptr, 0);
 }

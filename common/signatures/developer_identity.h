@@ -7,7 +7,7 @@
 
 namespace Common {
 
-/// Who made a package. The texts are the signature library's: they are compared, never parsed.
+/// The developer of a package. The texts come from the signature library: they are compared, never parsed.
 struct DeveloperIdentity {
   std::string keyId;
   std::string subgroup;

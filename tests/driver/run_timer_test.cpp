@@ -21,7 +21,7 @@ TEST(RunTimer, WritesItsLineAtTheEndOfItsScope) {
   EXPECT_EQ(log.text(), "[I] Time spent for pre-installation: 0 seconds\n");
 }
 
-TEST(RunTimer, WritesItsLineWhileAnExceptionUnwinds) {
+TEST(RunTimer, WritesItsLineDuringStackUnwinding) {
   const CapturedLog log;
   EXPECT_THROW(
       {

@@ -17,7 +17,7 @@ using testing::AnyOf;
 
 class ArchiveFaults : public Enumeration {
 protected:
-  /// The operation on the package that `input` makes, and on the destination.
+  /// The operation `name` on the package built from `input` and on the destination.
   Operation on(const Support::PackageInput& input, const std::string& name) {
     const fs::path original = rpm.path() / "original.rpm";
     rpm.build(input, original);
@@ -25,15 +25,15 @@ protected:
     content = readFile(package);
     Operation operation;
     operation.command = {Support::program("krv-fault-target"), name, package, destination, original};
-    // librpm repeats a read that was interrupted, but zlib gives the same answer from then on: it never ends. Files on
-    // disks are not interrupted, nor are processes without signal handlers.
+    // librpm repeats an interrupted read, but zlib returns the same error from then on: an endless loop. It needs a
+    // signal handler and a file that is not on a local disk.
     operation.leaveOut = [this](const Support::SeenCall& call, int error) {
       return error == EINTR && call.name == "read" && call.path == package;
     };
     return operation;
   }
 
-  /// What went wrong has its message, behind librpm's own.
+  /// The error has its message, after librpm's own messages.
   void expectError(const Disturbed& run) const {
     EXPECT_TRUE(readFile(package) == content);
     EXPECT_EQ(run.process.output, "");

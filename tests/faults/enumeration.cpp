@@ -65,7 +65,7 @@ public:
     }
   }
 
-  /// A list of calls or errors that has become empty must not pass as an operation that survives everything.
+  /// An empty list of calls or errors must not pass as success.
   void expectFaults() const {
     EXPECT_GT(m_tally.faults, 0u);
     EXPECT_EQ(m_tally.kills, 2 * m_calls.size());

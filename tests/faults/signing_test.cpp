@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 using Support::Pki;
 using Support::readFile;
 
-/// A package that alice has signed, which bob signs again.
+/// Bob signs a package that alice has signed.
 class SigningFaults : public Enumeration {
 protected:
   SigningFaults() {
@@ -37,7 +37,7 @@ protected:
     propertiesBefore = properties();
   }
 
-  /// Puts the package of alice back, with a mode, an owner and an attribute that are not those of a new file.
+  /// Restores alice's package, with a mode, an owner and an attribute that differ from those of a new file.
   void prepare() const {
     for (const std::string& name : names())
       if (name.starts_with(".krv-package-"))
@@ -69,7 +69,7 @@ protected:
     return result;
   }
 
-  /// Whether the package is alice's still; it has to be bob's otherwise, and complete.
+  /// Whether the package is still alice's; otherwise it must be bob's and complete.
   bool isOld() const {
     EXPECT_EQ(properties(), propertiesBefore);
     if (readFile(package) == before)
@@ -111,12 +111,12 @@ TEST_F(SigningFaults, Sign) {
       EXPECT_EQ(run.process.status, old ? 1 : 0);
       EXPECT_EQ(run.process.output, "");
       EXPECT_THAT(run.process.errors, testing::MatchesRegex(old ? "krv-package-signature: [^\n]+\n" : ""));
-      // The file may look complete, but the disk has not taken it. Only an interrupted write may be repeated.
+      // The file may look complete although the data is not on disk. Only an interrupted write may be repeated.
       if (run.call.name == "fsync" || (run.call.name == "write" && run.error != EINTR)) {
         EXPECT_TRUE(old);
       }
     }
-    // What a killed tool has left behind does not disturb the next one.
+    // The temporary file of a killed tool does not disturb the next run.
     Support::sign(package, "bob");
     EXPECT_FALSE(isOld());
   };

@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The project as `cmake --install` puts it below a folder.
+/// The project, installed with `cmake --install` into a temporary folder.
 class Installation : public testing::Test {
 protected:
   Installation() {
@@ -26,7 +26,7 @@ protected:
 
   fs::path installed(const fs::path& path) const { return m_directory / path.relative_path(); }
 
-  /// All that is no folder below the prefix, in order, with its permissions in octal.
+  /// All entries below the prefix except folders, sorted, with octal permissions.
   std::string files() const {
     std::vector<std::string> lines;
     const fs::path prefix = installed(KRV_INSTALL_PREFIX);
@@ -47,7 +47,7 @@ protected:
   Support::TempDirectory m_directory;
 };
 
-TEST_F(Installation, HasTheseFilesAndNoOthers) {
+TEST_F(Installation, HasExactlyTheseFiles) {
   EXPECT_EQ(files(), "755 bin/krv-package-signature\n"
                      "644 lib/systemd/system/krv-pre-installer.service\n"
                      "755 sbin/krv-pre-installer\n"
@@ -65,7 +65,7 @@ TEST_F(Installation, HasTheseFilesAndNoOthers) {
                      "644 share/man/man8/krv-pre-installer.8.gz\n");
 }
 
-/// What the documents of a folder link to, relative to that folder; places on the web are left out.
+/// The relative links in the documents of a folder; web links are left out.
 std::set<fs::path> linksOf(const fs::path& folder) {
   static const std::regex link("\\]\\(([^)#]+)[^)]*\\)");
   std::set<fs::path> links;
@@ -80,7 +80,7 @@ std::set<fs::path> linksOf(const fs::path& folder) {
   return links;
 }
 
-TEST_F(Installation, HasAllThatItsDocumentsLinkTo) {
+TEST_F(Installation, HasTheTargetsOfAllLinks) {
   const fs::path documents = installed(KRV_INSTALL_PREFIX) / "share/doc/krv-pre-installer";
   std::set<fs::path> missing;
   const std::set<fs::path> links = linksOf(documents);
@@ -91,14 +91,14 @@ TEST_F(Installation, HasAllThatItsDocumentsLinkTo) {
   EXPECT_TRUE(links.contains("docs/platform.md")) << "the links have not been found";
 }
 
-TEST_F(Installation, HasWhatTheUnitNames) {
+TEST_F(Installation, HasTheFilesThatTheUnitNames) {
   EXPECT_TRUE(fs::exists(installed(valuesInUnit("ExecStart").at(0))));
   EXPECT_EQ(valuesInUnit("Documentation"), std::vector<std::string>{"man:krv-pre-installer(8)"});
   EXPECT_EQ(Support::readFile(unitFile()),
             Support::readFile(installed(KRV_INSTALL_PREFIX) / "lib/systemd/system/krv-pre-installer.service"));
 }
 
-TEST_F(Installation, HasThePagesOfTheSource) {
+TEST_F(Installation, HasTheManualPagesOfTheSource) {
   const fs::path page = installed(KRV_INSTALL_PREFIX) / "share/man/man5/krv-registry.5.gz";
   EXPECT_EQ(Support::runOrThrow({"gzip", "-dc", page.string()}),
             Support::readFile(fs::path(KRV_SOURCE_DIRECTORY) / "docs/man/krv-registry.5"));

@@ -13,7 +13,7 @@ namespace {
 
 using Groups = std::map<std::string, std::vector<std::string>>;
 
-/// systemd-analyze writes the name of each group, and indented below it its members and comments.
+/// systemd-analyze prints the name of each group and, indented below it, its members and comments.
 Groups groupsOfSystemCalls() {
   Groups groups;
   std::string group;

@@ -17,7 +17,7 @@ namespace {
 
 using Common::Error;
 
-/// The log of a call that does `work`, and after it what the caller gets.
+/// The log of a call that runs `work`, followed by the error that the caller gets.
 std::string attended(const std::function<void()>& work) {
   const Support::CapturedLog log;
   const std::string error = busErrorOf([&] { Sandbox::attend("Call it", work); });
@@ -34,7 +34,7 @@ TEST(Attend, AnswersEveryErrorCodeByItsName) {
               std::string("[E] Call it: ") + expected.shortName + ": Why\n" + expected.dbusName + ": Why");
 }
 
-TEST(Attend, AnswersAllElseAsInternal) {
+TEST(Attend, AnswersOtherExceptionsAsInternal) {
   const std::string internal = "[E] Call it: Internal: Why\nvelta.KRV.Error.Internal: Why";
   EXPECT_EQ(attended([] { throw std::runtime_error("Why"); }), internal);
   EXPECT_EQ(attended([] { throw Error(std::make_error_code(std::errc::no_such_file_or_directory), "Why"); }), internal);
@@ -43,13 +43,13 @@ TEST(Attend, AnswersAllElseAsInternal) {
             "[E] Call it: Internal: std::bad_alloc\nvelta.KRV.Error.Internal: std::bad_alloc");
 }
 
-TEST(Attend, AnswersInTextThatTheBusCarries) {
+TEST(Attend, AnswersInUtf8) {
   EXPECT_EQ(attended([] { throw std::runtime_error("No \xff"); }),
             "[E] Call it: Internal: No \xff\nvelta.KRV.Error.Internal: No ?");
 }
 
-// A package may have a path of many megabytes, and the bus closes the connection of a service that answers with it.
-TEST(Attend, AnswersWithNoMoreThanTheBusCarries) {
+// A package may have a path of many megabytes, and the bus disconnects a service that sends it in an answer.
+TEST(Attend, LimitsTheLengthOfAnAnswer) {
   const std::string told(4096, 'x');
   EXPECT_EQ(attended([] { throw std::runtime_error(std::string(1 << 20, 'x')); }),
             "[E] Call it: Internal: " + told + "\nvelta.KRV.Error.Internal: " + told);

@@ -15,7 +15,7 @@ namespace {
 
 using namespace Support;
 
-/// The calls are made by a child process whose clock the test sets.
+/// A child process, whose clock the test sets, makes the calls.
 class TimeLimit : public testing::Test {
 protected:
   TimeLimit() {

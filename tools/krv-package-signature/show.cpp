@@ -37,7 +37,7 @@ void writeText(const ShownPackage& package) {
   }
 }
 
-/// Keeps the members in the order in which they are added.
+/// Keeps the order of the members.
 using Json = nlohmann::ordered_json;
 
 Json cmsToJson(const Cms& cms, const PackageLayout::Range& place) {
@@ -69,7 +69,7 @@ bool show(const Options& options) {
       writeText(package);
   });
   if (options.json)
-    // A path need not be UTF-8, as JSON has to be.
+    // JSON must be UTF-8; a path need not be.
     std::cout << objects.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
   return allDone;
 }

@@ -9,8 +9,8 @@ namespace {
 
 using PackageSignatures::SigningKey;
 
-/// Keeps an impatient Ctrl-C from leaving a half-written file beside the package: the signals that end a program wait
-/// until the package is done.
+/// Blocks the signals that end a program until the package is finished, so that Ctrl-C leaves no temporary file beside
+/// it.
 class SignalsHeld {
 public:
   SignalsHeld() {
@@ -35,7 +35,7 @@ bool sign(const Options& options) {
                                    .chainPath = options.chainPath};
   for (const KeyFiles& files : options.previous)
     signer.previous.push_back(SigningKey::fromFiles(files.key, files.certificate));
-  // A file-size limit then is a failed write like others, and the temporary file is removed.
+  // A write above the file-size limit then fails with an error, and the temporary file is removed.
   std::signal(SIGXFSZ, SIG_IGN);
   return forEachPackage(options.packages, [&](const std::string& path) {
     const SignalsHeld held;

@@ -26,14 +26,14 @@ std::uint32_t number(std::string_view bytes, std::size_t offset) {
   return value;
 }
 
-/// The checks that librpm makes before it looks at anything else.
+/// The checks of the lead that librpm makes first.
 bool isLead(std::string_view lead) {
   const auto major = lead[4];
   const std::string_view signatureType = lead.substr(78, 2);
   return lead.starts_with(leadMagic) && (major == 3 || major == 4) && signatureType == std::string_view("\0\5", 2);
 }
 
-/// Finds the container among the entries of the header. False when it is out of form.
+/// Looks for the container in the entries of the header. Returns false if it is malformed.
 bool findContainer(std::string_view entries, std::uint32_t dataSize, PackageParts& parts) {
   const auto dataOffset = static_cast<off_t>(leadSize + introSize + entries.size());
   for (; !entries.empty(); entries.remove_prefix(entrySize)) {
@@ -57,7 +57,7 @@ FileDescriptor openRegularFile(int directory, const std::string& path, Symlink s
   if (path.find('\0') != std::string::npos)
     return FileDescriptor(-1);
   const int flags = O_CLOEXEC | (symlink == Symlink::Refused ? O_NOFOLLOW : 0);
-  // Merely opening a device can set it to work; O_PATH opens nothing.
+  // Opening a device may have side effects; O_PATH does not open it.
   const FileDescriptor place(openat(directory, path.c_str(), O_PATH | flags));
   struct stat status {};
   if (!place || fstat(place.get(), &status) != 0)
@@ -65,8 +65,7 @@ FileDescriptor openRegularFile(int directory, const std::string& path, Symlink s
   errno = 0;
   if (!S_ISREG(status.st_mode))
     return FileDescriptor(-1);
-  // This is the file that was looked at, even when a FIFO has taken its place: without O_NONBLOCK only a lease is
-  // waited for.
+  // Opens the checked file, even if a FIFO has replaced it at the path. Without O_NONBLOCK it waits only for a lease.
   FileDescriptor file(open(("/proc/self/fd/" + std::to_string(place.get())).c_str(), O_RDONLY | O_CLOEXEC));
   if (file || errno != ENOENT)
     return file;
@@ -79,7 +78,7 @@ std::optional<PackageParts> locateParts(int file) {
   struct stat status {};
   if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size < introEnd)
     return std::nullopt;
-  // The intro and all entries at once.
+  // Reads the intro and all entries at once.
   const auto size = static_cast<std::size_t>(std::min(status.st_size, longest));
   const std::optional<std::string> start = readRange(file, 0, size);
   if (!start || !isLead(*start) || !beginsAsHeader(std::string_view(*start).substr(leadSize)))

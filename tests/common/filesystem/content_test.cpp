@@ -31,7 +31,7 @@ std::string bytes(std::size_t size) {
   return text;
 }
 
-/// Expects the description that the standard copy gives of its own failure.
+/// Expects copyContent() to fail with the text of std::filesystem::copy_file().
 void expectStandardFailure(const fs::path& from, const fs::path& to) {
   const std::string reason = reasonOf([&] { fs::copy_file(from, to); });
   ASSERT_NE(reason, "no exception");
@@ -54,7 +54,7 @@ TEST(Content, IsCopiedByteForByte) {
   }
 }
 
-TEST(Content, IsFollowedThroughALink) {
+TEST(Content, FollowsSymlinks) {
   const TempDirectory directory;
   writeFile(directory / "file", "content");
   fs::create_symlink("file", directory / "link");
@@ -63,7 +63,7 @@ TEST(Content, IsFollowedThroughALink) {
   EXPECT_EQ(readFile(directory / "to"), "content");
 }
 
-TEST(Content, IsReadToItsEndWhateverSizeTheFileClaims) {
+TEST(Content, IsReadToTheEndDespiteAWrongSize) {
   const TempDirectory directory;
   ASSERT_EQ(fs::file_size("/proc/version"), 0U);
   copyContent("/proc/version", directory / "to");
@@ -84,7 +84,7 @@ TEST(Content, IsCopiedBetweenFileSystems) {
   EXPECT_TRUE(copied == bytes(200'000));
 }
 
-TEST(Content, KeepsThePermissionsWhateverTheMask) {
+TEST(Content, KeepsThePermissionsDespiteTheUmask) {
   const TempDirectory directory;
   const mode_t before = umask(0027);
   for (const unsigned mode : {0600U, 0644U, 0777U, 0400U, 0666U, 01755U, 02755U, 04711U}) {
@@ -98,7 +98,7 @@ TEST(Content, KeepsThePermissionsWhateverTheMask) {
   umask(before);
 }
 
-TEST(Content, FailsAsTheStandardCopyDoes) {
+TEST(Content, FailsLikeTheStandardCopy) {
   const TempDirectory directory;
   writeFile(directory / "from", "new");
   writeFile(directory / "file", "old");
@@ -119,7 +119,7 @@ TEST(Content, FailsAsTheStandardCopyDoes) {
   EXPECT_FALSE(fs::exists(directory / "missing"));
 }
 
-TEST(Content, ReplacesNothing) {
+TEST(Content, DoesNotReplaceAnExistingFile) {
   const TempDirectory directory;
   writeFile(directory / "from", "new");
   fs::create_directory(directory / "directory");
@@ -128,14 +128,14 @@ TEST(Content, ReplacesNothing) {
     expectFailure(directory / "from", directory / name, std::errc::file_exists);
 }
 
-TEST(Content, OfAPipeIsRefusedWithoutWaitingForIt) {
+TEST(Content, RefusesAFifoWithoutBlocking) {
   const TempDirectory directory;
   Support::makeFifo(directory / "fifo");
   expectFailure(directory / "fifo", directory / "to", std::errc::not_supported);
   EXPECT_FALSE(fs::exists(directory / "to"));
 }
 
-TEST(Content, UnderAWriteLeaseIsWaitedFor) {
+TEST(Content, WaitsForTheEndOfAWriteLease) {
   const TempDirectory directory;
   writeFile(directory / "from", "content");
   const Support::WriteLease lease(directory / "from");
@@ -146,7 +146,7 @@ TEST(Content, UnderAWriteLeaseIsWaitedFor) {
   EXPECT_TRUE(lease.wasBroken());
 }
 
-TEST(Content, ThatDoesNotFitIsAnErrorAndStaysCut) {
+TEST(Content, FailsOnAFullDiskAndKeepsThePartialFile) {
   const TempDirectory directory;
   writeFile(directory / "from", bytes(200'000));
   rlimit before{};

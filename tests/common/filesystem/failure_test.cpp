@@ -30,26 +30,26 @@ TEST(Failure, CoversEveryStandardException) {
   EXPECT_EQ(log.text(), "[E] std::bad_alloc\n");
 }
 
-TEST(Failure, HandsTheResultOfAnActionOn) {
+TEST(Failure, ReturnsTheResultOfAnAction) {
   const CapturedLog log;
   EXPECT_EQ(*Failure::throwing("message", [] { return std::make_unique<int>(42); }), 42);
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(Failure, LogsTheReasonAndAnswersFalse) {
+TEST(Failure, LogsTheReasonAndReturnsFalse) {
   const CapturedLog log;
   EXPECT_FALSE(Failure::answering([]() -> bool { throw std::out_of_range("reason"); }));
   EXPECT_EQ(log.text(), "[E] reason\n");
 }
 
-TEST(Failure, HandsTheAnswerOfAQueryOn) {
+TEST(Failure, ReturnsTheResultOfAQuery) {
   const CapturedLog log;
   EXPECT_TRUE(Failure::answering([] { return true; }));
   EXPECT_FALSE(Failure::answering([] { return false; }));
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(Failure, LeavesOtherExceptionsAlone) {
+TEST(Failure, PassesOnOtherExceptions) {
   const CapturedLog log;
   EXPECT_THROW(Failure::throwing("message", [] { throw 42; }), int);
   EXPECT_THROW(Failure::answering([]() -> bool { throw 42; }), int);

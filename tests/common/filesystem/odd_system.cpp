@@ -28,7 +28,7 @@ int reallyOpen(const char* path, int flags, mode_t mode) {
 
 extern "C" {
 
-/// AddressSanitizer would end the program where there is no memory for what is asked of it.
+/// By default AddressSanitizer ends the program if an allocation fails.
 const char* __asan_default_options() {
   return "allocator_may_return_null=1";
 }

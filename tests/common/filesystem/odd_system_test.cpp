@@ -35,8 +35,8 @@ using Support::errorOf;
 using Support::reasonOf;
 using Support::writeFile;
 
-/// Answers one call after the other with the next of `counts`, of which -1 is a failure, and writes `bytes` into every
-/// buffer. Remembers what the calls offered.
+/// Returns the next of `counts` for each call, -1 for a failure, and writes `bytes` into every buffer. Records the size
+/// that each call passed.
 struct Answers {
   std::vector<ssize_t> counts;
   std::string bytes;
@@ -53,7 +53,7 @@ struct Answers {
   }
 };
 
-/// The system is itself again after each test.
+/// Removes all replacements after each test.
 class OddSystemTest : public FilesystemTest {
 protected:
   void TearDown() override {
@@ -73,7 +73,7 @@ protected:
   Answers names;
 };
 
-TEST_F(OddAttributes, AValueThatShrinksKeepsTheLengthItHadFirst) {
+TEST_F(OddAttributes, AValueThatShrinksKeepsItsFirstLength) {
   values = {{5, 2}, "ab"};
   EXPECT_EQ(Filesystem::getXattr("/x", "user.value"), std::string("ab\0\0\0", 5));
 }
@@ -92,14 +92,14 @@ TEST_F(OddAttributes, AValueWithoutASizeIsAnError) {
   expectSilence();
 }
 
-TEST_F(OddAttributes, AnEmptyValueIsReadWithoutABufferTwice) {
+TEST_F(OddAttributes, AnEmptyValueIsReadTwiceWithoutABuffer) {
   values = {{0, 7}, ""};
   EXPECT_EQ(Filesystem::getXattr("/x", "user.value"), "");
   EXPECT_EQ(values.buffers, (std::vector<bool>{false, false}));
   EXPECT_EQ(values.sizes, (std::vector<size_t>{0, 0}));
 }
 
-TEST_F(OddAttributes, AnEmptyValueThatIsGoneWhenReadIsAnError) {
+TEST_F(OddAttributes, AnEmptyValueThatDisappearsIsAnError) {
   values = {{0, -1}, ""};
   EXPECT_EQ(errorOf([] { Filesystem::getXattr("/x", "user.value"); }),
             "Filesystem: Couldn't retrieve user.value extended attribute: /x");
@@ -111,14 +111,14 @@ TEST_F(OddAttributes, AreListedInTheOrderOfTheSystem) {
   EXPECT_EQ(Filesystem::listXattrs("/x"), (XattrList{{"user.b", "x"}, {"user.a", "x"}}));
 }
 
-TEST_F(OddAttributes, OfAnEmptyListAreAskedForTwiceWithoutABuffer) {
+TEST_F(OddAttributes, AnEmptyListIsReadTwiceWithoutABuffer) {
   names = {{0, 0}, ""};
   EXPECT_EQ(Filesystem::listXattrs("/x"), XattrList());
   EXPECT_EQ(names.buffers, (std::vector<bool>{false, false}));
   EXPECT_EQ(names.sizes, (std::vector<size_t>{0, 0}));
 }
 
-TEST_F(OddAttributes, OfAListThatGrowsAreAnError) {
+TEST_F(OddAttributes, AListThatGrowsIsAnError) {
   for (const ssize_t first : {0, 7}) {
     names = {{first, -1}, ""};
     EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }), "Filesystem: Couldn't retrieve extended attributes: /x");
@@ -126,35 +126,35 @@ TEST_F(OddAttributes, OfAListThatGrowsAreAnError) {
   expectSilence();
 }
 
-TEST_F(OddAttributes, OfAListWithoutASizeAreAnError) {
+TEST_F(OddAttributes, AListWithoutASizeIsAnError) {
   names = {{-1}, ""};
   EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }),
             "Filesystem: Couldn't retrieve size of extended attributes: /x");
   expectSilence();
 }
 
-TEST_F(OddAttributes, OfAListThatShrinksAreReadToItsFirstSize) {
-  // Behind the names that are left the buffer is zeros: as many empty names.
+TEST_F(OddAttributes, AListThatShrinksIsReadToItsFirstSize) {
+  // The rest of the buffer is zeros, which are read as empty names.
   names = {{14, 7}, std::string("user.a\0", 7)};
   values = {{1, 1, -1}, "x"};
   EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }),
             "Filesystem: Couldn't retrieve size of  extended attribute: /x");
 }
 
-TEST_F(OddAttributes, OfAListPassTheErrorOfAValueOn) {
+TEST_F(OddAttributes, AListPassesOnTheErrorOfAValue) {
   names = {{7, 7}, std::string("user.a\0", 7)};
   values = {{3, -1}, ""};
   EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }),
             "Filesystem: Couldn't retrieve user.a extended attribute: /x");
 }
 
-TEST_F(OddAttributes, OfANameWithoutAnEndAreStillReadWithinTheBuffer) {
+TEST_F(OddAttributes, AnUnterminatedNameIsReadWithinTheBuffer) {
   names = {{6, 6}, "user.a"};
   values = {{1, 1}, "x"};
   EXPECT_EQ(Filesystem::listXattrs("/x"), (XattrList{{"user.a", "x"}}));
 }
 
-TEST_F(OddAttributes, AreAttachedAsTheyAreAndReplaced) {
+TEST_F(OddAttributes, AreSetUnchangedAndReplaced) {
   struct Call {
     std::string path, name, value;
     int flags;
@@ -186,7 +186,7 @@ protected:
   }
 };
 
-TEST_F(RefusedAttributes, TakeTheCopyOfAFileAway) {
+TEST_F(RefusedAttributes, RemoveTheCopyOfAFile) {
   writeFile(from, "content");
   for (const int error : {ENOTSUP, ERANGE, E2BIG, ENOSPC, EPERM}) {
     oddSystem().lsetxattr = [&](const char*, const char*, const void*, size_t, int) { return failing(error); };
@@ -197,7 +197,7 @@ TEST_F(RefusedAttributes, TakeTheCopyOfAFileAway) {
   expectSilence();
 }
 
-TEST_F(RefusedAttributes, ThatCannotEvenBeReadTakeTheCopyOfAFileAway) {
+TEST_F(RefusedAttributes, RemoveTheCopyWhenTheyCannotBeRead) {
   writeFile(from, "content");
   oddSystem().getxattr = [](const char*, void*, size_t) { return failing(EIO); };
   EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
@@ -210,7 +210,7 @@ TEST_F(RefusedAttributes, ThatCannotEvenBeReadTakeTheCopyOfAFileAway) {
   expectSilence();
 }
 
-TEST_F(RefusedAttributes, AreTheErrorAlsoWhenTheCopyCannotBeTakenAway) {
+TEST_F(RefusedAttributes, AreTheErrorEvenIfTheCopyCannotBeRemoved) {
   writeFile(from, "content");
   const fs::path copied = directory / "folder/copy";
   fs::create_directory(directory / "folder");
@@ -228,7 +228,7 @@ TEST_F(RefusedAttributes, AreTheErrorAlsoWhenTheCopyCannotBeTakenAway) {
   EXPECT_EQ(describeTree(copied), describeTree(from));
 }
 
-TEST_F(RefusedAttributes, LeaveNothingOfATree) {
+TEST_F(RefusedAttributes, RemoveTheCopyOfATree) {
   writeFile(from / "a/b/file", "content");
   writeFile(from / "other", "content");
   const std::string before = describeTree(from);
@@ -241,7 +241,7 @@ TEST_F(RefusedAttributes, LeaveNothingOfATree) {
   expectSilence();
 }
 
-TEST_F(RefusedAttributes, TakeTheContentOfALinkAwayToo) {
+TEST_F(RefusedAttributes, RemoveTheCopiedContentOfASymlink) {
   writeFile(directory / "target", "content");
   fs::create_symlink(directory / "target", from);
   EXPECT_EQ(errorOf([&] { Filesystem::copySymlink(from, to); }),
@@ -250,9 +250,9 @@ TEST_F(RefusedAttributes, TakeTheContentOfALinkAwayToo) {
   EXPECT_EQ(describeTree(directory / "target"), "file 644 \"content\"\n");
 }
 
-TEST_F(RefusedAttributes, OfAnyKindOfExceptionTakeTheCopyAway) {
+TEST_F(RefusedAttributes, RemoveTheCopyAfterAnyException) {
   writeFile(from / "file", "content");
-  // There is no memory for a list of that size.
+  // No memory can be allocated for this size.
   oddSystem().listxattr = [](char*, size_t) -> ssize_t { return SSIZE_MAX; };
   EXPECT_THROW(Filesystem::copyFile(from / "file", to), std::bad_alloc);
   EXPECT_EQ(describeTree(to), "nothing\n");
@@ -265,7 +265,7 @@ class OddContent : public OddSystemTest {};
 class OddGroup : public OddSystemTest {};
 class OddRandomSource : public OddSystemTest {};
 
-TEST_F(OddContent, IsReadFromWhereTheSystemStoppedCopyingIt) {
+TEST_F(OddContent, IsReadFromWhereCopyFileRangeStopped) {
   const std::string content(200'000, 'x');
   writeFile(from, content + "end");
   for (const int error : {0, ENOSYS, EXDEV, EINVAL, EIO}) {
@@ -283,7 +283,7 @@ TEST_F(OddContent, IsReadFromWhereTheSystemStoppedCopyingIt) {
   expectSilence();
 }
 
-TEST_F(OddContent, ThatIsLostAtTheVeryEndIsAnError) {
+TEST_F(OddContent, ThatIsLostAtCloseIsAnError) {
   writeFile(from, "content");
   oddSystem().close = [](int descriptor) {
     const bool written = (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY;
@@ -297,7 +297,7 @@ TEST_F(OddContent, ThatIsLostAtTheVeryEndIsAnError) {
                             to.string() + "]\n");
 }
 
-/// Something that comes into the way of the second of two files of a tree while the first is copied.
+/// Creates an entry at the destination of the second of two files while the first is copied.
 class InTheWay : public OddSystemTest {
 protected:
   InTheWay() {
@@ -306,7 +306,7 @@ protected:
     writeFile(directory / "stranger", "kept");
   }
 
-  /// Copies the tree. `take` puts something at the path it is given.
+  /// Copies the tree. `take` creates an entry at the path that it gets.
   std::string errorOfCopy(const std::function<void(const fs::path&)>& take) {
     oddSystem().listxattr = [&, take](char*, size_t) -> ssize_t {
       if (taken.empty()) {
@@ -323,7 +323,7 @@ protected:
   fs::path taken;
 };
 
-TEST_F(InTheWay, IsRefusedAsIfItHadBeenThereBefore) {
+TEST_F(InTheWay, IsRefusedLikeAnExistingEntry) {
   for (const auto& take : std::vector<std::function<void(const fs::path&)>>{
            [](const fs::path& path) { writeFile(path, "other"); },
            [](const fs::path& path) { fs::create_directory(path); }, Support::makeFifo,
@@ -337,8 +337,8 @@ TEST_F(InTheWay, IsRefusedAsIfItHadBeenThereBefore) {
   expectSilence();
 }
 
-// A dangling link does not exist, but no file can be made there.
-TEST_F(InTheWay, IsAFailureOfTheCopyWhenItIsADanglingLink) {
+// A dangling symlink counts as missing, but no file can be created at its path.
+TEST_F(InTheWay, FailsTheCopyIfItIsADanglingSymlink) {
   const std::string error = errorOfCopy([&](const fs::path& path) { fs::create_symlink("missing", path); });
   EXPECT_EQ(error, "Filesystem: Coulnd't copy file " + subject());
   EXPECT_EQ(log.text(), "[E] filesystem error: cannot copy file: File exists [" + (from / taken).string() + "] [" +
@@ -346,7 +346,7 @@ TEST_F(InTheWay, IsAFailureOfTheCopyWhenItIsADanglingLink) {
   EXPECT_EQ(describeTree(to), "nothing\n");
 }
 
-TEST_F(InTheWay, OfASingleFileIsRefusedToo) {
+TEST_F(InTheWay, IsRefusedForASingleFileToo) {
   oddSystem().open = [&](const char* path, int flags, mode_t mode) {
     if ((flags & O_CREAT) != 0)
       fs::create_symlink(directory / "stranger", path);
@@ -358,7 +358,7 @@ TEST_F(InTheWay, OfASingleFileIsRefusedToo) {
   expectSilence();
 }
 
-/// A file under a lease, for the end of which only an open that may block waits.
+/// A file with a lease; only a blocking open waits for the end of the lease.
 class LeasedContent : public OddSystemTest {
 protected:
   LeasedContent() {
@@ -387,7 +387,7 @@ TEST_F(LeasedContent, IsCopied) {
   expectSilence();
 }
 
-TEST_F(LeasedContent, IsNotConfusedWithAFifoThatTakesItsPlace) {
+TEST_F(LeasedContent, IsNotConfusedWithAFifoThatReplacesIt) {
   beforeSecondLook = [this] { replaceByFifo(); };
   EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
             "Filesystem: Coulnd't copy file " + from.string() + " to " + to.string());
@@ -396,7 +396,7 @@ TEST_F(LeasedContent, IsNotConfusedWithAFifoThatTakesItsPlace) {
   EXPECT_EQ(describeTree(to), "nothing\n");
 }
 
-TEST_F(LeasedContent, IsCopiedFromTheFileThatWasSeenToBeOne) {
+TEST_F(LeasedContent, IsCopiedFromTheCheckedFile) {
   beforeOpening = [this] {
     if (fs::is_regular_file(from))
       replaceByFifo();
@@ -436,8 +436,8 @@ TEST_F(OddGroup, WithoutAMemberListIsAnError) {
   expectSilence();
 }
 
-TEST_F(OddRandomSource, PassesItsErrorOn) {
-  // Boost 1.78 began to put the error's category and number behind its text.
+TEST_F(OddRandomSource, ThrowsItsError) {
+  // Since 1.78 Boost appends the error's category and number to its text.
   const std::string suffix = BOOST_VERSION >= 107800 ? " [system:5]" : "";
   oddSystem().getrandom = [](void*, size_t, unsigned) { return failing(EIO); };
   EXPECT_EQ(reasonOf([] { Filesystem::uniquePath("pkg-%%%%.tmp"); }),

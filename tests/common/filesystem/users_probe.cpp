@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <iostream>
 
-/// Prints what usersHomeDirectories() returns, a line each, or its error. A program, so that a test can put another
-/// group database in front of it.
+/// Prints the result of usersHomeDirectories(), one per line, or its error. It is a program of its own, so that a test
+/// can preload another group database.
 int main() {
   const std::string error = Support::errorOf([] {
     for (const std::filesystem::path& directory : Common::Filesystem::usersHomeDirectories())

@@ -17,7 +17,7 @@ using Support::listTree;
 
 class ArchiveTree : public ArchiveTest::Fixture {
 public:
-  /// Folders that may not be written into could not be removed.
+  /// Folders without write permission could not be removed.
   ~ArchiveTree() override {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(m_sandbox.path())) {
       if (entry.symlink_status().type() == std::filesystem::file_type::directory)
@@ -43,7 +43,7 @@ protected:
     return listTree(folder);
   }
 
-  /// What the standard tools unpack. They do not leave special files out.
+  /// The tree that the standard tools unpack. Unlike ArchiveReader they do not skip special files.
   std::string treeOfTheStandardTools() const {
     const std::filesystem::path folder = freshFolder("theirs");
     Support::runOrThrow({"bash", "-c",
@@ -116,7 +116,7 @@ std::vector<Sample> samples() {
 
 class SamplePackage : public ArchiveTree, public testing::WithParamInterface<Sample> {};
 
-TEST_P(SamplePackage, IsUnpackedAsByTheStandardTools) {
+TEST_P(SamplePackage, IsUnpackedLikeByTheStandardTools) {
   build(GetParam().input);
   EXPECT_EQ(extractedTree(), treeOfTheStandardTools());
 }
@@ -124,7 +124,7 @@ TEST_P(SamplePackage, IsUnpackedAsByTheStandardTools) {
 INSTANTIATE_TEST_SUITE_P(Table, SamplePackage, testing::ValuesIn(samples()),
                          [](const auto& instance) { return instance.param.name; });
 
-// So that the comparison above is one of whole trees.
+// Proves that the comparison above covers the whole tree.
 TEST_F(ArchiveTree, IsDescribedEntryByEntry) {
   build(mixedPackage);
   const std::string file = " 7 " + std::to_string(std::hash<std::string>()("shared\n"));
@@ -136,7 +136,7 @@ TEST_F(ArchiveTree, IsDescribedEntryByEntry) {
   EXPECT_NE(tree.find("\nopt/sample/two file 644" + file + " opt/sample/one\n"), std::string::npos);
 }
 
-TEST_F(ArchiveTree, StaysInsideItsFolderWhenNamesClimb) {
+TEST_F(ArchiveTree, StaysInItsFolderWhenNamesContainDotDot) {
   build(mixedPackage, {"none", "w.ufdio"});
   const std::filesystem::path folder = freshFolder("folder");
   Support::replaceEverywhere(package(), "/opt/sample/", "/../../out//");
@@ -147,7 +147,7 @@ TEST_F(ArchiveTree, StaysInsideItsFolderWhenNamesClimb) {
   EXPECT_FALSE(std::filesystem::exists(m_sandbox.path().parent_path() / "out"));
 }
 
-TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkLeadsOut) {
+TEST_F(ArchiveTree, StaysInItsFolderWhenASymlinkLeadsOut) {
   const std::filesystem::path outside = freshFolder("outside");
   build(
       {.install = "mkdir -p %{buildroot}/opt/b; cd %{buildroot}/opt; ln -s " + outside.string() + " a; echo x > b/file",
@@ -160,8 +160,8 @@ TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkLeadsOut) {
   EXPECT_EQ(listTree(outside), "");
 }
 
-// Two names of the header that are one on the disk: the link, and then a file.
-TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkIsReplaced) {
+// Two names in the header with the same path on disk: a symlink, then a file.
+TEST_F(ArchiveTree, StaysInItsFolderWhenAFileReplacesASymlink) {
   const std::filesystem::path outside = freshFolder("outside");
   build({.install =
              "mkdir -p %{buildroot}/opt/bb; cd %{buildroot}/opt; ln -s " + outside.string() + "/new a; echo x > bb/a",

@@ -8,14 +8,11 @@
 #include "tests/support/process/temp_directory.h"
 
 #include <gmock/gmock.h>
-#include <rpm/rpmmacro.h>
 #include <rpm/rpmtag.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <memory>
 
 namespace {
 
@@ -31,7 +28,7 @@ TEST(RpmConfiguration, IsReadOnceAndSilently) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(RpmConfiguration, IsTriedAgainAfterAFailure) {
+TEST(RpmConfiguration, IsReadAgainAfterAFailure) {
   const Support::RpmSandbox sandbox;
   sandbox.build({}, sandbox.path() / "sample.rpm");
   const std::filesystem::path folder = sandbox.path() / "configuration";
@@ -51,14 +48,14 @@ TEST(RpmConfiguration, IsTriedAgainAfterAFailure) {
   EXPECT_EQ(log.text(), "");
 }
 
-/// Collects what reaches standard error.
+/// The output of `action` on standard error.
 std::string errorsOf(const std::function<void()>& action) {
   testing::internal::CaptureStderr();
   action();
   return testing::internal::GetCapturedStderr();
 }
 
-TEST(RpmConfiguration, LetsNoticesGoToStandardError) {
+TEST(RpmConfiguration, PrintsNoticesToStandardError) {
   const Support::RpmSandbox sandbox;
   sandbox.build({}, sandbox.path() / "sample.rpm");
   Support::writeFile(sandbox.home() / ".rpmmacros", "%_dbpath %{echo:a notice}" + sandbox.database().string() + "\n");
@@ -67,18 +64,6 @@ TEST(RpmConfiguration, LetsNoticesGoToStandardError) {
               testing::StartsWith("a notice\n"));
   std::fflush(stdout);
   EXPECT_EQ(log.text(), "");
-}
-
-// Macros are expanded in the path again.
-TEST(RpmConfiguration, TakesPercentSignsInTheDatabasesFolderAsTheyAre) {
-  const Support::RpmSandbox sandbox;
-  for (const char* name : {"100%", "%{name}", "%%_dbpath", "%(echo x)"}) {
-    const std::filesystem::path folder = sandbox.path() / name;
-    Common::Rpm::setDatabaseFolder(folder);
-    const std::unique_ptr<char, decltype(&std::free)> path(rpmExpand("%{_dbpath}", nullptr), &std::free);
-    EXPECT_EQ(path.get(), folder.string());
-    rpmPopMacro(nullptr, "_dbpath");
-  }
 }
 
 } // namespace

@@ -26,12 +26,12 @@ namespace {
 
 using Differential::Case;
 
-/// Questions that this project answers otherwise than librpm, of some packages, and why that stays so.
+/// Queries whose result differs from librpm's for some packages, with the reason.
 struct Exception {
   std::string reason;
   std::vector<std::string> questions;
   std::set<std::string> packages;
-  const char* until = nullptr; ///< the version of librpm that answers as this project does
+  const char* until = nullptr; ///< since this version librpm has the same result
 };
 
 const std::vector<Exception> exceptions = {
@@ -146,7 +146,7 @@ protected:
   const Support::RpmSandbox m_sandbox;
 };
 
-TEST_P(ComparedWithRpm, IsTheSame) {
+TEST_P(ComparedWithRpm, GivesTheSameResult) {
   const std::filesystem::path package = m_sandbox.path() / "sample.rpm";
   m_sandbox.build(GetParam().input, package);
   if (GetParam().change)

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <rpm/rpmver.h>
 
-// Takes the place of librpm's function for this program: the library never gives such a result today.
+// Replaces librpm's function, which never returns such a value today.
 int rpmverCmp(rpmver /*first*/, rpmver /*second*/) {
   return 2;
 }
@@ -16,7 +16,7 @@ TEST(OddComparison, IsUnexpected) {
   EXPECT_EQ(Common::Rpm::compareVersions("1.0-1", "1.0-1"), Common::Rpm::VersionComparison::Unexpected);
 }
 
-TEST(OddComparison, IsNotReachedByAnUnparsableVersion) {
+TEST(OddComparison, IsNotCalledForAnUnparsableVersion) {
   EXPECT_EQ(Common::Rpm::compareVersions("1.0-1", ""), Common::Rpm::VersionComparison::Unparsable);
 }
 

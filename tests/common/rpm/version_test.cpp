@@ -17,7 +17,7 @@ struct Case {
 
 class VersionTable : public testing::TestWithParam<Case> {};
 
-TEST_P(VersionTable, AreComparedByTheRulesOfRpm) {
+TEST_P(VersionTable, IsComparedByTheRulesOfRpm) {
   EXPECT_EQ(compareVersions(GetParam().candidate, GetParam().installed), GetParam().expected)
       << GetParam().candidate << " against " << GetParam().installed;
 }

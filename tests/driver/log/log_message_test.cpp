@@ -34,7 +34,7 @@ TEST(LogMessage, HasTheNumbersOfTheFamily) {
   EXPECT_TRUE((std::is_same_v<std::underlying_type_t<LogLevel>, std::int32_t>));
 }
 
-TEST(LogMessage, WritesTheTextAloneAtAnUnknownLevel) {
+TEST(LogMessage, WritesOnlyTheTextAtAnUnknownLevel) {
   const CapturedLog log;
   LogMessage(static_cast<LogLevel>(7)) << "x";
   LogMessage(static_cast<LogLevel>(-1)) << "y";
@@ -56,7 +56,7 @@ TEST(LogMessage, IsFlushedAtOnce) {
   EXPECT_EQ(log.text(), "[W] x\n");
 }
 
-TEST(LogMessage, IsOneLineHoweverManyMessagesAreBegun) {
+TEST(LogMessage, IsOneLineEvenIfMessagesOverlap) {
   const CapturedLog log;
   {
     LogMessage outer(LogLevel::Info);
@@ -82,7 +82,7 @@ TEST(LogMessage, QuotesPaths) {
 )");
 }
 
-TEST(LogMessage, WritesAPathAsTheStandardLibraryDoes) {
+TEST(LogMessage, WritesAPathLikeTheStandardLibrary) {
   std::string everyByte;
   for (int byte = 0; byte < 256; ++byte)
     everyByte += static_cast<char>(byte);
@@ -95,7 +95,7 @@ TEST(LogMessage, WritesAPathAsTheStandardLibraryDoes) {
   }
 }
 
-TEST(LogMessage, FormatsAPathAsTheStandardLibraryDoes) {
+TEST(LogMessage, FormatsAPathLikeTheStandardLibrary) {
   const std::filesystem::path path = "/a\"b";
   const CapturedLog log;
   LogMessage(LogLevel::Info) << std::left << std::setfill('.') << std::setw(12) << path << path;

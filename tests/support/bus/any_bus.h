@@ -10,7 +10,7 @@
 
 namespace Support {
 
-/// Tests that hold on either bus: TEST_P(Name, ...), and once for each fixture
+/// Tests that run on each bus: TEST_P(Name, ...), and once per fixture
 ///
 ///   INSTANTIATE_TEST_SUITE_P(Each, Name, everyBus, busName);
 class AnyBus : public testing::TestWithParam<BusProgram> {

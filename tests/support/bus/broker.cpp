@@ -52,7 +52,7 @@ int listenAt(const std::string& path) {
   return listener;
 }
 
-/// Starts the launcher, and it the bus. The socket is handed over as systemd does it, see sd_listen_fds(3).
+/// Starts the launcher, which starts the bus. The socket is passed as systemd does it, see sd_listen_fds(3).
 std::unique_ptr<Support::Process> launch(const std::string& configuration, const std::string& socket) {
   const int listener = listenAt(socket);
   Support::Environment environment = Support::preloading(KRV_JOURNAL_SHIM);
@@ -67,7 +67,7 @@ std::unique_ptr<Support::Process> launch(const std::string& configuration, const
   return launcher;
 }
 
-/// Does for the launcher what systemd does: starts a service, one at a time, and says when it ended instead of taking
+/// Replaces systemd for the launcher: starts services, one at a time, and reports a service that ends without taking
 /// its name on the bus.
 class Starter {
 public:
@@ -97,7 +97,7 @@ private:
     const char* unit = nullptr;
     check(sd_bus_message_read(call, "ss", &unit, nullptr), "unit");
     m_unit = unit;
-    // The child has the signals that this program waits for blocked, as it inherits it.
+    // The child inherits the blocked signals of this program.
     m_service = std::make_unique<Support::Process>(std::vector{programOf(call)}, Support::Environment{}, ".", [] {
       sigset_t none;
       sigemptyset(&none);
@@ -105,7 +105,7 @@ private:
     });
   }
 
-  /// The program in the property ExecStart. The services of the tests take no arguments.
+  /// The program in the property ExecStart. The test services have no arguments.
   static std::string programOf(sd_bus_message* call) {
     check(sd_bus_message_enter_container(call, 'a', "(sv)"), "properties");
     while (check(sd_bus_message_enter_container(call, 'r', "sv"), "property") > 0) {
@@ -160,7 +160,7 @@ Bus connect(sd_event* event) {
   return owner;
 }
 
-/// Ends with SIGTERM.
+/// Returns on SIGTERM.
 void serve() {
   const Event event = newEvent();
   const Bus bus = connect(event.get());
@@ -169,9 +169,9 @@ void serve() {
   check(sd_event_loop(event.get()), "loop");
 }
 
-/// Until SIGTERM, and until everything that was started has ended.
+/// Returns after SIGTERM, when all started processes have ended.
 void runBus(const std::string& configuration, const std::string& socket) {
-  // The bus is a child of the launcher. This program wants to see its end as well.
+  // The bus is a grandchild; as a subreaper this program notices its end too.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   auto launcher = launch(configuration, socket);
   try {
@@ -188,8 +188,8 @@ void runBus(const std::string& configuration, const std::string& socket) {
 
 /// usage: DBUS_SYSTEM_BUS_ADDRESS=ADDRESS test-broker CONFIGURATION SOCKET
 ///
-/// A system bus made of dbus-broker, which otherwise needs systemd around it: to get its socket, to log, and to start
-/// services. Prints the address when the bus answers. Ends with SIGTERM, and with it everything that it started.
+/// A system bus with dbus-broker. It replaces systemd, from which dbus-broker gets its socket, its log and started
+/// services. Prints the address when the bus answers. Ends with SIGTERM, together with all processes that it started.
 int main(int, char** arguments) {
   try {
     runBus(arguments[1], arguments[2]);

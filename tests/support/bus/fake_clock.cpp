@@ -11,13 +11,13 @@ namespace Support {
 
 namespace {
 
-/// As the faketime command preloads it.
+/// The library that the faketime command preloads.
 std::string faketimeLibrary() {
   return runOrThrow({"faketime", "-f", "+0", "sh", "-c", "printf %s \"$LD_PRELOAD\""});
 }
 
-/// While a process sleeps, how many times it has fallen asleep; nothing while it is awake. After its call a client only
-/// sleeps to wait for messages.
+/// While a process sleeps, the number of its sleeps; empty while it runs. After it has sent its call, a client sleeps
+/// only to wait for messages.
 std::string currentSleep(const Process& child) {
   std::ifstream status("/proc/" + std::to_string(child.id()) + "/status");
   std::string line;
@@ -37,12 +37,12 @@ Environment FakeClock::environment() const {
           {"FAKETIME_TIMESTAMP_FILE", m_file},
           {"FAKETIME_NO_CACHE", "1"},
           {"SYSTEMD_BUS_TIMEOUT", std::nullopt},
-          // AddressSanitizer wants to be preloaded before anything else.
+          // By default AddressSanitizer refuses to start if another library is preloaded before it.
           {"ASAN_OPTIONS", "verify_asan_link_order=0"}};
 }
 
 void FakeClock::set(const std::string& setting) const {
-  // A child that looks in the meantime must not find an empty file.
+  // The rename is atomic: the child never reads an empty file.
   writeFile(m_file.string() + ".new", setting + "\n");
   std::filesystem::rename(m_file.string() + ".new", m_file);
 }

@@ -12,8 +12,8 @@ namespace Support {
 
 class ScriptedService;
 
-/// The clock of a child process that was started with its environment. It runs on from what it was last set to: so
-/// many seconds later ("+30s") or so many times faster ("+0s x100").
+/// The clock of a child process that was started with its environment. Settings: so many seconds later ("+30s") or so
+/// many times faster ("+0s x100"). The clock continues from its last setting.
 class FakeClock {
 public:
   FakeClock() { set("+0s"); }
@@ -21,8 +21,8 @@ public:
   Environment environment() const;
   void set(const std::string& setting) const;
 
-  /// For a child that waits for an answer which `service` holds back: sets the clock to so many seconds later, sees to
-  /// it that the child looks at it, and only then has the answer sent. False when the child does not behave like that.
+  /// For a child that waits for an answer which `service` holds back: sets the clock `seconds` later, makes the child
+  /// read the clock, and then sends the answer. Returns false if the child does not wait as expected.
   bool answerAfter(int seconds, Process& child, ScriptedService& service) const;
 
 private:

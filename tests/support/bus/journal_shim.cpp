@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 
-// A library for LD_PRELOAD: a system log that nobody reads, for programs that do not start without one. It takes
-// messages until the socket is full; those that follow are refused as by a log that does not keep up.
+// A library for LD_PRELOAD: a system log without a reader, for programs that do not start without a log. Messages are
+// refused when the socket is full, as by a slow log.
 
 #include <cstring>
 
@@ -18,7 +18,7 @@ extern "C" int connect(int descriptor, const sockaddr* address, socklen_t size) 
     const auto next = reinterpret_cast<int (*)(int, const sockaddr*, socklen_t)>(dlsym(RTLD_NEXT, "connect"));
     return next(descriptor, address, size);
   }
-  // The other end stays open in the program and in those that it starts, which send for as long as they run.
+  // The other end stays open in the program and its children, which log as long as they run.
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_DGRAM, 0, ends) != 0)
     return -1;

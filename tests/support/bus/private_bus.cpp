@@ -18,8 +18,8 @@ namespace Support {
 
 namespace {
 
-/// A path as an address holds it, where commas, semicolons and equals signs have a meaning. Nothing remains that XML
-/// would have to escape either.
+/// A path, escaped for an address, where commas, semicolons and equals signs have a meaning. The result needs no
+/// escaping in XML.
 std::string escaped(const std::string& path) {
   std::string text;
   for (const char character : path) {
@@ -42,7 +42,7 @@ const std::string everythingAllowed = "  <policy context=\"default\">\n"
                                       "    <allow receive_sender=\"*\" eavesdrop=\"true\"/>\n"
                                       "  </policy>\n";
 
-/// The folder of services is relative to the configuration file for dbus-daemon, to its own folder for dbus-broker.
+/// dbus-daemon resolves the folder of services against the configuration file, dbus-broker against its own folder.
 std::string configuration(const std::filesystem::path& socket, const BusSettings& settings) {
   const std::string size = std::to_string(settings.largestMessage);
   return "<busconfig>\n"
@@ -62,8 +62,8 @@ int callBus(sd_bus* connection, const char* member, sd_bus_message** reply) {
                             nullptr, reply, nullptr);
 }
 
-/// The names that the system bus can start a service for, after it was told to look again: it watches the folder, and
-/// misses changes made while it starts.
+/// The names of the services that the system bus can start. It reloads first, because the bus misses changes of the
+/// folder made while it starts.
 std::set<std::string> startableServices() {
   sd_bus* bus = nullptr;
   sd_bus_message* reply = nullptr;
@@ -122,7 +122,7 @@ std::vector<BusTexts> textsOfEveryBus() {
   return {textsOfDaemon, textsOfBroker33, textsOfBroker37};
 }
 
-// dbus-daemon would tidy up before it ends with SIGTERM, and it is to be gone as if it had crashed.
+// SIGKILL, because dbus-daemon would clean up on SIGTERM; the bus must disappear as in a crash.
 PrivateBus::PrivateBus(const BusSettings& settings)
     : m_end(settings.program == BusProgram::DbusBroker ? SIGTERM : SIGKILL) {
   const std::filesystem::path configurationFile = m_directory / "bus.conf";
@@ -136,7 +136,7 @@ PrivateBus::PrivateBus(const BusSettings& settings)
     m_daemon = std::make_unique<Process>(std::vector<std::string>{
         "dbus-daemon", "--nofork", "--nopidfile", "--print-address", "--config-file=" + configurationFile.string()});
   }
-  // Both print the address once they listen there.
+  // Both print the address when they listen.
   waitUntil([this] { return !m_daemon->isRunning() || m_daemon->outputSoFar().ends_with('\n'); });
   m_address = m_daemon->outputSoFar();
   if (!m_address.ends_with('\n'))
@@ -145,14 +145,14 @@ PrivateBus::PrivateBus(const BusSettings& settings)
   m_systemBus = std::make_unique<ScopedEnvironment>("DBUS_SYSTEM_BUS_ADDRESS", m_address);
 }
 
-// A killed test-broker would leave its children behind.
+// SIGKILL for test-broker would leave its children running.
 PrivateBus::~PrivateBus() {
   m_daemon->signal(m_end);
   waitUntil([this] { return !m_daemon->isRunning(); });
 }
 
 void PrivateBus::provide(const std::string& name, const std::filesystem::path& program) const {
-  // The bus watches the folder: it must not find the file half-written.
+  // The bus watches the folder, so the file must appear complete.
   const std::filesystem::path unfinished = m_directory / "unfinished";
   writeFile(unfinished, "[D-BUS Service]\nName=" + name + "\nExec=\"" + program.string() + "\"\n");
   std::filesystem::rename(unfinished, m_directory / "services" / (name + ".service"));

@@ -14,35 +14,35 @@
 
 namespace Support {
 
-/// The programs that are the system bus of a device: most have one of them or the other.
+/// The system bus programs; most devices have one of them.
 enum class BusProgram { DbusDaemon, DbusBroker };
 
-/// Whether this machine has it.
+/// Whether this machine has the program.
 bool isInstalled(BusProgram program);
 
-/// What the two say in the place of a service, letter for letter but for the last.
+/// The error texts of a bus, exact except for the last.
 struct BusTexts {
-  std::string noService;   ///< nobody provides it
-  std::string deadService; ///< the program that provides it ends with status 1 instead of taking the name
-  std::string noReply;     ///< it leaves without an answer
-  std::string denied;      ///< the policy does not let the caller talk to it; a regular expression
+  std::string noService;   ///< the service is unknown
+  std::string deadService; ///< the service's program exits with status 1 without taking the name
+  std::string noReply;     ///< the service disconnects without an answer
+  std::string denied;      ///< the policy denies the call; a regular expression
 };
 BusTexts textsOf(BusProgram program);
 
-/// Those of the buses that this machine does not have, too.
+/// The texts of all buses, including those that are not installed.
 std::vector<BusTexts> textsOfEveryBus();
 
 struct BusSettings {
   BusProgram program = BusProgram::DbusDaemon;
-  /// The bus cuts the connection of who sends it a message of more bytes. 32 MiB is what a dbus-daemon allows that
-  /// nobody configured. dbus-broker does not look at it.
+  /// The bus disconnects a client that sends a larger message, in bytes. 32 MiB is dbus-daemon's default. dbus-broker
+  /// ignores the setting.
   std::size_t largestMessage = 32 * 1024 * 1024;
-  /// Elements of the bus's configuration; see dbus-daemon(1). Without any, everybody may do everything.
+  /// Elements of the bus's configuration, see dbus-daemon(1). By default everything is allowed.
   std::string policies = {};
 };
 
-/// A message bus of the test's own, which is the system bus of this process and of its children while it lives. It
-/// knows no service that it could start until provide() names one.
+/// A message bus for a test. While it lives, it is the system bus of this process and its children. It can start a
+/// service only after provide().
 class PrivateBus {
 public:
   explicit PrivateBus(const BusSettings& settings = {});
@@ -53,14 +53,14 @@ public:
   const std::string& address() const { return m_address; }
   std::filesystem::path socket() const { return m_directory / "socket"; }
 
-  /// Lets the bus start `program` when the service `name` is asked for and not there.
+  /// The bus starts `program` if the service `name` is requested and not running.
   void provide(const std::string& name, const std::filesystem::path& program) const;
 
-  /// Ends the bus: every connection is cut, and nobody listens at the address any more.
+  /// Stops the bus: all connections are closed, and nobody listens at the address.
   void stop();
 
 private:
-  int m_end; ///< the signal that ends the bus
+  int m_end; ///< the signal that stops the bus
   TempDirectory m_directory;
   std::unique_ptr<Process> m_daemon;
   std::string m_address;

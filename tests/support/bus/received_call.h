@@ -9,13 +9,12 @@
 
 namespace Support {
 
-/// A message as it came over the wire. What is not named when one is written down by hand belongs to an ordinary
-/// method call of the package-manager service.
+/// A received message. The defaults are those of an ordinary method call of the package-manager service.
 struct ReceivedCall {
   std::string member;
   std::string signature;
   /// The arguments, separated by spaces: text in double quotes, variants as <type value>, structures in (), arrays in
-  /// [], dictionaries in {} with their entries sorted, because their order means nothing.
+  /// [], dictionaries in {} with sorted entries, because their order has no meaning.
   std::string arguments;
   std::string destination = "velta.KRV";
   std::string path = "/velta/KRV";
@@ -33,7 +32,7 @@ std::ostream& operator<<(std::ostream& out, const ReceivedCall& call);
 ReceivedCall getPackageCall(const std::string& name);
 ReceivedCall installCall(const std::string& path);
 
-/// Describes a received message, which can be read from its start afterwards.
+/// Describes a received message, and rewinds it.
 ReceivedCall receivedCall(sd_bus_message* message);
 
 } // namespace Support

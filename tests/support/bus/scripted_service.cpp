@@ -40,7 +40,7 @@ Bus connect() {
   return Bus(bus);
 }
 
-/// Takes every call before the bus library can answer it by itself.
+/// Collects every call before the bus library can answer it.
 int collect(sd_bus_message* message, void* calls, sd_bus_error*) {
   if (sd_bus_message_is_method_call(message, nullptr, nullptr) <= 0)
     return 0;
@@ -59,7 +59,7 @@ std::string firstText(sd_bus_message* call) {
 
 } // namespace
 
-/// The connection of the service and what its thread does with it.
+/// The connection of the service, and the work of its thread.
 class ScriptedService::Worker {
 public:
   explicit Worker(ScriptedService& service) : m_service(service), m_bus(connect()) {
@@ -68,7 +68,7 @@ public:
             "the service cannot take its name");
   }
 
-  /// Until the service leaves, dies or loses the bus.
+  /// Runs until the service leaves, dies or loses the bus.
   void run() {
     while (m_bus) {
       const int processed = sd_bus_process(m_bus.get(), nullptr);
@@ -108,7 +108,7 @@ private:
     sd_bus_message* reply = nullptr;
     checked(reaction.makeReply(call, &reply), "the scripted answer cannot be made");
     const Message owner(reply);
-    // A client or a bus that went away in the meantime is none of the service's worries.
+    // It is not an error if the client or the bus has disappeared meanwhile.
     sd_bus_send(m_bus.get(), reply, nullptr);
     if (reaction.leavesFirst) {
       sd_bus_flush(m_bus.get());
@@ -153,13 +153,13 @@ private:
     poll(descriptors, 2, -1);
     std::uint64_t ignored = 0;
     if (descriptors[1].revents != 0 && read(m_service.m_wakeUp, &ignored, sizeof ignored) < 0)
-      return; // nobody called in the end
+      return; // a spurious wake-up
   }
 
   ScriptedService& m_service;
   std::vector<Message> m_arrived;
   std::vector<std::pair<Message, Reaction>> m_waiting;
-  Bus m_bus; // goes first: it still knows the filter
+  Bus m_bus; // is destroyed first, because it still uses the filter
 };
 
 ScriptedService::ScriptedService(Claim claim) : m_claim(claim), m_wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {

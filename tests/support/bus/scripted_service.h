@@ -18,8 +18,8 @@
 
 namespace Support {
 
-/// The package-manager service "velta.KRV" as a test wants it, on the system bus of the process. It records whatever
-/// is sent to it, and answers as it was told last:
+/// The package-manager service "velta.KRV" with scripted behaviour, on the system bus of the process. It records all
+/// messages that it gets. The last setting for a call decides its answer:
 ///
 ///   ScriptedService service;
 ///   service.hasInstalled("app", "1.0-1", "key");
@@ -28,43 +28,43 @@ namespace Support {
 ///   ...
 ///   EXPECT_EQ(service.calls(), (std::vector{getPackageCall("app")}));
 ///
-/// Unless told otherwise nothing is installed, every installation succeeds, and calls of other methods fail. The
-/// service is a thread with a connection of its own; its script may be changed at any time.
+/// By default nothing is installed, every installation succeeds, and calls of other methods fail. The service is a
+/// thread with its own connection; its script may be changed at any time.
 class ScriptedService {
 public:
-  /// The entries of an answer, as they are put on the wire: in this order, and again if a key comes again.
+  /// The entries of an answer, sent in this order, including repeated keys.
   using Dictionary = std::vector<std::pair<std::string, std::string>>;
   class Script;
 
-  /// What to do when another one has the name.
+  /// What to do if another connection has the name.
   enum class Claim { OrThrow, OrWait };
 
-  /// Returns when the service has its name, or its place behind who has it now. Throws without a bus.
+  /// Returns when the service has its name or, with OrWait, its place in the queue for it. Throws without a bus.
   explicit ScriptedService(Claim claim = Claim::OrThrow);
   ~ScriptedService();
   ScriptedService(const ScriptedService&) = delete;
   ScriptedService& operator=(const ScriptedService&) = delete;
 
-  /// What to do about a call with this first argument, or about those with any other.
+  /// The script for calls with this first argument, or for calls with any other.
   Script onGetPackage(std::optional<std::string> name = std::nullopt);
   Script onInstall(std::optional<std::string> path = std::nullopt);
   void hasInstalled(const std::string& name, const std::string& version, const std::string& developerKeyId);
 
-  /// Everything that was sent to the service, in order.
+  /// All messages that the service has received, in order.
   std::vector<ReceivedCall> calls() const;
-  /// Waits until so many calls have come; false when they do not come.
+  /// Waits for `count` calls; false if they do not come within the deadline.
   bool waitForCalls(std::size_t count) const;
 
-  /// Sends the answers that wait for it, now and from now on.
+  /// Sends the answers that wait for it; later answers do not wait.
   void release();
-  /// Sends the clients of those answers an unrelated signal each: a message that is not the one they wait for.
+  /// Sends an unrelated signal to each client that waits for such an answer.
   void nudge();
 
-  /// Gives the name back and disconnects; returns when the bus has noticed.
+  /// Releases the name and disconnects; returns when the bus has noticed.
   void leave();
-  /// Connects again and takes the name, after leave() or a scripted departure.
+  /// Connects again and takes the name, after leave() or a scripted end.
   void arrive();
-  /// Waits until the service is gone, be it as scripted or with the bus.
+  /// Waits until the service has ended, as scripted or with its bus.
   void waitForDeparture();
 
 private:
@@ -82,7 +82,7 @@ private:
   Reaction reactionTo(const std::string& member, const std::string& argument) const;
   void wish(bool& flag);
 
-  /// Guards the script, the record and the three wishes.
+  /// Guards the script, the record and the three requests.
   mutable std::mutex m_mutex;
   std::map<std::pair<std::string, std::optional<std::string>>, Reaction> m_script;
   std::vector<ReceivedCall> m_calls;
@@ -95,24 +95,25 @@ private:
   std::thread m_thread;
 };
 
-/// One sentence of the script. Everything but the two modifiers ends it.
+/// One rule of the script. Every function except the two modifiers completes it.
 class ScriptedService::Script {
 public:
   /// The answer waits for release().
   Script& whenReleased();
-  /// The service gives its name back, then answers, then disconnects: nothing sent after the answer can reach it.
+  /// The service releases its name, sends the answer and disconnects, so a message sent after the answer cannot reach
+  /// it.
   Script& beforeLeaving();
 
   void answer(const Dictionary& entries);
   void succeed();
-  /// An answer of any type, written the way of sd_bus_message_append(3): `types` and then ints and C strings.
+  /// An answer of any type, in the form of sd_bus_message_append(3): `types`, then ints and C strings.
   template <typename... Arguments>
   void answerAs(const char* types, Arguments... arguments);
-  /// An error; without a message the error carries no argument at all.
+  /// An error; without `message` it has no argument.
   void fail(const std::string& name, const std::optional<std::string>& message = std::nullopt);
-  /// No answer, as long as the service lives.
+  /// No answer while the service lives.
   void keepSilent();
-  /// The connection breaks without an answer.
+  /// Disconnects without an answer.
   void die();
 
 private:

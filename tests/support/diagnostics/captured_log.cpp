@@ -24,7 +24,7 @@ CapturedLog::~CapturedLog() {
   std::fflush(stdout);
   dup2(m_standardOutput, STDOUT_FILENO);
   close(m_standardOutput);
-  // A failed expectation has written its report to standard output as well.
+  // The report of a failed expectation is on standard output too.
   if (testing::Test::HasFailure())
     std::cout << text();
 }

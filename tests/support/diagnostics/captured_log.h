@@ -8,8 +8,8 @@
 
 namespace Support {
 
-/// Collects what the process writes to its standard output, at the file descriptor, from the object's making until
-/// text() or its end. Nothing is flushed on the writer's behalf while it collects.
+/// Captures the process's standard output at the file descriptor, from construction until text() or destruction. It
+/// never flushes the writer's buffers while it captures.
 class CapturedLog {
 public:
   CapturedLog();
@@ -17,7 +17,7 @@ public:
   CapturedLog(const CapturedLog&) = delete;
   CapturedLog& operator=(const CapturedLog&) = delete;
 
-  /// What has reached the descriptor so far. The capture goes on.
+  /// The output so far. The capture continues.
   std::string text() const;
 
 private:

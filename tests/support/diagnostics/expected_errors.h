@@ -16,8 +16,7 @@ struct ExpectedError {
   const char* message;
 };
 
-/// The codes as the service's documentation lists them, written down a second time so that a slip in the program's
-/// own table is seen.
+/// The codes of the service's documentation, written down a second time to find mistakes in the program's own table.
 inline constexpr auto expectedErrors = std::to_array<ExpectedError>({
     {Common::ErrorCode::None, 0, "velta.KRV.Error.None", "None", "No error occurred"},
     {Common::ErrorCode::Filesystem, 1, "velta.KRV.Error.Filesystem", "Filesystem", "Filesystem error occurred"},

@@ -10,7 +10,8 @@
 
 namespace Support {
 
-/// The Common::Error that `work` throws, as the short name of its code, ": " and what(). Other exceptions pass.
+/// The Common::Error that `work` throws, as the short name of its code, ": " and what(). Other exceptions are not
+/// caught.
 template <typename Work>
 std::string errorOf(Work work) {
   try {
@@ -23,7 +24,7 @@ std::string errorOf(Work work) {
   return "no error";
 }
 
-/// The description of the standard exception that `work` throws: what the library itself says.
+/// The what() of the standard exception that `work` throws.
 template <typename Work>
 std::string reasonOf(Work work) {
   try {

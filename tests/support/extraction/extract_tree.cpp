@@ -21,15 +21,15 @@ using Common::Rpm::ArchiveEntry;
 using Common::Rpm::HardLinkDescription;
 using std::filesystem::path;
 
-/// The permissions that the system gives to a new file by itself.
+/// The default permissions of a new file.
 std::filesystem::perms permissionsOfNewFiles() {
   const mode_t mask = umask(0);
   umask(mask);
   return static_cast<std::filesystem::perms>(0666 & ~mask);
 }
 
-/// Nothing is below the target that was not made here, so what was made says what exists, and a status for each of many
-/// small files is saved.
+/// Only this class creates entries below the target, so it knows which paths exist and saves a stat for each small
+/// file.
 class TreeExtraction {
 public:
   TreeExtraction(Common::Rpm::ArchiveReader& archive, const path& target) : m_archive(archive), m_target(target) {
@@ -41,13 +41,13 @@ public:
                                  .regularFile = [this](const ArchiveEntry& entry) { return makeFile(entry); },
                                  .symbolicLink = [this](const ArchiveEntry& entry) { makeSymbolicLink(entry); },
                                  .hardLinks = [this](const HardLinkDescription& group) { makeHardLinks(group); }});
-    // Not before: some may not be written into. The deepest first: some may not be passed through.
+    // Set last, because some directories are not writable; deepest first, because some are not searchable.
     for (auto directory = m_permissions.rbegin(); directory != m_permissions.rend(); ++directory)
       std::filesystem::permissions(directory->first, directory->second);
   }
 
 private:
-  /// Makes a directory and its parents.
+  /// Creates a directory and its parents.
   void ensureDirectory(const path& directory) {
     if (m_directories.contains(directory.native()))
       return;
@@ -117,7 +117,7 @@ std::string typeName(std::filesystem::file_type type) {
   }
 }
 
-/// A fingerprint that tells trees of tests apart; no defence against anybody.
+/// A fingerprint to compare trees of tests; not cryptographic.
 std::string fingerprint(const path& file) {
   const std::string content = readFile(file);
   return std::to_string(content.size()) + " " + std::to_string(std::hash<std::string>()(content));

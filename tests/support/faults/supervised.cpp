@@ -17,6 +17,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <poll.h>
@@ -48,7 +49,7 @@ private:
   int m_number;
 };
 
-/// A message with one descriptor in it, see unix(7).
+/// A message that carries one descriptor, see unix(7).
 class DescriptorMessage {
 public:
   DescriptorMessage() {
@@ -67,7 +68,7 @@ public:
     return sendmsg(channel, &m_header, 0) == 1;
   }
 
-  /// -1 when the other end went without sending.
+  /// Returns -1 if the other end is closed without sending.
   int receive(int channel) {
     int descriptor = -1;
     if (recvmsg(channel, &m_header, MSG_CMSG_CLOEXEC) == 1 && CMSG_FIRSTHDR(&m_header) != nullptr)
@@ -90,8 +91,8 @@ sock_filter skipUnless(std::uint32_t value, std::uint8_t distance) {
   return {BPF_JMP | BPF_JEQ | BPF_K, 0, distance, value};
 }
 
-/// Lets harmless calls pass and has a supervisor asked about all others. The message with which the supervisor gets its
-/// end passes too: nobody could answer for it yet. The project's programs send no messages from files.
+/// Allows harmless calls and asks the supervisor about all others. sendmsg is allowed too, because it passes the
+/// listener to the supervisor, which cannot answer before. The project's programs do not send messages from files.
 std::vector<sock_filter> makeFilter() {
   std::vector<sock_filter> filter = {statement(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
   const auto pass = [&](long number) {
@@ -101,14 +102,14 @@ std::vector<sock_filter> makeFilter() {
   for (const long number : harmlessCalls())
     pass(number);
   pass(SYS_sendmsg);
-#ifdef SYS_socketcall // i386, where the C library makes all calls on sockets through this one
+#ifdef SYS_socketcall // i386: the C library makes all socket calls through it
   pass(SYS_socketcall);
 #endif
   filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
   return filter;
 }
 
-/// Puts the calling process under supervision. -1 when the kernel refuses.
+/// Puts the calling process under supervision. Returns -1 if the kernel refuses.
 int install(const std::vector<sock_filter>& filter) {
   const sock_fprog program{.len = static_cast<unsigned short>(filter.size()),
                            .filter = const_cast<sock_filter*>(filter.data())};
@@ -120,7 +121,7 @@ int install(const std::vector<sock_filter>& filter) {
 class Supervisor {
 public:
   Supervisor(int listener, pid_t process, const std::filesystem::path& folder, const std::optional<Fault>& fault,
-             const std::function<void(const SeenCall&)>& beforeCall)
+             const BeforeCall& beforeCall)
       : m_listener(listener), m_process(process), m_folder(folder.filename().string()), m_fault(fault),
         m_beforeCall(beforeCall) {}
 
@@ -139,7 +140,7 @@ private:
   void serveOne() {
     seccomp_notif request{};
     if (ioctl(m_listener, SECCOMP_IOCTL_NOTIF_RECV, &request) != 0)
-      return; // it was killed meanwhile
+      return; // the process was killed meanwhile
     const FileCall* const call = findFileCall(request.data.nr);
     if (call == nullptr && request.data.nr != SYS_exit_group)
       result.unknownCalls.insert(request.data.nr);
@@ -149,20 +150,30 @@ private:
       answer(request, 0);
   }
 
-  /// Whether the call has met the fault, and needs no answer any more.
+  /// Records a call on a file of the folder. Returns true if the call gets the fault, which is its answer.
   bool meets(const FileCall& call, const seccomp_notif& request) {
     std::string path = pathOf(call.file, request);
+    std::string otherPath = pathOf(call.otherFile, request);
     if (path.find(m_folder) == path.npos)
-      path = pathOf(call.otherFile, request);
+      std::swap(path, otherPath);
     if (path.find(m_folder) == path.npos)
       return false;
     const unsigned long long* const arguments = request.data.args;
     const std::size_t thread = m_threads.emplace(request.pid, m_threads.size()).first->second;
     const auto number = static_cast<std::size_t>(std::ranges::count(result.calls, thread, &SeenCall::thread));
-    result.calls.push_back(
-        {.name = call.name, .path = path, .errors = errorsOf(call, arguments), .thread = thread, .number = number});
-    if (m_beforeCall)
-      m_beforeCall(result.calls.back());
+    result.calls.push_back({.name = call.name,
+                            .path = path,
+                            .otherPath = otherPath,
+                            .opensReadOnly = opensReadOnly(call, arguments),
+                            .errors = errorsOf(call, arguments),
+                            .thread = thread,
+                            .number = number,
+                            .process = m_process});
+    const int error = m_beforeCall ? m_beforeCall(result.calls.back()) : 0;
+    if (error != 0) {
+      fail(request, error);
+      return true;
+    }
     if (!m_fault || m_fault->call.thread != thread || m_fault->call.number != number)
       return false;
     result.metFault = m_fault->call.name == call.name;
@@ -174,10 +185,14 @@ private:
       kill(m_process, SIGKILL);
       return true;
     }
-    if (request.data.nr == SYS_close)
-      replaceFile(request, static_cast<int>(arguments[0]));
-    answer(request, m_fault->error);
+    fail(request, m_fault->error);
     return true;
+  }
+
+  void fail(const seccomp_notif& request, int error) const {
+    if (request.data.nr == SYS_close)
+      replaceFile(request, static_cast<int>(request.data.args[0]));
+    answer(request, error);
   }
 
   /// A call that is answered with an error is not made, but close(2) gives up the file also when it fails. Only the
@@ -198,7 +213,7 @@ private:
     response.id = request.id;
     response.error = -error;
     response.flags = error == 0 ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
-    // It fails when the process has been killed meanwhile, and then there is nobody to answer.
+    // Fails if the process was killed meanwhile; then no answer is needed.
     ioctl(m_listener, SECCOMP_IOCTL_NOTIF_SEND, &response);
   }
 
@@ -207,7 +222,7 @@ private:
     const std::string text =
         place.path < 0 ? "" : textAt(ofProcess, request.data.args[static_cast<std::size_t>(place.path)]);
     constexpr std::string_view own = "/proc/self/";
-    if (text.starts_with(own)) // a file by its descriptor
+    if (text.starts_with(own)) // a path through a descriptor
       return linkText(ofProcess + text.substr(own.size()));
     if (text.starts_with('/'))
       return text;
@@ -227,11 +242,11 @@ private:
     return {text.data(), size < 0 ? 0 : static_cast<std::size_t>(size)};
   }
 
-  /// The string at an address of the process; empty for a null pointer.
+  /// The string at an address in the process; empty for a null pointer.
   static std::string textAt(const std::string& ofProcess, std::uint64_t address) {
     std::array<char, PATH_MAX> text{};
     const Descriptor memory(open((ofProcess + "mem").c_str(), O_RDONLY | O_CLOEXEC));
-    // Less than asked for is read when the memory ends before, which the string does not.
+    // The read is short if the mapped memory ends before the buffer is full; the string ends before.
     if (address != 0 && pread(memory.number(), text.data(), text.size() - 1, static_cast<off_t>(address)) < 0)
       throw std::system_error(errno, std::generic_category(), "the supervised process cannot be read");
     return text.data();
@@ -241,12 +256,23 @@ private:
   pid_t m_process;
   std::string m_folder;
   std::optional<Fault> m_fault;
-  std::function<void(const SeenCall&)> m_beforeCall;
+  BeforeCall m_beforeCall;
   std::map<std::uint32_t, std::size_t> m_threads;
   std::uint32_t m_killsNext = 0;
 };
 
 } // namespace
+
+BeforeCall beforeNth(const std::string& name, int nth, const std::string& path, BeforeCall action) {
+  return [name, path, action = std::move(action), left = nth](const SeenCall& call) mutable {
+    const bool fits = call.name.starts_with(name) && fnmatch(path.c_str(), call.path.c_str(), 0) == 0;
+    return fits && --left == 0 ? action(call) : 0;
+  };
+}
+
+BeforeCall failNth(const std::string& name, int nth, const std::string& path, int error) {
+  return beforeNth(name, nth, path, [error](const SeenCall&) { return error; });
+}
 
 bool canSupervise() {
   try {
@@ -258,7 +284,7 @@ bool canSupervise() {
 
 SupervisedResult runSupervised(const std::vector<std::string>& arguments, const Environment& environment,
                                const std::filesystem::path& folder, const std::optional<Fault>& fault,
-                               const std::function<void(const SeenCall&)>& beforeCall) {
+                               const BeforeCall& beforeCall) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
     throw std::system_error(errno, std::generic_category(), "socketpair");

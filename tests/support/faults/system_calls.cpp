@@ -15,9 +15,9 @@ namespace {
 
 using Errors = std::vector<int>;
 
-// From the manual page of each call, without those that no healthy program meets (EBADF, EFAULT) and those that state
-// the truth about a path (ENOENT, EEXIST): a lie about it would not be a fault of the system. EINTR and EIO are what
-// network and user-space file systems answer even where a local one never would.
+// The errors in the manual page of each call, except those that a correct program never gets (EBADF, EFAULT) and those
+// that state a fact about a path (ENOENT, EEXIST), which would be wrong here. EINTR and EIO occur on network and
+// user-space file systems, even for calls that never return them on a local one.
 const Errors opening = {EACCES, EINTR, EIO, EMFILE, ENFILE, ENOSPC};
 const Errors asking = {EACCES, EIO};
 const Errors askingOpenFile = {EIO};
@@ -33,7 +33,7 @@ const Errors duplicating = {EMFILE};
 const Errors none = {};
 
 const std::vector<FileCall> fileCalls = {
-#ifdef SYS_open // newer architectures have only the calls that take a directory
+#ifdef SYS_open // newer architectures have only the calls with a directory descriptor
     {SYS_access, "access", {.path = 0}, asking},
     {SYS_chmod, "chmod", {.path = 0}, changing},
     {SYS_chown, "chown", {.path = 0}, changing},
@@ -69,7 +69,7 @@ const std::vector<FileCall> fileCalls = {
 #ifdef SYS_sync_file_range
     {SYS_sync_file_range, "sync_file_range", {.descriptor = 0}, {EIO, ENOSPC}},
 #endif
-#ifdef SYS_fcntl64 // processors of 32 bits have the same calls again, with wider numbers
+#ifdef SYS_fcntl64 // 32-bit processors have the same calls again with wider numbers
     {SYS__llseek, "lseek", {.descriptor = 0}, none},
     {SYS_chown32, "chown", {.path = 0}, changing},
     {SYS_fchown32, "fchown", {.descriptor = 0}, changing},
@@ -179,7 +179,7 @@ const std::vector<long> harmless = {
 #ifdef SYS_waitpid
     SYS_waitpid,
 #endif
-#ifdef SYS_fcntl64 // processors of 32 bits
+#ifdef SYS_fcntl64 // 32-bit processors
     SYS__newselect,
     SYS_clock_getres_time64,
     SYS_clock_gettime64,
@@ -268,14 +268,21 @@ const FileCall* findFileCall(long number) {
 }
 
 std::vector<int> errorsOf(const FileCall& call, const unsigned long long* arguments) {
-  // A lock is asked for with a command of fcntl(2), which otherwise does not fail.
+  // Of the commands of fcntl(2) only the lock commands can fail.
   if (call.name == std::string_view("fcntl") && (arguments[1] == F_SETLKW || arguments[1] == F_OFD_SETLKW))
     return {EDEADLK, EINTR, ENOLCK};
   std::vector<int> errors = call.errors;
-  // Only what makes a file runs out of space.
+  // Only creating a file can fail with ENOSPC.
   if (call.number == SYS_openat && (arguments[2] & O_CREAT) == 0)
     std::erase(errors, ENOSPC);
   return errors;
+}
+
+bool opensReadOnly(const FileCall& call, const unsigned long long* arguments) {
+  const std::string_view name = call.name;
+  if (name != "open" && name != "openat")
+    return false;
+  return (arguments[name == "open" ? 1 : 2] & (O_ACCMODE | O_CREAT | O_TRUNC)) == 0;
 }
 
 std::span<const long> harmlessCalls() {

@@ -6,10 +6,10 @@
 
 namespace Support {
 
-/// Makes a FIFO. Throws when it cannot.
+/// Creates a FIFO. Throws on failure.
 void makeFifo(const std::filesystem::path& path);
 
-/// Makes a socket to which nobody listens. Throws when it cannot.
+/// Creates a socket without a listener. Throws on failure.
 void makeSocket(const std::filesystem::path& path);
 
 } // namespace Support

@@ -38,7 +38,7 @@ std::string attributesOf(const fs::path& path) {
   return text.str();
 }
 
-/// Content that nobody would read is told by its size and a fingerprint.
+/// Long content is described by its size and a fingerprint.
 std::string describeContent(const std::string& content) {
   std::ostringstream text;
   if (content.size() < 65536)

@@ -7,15 +7,15 @@
 
 namespace Support {
 
-/// What is at `path` and below it, one line per entry in the order of the names: its path below `path`, its type, and
-/// of a file the permissions, the content (of a large one: its size and a fingerprint) and the extended attributes, of
-/// a link its text. Read without any code of the project. "nothing" for a missing `path`.
+/// The entries at and below `path`, sorted by name, one per line: the path below `path` and the type; for a file also
+/// permissions, content (for a large one size and fingerprint) and extended attributes; for a symlink its target. Uses
+/// no code of the project. "nothing" if `path` does not exist.
 std::string describeTree(const std::filesystem::path& path);
 
-/// Attaches an extended attribute. Throws when it cannot.
+/// Sets an extended attribute. Throws on failure.
 void attach(const std::filesystem::path& path, const std::string& name, const std::string& value);
 
-/// Whether the file system of `folder` takes attributes of the user namespace: not every one does.
+/// Whether the file system of `folder` supports attributes of the user namespace.
 bool keepsAttributes(const std::filesystem::path& folder);
 
 } // namespace Support

@@ -11,7 +11,7 @@
 namespace Support {
 
 WriteLease::WriteLease(const std::filesystem::path& path) : m_file(open(path.c_str(), O_RDWR | O_CLOEXEC)) {
-  signal(SIGIO, SIG_IGN); // the system's notice that somebody wants the file ends the process otherwise
+  signal(SIGIO, SIG_IGN); // the notice that the file is being opened would end the process
   m_isHeld = fcntl(m_file, F_SETLEASE, F_WRLCK) == 0;
   if (!m_isHeld)
     return;

@@ -8,8 +8,8 @@
 
 namespace Support {
 
-/// Holds a write lease on a file, as a file server does, and gives it up as soon as somebody opens the file. For a file
-/// that nobody else has open, and a process without a use for SIGIO, which is ignored from then on.
+/// Holds a write lease on a file, like a file server, and releases it when the file is opened. No other process may
+/// have the file open. Ignores SIGIO in this process from then on.
 class WriteLease {
 public:
   explicit WriteLease(const std::filesystem::path& path);
@@ -17,9 +17,9 @@ public:
   WriteLease(const WriteLease&) = delete;
   WriteLease& operator=(const WriteLease&) = delete;
 
-  /// Whether this file system knows leases. Nothing is held where it does not.
+  /// Whether the file system supports leases. If not, no lease is held.
   bool isHeld() const { return m_isHeld; }
-  /// Whether somebody has opened the file since.
+  /// Whether the file was opened since.
   bool wasBroken() const { return m_wasBroken; }
 
 private:

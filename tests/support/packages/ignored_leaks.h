@@ -8,13 +8,13 @@
 
 namespace Support {
 
-/// While it exists, the leak checker ignores what the thread allocates. For calls of librpm with lists whose lengths do
-/// not fit each other: it loses some bytes of them.
+/// While it exists, the leak checker ignores allocations of the thread. For librpm calls on lists of different lengths,
+/// which leak some bytes.
 #ifdef __SANITIZE_ADDRESS__
 using IgnoredLeaks = __lsan::ScopedDisabler;
 #else
 struct IgnoredLeaks {
-  IgnoredLeaks() {} // a variable of this type is not unused
+  IgnoredLeaks() {} // avoids the warning about an unused variable
 };
 #endif
 

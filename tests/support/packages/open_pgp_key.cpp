@@ -19,14 +19,14 @@ OpenPgpKey::~OpenPgpKey() {
   try {
     run({"gpgconf", "--kill", "gpg-agent"});
   } catch (const std::exception&) {
-    // The agent ends by itself when its folder is gone.
+    // The agent ends itself when its folder is gone.
   }
 }
 
 void OpenPgpKey::sign(const std::filesystem::path& package) const {
   const std::string before = readFile(package);
   runOrThrow({"rpmsign", "--define", "__gpg /usr/bin/gpg", "--define", "_gpg_name tester", "--addsign", package});
-  if (readFile(package) == before) // the exit status alone proves nothing
+  if (readFile(package) == before) // the exit status alone is not enough
     throw std::runtime_error("rpmsign did not sign " + package.string());
 }
 

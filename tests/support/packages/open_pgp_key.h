@@ -9,7 +9,7 @@
 
 namespace Support {
 
-/// A fresh OpenPGP key in the sandbox's home, to sign packages the way distributions do.
+/// A new OpenPGP key in the sandbox's home, to sign packages like a distribution.
 class OpenPgpKey {
 public:
   explicit OpenPgpKey(const RpmSandbox& sandbox);
@@ -20,7 +20,7 @@ public:
   /// Signs a package with rpmsign, in place.
   void sign(const std::filesystem::path& package) const;
 
-  /// Makes the key known to the sandbox's RPM database.
+  /// Imports the key into the sandbox's RPM database.
   void import() const;
 
 private:

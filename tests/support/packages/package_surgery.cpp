@@ -43,7 +43,7 @@ std::size_t padded(std::size_t size) {
   return (size + 7) / 8 * 8;
 }
 
-/// The least that a signature header may hold: the size of what follows it.
+/// The smallest valid signature header: only the size of the rest of the file.
 std::string leastSignatureHeader(std::size_t contentSize) {
   std::string header = std::string(magic) + asBytes(1) + asBytes(4) + asBytes(RPMSIGTAG_SIZE) +
                        asBytes(RPM_INT32_TYPE) + asBytes(0) + asBytes(1) +
@@ -61,7 +61,7 @@ std::string sha256(const std::string& bytes) {
   return static_cast<const char*>(digits);
 }
 
-/// Where the main header's entry of `tag` stands.
+/// The offset of the main header's entry of `tag`.
 std::size_t entryOffset(const std::string& package, std::int32_t tag) {
   const std::size_t begin = mainHeaderOffset(package);
   const std::size_t end = begin + introSize + entrySize * numberAt(package, begin + 8);
@@ -71,7 +71,7 @@ std::size_t entryOffset(const std::string& package, std::int32_t tag) {
   throw std::runtime_error("the package has no tag " + std::to_string(tag));
 }
 
-/// Writes the package anew with the main header and the payload that `content` is.
+/// Writes the package again with the main header and payload in `content`.
 void writeContent(const std::filesystem::path& package, const std::string& before, const std::string& content) {
   writeFile(package, before.substr(0, leadSize) + leastSignatureHeader(content.size()) + content);
 }
@@ -104,7 +104,7 @@ void putValue(Header header, rpmTagVal tag, rpmTagType type, const void* value, 
     throw std::runtime_error("this cannot be put under tag " + std::to_string(tag));
 }
 
-void changeHeader(const std::filesystem::path& package, const std::function<void(Header)>& change) {
+void changeHeader(const std::filesystem::path& package, const std::function<void(Header)>& change, Region region) {
   const std::string bytes = readFile(package);
   const std::size_t begin = mainHeaderOffset(bytes) + magic.size();
   std::string blob = bytes.substr(begin, payloadOffset(bytes) - begin);
@@ -112,10 +112,12 @@ void changeHeader(const std::filesystem::path& package, const std::function<void
       Common::Rpm::ownHeader(headerImport(blob.data(), static_cast<unsigned int>(blob.size()), HEADERIMPORT_COPY));
   if (!header)
     throw std::runtime_error("not a package: " + package.string());
-  // A copy has left the region behind that shields its tags; reading it again gives it one.
+  // The copy has no region, which would protect its tags from the change. headerReload() adds one.
   const auto copy = Common::Rpm::ownHeader(headerCopy(header.get()));
   change(copy.get());
-  const auto changed = Common::Rpm::ownHeader(headerReload(headerLink(copy.get()), RPMTAG_HEADERIMMUTABLE));
+  const auto changed = region == Region::None
+                           ? copy
+                           : Common::Rpm::ownHeader(headerReload(headerLink(copy.get()), RPMTAG_HEADERIMMUTABLE));
   unsigned int size = 0;
   const std::unique_ptr<void, decltype(&free)> exported(headerExport(changed.get(), &size), &free);
   writeContent(package, bytes,
@@ -128,7 +130,7 @@ void sealHeader(const std::filesystem::path& package, std::size_t excess) {
   const std::string content = bytes.substr(mainHeaderOffset(bytes));
   const auto size = static_cast<std::uint32_t>(content.size() + excess);
   const std::string digest = sha256(content.substr(0, headerSize(content, 0)));
-  // The number stands first, as its alignment wants.
+  // The number comes first because of its alignment.
   std::string header = std::string(magic) + asBytes(2) + asBytes(static_cast<std::uint32_t>(4 + digest.size() + 1));
   header += asBytes(RPMSIGTAG_SIZE) + asBytes(RPM_INT32_TYPE) + asBytes(0) + asBytes(1);
   header += asBytes(RPMSIGTAG_SHA256) + asBytes(RPM_STRING_TYPE) + asBytes(4) + asBytes(1);

@@ -15,33 +15,35 @@
 
 namespace Support {
 
-/// Where the main header of a package with these bytes begins: behind the lead and the signature header with its
-/// padding.
+/// The offset of the main header in a package, behind the lead and the padded signature header.
 std::size_t mainHeaderOffset(const std::string& package);
 
-/// Where the payload of a package with these bytes begins: behind the main header.
+/// The offset of the payload in a package, behind the main header.
 std::size_t payloadOffset(const std::string& package);
 
-/// Makes a tag of the main header absent, in place, by giving its entry a number that nobody asks for. All signatures
-/// and digests go, so that none of them is wrong.
+/// Hides a tag of the main header, in place, by changing its number to an unused one. Removes all signatures and
+/// digests, which would be wrong.
 void hideTag(const std::filesystem::path& package, std::int32_t tag);
 
-/// Puts a value of any type under a tag, which librpm's own functions for the types refuse.
+/// Adds a value of any type under a tag; librpm's typed functions would refuse wrong types.
 void putValue(Header header, rpmTagVal tag, rpmTagType type, const void* value, rpm_count_t count = 1);
 
-/// Changes the main header in place, the way no build tool would. The payload and the digests of the single files stay;
-/// all signatures and other digests go.
-void changeHeader(const std::filesystem::path& package, const std::function<void(Header)>& change);
+enum class Region { Immutable, None };
 
-/// Makes the signature header anew, with the digest of the main header, which librpm's checks ask for. It claims that
-/// `excess` bytes more follow it than do.
+/// Changes the main header in place. Keeps the payload and the digests of the files; removes all signatures and other
+/// digests. The new header has an immutable region unless `region` is None, as with RPM 3.
+void changeHeader(const std::filesystem::path& package, const std::function<void(Header)>& change,
+                  Region region = Region::Immutable);
+
+/// Replaces the signature header by a new one with the digest of the main header, which librpm checks. It claims
+/// `excess` more bytes than the file has.
 void sealHeader(const std::filesystem::path& package, std::size_t excess = 0);
 
-/// Puts other bytes behind the headers of a package, with the signature header that changeHeader() leaves.
+/// Replaces the payload of a package, with the signature header of changeHeader().
 void replacePayload(const std::filesystem::path& package, std::string_view payload);
 
-/// Puts `to` in the place of `from`, which is of the same length, everywhere in the main header and in the payload;
-/// that one must not be compressed. Throws when there is no such place.
+/// Replaces `from` by `to`, which has the same length, everywhere in the main header and in the payload, which must be
+/// uncompressed. Throws if `from` does not occur.
 void replaceEverywhere(const std::filesystem::path& package, std::string_view from, std::string_view to);
 
 } // namespace Support

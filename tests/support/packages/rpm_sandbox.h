@@ -11,12 +11,12 @@
 
 namespace Support {
 
-/// What goes into a test package. The default is a small package with one file.
+/// The input of a test package. The default is a small package with one file.
 struct PackageInput {
   std::string name = "sample";
   std::string version = "1.0";
   std::string release = "1";
-  /// Empty: that of the machine, or of the argument --target.
+  /// Empty: the machine's, or the one in the argument --target.
   std::string architecture = "noarch";
   /// Further lines of the preamble, for example "Epoch: 3".
   std::string preamble = {};
@@ -24,17 +24,17 @@ struct PackageInput {
   std::string install = "mkdir -p %{buildroot}/opt/%{name}; echo content > %{buildroot}/opt/%{name}/file";
   /// The lines of %files.
   std::string files = "/opt/%{name}";
-  /// Further sections, and macro definitions ("%global ...") that are put at the top of the spec file.
+  /// Further sections, and macro definitions ("%global ...") for the top of the spec file.
   std::string sections = {};
   std::string globals = {};
   /// Further arguments of rpmbuild.
   std::vector<std::string> arguments = {};
-  /// Whether the source package is what is wanted.
+  /// Whether to build the source package.
   bool isSource = false;
 };
 
-/// An RPM installation of its own for one test: while it lives, HOME is a folder whose .rpmmacros moves the database
-/// into that folder, for this process and for its children. The machine's own database is never touched.
+/// An RPM installation for one test. While it lives, HOME is a temporary folder whose .rpmmacros puts the database into
+/// that folder, for this process and its children. The machine's database is not used.
 class RpmSandbox {
 public:
   RpmSandbox();
@@ -43,7 +43,7 @@ public:
   std::filesystem::path home() const { return m_directory / "home"; }
   std::filesystem::path database() const { return m_directory / "database"; }
 
-  /// Builds a package with rpmbuild and puts it at `destination`, whose missing parents are made.
+  /// Builds a package with rpmbuild and stores it as `destination`, whose missing parents are created.
   void build(const PackageInput& input, const std::filesystem::path& destination) const;
 
 private:

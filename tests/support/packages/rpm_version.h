@@ -4,7 +4,7 @@
 
 namespace Support {
 
-/// Whether librpm's version, which is asked when the test runs, is `version` ("4.20") or newer.
+/// Whether the version of librpm at run time is `version` ("4.20") or newer.
 bool librpmIsAtLeast(const char* version);
 
 } // namespace Support

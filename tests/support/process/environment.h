@@ -7,7 +7,7 @@
 
 namespace Support {
 
-/// Sets an environment variable (or, given nothing, removes it) and puts the old state back at the end of its scope.
+/// Sets an environment variable (removes it if there is no value) and restores the old state at the end of its scope.
 class ScopedEnvironment {
 public:
   ScopedEnvironment(std::string name, const std::optional<std::string>& value);

@@ -37,8 +37,8 @@ OrdinaryUser::OrdinaryUser(const std::filesystem::path& folder) : m_before(geteu
 OrdinaryUser::~OrdinaryUser() {
   if (m_before != 0)
     return;
-  // Without the first the rest of the tests would go on as somebody else; without the second, which the change of
-  // user has taken away, the leak checker could not look into this process.
+  // If seteuid() fails, the other tests would run as the wrong user. The change of the user has cleared the dumpable
+  // flag, without which the leak checker cannot read this process.
   if (seteuid(m_before) != 0 || prctl(PR_SET_DUMPABLE, 1) != 0)
     std::terminate();
 }

@@ -8,8 +8,8 @@
 
 namespace Support {
 
-/// While it lives this process acts as an ordinary user to whom all of `folder` belongs, so that permission bits
-/// count even when the tests run as root. For an ordinary user it does nothing.
+/// While it lives, this process runs as an ordinary user who owns `folder`, so that permission bits also count if the
+/// tests run as root. Does nothing if they run as an ordinary user.
 class OrdinaryUser {
 public:
   explicit OrdinaryUser(const std::filesystem::path& folder);
@@ -21,8 +21,8 @@ private:
   uid_t m_before;
 };
 
-/// Replaces the permission bits of a file or folder and puts the old ones back at the end of its scope, so that the
-/// folder can be removed.
+/// Changes the permission bits of a file or folder and restores them at the end of its scope, so that the folder can be
+/// removed.
 class ScopedPermissions {
 public:
   ScopedPermissions(std::filesystem::path path, std::filesystem::perms permissions);

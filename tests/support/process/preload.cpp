@@ -10,12 +10,12 @@
 namespace Support {
 
 Environment preloading(const std::filesystem::path& library) {
-  // The loader takes a space or a colon for the end of a name, and the project may lie in a folder with one.
+  // The loader splits the list at spaces and colons, and the path of the project may contain them.
   static const TempDirectory links;
   const std::filesystem::path link = links / library.filename();
   if (!std::filesystem::exists(link))
     std::filesystem::create_symlink(library, link);
-  // AddressSanitizer refuses by default to start behind another preloaded library.
+  // By default AddressSanitizer refuses to start if another library is preloaded before it.
   const char* options = std::getenv("ASAN_OPTIONS");
   return {{"LD_PRELOAD", link.string()},
           {"ASAN_OPTIONS", (options != nullptr ? options + std::string(":") : "") + "verify_asan_link_order=0"}};

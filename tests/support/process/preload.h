@@ -8,7 +8,7 @@
 
 namespace Support {
 
-/// The environment of a child process into which `library` is loaded before all others.
+/// The environment of a child process that loads `library` before all others.
 Environment preloading(const std::filesystem::path& library);
 
 } // namespace Support

@@ -55,11 +55,11 @@ std::vector<std::string> childEnvironment(const Environment& changes) {
   return variables;
 }
 
-/// Everything was prepared before the fork: a process with threads may only make system calls after it, because a
-/// lock that another thread held at that moment stays locked in the child.
+/// Everything is prepared before the fork: the child of a process with threads may only make system calls, because a
+/// lock of another thread stays locked in the child.
 [[noreturn]] void become(char* const* arguments, char** environment, const char* workingDirectory, int output,
                          int errors, const std::function<void()>& beforeStart) {
-  // A test that dies takes its children with it.
+  // If the test dies, its children die too.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
   dup2(output, STDOUT_FILENO);

@@ -13,7 +13,7 @@
 
 namespace Support {
 
-/// How a child process differs from its parent: variables to set, or, given nothing, to remove.
+/// The variables that a child process gets in addition to its parent's; a variable without a value is removed.
 using Environment = std::map<std::string, std::optional<std::string>>;
 
 struct ProcessResult {
@@ -22,12 +22,12 @@ struct ProcessResult {
   std::string errors;
 };
 
-/// A started child process with its standard output and error in files. It is killed, if it still runs, and reaped
-/// when the object goes.
+/// A running child process with its standard output and error in files. The destructor kills it, if it still runs, and
+/// reaps it.
 class Process {
 public:
-  /// Starts `arguments[0]`, looked up in PATH. Standard input is /dev/null. `beforeStart` is called in the child just
-  /// before it becomes the program, and may only make system calls.
+  /// Starts `arguments[0]`, looked up in PATH, with /dev/null as standard input. `beforeStart` is called in the child
+  /// before exec and may only make system calls.
   explicit Process(const std::vector<std::string>& arguments, const Environment& environment = {},
                    const std::filesystem::path& workingDirectory = ".", const std::function<void()>& beforeStart = {});
   ~Process();
@@ -39,7 +39,7 @@ public:
   bool isRunning();
   std::string outputSoFar() const;
 
-  /// Waits for the end. A process that does not end within the deadline is killed and the wait throws.
+  /// Waits for the end. After the deadline it kills the process and throws.
   ProcessResult wait();
 
 private:
@@ -53,7 +53,7 @@ private:
 ProcessResult run(const std::vector<std::string>& arguments, const Environment& environment = {},
                   const std::filesystem::path& workingDirectory = ".");
 
-/// Runs a program that has to succeed: throws with all that it wrote otherwise. Returns its standard output.
+/// Runs a program and returns its standard output. If it fails, throws with its whole output.
 std::string runOrThrow(const std::vector<std::string>& arguments, const Environment& environment = {});
 
 /// The executable `name` of this build.

@@ -8,7 +8,7 @@
 
 namespace Support {
 
-/// A fresh folder that goes, with all that is in it, when the object does.
+/// A new folder; the destructor removes it with its content.
 class TempDirectory {
 public:
   TempDirectory();
@@ -23,10 +23,10 @@ private:
   std::filesystem::path m_path;
 };
 
-/// The bytes of a file. Throws when it cannot be read.
+/// The content of a file. Throws if it cannot be read.
 std::string readFile(const std::filesystem::path& path);
 
-/// Makes or replaces a file, with its missing parent directories. Throws when it cannot be written.
+/// Creates or replaces a file, with its missing parent directories. Throws if it cannot be written.
 void writeFile(const std::filesystem::path& path, std::string_view content);
 
 } // namespace Support

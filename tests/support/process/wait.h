@@ -7,7 +7,7 @@
 
 namespace Support {
 
-/// Asks `condition` again and again until it holds; false when it does not within the deadline.
+/// Calls `condition` until it returns true; false if it does not within the deadline.
 template <typename Condition>
 bool waitUntil(Condition condition, std::chrono::seconds deadline = std::chrono::seconds(60)) {
   const auto end = std::chrono::steady_clock::now() + deadline;

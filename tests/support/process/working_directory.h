@@ -7,7 +7,7 @@
 
 namespace Support {
 
-/// Makes `folder` the working directory for as long as it lives.
+/// Changes the working directory to `folder` for its lifetime.
 class ScopedWorkingDirectory {
 public:
   explicit ScopedWorkingDirectory(const std::filesystem::path& folder) : m_before(std::filesystem::current_path()) {

@@ -12,8 +12,8 @@
 
 namespace Support {
 
-/// The keys and certificates that sandbox/make-pki makes, whose head lists the names. They are made when first asked
-/// for, and differ from process to process.
+/// The keys and certificates that sandbox/make-pki makes; the head of that script lists their names. They are made at
+/// the first use and differ from process to process.
 class Pki {
 public:
   static const Pki& instance();
@@ -24,7 +24,7 @@ public:
 
   std::string keyId(const std::string& name) const;
 
-  /// The parts of a signature by `name`, vouched for by the owners of `previous`, oldest first.
+  /// The keys of a signature by `name`, with the earlier keys `previous`, oldest first.
   PackageSignatures::Signer signer(const std::string& name, const std::vector<std::string>& previous = {}) const;
 
 private:
@@ -35,7 +35,7 @@ private:
 /// Signs a package in place.
 void sign(const std::filesystem::path& package, const std::string& name, const std::vector<std::string>& previous = {});
 
-/// Makes the sandbox's authority trusted on the system that begins at `root`.
+/// Adds the sandbox's authority to the trusted ones of the system under `root`.
 void trustAuthorityUnder(const std::filesystem::path& root);
 
 } // namespace Support
