@@ -24,23 +24,23 @@ namespace Sandbox {
 ///   old/N          what was deleted from the root, by the number of the change
 ///   journal        the plan. It comes before the first change and goes after the last one
 ///
-/// Whoever finds the folder, after a failure or after the end of the process, can tell from the journal and from what
-/// lies where what has been done, and can undo it or finish it, and be interrupted in that as well. All errors are
-/// Common::Error; nothing is done through a symbolic link.
+/// After a failure or the end of the process, the journal and the places of the files show which changes were made, so
+/// they can be undone or finished. That can be interrupted too. All errors are Common::Error; no symlink is followed.
 ///
-/// After a power loss the disk has any part of what was changed since the last sync. Three rules make the folder enough
-/// even then:
+/// After a power loss any subset of the changes since the last sync may be on the disk. Three rules make the folder
+/// sufficient even then:
 ///
-/// 1. The folder is synced before the first change. So a journal that is missing or not whole means that nothing has
-///    been changed, and one that is whole has everything that it takes to undo all changes and to do them again.
-/// 2. The registry's record decides. Without it every change is undone, as far as it is on the disk; with it every
-///    change that is not on the disk is done again. Both can be cut off and repeated.
-/// 3. All changes, the database and the record are synced before the journal goes, and so are an undo and a redo. What
-///    is not synced is only the end itself: empty directories of earlier versions go, then the journal, then the
-///    folder. File systems with a journal keep that order. The answer to the client comes after that.
+/// 1. The folder is synced before the first change. So a journal that is missing or incomplete means that nothing was
+///    changed, and a complete one has all that is needed to undo the changes or to make them again.
+/// 2. The registry's record decides. Without it, every change that is on the disk is undone; with it, every change that
+///    is not on the disk is made again. Both can be interrupted and repeated.
+/// 3. All changes, the database and the record are synced before the journal is removed; so are an undo and a redo.
+/// Only
+///    the last steps are not synced: empty directories of earlier versions are removed, then the journal, then the
+///    folder. File systems keep the order of such changes. The client gets its answer after that.
 ///
-/// The root, the folder, the registry and the database are on one file system, of which a sync writes everything. If
-/// the database is on another one, SQLite's own syncs have to do.
+/// One sync covers one file system: the root, the folder, the registry and the database are on the same one. If the
+/// database is on another one, SQLite's own syncs protect it.
 ///
 /// Other processes may change directories of the root meanwhile, if these are open to them. An entry of the root is
 /// replaced or deleted only if it is the one of the plan, so it is looked at again after it has been moved into the
