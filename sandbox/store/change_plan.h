@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,6 +28,7 @@ struct Change {
 struct DirectoryMode {
   std::filesystem::path path;
   std::filesystem::perms permissions;
+  std::filesystem::perms earlier = std::filesystem::perms::owner_all; ///< those it had, or was made with
 
   bool operator==(const DirectoryMode&) const = default;
 };
@@ -35,18 +37,22 @@ struct DirectoryMode {
 struct ChangePlan {
   std::string package;
   std::string record; ///< the line of the registry whose presence means that the operation has happened
+  std::optional<std::string> entryBefore;            ///< the package's entry in the database, if it was installed
+  std::optional<std::string> entryAfter;             ///< that which takes its place
   std::vector<std::filesystem::path> newDirectories; ///< each before what is in it
   std::vector<Change> changes;
   std::vector<std::filesystem::path> obsoleteDirectories; ///< to be removed if empty, each after what is in it
-  std::vector<DirectoryMode> directoryModes;              ///< to be set last of all, each after what is in it
+  std::vector<DirectoryMode> directoryModes;              ///< to be set after all changes, each after what is in it
 
   bool operator==(const ChangePlan&) const = default;
 };
 
-/// The plan as bytes: a sequence of texts, each ended by a zero byte, which no path contains.
+/// The plan as bytes: a sequence of texts, each ended by a zero byte, which no path contains. The last one is a
+/// checksum.
 std::string toBytes(const ChangePlan& plan);
 
-/// The plan with these bytes. Throws Common::Error, Internal, when they are not those of a whole plan.
-ChangePlan planFrom(std::string_view bytes);
+/// The plan with these bytes. Nothing when they are not those of a whole plan: after a power loss a file may be shorter
+/// than it was written, and any part of it may be zeros.
+std::optional<ChangePlan> planFrom(std::string_view bytes);
 
 } // namespace Sandbox

@@ -47,6 +47,13 @@ fs::file_type typeOf(mode_t mode) {
   }
 }
 
+Entry entryOf(const struct stat& status) {
+  return {.type = typeOf(status.st_mode),
+          .permissions = static_cast<fs::perms>(status.st_mode & ALLPERMS),
+          .owner = status.st_uid,
+          .inode = status.st_ino};
+}
+
 struct CloseListing {
   void operator()(DIR* listing) const { closedir(listing); }
 };
@@ -141,13 +148,17 @@ bool Directory::makeDirectory(const std::string& name) const {
   return true;
 }
 
+Entry Directory::status() const {
+  struct stat status {};
+  if (fstat(m_descriptor.get(), &status) != 0)
+    throw failure("Couldn't get the type of: ", m_path);
+  return entryOf(status);
+}
+
 std::optional<Entry> Directory::entry(const std::string& name) const {
   struct stat status {};
   if (fstatat(m_descriptor.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
-    return Entry{.type = typeOf(status.st_mode),
-                 .permissions = static_cast<fs::perms>(status.st_mode & ALLPERMS),
-                 .owner = status.st_uid,
-                 .inode = status.st_ino};
+    return entryOf(status);
   if (errno == ENOENT)
     return std::nullopt;
   throw failure("Couldn't get the type of: ", m_path / name);
@@ -176,13 +187,13 @@ void Directory::createSymlink(const std::string& target, const std::string& name
     throw failure("Couldn't create symlink: ", m_path / name);
 }
 
-void Directory::createHardLink(const std::string& existing, const std::string& name) const {
-  if (linkat(m_descriptor.get(), existing.c_str(), m_descriptor.get(), name.c_str(), 0) != 0)
-    throw failure("Couldn't create hard link: ", m_path / name);
+void Directory::createHardLink(const std::string& existing, const Directory& to, const std::string& name) const {
+  if (linkat(m_descriptor.get(), existing.c_str(), to.m_descriptor.get(), name.c_str(), 0) != 0)
+    throw failure("Couldn't create hard link: ", to.m_path / name);
 }
 
-void Directory::rename(const std::string& name, const std::string& newName) const {
-  if (renameat(m_descriptor.get(), name.c_str(), m_descriptor.get(), newName.c_str()) != 0)
+void Directory::rename(const std::string& name, const Directory& to, const std::string& newName) const {
+  if (renameat(m_descriptor.get(), name.c_str(), to.m_descriptor.get(), newName.c_str()) != 0)
     throw failure("Couldn't rename: ", m_path / name);
 }
 

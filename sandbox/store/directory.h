@@ -42,6 +42,9 @@ public:
   /// Makes a directory for its owner alone (0700). False when the name is taken.
   bool makeDirectory(const std::string& name) const;
 
+  /// The status of the directory itself.
+  Entry status() const;
+
   /// The status of an entry; nothing if there is no such entry.
   std::optional<Entry> entry(const std::string& name) const;
 
@@ -52,10 +55,12 @@ public:
   std::optional<Common::Posix::FileDescriptor> openFile(const std::string& name) const;
 
   void createSymlink(const std::string& target, const std::string& name) const;
-  void createHardLink(const std::string& existing, const std::string& name) const;
 
-  /// Renames an entry within this directory; what had the new name is replaced.
-  void rename(const std::string& name, const std::string& newName) const;
+  /// Gives an entry another name, also in another directory. A symlink gets it itself.
+  void createHardLink(const std::string& existing, const Directory& to, const std::string& name) const;
+
+  /// Moves an entry; what had the new name is replaced.
+  void rename(const std::string& name, const Directory& to, const std::string& newName) const;
 
   /// Moves an entry to a name that is free. False when there is no such entry and when the new name is taken.
   bool move(const std::string& name, const Directory& to, const std::string& newName) const;

@@ -36,6 +36,9 @@ void forEach(const RpmTransaction& transaction, const std::filesystem::path& fol
 PackageDatabase::PackageDatabase(std::filesystem::path folder) : m_folder(std::move(folder)) {
   Common::Filesystem::createDirectories(m_folder);
   setDatabaseFolder(m_folder);
+  // A power loss at the very first start leaves an empty file, which librpm cannot open for reading. A failure shows
+  // when the database is read.
+  createDatabase();
 }
 
 std::vector<Reader> PackageDatabase::packages() const {

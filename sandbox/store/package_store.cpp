@@ -109,10 +109,10 @@ PackagedFiles filesOfOthers(std::vector<Reader> entries, const std::string& name
 } // namespace
 
 PackageStore::PackageStore()
-    : m_root(usableRoot()), m_home(m_root.openPrivate("var/lib/krv/sandbox")), m_lock(m_home),
-      m_database(m_root.path() / "var/lib/rpm"), m_transaction(m_root, m_home) {
+    : m_root(usableRoot()), m_home(m_root.openPrivate("var/lib/krv/sandbox")), m_events(m_root.open("var/lib/krv")),
+      m_lock(m_home), m_database(m_root.path() / "var/lib/rpm"), m_transaction(m_root, m_home, m_events) {
   m_database.packages(); // here is where to say that it cannot be read
-  recover();
+  afterwards([this] { recover(); });
 }
 
 std::vector<StoredPackage> PackageStore::list() const {
@@ -132,6 +132,8 @@ StoredPackage PackageStore::get(const std::string& name) const {
 }
 
 void PackageStore::install(const std::string& path, const std::string& source) {
+  std::string outcome;
+  bool hasScripts = false;
   inTransaction([&] {
     // Most of what cannot be installed is found here, before a copy of it is made.
     OpenedPackage original(path);
@@ -142,13 +144,16 @@ void PackageStore::install(const std::string& path, const std::string& source) {
     const std::string copy = pathOf(file);
     ArchiveReader archive = ArchiveReader::openForExtraction(copy);
     const auto developer = Common::developerIdentity(Common::readPackageCmses(copy, true));
-    installVerified(archive, describe(archive, source, developer));
-    if (Acceptance::hasScripts(archive))
-      LogMessage(LogLevel::Warning) << "The scripts of the package are not run: " << path;
+    outcome = installVerified(archive, describe(archive, source, developer));
+    hasScripts = Acceptance::hasScripts(archive);
   });
+  LogMessage(LogLevel::Info) << outcome;
+  if (hasScripts)
+    LogMessage(LogLevel::Warning) << "The scripts of the package are not run: " << path;
 }
 
-void PackageStore::installVerified(ArchiveReader& archive, const StoredPackage& package) {
+/// Returns what to say when it is done.
+std::string PackageStore::installVerified(ArchiveReader& archive, const StoredPackage& package) {
   Acceptance::requireInstallable(archive);
   const std::vector<Reader> entries = m_database.packages();
   const std::optional<Installed> installed = find(entries, package.name);
@@ -164,28 +169,34 @@ void PackageStore::installVerified(ArchiveReader& archive, const StoredPackage& 
 
   const RegistryRecord event =
       newRecord(installed ? RegistryRecord::Event::Update : RegistryRecord::Event::Install, package);
-  plan.package = package.name;
-  plan.record = toString(event);
-  m_transaction.carryOut(plan, m_database, installed ? std::optional(exportHeader(installed->entry)) : std::nullopt,
-                         exportHeader(withInstallationTags(archive, package, event.timestamp)));
-  record(event);
-  LogMessage(LogLevel::Info) << (installed ? "Updated: " : "Installed: ") << package.name << " " << package.version;
+  if (installed)
+    plan.entryBefore = exportHeader(installed->entry);
+  plan.entryAfter = exportHeader(withInstallationTags(archive, package, event.timestamp));
+  commit(std::move(plan), event);
+  return (installed ? "Updated: " : "Installed: ") + package.name + " " + package.version;
 }
 
 void PackageStore::remove(const std::string& name) {
+  std::string version;
   inTransaction([&] {
     const std::vector<Reader> entries = m_database.packages();
     const Installed installed = require(entries, name);
     const PackagedFiles earlier = filesOf({installed.entry});
     const PackagedFiles others = filesOfOthers(entries, name);
     ChangePlan plan = planRemoval(m_root, {.earlier = earlier, .others = others});
-    const RegistryRecord event = newRecord(RegistryRecord::Event::Remove, installed.package);
-    plan.package = name;
-    plan.record = toString(event);
-    m_transaction.carryOut(plan, m_database, exportHeader(installed.entry), std::nullopt);
-    record(event);
-    LogMessage(LogLevel::Info) << "Removed: " << name << " " << installed.package.version;
+    plan.entryBefore = exportHeader(installed.entry);
+    commit(std::move(plan), newRecord(RegistryRecord::Event::Remove, installed.package));
+    version = installed.package.version;
   });
+  LogMessage(LogLevel::Info) << "Removed: " << name << " " << version;
+}
+
+void PackageStore::commit(ChangePlan plan, const RegistryRecord& event) {
+  plan.package = event.packageId;
+  plan.record = toString(event);
+  m_transaction.carryOut(std::move(plan), m_database);
+  record(event);
+  m_transaction.sync();
 }
 
 void PackageStore::inTransaction(const std::function<void()>& work) {
@@ -215,8 +226,16 @@ void PackageStore::afterwards(const std::function<void()>& work) {
 void PackageStore::recover() {
   if (!m_transaction.isUnderWay())
     return;
-  const std::optional<ChangePlan> plan = m_transaction.plan();
+  std::optional<ChangePlan> plan;
+  try {
+    plan = m_transaction.plan();
+  } catch (const Error& error) {
+    LogMessage(LogLevel::Error) << error.what();
+    m_transaction.setAside();
+    return;
+  }
   if (plan && isRecorded(plan->record)) {
+    m_transaction.redo(m_database);
     m_transaction.finish();
     LogMessage(LogLevel::Info) << "Finished an interrupted transaction: " << plan->package;
     return;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "common/rpm/archive.h"
+#include "core/registry_record.h"
 #include "sandbox/store/directory.h"
 #include "sandbox/store/package_database.h"
 #include "sandbox/store/store_lock.h"
@@ -18,14 +19,15 @@ namespace Sandbox {
 /// The installed packages of the root: their files, the RPM database "var/lib/rpm" and the registry. Its own state is
 /// in "var/lib/krv/sandbox", which only its owner may enter. One store at a time, for the single thread of its process.
 ///
-/// Installing and removing happen wholly or not at all, whatever fails on the way. When the process ends in between,
-/// the next store takes back what was done or finishes it. Scripts and triggers of packages are never run; owners are
-/// not set; set-id bits are dropped, and sticky bits of anything but directories.
+/// Installing and removing happen wholly or not at all, whatever fails on the way. When the process ends in between, or
+/// the power fails, the next store takes back what was done or finishes it. What has returned is on the disk. Scripts
+/// and triggers of packages are never run; owners are not set; set-id bits are dropped, and sticky bits of anything but
+/// directories.
 class PackageStore {
 public:
   /// Opens the store under Common::Filesystem::rootDirectory(), which must be a directory, and cleans up after one that
-  /// did not end by itself. Throws Common::Error, Filesystem or Internal, when the root or the database is unusable or
-  /// another process has the store.
+  /// did not end by itself. If that fails, it is logged, and the next installation or removal tries it again. Throws
+  /// Common::Error, Filesystem or Internal, when the root or the database is unusable or another process has the store.
   PackageStore();
 
   /// The packages that this service has installed, sorted by name; a warning line for each other one.
@@ -47,13 +49,15 @@ public:
   void remove(const std::string& name);
 
 private:
-  void installVerified(Common::Rpm::ArchiveReader& archive, const StoredPackage& package);
+  std::string installVerified(Common::Rpm::ArchiveReader& archive, const StoredPackage& package);
+  void commit(ChangePlan plan, const Core::KRV::RegistryRecord& event);
   void inTransaction(const std::function<void()>& work);
   static void afterwards(const std::function<void()>& work);
   void recover();
 
   Directory m_root;
   Directory m_home;
+  Directory m_events;
   StoreLock m_lock;
   PackageDatabase m_database;
   Transaction m_transaction;

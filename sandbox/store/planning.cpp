@@ -100,8 +100,9 @@ private:
     else if (entry && entry->type != file_type::directory)
       throw conflict("The package has a directory at the path of another entry: ", path);
     else if (entry && isOwn(path) && !Acceptance::leadsToReserved(path))
-      m_plan.directoryModes.push_back(
-          {.path = path, .permissions = permissions | (entry->permissions & fs::perms::sticky_bit)});
+      m_plan.directoryModes.push_back({.path = path,
+                                       .permissions = permissions | (entry->permissions & fs::perms::sticky_bit),
+                                       .earlier = entry->permissions});
   }
 
   void placeFile(const fs::path& path, const PackagedFile& file) {

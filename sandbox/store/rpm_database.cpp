@@ -4,6 +4,7 @@
 
 #include "common/error/error.h"
 #include "common/rpm/configuration.h"
+#include "common/rpm/handles.h"
 
 #include <rpm/rpmlog.h>
 #include <rpm/rpmmacro.h>
@@ -21,6 +22,10 @@ void setDatabaseFolder(const std::filesystem::path& folder) {
       body += character;
   }
   rpmPushMacro(nullptr, "_dbpath", nullptr, body.c_str(), RMIL_CMDLINE);
+}
+
+bool createDatabase() {
+  return rpmtsInitDB(Common::Rpm::ownTransactionSet(rpmtsCreate()).get(), 0644) == 0;
 }
 
 void addToDatabase(const Common::Rpm::RpmTransaction& transaction, const Common::Rpm::Reader& package) {

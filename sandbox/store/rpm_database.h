@@ -15,6 +15,9 @@ namespace Sandbox {
 /// reads the configuration first. Call it before any lock is taken, because librpm looks up its lock file only once.
 void setDatabaseFolder(const std::filesystem::path& folder);
 
+/// Creates RPM's database, or the tables that it lacks. False after librpm's own lines with the reason.
+bool createDatabase();
+
 /// For Common::Rpm::RpmTransaction::addFlags(): run() changes only the database. No file is changed; no script, trigger
 /// or plugin runs.
 inline constexpr rpmtransFlags databaseOnly = RPMTRANS_FLAG_JUSTDB | RPMTRANS_FLAG_NOSCRIPTS | _noTransScripts |

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,10 +26,11 @@ using Common::ErrorCode;
 using Common::Posix::FileDescriptor;
 
 constexpr const char* folderName = "transaction";
+constexpr const char* asideName = "unreadable-transaction";
 constexpr const char* newFiles = "new";
 constexpr const char* oldFiles = "old";
 constexpr const char* journal = "journal";
-constexpr const char* header = "header";
+constexpr const char* registry = "registry";
 
 /// To be called before anything else can change errno.
 Error failure(const std::string& message, const fs::path& path) {
@@ -73,6 +75,44 @@ bool isInode(const std::optional<Entry>& entry, std::uint64_t inode) {
   return entry && entry->inode == inode;
 }
 
+/// After a power loss the folder may be there without them.
+void makeFolders(const Directory& folder) {
+  for (const char* files : {newFiles, oldFiles})
+    folder.makeDirectory(files);
+}
+
+Directory filesOf(const Change& change, const Directory& folder) {
+  return folder.open(change.kind == Change::Kind::Delete ? oldFiles : newFiles);
+}
+
+/// There is no moment in which a file that is replaced is missing. False when an entry turned out not to be the one of
+/// the plan; it goes back where it was when the change is undone.
+bool apply(const Change& change, const Directory& root, const Directory& folder) {
+  const std::optional<Place> place = findPlace(root, change.path);
+  const Directory files = filesOf(change, folder);
+  const std::string number = std::to_string(change.number);
+  if (!place)
+    return false;
+  switch (change.kind) {
+  case Change::Kind::Add:
+    return files.move(number, place->directory, place->name);
+  case Change::Kind::Replace:
+    return files.exchange(number, place->directory, place->name) && isInode(files.entry(number), change.oldInode);
+  case Change::Kind::Delete:
+    return place->directory.move(place->name, files, number) && isInode(files.entry(number), change.oldInode);
+  }
+  return false;
+}
+
+/// Whether a change is still to be made: what it puts into the root lies in the folder, or what it takes does not.
+bool isPending(const Change& change, const Directory& root, const Directory& folder) {
+  const std::optional<Entry> kept = filesOf(change, folder).entry(std::to_string(change.number));
+  if (change.kind != Change::Kind::Delete)
+    return isInode(kept, change.newInode);
+  const std::optional<Place> place = findPlace(root, change.path);
+  return !kept && place && isInode(place->entry(), change.oldInode);
+}
+
 /// The other way round of an added file. A file that has taken its place is not the store's, and stays.
 void takeBack(const Change& change, const Place& place, const Directory& files) {
   const std::string number = std::to_string(change.number);
@@ -100,7 +140,7 @@ bool exchangeBack(const Change& change, const Place& place, const Directory& fil
 /// Whether the root has again what it had in this place, as far as that was changed at all.
 bool undo(const Change& change, const Directory& root, const Directory& folder) {
   const std::optional<Place> place = findPlace(root, change.path);
-  const Directory files = folder.open(change.kind == Change::Kind::Delete ? oldFiles : newFiles);
+  const Directory files = filesOf(change, folder);
   const std::string number = std::to_string(change.number);
   const std::optional<Entry> kept = files.entry(number);
   switch (change.kind) {
@@ -116,6 +156,16 @@ bool undo(const Change& change, const Directory& root, const Directory& folder) 
   return true;
 }
 
+/// Only where the plan has set a mode. The directory of somebody else keeps its own.
+void resetMode(const DirectoryMode& mode, const Directory& root) {
+  const std::optional<Directory> directory = root.find(mode.path);
+  if (!directory)
+    return;
+  const Entry found = directory->status();
+  if (found.owner == geteuid() && found.permissions == mode.permissions)
+    directory->setPermissions(mode.earlier);
+}
+
 /// A directory that the store has made is closed to everybody else until the end. Another one is somebody else's.
 void unmake(const fs::path& path, const Directory& root) {
   const std::optional<Place> place = findPlace(root, path);
@@ -126,6 +176,13 @@ void unmake(const fs::path& path, const Directory& root) {
 
 } // namespace
 
+Transaction::Transaction(const Directory& root, const Directory& home, const Directory& events)
+    : m_root(root), m_home(home), m_events(events),
+      m_disk(openat(home.descriptor(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+  if (!m_disk)
+    throw failure("Couldn't open directory: ", home.path());
+}
+
 Directory Transaction::folder() const {
   return m_home.open(folderName);
 }
@@ -135,9 +192,7 @@ bool Transaction::isUnderWay() const {
 }
 
 void Transaction::begin() const {
-  const Directory folder = m_home.openPrivate(folderName);
-  for (const char* files : {newFiles, oldFiles})
-    folder.makeDirectory(files);
+  makeFolders(m_home.openPrivate(folderName));
 }
 
 FileDescriptor Transaction::copyPackage(const OpenedPackage& package) const {
@@ -164,67 +219,80 @@ void Transaction::stage(Common::Rpm::ArchiveReader& package) const {
            .hardLinks =
                [&](const Common::Rpm::HardLinkDescription& group) {
                  for (const auto& link : group.links)
-                   files.createHardLink(nameOf(group.content.index), nameOf(link.index));
+                   files.createHardLink(nameOf(group.content.index), files, nameOf(link.index));
                }});
 }
 
-void Transaction::carryOut(ChangePlan plan, PackageDatabase& database, const std::optional<std::string>& earlier,
-                           const std::optional<std::string>& entry) const {
+void Transaction::carryOut(ChangePlan plan, PackageDatabase& database) const {
   const Directory folder = this->folder();
   const Directory files = folder.open(newFiles);
   for (Change& change : plan.changes) {
     if (const auto staged = files.entry(std::to_string(change.number)))
       change.newInode = staged->inode;
   }
-  if (earlier)
-    writeFile(folder, header, *earlier);
-  const std::string unfinished = "journal.next";
-  writeFile(folder, unfinished, toBytes(plan));
-  folder.rename(unfinished, journal);
+  keepRegistry(folder);
+  writeFile(folder, journal, toBytes(plan));
+  sync();
 
+  makeDirectories(plan);
+  for (const Change& change : plan.changes) {
+    if (!apply(change, m_root, folder))
+      throw conflict(change.path);
+  }
+  database.replace(plan.package, plan.entryAfter);
+  setModes(plan);
+}
+
+/// Through the descriptor of one directory the whole file system is synced.
+void Transaction::sync() const {
+  if (syncfs(m_disk.get()) != 0)
+    throw failure("Couldn't sync the file system of: ", m_home.path());
+}
+
+void Transaction::makeDirectories(const ChangePlan& plan) const {
   for (const fs::path& path : plan.newDirectories) {
     const std::optional<Place> place = findPlace(m_root, path);
     if (!place || !place->directory.makeDirectory(place->name))
       throw conflict(path);
   }
-  for (const Change& change : plan.changes)
-    applyTo(change, folder);
-  database.replace(plan.package, entry);
 }
 
-/// There is no moment in which a file that is replaced is missing. An entry that turns out not to be the one of the
-/// plan goes back where it was when the conflict makes the transaction undo its changes.
-void Transaction::applyTo(const Change& change, const Directory& folder) const {
-  const std::optional<Place> place = findPlace(m_root, change.path);
-  const Directory files = folder.open(change.kind == Change::Kind::Delete ? oldFiles : newFiles);
-  const std::string number = std::to_string(change.number);
-  if (!place)
-    throw conflict(change.path);
-  bool isMoved = false;
-  switch (change.kind) {
-  case Change::Kind::Add:
-    isMoved = files.move(number, place->directory, place->name);
-    break;
-  case Change::Kind::Replace:
-    isMoved = files.exchange(number, place->directory, place->name) && isInode(files.entry(number), change.oldInode);
-    break;
-  case Change::Kind::Delete:
-    isMoved = place->directory.move(place->name, files, number) && isInode(files.entry(number), change.oldInode);
-    break;
+void Transaction::setModes(const ChangePlan& plan) const {
+  for (const DirectoryMode& mode : plan.directoryModes) {
+    if (const std::optional<Directory> found = m_root.find(mode.path))
+      found->setPermissions(mode.permissions);
   }
-  if (!isMoved)
-    throw conflict(change.path);
+}
+
+/// The registry is replaced as a whole, so another name keeps the one from before.
+void Transaction::keepRegistry(const Directory& folder) const {
+  if (m_events.entry(registry))
+    m_events.createHardLink(registry, folder, registry);
+  else
+    folder.createFile(registry);
+}
+
+/// Nothing happens if it has not been replaced. It takes no lock: nobody but this store writes the registry, and
+/// readers find the one or the other.
+void Transaction::putBackRegistry(const Directory& folder) const {
+  if (folder.entry(registry))
+    folder.rename(registry, m_events, registry);
 }
 
 std::optional<ChangePlan> Transaction::plan() const {
   const std::optional<std::string> bytes = readFile(folder(), journal);
-  return bytes ? std::optional(planFrom(*bytes)) : std::nullopt;
+  return bytes ? planFrom(*bytes) : std::nullopt;
 }
 
+/// The record goes first: if it comes back after a power loss, everything is done again.
 void Transaction::undo(PackageDatabase& database) const {
   if (const std::optional<ChangePlan> plan = this->plan()) {
     const Directory folder = this->folder();
-    database.replace(plan->package, readFile(folder, header));
+    makeFolders(folder);
+    putBackRegistry(folder);
+    database.replace(plan->package, plan->entryBefore);
+    std::for_each(plan->directoryModes.rbegin(), plan->directoryModes.rend(),
+                  [&](const DirectoryMode& mode) { resetMode(mode, m_root); });
     std::for_each(plan->changes.rbegin(), plan->changes.rend(), [&](const Change& change) {
       if (!Sandbox::undo(change, m_root, folder))
         LogMessage(LogLevel::Warning) << "Couldn't put back what the transaction has removed: /"
@@ -232,8 +300,30 @@ void Transaction::undo(PackageDatabase& database) const {
     });
     std::for_each(plan->newDirectories.rbegin(), plan->newDirectories.rend(),
                   [&](const fs::path& path) { unmake(path, m_root); });
+    sync();
   }
   discard();
+}
+
+void Transaction::redo(PackageDatabase& database) const {
+  const std::optional<ChangePlan> plan = this->plan();
+  if (!plan)
+    return;
+  const Directory folder = this->folder();
+  makeFolders(folder);
+  for (const fs::path& path : plan->newDirectories) {
+    if (const std::optional<Place> place = findPlace(m_root, path))
+      place->directory.makeDirectory(place->name);
+  }
+  for (const Change& change : plan->changes) {
+    if (!isPending(change, m_root, folder) || apply(change, m_root, folder))
+      continue;
+    Sandbox::undo(change, m_root, folder);
+    LogMessage(LogLevel::Warning) << "Couldn't do again what the transaction has changed: /" << change.path.string();
+  }
+  database.replace(plan->package, plan->entryAfter);
+  setModes(*plan);
+  sync();
 }
 
 void Transaction::finish() const {
@@ -242,12 +332,15 @@ void Transaction::finish() const {
       if (const std::optional<Place> place = findPlace(m_root, path))
         place->directory.removeIfEmpty(place->name);
     }
-    for (const DirectoryMode& directory : plan->directoryModes) {
-      if (const std::optional<Directory> found = m_root.find(directory.path))
-        found->setPermissions(directory.permissions);
-    }
   }
   discard();
+}
+
+void Transaction::setAside() const {
+  m_home.remove(asideName);
+  m_home.rename(folderName, m_home, asideName);
+  LogMessage(LogLevel::Error) << "The interrupted transaction cannot be repaired and is kept in: "
+                              << (m_home.path() / asideName).string();
 }
 
 /// The journal goes first: what is left without it has changed nothing.

@@ -199,6 +199,43 @@ TEST_P(RunOnBus, ContinuesWhenTheServiceDiesDuringAnInstallation) {
   EXPECT_EQ(run.status, 0);
 }
 
+TEST_P(RunOnBus, HasAllLinesOfEachPackageWhenTheServiceDiesAtEachCall) {
+  m_device->removeService();
+  m_device->bus().provide("velta.KRV", Support::program("test-dying-service"));
+  for (const char* name : {"a", "b", "c"})
+    m_device->add({.name = name});
+  std::string expected;
+  for (const fs::path& path : m_device->entries())
+    expected += "[E] " + texts().noReply +
+                "\n[E] Failed to query information about installed package: " + path.stem().string() +
+                "\n[E] Package installation error: " + texts().noReply + "\n" + failedLine(path);
+  const auto run = m_device->run();
+  EXPECT_EQ(run.log, expected + timeLine);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_LT(run.seconds.value(), 10);
+}
+
+/// It could be started once and never again, as a service whose own state it cannot read.
+TEST_P(RunOnBus, HasAllLinesOfEachPackageWhenTheServiceCannotBeStartedAgain) {
+  m_device->removeService();
+  const fs::path service = m_device->root() / "service";
+  writeFile(service, "#!/bin/sh\nmkdir '" + (m_device->root() / "started").string() +
+                         "' 2>/dev/null || exit 1\nexec '" + Support::program("test-dying-service").string() + "'\n");
+  fs::permissions(service, fs::perms::owner_all);
+  m_device->bus().provide("velta.KRV", service);
+  for (const char* name : {"a", "b", "c"})
+    m_device->add({.name = name});
+  std::string expected;
+  for (const fs::path& path : m_device->entries())
+    expected += "[E] " + (expected.empty() ? texts().noReply : texts().deadService) +
+                "\n[E] Failed to query information about installed package: " + path.stem().string() +
+                "\n[E] Package installation error: " + texts().deadService + "\n" + failedLine(path);
+  const auto run = m_device->run();
+  EXPECT_EQ(run.log, expected + timeLine);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_LT(run.seconds.value(), 10);
+}
+
 TEST_F(Run, StopsWithItsTimeAndTheReasonWhenTheRegistryFolderCannotBeCreated) {
   m_device.add({});
   writeFile(m_device.root() / "var", "in the way");

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -50,6 +52,7 @@ protected:
 TEST_F(Installation, HasExactlyTheseFiles) {
   EXPECT_EQ(files(), "755 bin/krv-package-signature\n"
                      "644 lib/systemd/system/krv-pre-installer.service\n"
+                     "644 lib/tmpfiles.d/krv-pre-installer.conf\n"
                      "755 sbin/krv-pre-installer\n"
                      "644 share/doc/krv-pre-installer/CHANGELOG.md\n"
                      "644 share/doc/krv-pre-installer/LICENSE\n"
@@ -102,6 +105,34 @@ TEST_F(Installation, HasTheManualPagesOfTheSource) {
   const fs::path page = installed(KRV_INSTALL_PREFIX) / "share/man/man5/krv-registry.5.gz";
   EXPECT_EQ(Support::runOrThrow({"gzip", "-dc", page.string()}),
             Support::readFile(fs::path(KRV_SOURCE_DIRECTORY) / "docs/man/krv-registry.5"));
+}
+
+/// The registry's folder and the registry below a root, with their permissions in octal, and the registry's content.
+std::string registryBelow(const fs::path& root) {
+  const auto permissions = [](const fs::path& path) {
+    char text[8];
+    std::snprintf(text, sizeof text, "%03o ", static_cast<unsigned>(fs::status(path).permissions()));
+    return std::string(text);
+  };
+  const fs::path folder = root / "var/lib/krv";
+  return permissions(folder) + permissions(folder / "registry") + "'" + Support::readFile(folder / "registry") + "'";
+}
+
+TEST_F(Installation, CreatesAnEmptyRegistryAndKeepsAnExistingOne) {
+  if (geteuid() != 0)
+    GTEST_SKIP() << "only root can create files of root";
+  const fs::path settings = installed(KRV_INSTALL_PREFIX) / "lib/tmpfiles.d/krv-pre-installer.conf";
+  const Support::TempDirectory root;
+  const auto create = [&] {
+    return Support::runOrThrow({"systemd-tmpfiles", "--root=" + root.path().string(), "--create", settings.string()});
+  };
+  EXPECT_EQ(create(), "");
+  EXPECT_EQ(registryBelow(root.path()), "755 600 ''");
+  Support::writeFile(root / "var/lib/krv/registry", "records");
+  fs::permissions(root / "var/lib/krv/registry", fs::perms(0644));
+  fs::permissions(root / "var/lib/krv", fs::perms(0700));
+  EXPECT_EQ(create(), "");
+  EXPECT_EQ(registryBelow(root.path()), "700 644 'records'");
 }
 
 TEST(SpecFile, HasTheVersionOfTheProject) {

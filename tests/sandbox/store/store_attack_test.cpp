@@ -78,9 +78,7 @@ protected:
   }
 
   /// The store has made its plan and is about to start the changes.
-  static bool isPlanned(const SeenCall& call) {
-    return call.name.starts_with("rename") && call.path.ends_with("/journal.next");
-  }
+  static bool isPlanned(const SeenCall& call) { return call.name == "syncfs"; }
 
   /// The store is about to record that all changes are done.
   static bool isCarriedOut(const SeenCall& call) { return call.path.ends_with("/registry.next"); }
