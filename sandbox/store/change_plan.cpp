@@ -26,7 +26,7 @@ struct Damaged : std::runtime_error {
   Damaged() : std::runtime_error("The journal is damaged") {}
 };
 
-/// The hash of FNV-1a. It finds what a power loss does to a file; nobody else can write to it.
+/// The FNV-1a hash. It detects a file that a power loss has cut or zeroed; nobody else can write to the file.
 std::uint64_t checksum(std::string_view bytes) {
   std::uint64_t sum = 14695981039346656037U;
   for (const char byte : bytes)

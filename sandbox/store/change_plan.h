@@ -12,15 +12,15 @@
 
 namespace Sandbox {
 
-/// What happens to one file or link of the root.
+/// The change of one file or symlink of the root.
 struct Change {
   enum class Kind { Add, Replace, Delete };
 
   Kind kind;
-  std::size_t number; ///< its name among the new or among the old files of the transaction
+  std::size_t number; ///< its name in the folder of new or old files
   std::filesystem::path path;
-  std::uint64_t oldInode = 0; ///< of the entry that is replaced or deleted: no other one may be
-  std::uint64_t newInode = 0; ///< of the entry that is put there
+  std::uint64_t oldInode = 0; ///< of the entry to replace or delete
+  std::uint64_t newInode = 0; ///< of the new entry
 
   bool operator==(const Change&) const = default;
 };
@@ -28,31 +28,30 @@ struct Change {
 struct DirectoryMode {
   std::filesystem::path path;
   std::filesystem::perms permissions;
-  std::filesystem::perms earlier = std::filesystem::perms::owner_all; ///< those it had, or was made with
+  std::filesystem::perms earlier = std::filesystem::perms::owner_all; ///< before the change, or at its creation
 
   bool operator==(const DirectoryMode&) const = default;
 };
 
-/// Everything that one operation changes, written down before the first change. Paths are below the root.
+/// All changes of one operation. Paths are below the root.
 struct ChangePlan {
   std::string package;
-  std::string record; ///< the line of the registry whose presence means that the operation has happened
+  std::string record;                                ///< the registry's line that commits the operation
   std::optional<std::string> entryBefore;            ///< the package's entry in the database, if it was installed
-  std::optional<std::string> entryAfter;             ///< that which takes its place
-  std::vector<std::filesystem::path> newDirectories; ///< each before what is in it
+  std::optional<std::string> entryAfter;             ///< the new entry; none after a removal
+  std::vector<std::filesystem::path> newDirectories; ///< parents first
   std::vector<Change> changes;
-  std::vector<std::filesystem::path> obsoleteDirectories; ///< to be removed if empty, each after what is in it
-  std::vector<DirectoryMode> directoryModes;              ///< to be set after all changes, each after what is in it
+  std::vector<std::filesystem::path> obsoleteDirectories; ///< removed if empty, children first
+  std::vector<DirectoryMode> directoryModes;              ///< set after all changes, children first
 
   bool operator==(const ChangePlan&) const = default;
 };
 
-/// The plan as bytes: a sequence of texts, each ended by a zero byte, which no path contains. The last one is a
-/// checksum.
+/// The plan as bytes: texts that end with a zero byte, which no path contains. The last text is a checksum.
 std::string toBytes(const ChangePlan& plan);
 
-/// The plan with these bytes. Nothing when they are not those of a whole plan: after a power loss a file may be shorter
-/// than it was written, and any part of it may be zeros.
+/// Reads a plan from bytes. Nothing if they are not a complete plan: after a power loss a file may be cut, and any part
+/// of it may be zeros.
 std::optional<ChangePlan> planFrom(std::string_view bytes);
 
 } // namespace Sandbox

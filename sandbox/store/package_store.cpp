@@ -47,13 +47,13 @@ std::uint64_t availableSpace(const Directory& root) {
   return available;
 }
 
-/// Asked before anything is copied: a file of any size can be made without any space.
+/// Called before the package is copied: a sparse file can have any size.
 void requireSpace(const OpenedPackage& package, const Directory& root) {
   if (package.size() > availableSpace(root))
     throw Error(ErrorCode::Filesystem, "There is no space for a copy of the package: " + root.path().string());
 }
 
-/// Asked before anything is unpacked: a header may claim any size.
+/// Called before the package is unpacked: a header may claim any size.
 void requireSpace(const PackagedFiles& files, const Directory& root) {
   std::uint64_t available = availableSpace(root);
   for (const auto& [path, file] : files) {
@@ -111,7 +111,7 @@ PackagedFiles filesOfOthers(std::vector<Reader> entries, const std::string& name
 PackageStore::PackageStore()
     : m_root(usableRoot()), m_home(m_root.openPrivate("var/lib/krv/sandbox")), m_events(m_root.open("var/lib/krv")),
       m_lock(m_home), m_database(m_root.path() / "var/lib/rpm"), m_transaction(m_root, m_home, m_events) {
-  m_database.packages(); // here is where to say that it cannot be read
+  m_database.packages(); // throws if the database cannot be read
   afterwards([this] { recover(); });
 }
 
@@ -135,11 +135,11 @@ void PackageStore::install(const std::string& path, const std::string& source) {
   std::string outcome;
   bool hasScripts = false;
   inTransaction([&] {
-    // Most of what cannot be installed is found here, before a copy of it is made.
+    // Refuses most bad packages before they are copied.
     OpenedPackage original(path);
     original.requirePackage();
     requireSpace(original, m_root);
-    // From here on the copy is the package: whoever can write to the other one cannot change what was verified.
+    // From here on only the copy is used, so that nobody can change a verified package.
     const Common::Posix::FileDescriptor file = m_transaction.copyPackage(original);
     const std::string copy = pathOf(file);
     ArchiveReader archive = ArchiveReader::openForExtraction(copy);
@@ -152,7 +152,7 @@ void PackageStore::install(const std::string& path, const std::string& source) {
     LogMessage(LogLevel::Warning) << "The scripts of the package are not run: " << path;
 }
 
-/// Returns what to say when it is done.
+/// Returns the text of the log line.
 std::string PackageStore::installVerified(ArchiveReader& archive, const StoredPackage& package) {
   Acceptance::requireInstallable(archive);
   const std::vector<Reader> entries = m_database.packages();
@@ -213,7 +213,7 @@ void PackageStore::inTransaction(const std::function<void()>& work) {
   afterwards([&] { m_transaction.finish(); });
 }
 
-/// What is still to be done when it is known how the operation ends. If it fails, recover() does it the next time.
+/// Takes the last steps of an operation. If they fail, recover() takes them the next time.
 void PackageStore::afterwards(const std::function<void()>& work) {
   try {
     work();

@@ -17,35 +17,34 @@
 namespace Sandbox {
 
 /// The installed packages of the root: their files, the RPM database "var/lib/rpm" and the registry. Its own state is
-/// in "var/lib/krv/sandbox", which only its owner may enter. One store at a time, for the single thread of its process.
+/// in "var/lib/krv/sandbox", which only its owner can enter. One store at a time, for the single thread of its process.
 ///
-/// Installing and removing happen wholly or not at all, whatever fails on the way. When the process ends in between, or
-/// the power fails, the next store takes back what was done or finishes it. What has returned is on the disk. Scripts
-/// and triggers of packages are never run; owners are not set; set-id bits are dropped, and sticky bits of anything but
-/// directories.
+/// Installing and removing happen completely or not at all. If the process is killed or the power fails in between, the
+/// next store undoes or finishes the operation. When a call returns, its changes are on the disk. Scripts and triggers
+/// of packages never run. Owners are not set; set-id bits are dropped, and sticky bits of files.
 class PackageStore {
 public:
-  /// Opens the store under Common::Filesystem::rootDirectory(), which must be a directory, and cleans up after one that
-  /// did not end by itself. If that fails, it is logged, and the next installation or removal tries it again. Throws
-  /// Common::Error, Filesystem or Internal, when the root or the database is unusable or another process has the store.
+  /// Opens the store under Common::Filesystem::rootDirectory(), which must be a directory, and recovers an interrupted
+  /// operation. If recovery fails, it is logged, and the next installation or removal tries again. Throws
+  /// Common::Error, Filesystem or Internal, if the root or the database is unusable or another process has the store.
   PackageStore();
 
   /// The packages that this service has installed, sorted by name; a warning line for each other one.
   std::vector<StoredPackage> list() const;
 
-  /// The package called `name`. Throws Common::Error: PackageNotExist; CorruptedInstalledPackage for one that is in the
-  /// database and not from this service.
+  /// The package called `name`. Throws Common::Error: PackageNotExist; CorruptedInstalledPackage if another program has
+  /// added it to the database.
   StoredPackage get(const std::string& name) const;
 
-  /// Installs the package file that `path`, which is absolute, leads to, links followed, as if `source` had distributed
-  /// it, or updates an earlier version. The file is opened once; a copy of it is verified and installed. Throws
-  /// Common::Error with the code for what is wrong with the package; FileConflict, also for files of nobody; Filesystem
-  /// and Internal when it could not be done.
+  /// Installs the package file at the absolute `path`, symlinks followed, with `source` as its distributor, or updates
+  /// an earlier version. The file is opened once; a copy of it is verified and installed. Throws Common::Error with the
+  /// code of the rule that the package breaks; FileConflict, also for files that no package owns; Filesystem and
+  /// Internal for other failures.
   void install(const std::string& path, const std::string& source);
 
-  /// Removes a package and all of its files that no other package has. Throws Common::Error: PackageNotExist,
-  /// CorruptedInstalledPackage; FileConflict when somebody exchanges one of the files meanwhile; Filesystem and
-  /// Internal when it could not be done.
+  /// Removes a package and its files, except those that another package owns too. Throws Common::Error:
+  /// PackageNotExist, CorruptedInstalledPackage; FileConflict if another process replaces one of the files meanwhile;
+  /// Filesystem and Internal for other failures.
   void remove(const std::string& name);
 
 private:

@@ -32,7 +32,7 @@ constexpr const char* oldFiles = "old";
 constexpr const char* journal = "journal";
 constexpr const char* registry = "registry";
 
-/// To be called before anything else can change errno.
+/// Call it before anything else can change errno.
 Error failure(const std::string& message, const fs::path& path) {
   const std::error_code reason(errno, std::generic_category());
   LogMessage(LogLevel::Error) << reason.message();
@@ -75,7 +75,7 @@ bool isInode(const std::optional<Entry>& entry, std::uint64_t inode) {
   return entry && entry->inode == inode;
 }
 
-/// After a power loss the folder may be there without them.
+/// After a power loss the folder may exist without them.
 void makeFolders(const Directory& folder) {
   for (const char* files : {newFiles, oldFiles})
     folder.makeDirectory(files);
@@ -85,8 +85,8 @@ Directory filesOf(const Change& change, const Directory& folder) {
   return folder.open(change.kind == Change::Kind::Delete ? oldFiles : newFiles);
 }
 
-/// There is no moment in which a file that is replaced is missing. False when an entry turned out not to be the one of
-/// the plan; it goes back where it was when the change is undone.
+/// A replaced file is never missing in between. Returns false if an entry is not the one of the plan; undoing the
+/// change puts it back.
 bool apply(const Change& change, const Directory& root, const Directory& folder) {
   const std::optional<Place> place = findPlace(root, change.path);
   const Directory files = filesOf(change, folder);
@@ -104,7 +104,7 @@ bool apply(const Change& change, const Directory& root, const Directory& folder)
   return false;
 }
 
-/// Whether a change is still to be made: what it puts into the root lies in the folder, or what it takes does not.
+/// Whether a change has not been made: the new file is still in the folder, or the deleted file is not there yet.
 bool isPending(const Change& change, const Directory& root, const Directory& folder) {
   const std::optional<Entry> kept = filesOf(change, folder).entry(std::to_string(change.number));
   if (change.kind != Change::Kind::Delete)
@@ -113,7 +113,7 @@ bool isPending(const Change& change, const Directory& root, const Directory& fol
   return !kept && place && isInode(place->entry(), change.oldInode);
 }
 
-/// The other way round of an added file. A file that has taken its place is not the store's, and stays.
+/// Undoes an added file. A file of another process in its place stays.
 void takeBack(const Change& change, const Place& place, const Directory& files) {
   const std::string number = std::to_string(change.number);
   if (files.entry(number) || !isInode(place.entry(), change.newInode))
@@ -123,7 +123,7 @@ void takeBack(const Change& change, const Place& place, const Directory& files) 
     files.move(number, place.directory, place.name);
 }
 
-/// Puts a replaced file back in the place of the new one. False when neither is there any more.
+/// Puts a replaced file back in the place of the new one. Returns false if the new one is no longer there.
 bool exchangeBack(const Change& change, const Place& place, const Directory& files) {
   const std::string number = std::to_string(change.number);
   const std::optional<Entry> there = place.entry();
@@ -137,7 +137,7 @@ bool exchangeBack(const Change& change, const Place& place, const Directory& fil
   return false;
 }
 
-/// Whether the root has again what it had in this place, as far as that was changed at all.
+/// Undoes a change if it was made. Returns false if the root does not have its old entry back.
 bool undo(const Change& change, const Directory& root, const Directory& folder) {
   const std::optional<Place> place = findPlace(root, change.path);
   const Directory files = filesOf(change, folder);
@@ -156,7 +156,7 @@ bool undo(const Change& change, const Directory& root, const Directory& folder) 
   return true;
 }
 
-/// Only where the plan has set a mode. The directory of somebody else keeps its own.
+/// Resets only a mode that the plan has set. A directory of another user keeps its mode.
 void resetMode(const DirectoryMode& mode, const Directory& root) {
   const std::optional<Directory> directory = root.find(mode.path);
   if (!directory)
@@ -166,7 +166,7 @@ void resetMode(const DirectoryMode& mode, const Directory& root) {
     directory->setPermissions(mode.earlier);
 }
 
-/// A directory that the store has made is closed to everybody else until the end. Another one is somebody else's.
+/// Removes a directory that the store has created: until the end it has mode 0700. Any other belongs to somebody else.
 void unmake(const fs::path& path, const Directory& root) {
   const std::optional<Place> place = findPlace(root, path);
   const std::optional<Entry> entry = place ? place->entry() : std::nullopt;
@@ -243,7 +243,7 @@ void Transaction::carryOut(ChangePlan plan, PackageDatabase& database) const {
   setModes(plan);
 }
 
-/// Through the descriptor of one directory the whole file system is synced.
+/// syncfs() syncs the whole file system of its descriptor.
 void Transaction::sync() const {
   if (syncfs(m_disk.get()) != 0)
     throw failure("Couldn't sync the file system of: ", m_home.path());
@@ -264,7 +264,7 @@ void Transaction::setModes(const ChangePlan& plan) const {
   }
 }
 
-/// The registry is replaced as a whole, so another name keeps the one from before.
+/// Writing the registry replaces the file, so a second name keeps the old one.
 void Transaction::keepRegistry(const Directory& folder) const {
   if (m_events.entry(registry))
     m_events.createHardLink(registry, folder, registry);
@@ -272,8 +272,7 @@ void Transaction::keepRegistry(const Directory& folder) const {
     folder.createFile(registry);
 }
 
-/// Nothing happens if it has not been replaced. It takes no lock: nobody but this store writes the registry, and
-/// readers find the one or the other.
+/// Needs no lock: only this store writes the registry, and readers find the old or the new one.
 void Transaction::putBackRegistry(const Directory& folder) const {
   if (folder.entry(registry))
     folder.rename(registry, m_events, registry);
@@ -284,7 +283,7 @@ std::optional<ChangePlan> Transaction::plan() const {
   return bytes ? planFrom(*bytes) : std::nullopt;
 }
 
-/// The record goes first: if it comes back after a power loss, everything is done again.
+/// Removes the record first. If a power loss brings the record back, redo() repeats everything.
 void Transaction::undo(PackageDatabase& database) const {
   if (const std::optional<ChangePlan> plan = this->plan()) {
     const Directory folder = this->folder();
@@ -343,7 +342,7 @@ void Transaction::setAside() const {
                               << (m_home.path() / asideName).string();
 }
 
-/// The journal goes first: what is left without it has changed nothing.
+/// Removes the journal first: a folder without a journal means that nothing was changed.
 void Transaction::discard() const {
   folder().remove(journal);
   m_home.remove(folderName);

@@ -14,75 +14,77 @@
 
 namespace Sandbox {
 
-/// One operation on the root and the database that happens wholly or not at all, in the folder "transaction", which
-/// only its owner may enter and which is on the root's file system:
+/// One operation on the root and the database that happens completely or not at all. It works in the folder
+/// "transaction", which only its owner can enter and which is on the root's file system:
 ///
-///   package.rpm    the package itself, out of everybody's reach
-///   registry       the registry before
-///   new/N          the files and links to be put into the root, by their index in the package; after the exchange the
-///                  file that was replaced
-///   old/N          what was deleted from the root, by the number of the change
-///   journal        the plan. It comes before the first change and goes after the last one
+///   package.rpm    a copy of the package, which nobody else can change
+///   registry       the registry before the operation
+///   new/N          the files and symlinks to add to the root, by their index in the package; after an exchange, the
+///                  replaced file
+///   old/N          the files deleted from the root, by the number of the change
+///   journal        the plan, written before the first change and removed after the last one
 ///
 /// After a failure or the end of the process, the journal and the places of the files show which changes were made, so
-/// they can be undone or finished. That can be interrupted too. All errors are Common::Error; no symlink is followed.
+/// that they can be undone or finished. Undoing and finishing can be interrupted and repeated.
 ///
 /// After a power loss any subset of the changes since the last sync may be on the disk. Three rules make the folder
 /// sufficient even then:
 ///
-/// 1. The folder is synced before the first change. So a journal that is missing or incomplete means that nothing was
-///    changed, and a complete one has all that is needed to undo the changes or to make them again.
+/// 1. The folder is synced before the first change. So a missing or incomplete journal means that nothing was changed,
+///    and a complete one has everything that is needed to undo the changes or to repeat them.
 /// 2. The registry's record decides. Without it, every change that is on the disk is undone; with it, every change that
-///    is not on the disk is made again. Both can be interrupted and repeated.
-/// 3. All changes, the database and the record are synced before the journal is removed; so are an undo and a redo.
-/// Only
-///    the last steps are not synced: empty directories of earlier versions are removed, then the journal, then the
-///    folder. File systems keep the order of such changes. The client gets its answer after that.
+///    is not on the disk is repeated.
+/// 3. All changes, the database and the record are synced before the journal is removed, after an undo and a redo too.
+///    Only the last steps are not synced: removing empty directories of earlier versions, the journal and the folder.
+///    File systems keep the order of such changes. The client gets its answer after that.
 ///
 /// One sync covers one file system: the root, the folder, the registry and the database are on the same one. If the
 /// database is on another one, SQLite's own syncs protect it.
 ///
-/// Other processes may change directories of the root meanwhile, if these are open to them. An entry of the root is
-/// replaced or deleted only if it is the one of the plan, so it is looked at again after it has been moved into the
-/// folder, where nobody else can exchange it.
+/// Other processes may change those directories of the root that they can write. An entry of the root is replaced or
+/// deleted only if it is the one of the plan, so its inode is checked again after it was moved into the folder, where
+/// nobody else can exchange it.
+///
+/// All errors are Common::Error. No symlink is followed.
 class Transaction {
 public:
-  /// Works on `root`. The folder is in `home`, and a transaction may have been left there. The registry is in `events`.
+  /// Works on `root`. The folder is in `home`, where an earlier process may have left a transaction. The registry is in
+  /// `events`.
   Transaction(const Directory& root, const Directory& home, const Directory& events);
 
   bool isUnderWay() const;
 
-  /// Makes the folder. None may be under way.
+  /// Creates the folder. No transaction may be under way.
   void begin() const;
 
-  /// Takes a copy of a package file, which nobody else can open.
+  /// Copies a package file into the folder and returns the copy, open for reading and writing.
   Common::Posix::FileDescriptor copyPackage(const OpenedPackage& package) const;
 
   /// Unpacks all files, links and hard links of the package.
   void stage(Common::Rpm::ArchiveReader& package) const;
 
-  /// Writes the journal, then changes the root and the database. To record it is the caller's, and to sync() then.
-  /// Throws FileConflict when the root is no longer as the plan has it.
+  /// Writes the journal, then changes the root and the database. After it the caller adds the record to the registry
+  /// and calls sync(). Throws FileConflict if the root has changed since the plan was made.
   void carryOut(ChangePlan plan, PackageDatabase& database) const;
 
-  /// Waits until everything is on the disk. An error of the disk since the last sync is an error here, once.
+  /// Waits until everything is on the disk. Reports write errors of the disk since the last sync, once.
   void sync() const;
 
-  /// The plan of a transaction that may have changed something.
+  /// The plan in the journal; nothing if the journal is missing or incomplete, so that nothing was changed.
   std::optional<ChangePlan> plan() const;
 
-  /// Takes back what has been done, the record as well, and ends the transaction. A file that was replaced or deleted
-  /// is lost, with a warning line, when somebody else has taken its place meanwhile.
+  /// Undoes all changes, including the record, and ends the transaction. If another process has put a file in the place
+  /// of a replaced or deleted one, the old file is lost, with a warning line.
   void undo(PackageDatabase& database) const;
 
-  /// Does again what the disk has lost of a recorded transaction. A file is lost, with a warning line, when somebody
-  /// else has taken its place meanwhile.
+  /// Repeats those changes of a recorded transaction that the disk has lost. If another process has put a file in the
+  /// place of a new one, the new file is lost, with a warning line.
   void redo(PackageDatabase& database) const;
 
-  /// Does what comes after the decision that the transaction has happened, and ends it.
+  /// Takes the last steps of a recorded transaction, and ends it.
   void finish() const;
 
-  /// Puts the folder out of the way, with an error line that says where it is.
+  /// Renames the folder, with an error line that names its new place.
   void setAside() const;
 
 private:
@@ -96,7 +98,7 @@ private:
   const Directory& m_root;
   const Directory& m_home;
   const Directory& m_events;
-  Common::Posix::FileDescriptor m_disk; ///< open all the time: it tells of the errors since it was opened
+  Common::Posix::FileDescriptor m_disk; ///< stays open, because syncfs(2) reports the errors since it was opened
 };
 
 } // namespace Sandbox
