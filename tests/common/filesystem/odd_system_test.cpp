@@ -22,6 +22,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -295,6 +296,51 @@ TEST_F(OddContent, ThatIsLostAtCloseIsAnError) {
   oddSystem().close = nullptr;
   EXPECT_EQ(log.text(), "[E] filesystem error: cannot copy file: Disk quota exceeded [" + from.string() + "] [" +
                             to.string() + "]\n");
+}
+
+TEST_F(OddContent, IsNeverReadableByMoreUsersThanTheSource) {
+  writeFile(from, "secret");
+  fs::permissions(from, fs::perms(0600));
+  const mode_t before = umask(0);
+  std::vector<mode_t> modes;
+  oddSystem().open = [&](const char* path, int flags, mode_t mode) {
+    const int file = reallyOpen(path, flags, mode);
+    struct stat status {};
+    if ((flags & O_CREAT) != 0 && fstat(file, &status) == 0)
+      modes.push_back(status.st_mode & ALLPERMS);
+    return file;
+  };
+  Filesystem::copyFile(from, to);
+  umask(before);
+  EXPECT_EQ(modes, std::vector<mode_t>{0600});
+}
+
+TEST_F(OddContent, EndsWhereTheSourceEndsIfItShrinks) {
+  writeFile(from, std::string(2 << 20, 'x'));
+  int calls = 0;
+  oddSystem().fallocate = [&](int file, int mode, off_t offset, off_t size) {
+    ++calls;
+    fs::resize_file(from, 10);
+    return reallyFallocate(file, mode, offset, size);
+  };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(calls, 1);
+  EXPECT_TRUE(Support::readFile(to) == std::string(10, 'x'));
+  expectSilence();
+}
+
+TEST_F(OddContent, GetsNoBlocksForHoles) {
+  writeFile(from, "content");
+  fs::resize_file(from, 2 << 20);
+  struct stat status {};
+  ASSERT_EQ(stat(from.c_str(), &status), 0);
+  if (status.st_blocks * 512 >= status.st_size)
+    GTEST_SKIP() << "no holes in files in " << directory.path();
+  int calls = 0;
+  oddSystem().fallocate = [&](int, int, off_t, off_t) { return ++calls; };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(calls, 0);
+  EXPECT_TRUE(Support::readFile(to) == Support::readFile(from));
 }
 
 /// Creates an entry at the destination of the second of two files while the first is copied.

@@ -26,6 +26,7 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace Support {
@@ -166,6 +167,8 @@ private:
                             .otherPath = otherPath,
                             .opensReadOnly = opensReadOnly(call, arguments),
                             .errors = errorsOf(call, arguments),
+                            .mayBeShort = mayBeShort(call, arguments),
+                            .isRestartable = isRestartable(call, arguments),
                             .thread = thread,
                             .number = number,
                             .process = m_process});
@@ -185,7 +188,10 @@ private:
       kill(m_process, SIGKILL);
       return true;
     }
-    fail(request, m_fault->error);
+    if (m_fault->kind == Fault::Kind::Short)
+      send({.id = request.id, .val = transferOneByte(request), .error = 0, .flags = 0});
+    else
+      fail(request, m_fault->error);
     return true;
   }
 
@@ -208,11 +214,75 @@ private:
       throw std::system_error(errno, std::generic_category(), "a file of the supervised process cannot be closed");
   }
 
+  /// Makes the call in place of the process, for one byte.
+  ssize_t transferOneByte(const seccomp_notif& request) const {
+    const auto& arguments = request.data.args;
+    const Descriptor file = fileOf(arguments[0]);
+    const auto offset = static_cast<off_t>(arguments[3]); // of pread(2) and pwrite(2)
+    char byte = 0;
+    switch (request.data.nr) {
+    case SYS_read:
+      return give(request, byte, checked(read(file.number(), &byte, 1)));
+    case SYS_pread64:
+      return give(request, byte, checked(pread(file.number(), &byte, 1, offset)));
+    case SYS_pwrite64:
+      take(request, arguments[1], &byte, 1);
+      return checked(pwrite(file.number(), &byte, 1, offset));
+    case SYS_copy_file_range: // the project passes no offsets
+      return checked(copy_file_range(file.number(), nullptr, fileOf(arguments[2]).number(), nullptr, 1, 0));
+    default:
+      take(request, firstByteToWrite(request), &byte, 1);
+      return checked(write(file.number(), &byte, 1));
+    }
+  }
+
+  static std::uint64_t firstByteToWrite(const seccomp_notif& request) {
+    if (request.data.nr != SYS_writev)
+      return request.data.args[1];
+    iovec part{};
+    for (std::uint64_t place = request.data.args[1]; part.iov_len == 0; place += sizeof part)
+      take(request, place, &part, sizeof part);
+    return reinterpret_cast<std::uintptr_t>(part.iov_base);
+  }
+
+  /// Copies from the memory of the process.
+  static void take(const seccomp_notif& request, std::uint64_t address, void* bytes, std::size_t size) {
+    checked(pread(memoryOf(request).number(), bytes, size, static_cast<off_t>(address)));
+  }
+
+  /// Copies what a call has read, 0 or 1 bytes, into the buffer of the process. Returns `count`.
+  static ssize_t give(const seccomp_notif& request, const char& byte, ssize_t count) {
+    const auto address = static_cast<off_t>(request.data.args[1]);
+    checked(pwrite(memoryOf(request).number(), &byte, static_cast<std::size_t>(count), address));
+    return count;
+  }
+
+  static ssize_t checked(ssize_t result) {
+    if (result < 0)
+      throw std::system_error(errno, std::generic_category(), "the call cannot be made for the supervised process");
+    return result;
+  }
+
+  /// A duplicate of the process's descriptor: its reads and writes move the position for both.
+  Descriptor fileOf(std::uint64_t number) const {
+    const Descriptor process(static_cast<int>(checked(syscall(SYS_pidfd_open, m_process, 0))));
+    return Descriptor(static_cast<int>(checked(syscall(SYS_pidfd_getfd, process.number(), number, 0))));
+  }
+
+  static Descriptor memoryOf(const seccomp_notif& request) {
+    const std::string path = "/proc/" + std::to_string(request.pid) + "/mem";
+    return Descriptor(static_cast<int>(checked(open(path.c_str(), O_RDWR | O_CLOEXEC))));
+  }
+
+  /// The kernel makes the call, unless there is an error.
   void answer(const seccomp_notif& request, int error) const {
-    seccomp_notif_resp response{};
-    response.id = request.id;
-    response.error = -error;
-    response.flags = error == 0 ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
+    send({.id = request.id,
+          .val = 0,
+          .error = -error,
+          .flags = static_cast<std::uint32_t>(error == 0 ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0)});
+  }
+
+  void send(seccomp_notif_resp response) const {
     // Fails if the process was killed meanwhile; then no answer is needed.
     ioctl(m_listener, SECCOMP_IOCTL_NOTIF_SEND, &response);
   }

@@ -23,6 +23,8 @@ struct SeenCall {
   std::string otherPath;   ///< of a call with two paths
   bool opensReadOnly;      ///< whether it opens a file, only to read it
   std::vector<int> errors; ///< with which it can fail
+  bool mayBeShort;         ///< whether it reads or writes and may stop after fewer bytes
+  bool isRestartable;      ///< whether it has to be made again if it fails with EINTR
   /// Which thread, of whichever process, in the order of their first calls, and which of its calls it is, from 0.
   /// Threads run side by side, but each does the same in every run.
   std::size_t thread;
@@ -44,6 +46,7 @@ BeforeCall failNth(const std::string& name, int nth, const std::string& path, in
 struct Fault {
   enum class Kind {
     Error,      ///< the call fails with `error` and is not made; close(2) closes the file nevertheless
+    Short,      ///< the call, which may be short, reads or writes one byte
     KillBefore, ///< SIGKILL instead of the call
     KillAfter,  ///< SIGKILL at the thread's next system call of any kind
   };

@@ -33,6 +33,14 @@ const FileCall* findFileCall(long number);
 /// The errors with which `call` can fail when it is made with these six `arguments`.
 std::vector<int> errorsOf(const FileCall& call, const unsigned long long* arguments);
 
+/// Whether `call` with these arguments reads or writes and may stop after fewer bytes. Of the calls with several
+/// buffers only writev(2) is known.
+bool mayBeShort(const FileCall& call, const unsigned long long* arguments);
+
+/// Whether `call` has to be made again if a signal interrupts it: it reads, writes or waits for a lock, and has done
+/// nothing yet.
+bool isRestartable(const FileCall& call, const unsigned long long* arguments);
+
 /// Whether `call` with these arguments opens a file, only to read it.
 bool opensReadOnly(const FileCall& call, const unsigned long long* arguments);
 
