@@ -127,4 +127,27 @@ TEST_F(SigningFaults, Sign) {
   enumerate(signing);
 }
 
+TEST_F(SigningFaults, Verify) {
+  Operation verifying;
+  verifying.command = {Support::program("krv-package-signature"), "verify", "--ca-path", Pki::instance().trustedCa(),
+                       package};
+  verifying.atLeast = {{"openat", 2}, {"pread64", 3}, {"close", 1}};
+  verifying.prepare = [] {};
+  const std::string success = package.string() + ": OK\n";
+  verifying.checkUndisturbed = [&](const Support::ProcessResult& process) {
+    EXPECT_EQ(process.status, 0);
+    EXPECT_EQ(process.output, success);
+    EXPECT_EQ(process.errors, "");
+  };
+  verifying.checkDisturbed = [&](const Disturbed& run) {
+    EXPECT_TRUE(isOld());
+    if (run.wasKilled())
+      return;
+    const bool isGood = run.process.status == 0;
+    EXPECT_EQ(run.process.output, isGood ? success : "");
+    EXPECT_THAT(run.process.errors, testing::MatchesRegex(isGood ? "" : "krv-package-signature: [^\n]+\n"));
+  };
+  enumerate(verifying);
+}
+
 } // namespace

@@ -75,6 +75,12 @@ ssize_t copy_file_range(int from, off64_t* fromOffset, int to, off64_t* toOffset
   return syscall(SYS_copy_file_range, from, fromOffset, to, toOffset, size, flags);
 }
 
+ssize_t read(int descriptor, void* buffer, size_t size) {
+  if (oddSystem().read)
+    return oddSystem().read(descriptor, buffer, size);
+  return syscall(SYS_read, descriptor, buffer, size);
+}
+
 int fallocate(int descriptor, int mode, off_t offset, off_t size) {
   if (oddSystem().fallocate)
     return oddSystem().fallocate(descriptor, mode, offset, size);

@@ -189,7 +189,7 @@ private:
       return true;
     }
     if (m_fault->kind == Fault::Kind::Short)
-      send({.id = request.id, .val = transferOneByte(request), .error = 0, .flags = 0});
+      answerShort(request);
     else
       fail(request, m_fault->error);
     return true;
@@ -214,25 +214,26 @@ private:
       throw std::system_error(errno, std::generic_category(), "a file of the supervised process cannot be closed");
   }
 
-  /// Makes the call in place of the process, for one byte.
+  /// Makes the call in place of the process, for one byte. Returns its result, or -errno if it fails.
   ssize_t transferOneByte(const seccomp_notif& request) const {
     const auto& arguments = request.data.args;
     const Descriptor file = fileOf(arguments[0]);
     const auto offset = static_cast<off_t>(arguments[3]); // of pread(2) and pwrite(2)
+    const auto outcome = [](ssize_t count) { return count < 0 ? -errno : count; };
     char byte = 0;
     switch (request.data.nr) {
     case SYS_read:
-      return give(request, byte, checked(read(file.number(), &byte, 1)));
+      return give(request, byte, outcome(read(file.number(), &byte, 1)));
     case SYS_pread64:
-      return give(request, byte, checked(pread(file.number(), &byte, 1, offset)));
+      return give(request, byte, outcome(pread(file.number(), &byte, 1, offset)));
     case SYS_pwrite64:
       take(request, arguments[1], &byte, 1);
-      return checked(pwrite(file.number(), &byte, 1, offset));
+      return outcome(pwrite(file.number(), &byte, 1, offset));
     case SYS_copy_file_range: // the project passes no offsets
-      return checked(copy_file_range(file.number(), nullptr, fileOf(arguments[2]).number(), nullptr, 1, 0));
+      return outcome(copy_file_range(file.number(), nullptr, fileOf(arguments[2]).number(), nullptr, 1, 0));
     default:
       take(request, firstByteToWrite(request), &byte, 1);
-      return checked(write(file.number(), &byte, 1));
+      return outcome(write(file.number(), &byte, 1));
     }
   }
 
@@ -250,11 +251,11 @@ private:
     checked(pread(memoryOf(request).number(), bytes, size, static_cast<off_t>(address)));
   }
 
-  /// Copies what a call has read, 0 or 1 bytes, into the buffer of the process. Returns `count`.
-  static ssize_t give(const seccomp_notif& request, const char& byte, ssize_t count) {
-    const auto address = static_cast<off_t>(request.data.args[1]);
-    checked(pwrite(memoryOf(request).number(), &byte, static_cast<std::size_t>(count), address));
-    return count;
+  /// Copies the byte that a call has read, if there was one, into the buffer of the process. Returns `outcome`.
+  static ssize_t give(const seccomp_notif& request, const char& byte, ssize_t outcome) {
+    if (outcome == 1)
+      checked(pwrite(memoryOf(request).number(), &byte, 1, static_cast<off_t>(request.data.args[1])));
+    return outcome;
   }
 
   static ssize_t checked(ssize_t result) {
@@ -272,6 +273,14 @@ private:
   static Descriptor memoryOf(const seccomp_notif& request) {
     const std::string path = "/proc/" + std::to_string(request.pid) + "/mem";
     return Descriptor(static_cast<int>(checked(open(path.c_str(), O_RDWR | O_CLOEXEC))));
+  }
+
+  void answerShort(const seccomp_notif& request) const {
+    const ssize_t outcome = transferOneByte(request);
+    send({.id = request.id,
+          .val = outcome < 0 ? 0 : outcome,
+          .error = outcome < 0 ? static_cast<int>(outcome) : 0,
+          .flags = 0});
   }
 
   /// The kernel makes the call, unless there is an error.
