@@ -60,6 +60,18 @@ fs::path pathOf(const Common::Posix::FileDescriptor& file, const fs::path& path)
   return fs::exists(link, ignored) ? link : path;
 }
 
+/// Blocks until this process holds the lock, also if signal handlers run meanwhile. Throws interprocess_exception.
+void acquire(boost::interprocess::file_lock& lock) {
+  for (;;) {
+    try {
+      return lock.lock();
+    } catch (const boost::interprocess::interprocess_exception& exception) {
+      if (exception.get_native_error() != EINTR)
+        throw;
+    }
+  }
+}
+
 /// Runs `work` while this process holds the registry's lock, and returns its result.
 template <typename Work>
 bool withLock(const fs::path& registry, Work work) {
@@ -75,7 +87,7 @@ bool withLock(const fs::path& registry, Work work) {
   std::optional<boost::interprocess::file_lock> lock;
   try {
     lock.emplace(pathOf(file, lockFile).c_str());
-    lock->lock();
+    acquire(*lock);
   } catch (const boost::interprocess::interprocess_exception& exception) {
     LogMessage(LogLevel::Error) << exception.what();
     LogMessage(LogLevel::Error) << "Couldn't get an exclusive registry lock";
@@ -91,7 +103,7 @@ public:
 
 private:
   int_type underflow() override {
-    const ssize_t count = read(m_file.get(), m_bytes.data(), m_bytes.size());
+    const ssize_t count = TEMP_FAILURE_RETRY(read(m_file.get(), m_bytes.data(), m_bytes.size()));
     if (count < 0)
       throw std::system_error(errno, std::generic_category());
     setg(m_bytes.data(), m_bytes.data(), m_bytes.data() + count);

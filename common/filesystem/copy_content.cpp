@@ -34,7 +34,7 @@ struct Ends {
 
 void writeAll(int to, const char* bytes, std::size_t size, const Ends& ends) {
   while (size > 0) {
-    const auto written = static_cast<std::size_t>(ends.check(write(to, bytes, size)));
+    const auto written = static_cast<std::size_t>(ends.check(TEMP_FAILURE_RETRY(write(to, bytes, size))));
     bytes += written;
     size -= written;
   }
@@ -53,7 +53,8 @@ void copyBytes(int from, int to, const struct stat& status, const Ends& ends) {
   // copy_file_range() stops at the end, at an error, or if it cannot copy between the two file systems. read() and
   // write() copy the rest, if there is any.
   std::array<char, 65536> buffer;
-  while (const auto count = static_cast<std::size_t>(ends.check(read(from, buffer.data(), buffer.size()))))
+  const auto readNext = [&] { return ends.check(TEMP_FAILURE_RETRY(read(from, buffer.data(), buffer.size()))); };
+  while (const auto count = static_cast<std::size_t>(readNext()))
     writeAll(to, buffer.data(), count, ends);
 }
 

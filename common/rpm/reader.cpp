@@ -13,8 +13,10 @@
 
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -52,12 +54,26 @@ FileHandle openPackage(const std::string& path) {
   return file;
 }
 
+/// Fills `value` from the file at `offset`. Returns false if the file ends before or cannot be read.
+template <typename Value>
+bool readAt(int file, off_t offset, Value& value) {
+  std::span<std::byte> rest = std::as_writable_bytes(std::span(&value, 1));
+  while (!rest.empty()) {
+    const ssize_t count = TEMP_FAILURE_RETRY(pread(file, rest.data(), rest.size(), offset));
+    if (count <= 0)
+      return false;
+    rest = rest.subspan(static_cast<std::size_t>(count));
+    offset += count;
+  }
+  return true;
+}
+
 /// The size of the header whose intro (magic, number of entries, size of the data) is at `offset`; nothing if the file
 /// ends before.
 std::optional<off_t> headerSize(int file, off_t offset) {
   constexpr off_t entrySize = 16;
   std::array<std::uint32_t, 4> intro{};
-  if (pread(file, intro.data(), sizeof intro, offset) != sizeof intro)
+  if (!readAt(file, offset, intro))
     return std::nullopt;
   return off_t{sizeof intro} + entrySize * ntohl(intro[2]) + ntohl(intro[3]);
 }
@@ -92,7 +108,7 @@ bool mayConvert(const FileHandle& file, off_t offset) {
   constexpr off_t introSize = 16;
   const int descriptor = Fileno(file.get());
   std::uint32_t firstTag = 0;
-  if (pread(descriptor, &firstTag, sizeof firstTag, offset + introSize) != sizeof firstTag)
+  if (!readAt(descriptor, offset + introSize, firstTag))
     return false;
   if (ntohl(firstTag) == RPMTAG_HEADERIMMUTABLE)
     return true;

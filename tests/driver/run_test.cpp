@@ -166,14 +166,14 @@ TEST_F(Run, CountsWholeSecondsOfItsOwnTime) {
 }
 
 TEST_F(Run, WritesEachLineAtOnce) {
-  const fs::path refused = m_device.add({}, "");
-  m_device.add({.name = "waiting"});
+  m_device.add({.name = "a"});
+  m_device.add({.name = "b"});
+  const fs::path refused = m_device.entries().front();
+  writeFile(refused, "not a package\n"); // keeps the order of the entries
   m_device.service().onInstall().whenReleased().succeed();
   const auto tool = m_device.start();
   ASSERT_TRUE(m_device.service().waitForCalls(2));
-  const std::string soFar =
-      m_device.entries().front() == refused ? unreadableLines("Package doesn't have developer signature", refused) : "";
-  EXPECT_EQ(tool->outputSoFar(), soFar);
+  EXPECT_EQ(tool->outputSoFar(), unreadableLines("Couldn't read rpm package", refused));
   m_device.service().release();
   Device::finish(*tool);
 }

@@ -14,13 +14,15 @@
 #include <string>
 #include <vector>
 
+#include <signal.h>
+
 /// One run of an operation with a fault.
 struct Disturbed {
   Support::ProcessResult process;
   Support::SeenCall call; ///< the call with the fault
-  int error;              ///< the errno of the call; 0 if the process was killed
+  int error;              ///< the errno of the call; 0 if the call was short or the process was killed
 
-  bool wasKilled() const { return error == 0; }
+  bool wasKilled() const { return process.status == 128 + SIGKILL; }
 };
 
 /// An operation of a program on the files of a folder, and the checks after it.
@@ -44,7 +46,9 @@ protected:
   void SetUp() override;
 
   /// Runs `operation` once to record its system calls on files of the folder. Then runs it once for each error of each
-  /// call, and twice for each call with a SIGKILL just before and just after it. Prints the number of runs.
+  /// call, once with each call that may be short being short, and twice for each call with a SIGKILL just before and
+  /// just after it. A short call and an interrupted one that can be made again must not fail the operation. Prints the
+  /// number of runs.
   void enumerate(const Operation& operation) const;
 
   Support::TempDirectory folder;

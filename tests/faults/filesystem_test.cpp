@@ -69,6 +69,8 @@ protected:
       if (run.wasKilled()) {
         fs::remove_all(to);
       } else if (run.process.status == 0) {
+        // The file looks complete, but its data may be lost.
+        EXPECT_FALSE(run.call.name == "close" && run.call.path == to);
         EXPECT_EQ(run.process.errors, "");
         EXPECT_TRUE(describeTree(to) == source);
         return;
@@ -113,6 +115,25 @@ TEST_F(CopyFaults, CopyFile) {
                     EXPECT_EQ(run.process.output, "");
                   }
                 });
+}
+
+/// copy_file_range(2) copies nothing from /proc.
+TEST_F(FilesystemFaults, CopyFileWithoutCopyFileRange) {
+  from = "/proc/version";
+  const std::string content = Support::readFile(from);
+  Operation copying = operation("copy");
+  copying.atLeast = {{"write", 1}, {"copy_file_range", 1}};
+  copying.prepare = [&] { fs::remove(to); };
+  copying.checkUndisturbed = [&](const Support::ProcessResult& process) {
+    EXPECT_EQ(process.status, 0);
+    EXPECT_EQ(Support::readFile(to), content);
+  };
+  copying.checkDisturbed = [&](const Disturbed& run) {
+    const std::string copied = fs::exists(to) ? Support::readFile(to) : "";
+    EXPECT_TRUE(content.starts_with(copied));
+    EXPECT_TRUE(copied == content || run.process.status != 0);
+  };
+  enumerate(copying);
 }
 
 TEST_F(CopyFaults, CopyDirectory) {

@@ -70,6 +70,24 @@ TEST_F(Supervised, MakesACallFail) {
   EXPECT_EQ(result.process.errors, "cat: " + file.string() + ": Too many open files\n");
 }
 
+TEST_F(Supervised, ShortensARead) {
+  const std::vector<std::string> command = {"dd", "if=" + file.string(), "bs=100", "count=1", "status=none"};
+  EXPECT_EQ(run(command).process.output, "content\n");
+  EXPECT_EQ(run(command, Fault{.call = lastCall(command, "read"), .kind = Fault::Kind::Short}).process.output, "c");
+}
+
+TEST_F(Supervised, ShortensAWrite) {
+  const fs::path other = folder / "other";
+  const std::vector<std::string> command = {"bash", "-c", "printf content >\"$0\"", other};
+  const auto writesOf = [](const SupervisedResult& result) {
+    return std::ranges::count(result.calls, "write", &SeenCall::name);
+  };
+  EXPECT_EQ(writesOf(run(command)), 1);
+  const SupervisedResult result = run(command, Fault{.call = lastCall(command, "write"), .kind = Fault::Kind::Short});
+  EXPECT_EQ(writesOf(result), 2);
+  EXPECT_EQ(Support::readFile(other), "content");
+}
+
 TEST_F(Supervised, ClosesAFileWhoseCloseFails) {
   const std::vector<std::string> command = {"bash", "-c",
                                             "exec 3<\"$0\"; exec 3<&-; readlink /proc/$$/fd/* | grep -c \"$0\"", file};

@@ -22,7 +22,9 @@ namespace fs = std::filesystem;
 /// The project, installed with `cmake --install` into a temporary folder.
 class Installation : public testing::Test {
 protected:
-  Installation() {
+  void SetUp() override {
+    if (access(KRV_BUILD_DIRECTORY, W_OK) != 0)
+      GTEST_SKIP() << "cmake writes a list of the installed files to the build folder, which another user owns";
     Support::runOrThrow({"cmake", "--install", KRV_BUILD_DIRECTORY}, {{"DESTDIR", m_directory.path().string()}});
   }
 

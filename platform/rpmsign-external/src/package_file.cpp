@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <span>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -31,6 +33,20 @@ bool isLead(std::string_view lead) {
   const auto major = lead[4];
   const std::string_view signatureType = lead.substr(78, 2);
   return lead.starts_with(leadMagic) && (major == 3 || major == 4) && signatureType == std::string_view("\0\5", 2);
+}
+
+/// Reads at `offset` until `bytes` is full or the file ends. Returns the number of bytes; nothing after an error.
+std::optional<std::size_t> fill(int file, off_t offset, std::span<char> bytes) {
+  std::size_t done = 0;
+  ssize_t count = 1;
+  while (done < bytes.size() && count > 0) {
+    const std::span<char> rest = bytes.subspan(done);
+    count = TEMP_FAILURE_RETRY(pread(file, rest.data(), rest.size(), offset + static_cast<off_t>(done)));
+    if (count < 0)
+      return std::nullopt;
+    done += static_cast<std::size_t>(count);
+  }
+  return done;
 }
 
 /// Looks for the container in the entries of the header. Returns false if it is malformed.
@@ -103,28 +119,20 @@ bool beginsAsHeader(std::string_view bytes) {
 
 std::optional<std::string> readRange(int file, off_t offset, std::size_t size) {
   std::string bytes(size, '\0');
-  std::size_t done = 0;
-  while (done < size) {
-    const ssize_t count = pread(file, bytes.data() + done, size - done, offset + static_cast<off_t>(done));
-    if (count < 0 && errno == EINTR)
-      continue;
-    if (count <= 0)
-      return std::nullopt;
-    done += static_cast<std::size_t>(count);
-  }
-  return bytes;
+  return fill(file, offset, bytes) == size ? std::optional(std::move(bytes)) : std::nullopt;
 }
 
 bool forEachBlock(int file, off_t offset, const std::function<void(std::string_view)>& action) {
   std::string block(64 * 1024, '\0');
   for (;;) {
-    const ssize_t count = pread(file, block.data(), block.size(), offset);
-    if (count < 0 && errno == EINTR)
-      continue;
-    if (count <= 0)
-      return count == 0;
-    action(std::string_view(block).substr(0, static_cast<std::size_t>(count)));
-    offset += count;
+    const std::optional<std::size_t> count = fill(file, offset, block);
+    if (!count)
+      return false;
+    if (*count > 0)
+      action(std::string_view(block).substr(0, *count));
+    if (*count < block.size())
+      return true;
+    offset += static_cast<off_t>(*count);
   }
 }
 

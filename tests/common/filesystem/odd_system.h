@@ -15,6 +15,8 @@ struct OddSystem {
                                                                                ///< descriptor
   std::function<int(const char* path, const char* name, const void* value, size_t size, int flags)> lsetxattr;
   std::function<ssize_t(int from, int to, size_t size)> copyFileRange;
+  std::function<ssize_t(int descriptor, void* buffer, size_t size)> read;
+  std::function<int(int descriptor, int mode, off_t offset, off_t size)> fallocate;
   std::function<int(const char* path, int flags, mode_t mode)> open; ///< only calls of the program itself
   std::function<int(int descriptor)> close;
   std::function<ssize_t(void* buffer, size_t size, unsigned flags)> getrandom;
@@ -23,7 +25,8 @@ struct OddSystem {
 
 OddSystem& oddSystem();
 
-/// The system's own open(2).
+/// The system's own calls.
+int reallyFallocate(int descriptor, int mode, off_t offset, off_t size);
 int reallyOpen(const char* path, int flags, mode_t mode);
 
 /// Sets errno and returns -1.

@@ -8,6 +8,7 @@
 #include "tests/support/diagnostics/thrown.h"
 #include "tests/support/files/special_files.h"
 #include "tests/support/process/ordinary_user.h"
+#include "tests/support/process/scoped_mask.h"
 
 #include <boost/version.hpp>
 #include <gmock/gmock.h>
@@ -22,6 +23,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -243,11 +245,12 @@ TEST_F(RefusedAttributes, RemoveTheCopyOfATree) {
 
 TEST_F(RefusedAttributes, RemoveTheCopiedContentOfASymlink) {
   writeFile(directory / "target", "content");
+  const std::string before = describeTree(directory / "target");
   fs::create_symlink(directory / "target", from);
   EXPECT_EQ(errorOf([&] { Filesystem::copySymlink(from, to); }),
             "Filesystem: Couldn't attach user.a extended attribute to " + to.string());
   EXPECT_EQ(describeTree(to), "nothing\n");
-  EXPECT_EQ(describeTree(directory / "target"), "file 644 \"content\"\n");
+  EXPECT_EQ(describeTree(directory / "target"), before);
 }
 
 TEST_F(RefusedAttributes, RemoveTheCopyAfterAnyException) {
@@ -283,6 +286,19 @@ TEST_F(OddContent, IsReadFromWhereCopyFileRangeStopped) {
   expectSilence();
 }
 
+TEST_F(OddContent, IsReadToTheEndDespiteShortReads) {
+  writeFile(from, std::string(100, 'x') + "end");
+  oddSystem().copyFileRange = [](int, int, size_t) { return failing(EXDEV); };
+  int calls = 0;
+  oddSystem().read = [&](int file, void* buffer, size_t size) -> ssize_t {
+    return ++calls % 3 == 2 ? failing(EINTR) : syscall(SYS_read, file, buffer, std::min<size_t>(size, 7));
+  };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(Support::readFile(to), std::string(100, 'x') + "end");
+  EXPECT_GT(calls, 100 / 7);
+  expectSilence();
+}
+
 TEST_F(OddContent, IsAnErrorIfCloseFails) {
   writeFile(from, "content");
   oddSystem().close = [](int descriptor) {
@@ -295,6 +311,50 @@ TEST_F(OddContent, IsAnErrorIfCloseFails) {
   oddSystem().close = nullptr;
   EXPECT_EQ(log.text(), "[E] filesystem error: cannot copy file: Disk quota exceeded [" + from.string() + "] [" +
                             to.string() + "]\n");
+}
+
+TEST_F(OddContent, IsNeverReadableByMoreUsersThanTheSource) {
+  writeFile(from, "secret");
+  fs::permissions(from, fs::perms(0600));
+  const Support::ScopedMask mask(0);
+  std::vector<mode_t> modes;
+  oddSystem().open = [&](const char* path, int flags, mode_t mode) {
+    const int file = reallyOpen(path, flags, mode);
+    struct stat status {};
+    if ((flags & O_CREAT) != 0 && fstat(file, &status) == 0)
+      modes.push_back(status.st_mode & ALLPERMS);
+    return file;
+  };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(modes, std::vector<mode_t>{0600});
+}
+
+TEST_F(OddContent, EndsWhereTheSourceEndsIfItShrinks) {
+  writeFile(from, std::string(2 << 20, 'x'));
+  int calls = 0;
+  oddSystem().fallocate = [&](int file, int mode, off_t offset, off_t size) {
+    ++calls;
+    fs::resize_file(from, 10);
+    return reallyFallocate(file, mode, offset, size);
+  };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(calls, 1);
+  EXPECT_TRUE(Support::readFile(to) == std::string(10, 'x'));
+  expectSilence();
+}
+
+TEST_F(OddContent, GetsNoBlocksForHoles) {
+  writeFile(from, "content");
+  fs::resize_file(from, 2 << 20);
+  struct stat status {};
+  ASSERT_EQ(stat(from.c_str(), &status), 0);
+  if (status.st_blocks * 512 >= status.st_size)
+    GTEST_SKIP() << "no holes in files in " << directory.path();
+  int calls = 0;
+  oddSystem().fallocate = [&](int, int, off_t, off_t) { return ++calls; };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(calls, 0);
+  EXPECT_TRUE(Support::readFile(to) == Support::readFile(from));
 }
 
 /// Creates an entry at the destination of the second of two files while the first is copied.

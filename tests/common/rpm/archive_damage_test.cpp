@@ -219,6 +219,24 @@ TEST_F(ArchiveDamage, IsDetectedByAnMd5Digest) {
   expectBadContent();
 }
 
+TEST_F(ArchiveDamage, IsDetectedByEachByteOfADigest) {
+  build({.files = "/opt/sample/file"}, uncompressed);
+  for (const std::size_t position : {0U, 31U, 63U}) {
+    const auto flip = [&](Header header) {
+      const Common::Rpm::TagDataHandle value = Common::Rpm::ownTagData(rpmtdNew());
+      headerGet(header, RPMTAG_FILEDIGESTS, value.get(), HEADERGET_ALLOC);
+      std::string digest = rpmtdGetString(value.get());
+      digest.at(position) = digest.at(position) == '0' ? '1' : '0';
+      headerDel(header, RPMTAG_FILEDIGESTS);
+      headerPutString(header, RPMTAG_FILEDIGESTS, digest.c_str());
+    };
+    const std::string sound = readFile(package());
+    changeHeader(package(), flip);
+    expectBadContent();
+    writeFile(package(), sound);
+  }
+}
+
 TEST_F(ArchiveDamage, IsNotDetectedWithoutDigests) {
   build({.files = "/opt/sample/file"}, uncompressed);
   Support::hideTag(package(), RPMTAG_FILEDIGESTS);

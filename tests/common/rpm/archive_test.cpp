@@ -78,7 +78,7 @@ public:
     getrlimit(RLIMIT_NOFILE, &m_before);
     std::vector<int> numbers;
     while (numbers.size() < count)
-      numbers.push_back(dup(STDIN_FILENO));
+      numbers.push_back(dup(STDERR_FILENO));
     const rlimit limit = {static_cast<rlim_t>(numbers.back()) + 1, m_before.rlim_max};
     std::ranges::for_each(numbers, close);
     setrlimit(RLIMIT_NOFILE, &limit);

@@ -3,6 +3,8 @@
 #include "common/rpm/configuration.h"
 #include "common/rpm/reader.h"
 #include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/own_process.h"
+#include "tests/support/packages/open_pgp_key.h"
 #include "tests/support/packages/rpm_sandbox.h"
 #include "tests/support/process/environment.h"
 #include "tests/support/process/temp_directory.h"
@@ -19,6 +21,8 @@ namespace {
 using Support::CapturedLog;
 
 TEST(RpmConfiguration, IsReadOnceAndSilently) {
+  if (Support::ranInItsOwnProcess())
+    return;
   const Support::RpmSandbox sandbox;
   const CapturedLog log;
   EXPECT_FALSE(Common::Rpm::isRpmConfigured());
@@ -29,6 +33,8 @@ TEST(RpmConfiguration, IsReadOnceAndSilently) {
 }
 
 TEST(RpmConfiguration, IsReadAgainAfterAFailure) {
+  if (Support::ranInItsOwnProcess())
+    return;
   const Support::RpmSandbox sandbox;
   sandbox.build({}, sandbox.path() / "sample.rpm");
   const std::filesystem::path folder = sandbox.path() / "configuration";
@@ -48,6 +54,26 @@ TEST(RpmConfiguration, IsReadAgainAfterAFailure) {
   EXPECT_EQ(log.text(), "");
 }
 
+// The keyring is in the database, whose place the configuration says.
+TEST(RpmConfiguration, ProvidesTheKeyringAfterAFailureToo) {
+  if (Support::ranInItsOwnProcess())
+    return;
+  const Support::RpmSandbox sandbox;
+  const std::string package = (sandbox.path() / "sample.rpm").string();
+  const std::string sealed = (sandbox.path() / "sealed.rpm").string();
+  sandbox.build({}, package);
+  sandbox.build({.name = "sealed"}, sealed);
+  const Support::OpenPgpKey key(sandbox);
+  key.sign(sealed);
+  key.import();
+  {
+    const Support::ScopedEnvironment configuration("RPM_CONFIGDIR", (sandbox.path() / "missing").string());
+    EXPECT_EQ(Common::Rpm::Reader(package).tag(RPMTAG_NAME), "sample");
+    EXPECT_FALSE(Common::Rpm::isRpmConfigured());
+  }
+  EXPECT_EQ(Common::Rpm::Reader(sealed).tag(RPMTAG_NAME), "sealed");
+}
+
 /// The output of `action` on standard error.
 std::string errorsOf(const std::function<void()>& action) {
   testing::internal::CaptureStderr();
@@ -56,6 +82,8 @@ std::string errorsOf(const std::function<void()>& action) {
 }
 
 TEST(RpmConfiguration, PrintsNoticesToStandardError) {
+  if (Support::ranInItsOwnProcess())
+    return;
   const Support::RpmSandbox sandbox;
   sandbox.build({}, sandbox.path() / "sample.rpm");
   Support::writeFile(sandbox.home() / ".rpmmacros", "%_dbpath %{echo:a notice}" + sandbox.database().string() + "\n");

@@ -4,6 +4,7 @@
 #include "tests/common/rpm/differential_comparison.h"
 #include "tests/support/packages/ignored_leaks.h"
 #include "tests/support/packages/rpm_version.h"
+#include "tests/support/process/scoped_mask.h"
 
 #include <gtest/gtest.h>
 
@@ -143,6 +144,7 @@ std::map<std::string, std::string> reasonsFor(const std::string& package) {
 
 class ComparedWithRpm : public testing::TestWithParam<Case> {
 protected:
+  const Support::ScopedMask m_mask{0022}; // rpm(8) sets it for directories that the package does not list
   const Support::RpmSandbox m_sandbox;
 };
 

@@ -5,6 +5,7 @@
 #include "tests/support/faults/supervised.h"
 #include "tests/support/process/ordinary_user.h"
 #include "tests/support/process/process.h"
+#include "tests/support/process/scoped_mask.h"
 #include "tests/support/process/temp_directory.h"
 
 #include <gmock/gmock.h>
@@ -27,18 +28,6 @@ mode_t modeOf(const fs::path& path) {
   struct stat status = {};
   return lstat(path.c_str(), &status) == 0 ? status.st_mode & ALLPERMS : 0;
 }
-
-/// Sets the umask of this process and its children in its scope.
-class ScopedMask {
-public:
-  explicit ScopedMask(mode_t mask) : m_before(umask(mask)) {}
-  ~ScopedMask() { umask(m_before); }
-  ScopedMask(const ScopedMask&) = delete;
-  ScopedMask& operator=(const ScopedMask&) = delete;
-
-private:
-  mode_t m_before;
-};
 
 /// Tests what another process can change while the store works, at a moment that the test chooses.
 class StoreAttack : public StoreTest::Fixture {
@@ -134,7 +123,7 @@ TEST_F(StoreAttack, CannotEnterTheTransactionFolderAtAnyTime) {
     return 0;
   };
   for (const mode_t mask : {0U, 077U}) {
-    const ScopedMask scope(mask);
+    const Support::ScopedMask scope(mask);
     closeStore();
     const auto result = Support::runSupervised({Support::program("store_tool"), "install", path}, m_environment,
                                                m_rpm.path(), {}, look);

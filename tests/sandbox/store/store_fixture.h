@@ -5,6 +5,7 @@
 #include "sandbox/store/package_store.h"
 #include "tests/support/packages/rpm_sandbox.h"
 #include "tests/support/process/environment.h"
+#include "tests/support/process/scoped_mask.h"
 #include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
@@ -68,6 +69,8 @@ protected:
   Support::RpmSandbox m_rpm;
 
 private:
+  /// Trees are compared with their modes, also of the user's files.
+  const Support::ScopedMask m_mask{0022};
   Support::ScopedEnvironment m_root;
   std::unique_ptr<Sandbox::PackageStore> m_store;
   int m_packages = 0;

@@ -158,9 +158,8 @@ TEST_F(Store, KeepsGhostsThroughAnUpdate) {
 }
 
 TEST_F(Store, WorksInDirectoriesWithoutWritePermission) {
-  const Support::PackageInput closed = {
-      .install = "mkdir -p %{buildroot}/opt/d/e; echo x >%{buildroot}/opt/d/e/f; chmod 555 %{buildroot}/opt/d/e",
-      .files = "%attr(555, root, root) /opt/d"};
+  const Support::PackageInput closed = {.install = "mkdir -p %{buildroot}/opt/d/e; echo x >%{buildroot}/opt/d/e/f",
+                                        .files = "%attr(555, root, root) /opt/d"};
   install(closed);
   EXPECT_EQ(tree(), "opt 755 directory\nopt/d 555 directory\nopt/d/e 555 directory\nopt/d/e/f 555 \"x\n\"\n");
 }

@@ -27,6 +27,7 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace Support {
@@ -152,6 +153,8 @@ private:
                             .otherPath = otherPath,
                             .opensReadOnly = opensReadOnly(call, arguments),
                             .errors = errorsOf(call, arguments),
+                            .mayBeShort = mayBeShort(call, arguments),
+                            .isRestartable = isRestartable(call, arguments),
                             .thread = thread,
                             .number = number,
                             .process = m_process});
@@ -171,7 +174,10 @@ private:
       kill(m_process, SIGKILL);
       return true;
     }
-    fail(request, m_fault->error);
+    if (m_fault->kind == Fault::Kind::Short)
+      answerShort(request);
+    else
+      fail(request, m_fault->error);
     return true;
   }
 
@@ -194,11 +200,84 @@ private:
       throw std::system_error(errno, std::generic_category(), "a file of the supervised process cannot be closed");
   }
 
+  /// Makes the call in place of the process, for one byte. Returns its result, or -errno if it fails.
+  ssize_t transferOneByte(const seccomp_notif& request) const {
+    const auto& arguments = request.data.args;
+    const FileDescriptor file = fileOf(arguments[0]);
+    const auto offset = static_cast<off_t>(arguments[3]); // of pread(2) and pwrite(2)
+    const auto outcome = [](ssize_t count) { return count < 0 ? -errno : count; };
+    char byte = 0;
+    switch (request.data.nr) {
+    case SYS_read:
+      return give(request, byte, outcome(read(file.get(), &byte, 1)));
+    case SYS_pread64:
+      return give(request, byte, outcome(pread(file.get(), &byte, 1, offset)));
+    case SYS_pwrite64:
+      take(request, arguments[1], &byte, 1);
+      return outcome(pwrite(file.get(), &byte, 1, offset));
+    case SYS_copy_file_range: // the project passes no offsets
+      return outcome(copy_file_range(file.get(), nullptr, fileOf(arguments[2]).get(), nullptr, 1, 0));
+    default:
+      take(request, firstByteToWrite(request), &byte, 1);
+      return outcome(write(file.get(), &byte, 1));
+    }
+  }
+
+  static std::uint64_t firstByteToWrite(const seccomp_notif& request) {
+    if (request.data.nr != SYS_writev)
+      return request.data.args[1];
+    iovec part{};
+    for (std::uint64_t place = request.data.args[1]; part.iov_len == 0; place += sizeof part)
+      take(request, place, &part, sizeof part);
+    return reinterpret_cast<std::uintptr_t>(part.iov_base);
+  }
+
+  /// Copies from the memory of the process.
+  static void take(const seccomp_notif& request, std::uint64_t address, void* bytes, std::size_t size) {
+    checked(pread(memoryOf(request).get(), bytes, size, static_cast<off_t>(address)));
+  }
+
+  /// Copies the byte that a call has read, if there was one, into the buffer of the process. Returns `outcome`.
+  static ssize_t give(const seccomp_notif& request, const char& byte, ssize_t outcome) {
+    if (outcome == 1)
+      checked(pwrite(memoryOf(request).get(), &byte, 1, static_cast<off_t>(request.data.args[1])));
+    return outcome;
+  }
+
+  static ssize_t checked(ssize_t result) {
+    if (result < 0)
+      throw std::system_error(errno, std::generic_category(), "the call cannot be made for the supervised process");
+    return result;
+  }
+
+  /// A duplicate of the process's descriptor: its reads and writes move the position for both.
+  FileDescriptor fileOf(std::uint64_t number) const {
+    const FileDescriptor process(static_cast<int>(checked(syscall(SYS_pidfd_open, m_process, 0))));
+    return FileDescriptor(static_cast<int>(checked(syscall(SYS_pidfd_getfd, process.get(), number, 0))));
+  }
+
+  static FileDescriptor memoryOf(const seccomp_notif& request) {
+    const std::string path = "/proc/" + std::to_string(request.pid) + "/mem";
+    return FileDescriptor(static_cast<int>(checked(open(path.c_str(), O_RDWR | O_CLOEXEC))));
+  }
+
+  void answerShort(const seccomp_notif& request) const {
+    const ssize_t outcome = transferOneByte(request);
+    send({.id = request.id,
+          .val = outcome < 0 ? 0 : outcome,
+          .error = outcome < 0 ? static_cast<int>(outcome) : 0,
+          .flags = 0});
+  }
+
+  /// The kernel makes the call, unless there is an error.
   void answer(const seccomp_notif& request, int error) const {
-    seccomp_notif_resp response{};
-    response.id = request.id;
-    response.error = -error;
-    response.flags = error == 0 ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
+    send({.id = request.id,
+          .val = 0,
+          .error = -error,
+          .flags = static_cast<std::uint32_t>(error == 0 ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0)});
+  }
+
+  void send(seccomp_notif_resp response) const {
     // Fails if the process was killed meanwhile; then no answer is needed.
     ioctl(m_listener, SECCOMP_IOCTL_NOTIF_SEND, &response);
   }

@@ -23,6 +23,8 @@ struct SeenCall {
   std::string otherPath;   ///< the second path of a call with two paths
   bool opensReadOnly;      ///< whether it opens a file only for reading
   std::vector<int> errors; ///< the errors with which it can fail
+  bool mayBeShort;         ///< whether it reads or writes and may stop after fewer bytes
+  bool isRestartable;      ///< whether the caller must repeat it if it fails with EINTR
   /// The number of the thread, over all processes, in the order of their first calls, and the index of the call in the
   /// thread. Threads run in parallel, but each makes the same calls in every run.
   std::size_t thread;
@@ -44,6 +46,7 @@ BeforeCall failNth(const std::string& name, int nth, const std::string& path, in
 struct Fault {
   enum class Kind {
     Error,      ///< the call fails with `error` and is not made; close(2) closes the file nevertheless
+    Short,      ///< the call, which may be short, reads or writes one byte
     KillBefore, ///< SIGKILL instead of the call
     KillAfter,  ///< SIGKILL at the thread's next system call of any kind
   };

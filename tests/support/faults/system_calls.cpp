@@ -260,6 +260,10 @@ const std::vector<long> harmless = {
     SYS_waitid,
 };
 
+bool waitsForLock(const FileCall& call, const unsigned long long* arguments) {
+  return call.name == std::string_view("fcntl") && (arguments[1] == F_SETLKW || arguments[1] == F_OFD_SETLKW);
+}
+
 } // namespace
 
 const FileCall* findFileCall(long number) {
@@ -269,13 +273,34 @@ const FileCall* findFileCall(long number) {
 
 std::vector<int> errorsOf(const FileCall& call, const unsigned long long* arguments) {
   // Of the commands of fcntl(2) only the lock commands can fail.
-  if (call.name == std::string_view("fcntl") && (arguments[1] == F_SETLKW || arguments[1] == F_OFD_SETLKW))
+  if (waitsForLock(call, arguments))
     return {EDEADLK, EINTR, ENOLCK};
   std::vector<int> errors = call.errors;
   // Only creating a file can fail with ENOSPC.
   if (call.number == SYS_openat && (arguments[2] & O_CREAT) == 0)
     std::erase(errors, ENOSPC);
   return errors;
+}
+
+bool mayBeShort(const FileCall& call, const unsigned long long* arguments) {
+  switch (call.number) {
+  case SYS_read:
+  case SYS_write:
+    return arguments[2] > 1;
+  case SYS_pread64: // on 32-bit processors the offset takes two arguments
+  case SYS_pwrite64:
+    return arguments[2] > 1 && sizeof(long) == 8;
+  case SYS_copy_file_range:
+    return arguments[4] > 1;
+  case SYS_writev:
+    return true;
+  default:
+    return false;
+  }
+}
+
+bool isRestartable(const FileCall& call, const unsigned long long* arguments) {
+  return mayBeShort(call, arguments) || waitsForLock(call, arguments);
 }
 
 bool opensReadOnly(const FileCall& call, const unsigned long long* arguments) {

@@ -33,6 +33,13 @@ const FileCall* findFileCall(long number);
 /// The errors with which `call` can fail when it is made with these six `arguments`.
 std::vector<int> errorsOf(const FileCall& call, const unsigned long long* arguments);
 
+/// Whether `call` with these arguments reads or writes and may stop after fewer bytes. Of the calls with several
+/// buffers only writev(2) is known.
+bool mayBeShort(const FileCall& call, const unsigned long long* arguments);
+
+/// Whether the caller must repeat `call` if a signal interrupts it: it reads, writes or waits for a lock.
+bool isRestartable(const FileCall& call, const unsigned long long* arguments);
+
 /// Whether `call` with these arguments opens a file only for reading.
 bool opensReadOnly(const FileCall& call, const unsigned long long* arguments);
 

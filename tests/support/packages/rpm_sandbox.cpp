@@ -4,6 +4,8 @@
 
 #include "tests/support/process/process.h"
 
+#include <rpm/rpmmacro.h>
+
 #include <stdexcept>
 
 namespace Support {
@@ -23,6 +25,7 @@ std::string specFile(const PackageInput& input) {
 RpmSandbox::RpmSandbox() : m_home("HOME", home().string()) {
   writeFile(home() / ".rpmmacros", "%_dbpath " + database().string() + "\n%_topdir " + (path() / "build").string() +
                                        "\n%_build_name_fmt package.rpm\n");
+  rpmDefineMacro(nullptr, ("_dbpath " + database().string()).c_str(), 0);
 }
 
 void RpmSandbox::build(const PackageInput& input, const std::filesystem::path& destination) const {

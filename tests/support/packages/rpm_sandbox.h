@@ -34,7 +34,8 @@ struct PackageInput {
 };
 
 /// An RPM installation for one test. While it lives, HOME is a temporary folder whose .rpmmacros puts the database into
-/// that folder, for this process and its children. The machine's database is not used.
+/// that folder, for this process and its children. The machine's database is not used. librpm reads .rpmmacros only
+/// once in a process, so the newest sandbox also tells it its database directly.
 class RpmSandbox {
 public:
   RpmSandbox();

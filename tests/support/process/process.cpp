@@ -61,9 +61,13 @@ std::vector<std::string> childEnvironment(const Environment& changes) {
                          int errors, const std::function<void()>& beforeStart) {
   // If the test dies, its children die too.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
-  dup2(output, STDOUT_FILENO);
+  dup2(output, STDOUT_FILENO); // first, because the file has the number 0 if this process has no standard input
   dup2(errors, STDERR_FILENO);
+  close(STDIN_FILENO);
+  open("/dev/null", O_RDONLY);
+  // A shell lets its background jobs ignore these.
+  for (const int number : {SIGINT, SIGQUIT})
+    ::signal(number, SIG_DFL);
   if (chdir(workingDirectory) != 0)
     _exit(126);
   if (beforeStart)

@@ -13,8 +13,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
+#include <system_error>
 
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -272,6 +278,90 @@ TEST_F(PackageSignatureTool, TrustsTheSystemsAuthoritiesByDefault) {
                    (folder() / "etc/krv/trusted-ca").string() + "\n");
 }
 
+TEST_F(PackageSignatureTool, TrustsNobodyInAnUnnamedDirectory) {
+  signAs("alice", {"a.rpm"});
+  Support::trustAuthorityUnder(sandbox().path());
+  expectResult(runTool({"verify", "--ca-path", "", "a.rpm"}, {{"KRV_ROOT_FS", sandbox().path()}}), 1, "",
+               tool + "a.rpm: the developer's certificate does not verify against the authorities in \n");
+}
+
+TEST_F(PackageSignatureTool, IgnoresTheVariableIfItHasMorePrivilegesThanItsUser) {
+  const std::filesystem::path privileged = folder() / "tool";
+  struct statvfs place {};
+  ASSERT_EQ(statvfs(folder().c_str(), &place), 0);
+  if (geteuid() != 0 || (place.f_flag & ST_NOSUID) != 0 || prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0) != 0)
+    GTEST_SKIP() << "a program cannot be given another group here";
+  std::filesystem::copy_file(Support::program("krv-package-signature"), privileged);
+  ASSERT_EQ(chown(privileged.c_str(), 0, getegid() + 1), 0);
+  ASSERT_EQ(chmod(privileged.c_str(), 02755), 0);
+  signAs("alice", {"a.rpm"});
+  Support::trustAuthorityUnder(sandbox().path());
+  expectResult(
+      Support::run({privileged, "verify", "a.rpm"}, {{"KRV_ROOT_FS", sandbox().path()}}, folder()), 1, "",
+      tool + "a.rpm: the developer's certificate does not verify against the authorities in /etc/krv/trusted-ca\n");
+}
+
+/// A controlling terminal for a child process.
+class Terminal {
+public:
+  Terminal() : m_master(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
+    if (m_master < 0 || grantpt(m_master) != 0 || unlockpt(m_master) != 0)
+      throw std::system_error(errno, std::generic_category(), "no terminal");
+    m_name = ptsname(m_master);
+  }
+  ~Terminal() { close(m_master); }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  /// For the child before it starts its program.
+  void control() const {
+    if (setsid() < 0 || open(m_name.c_str(), O_RDWR | O_CLOEXEC) < 0)
+      _exit(125);
+  }
+
+  /// What the child has written to it.
+  std::string text() const {
+    char bytes[1000];
+    const ssize_t size = read(m_master, bytes, sizeof bytes);
+    return {bytes, size < 0 ? 0 : static_cast<std::size_t>(size)};
+  }
+
+private:
+  int m_master;
+  std::string m_name;
+};
+
+TEST_F(PackageSignatureTool, AsksForNoPassPhrase) {
+  const Pki& pki = Pki::instance();
+  const std::filesystem::path lockedKey = folder() / "key.pem";
+  Support::runOrThrow({"openssl", "pkcs8", "-topk8", "-in", pki.key("alice"), "-out", lockedKey, "-passout", "pass:x"});
+  const std::filesystem::path lockedCertificate = folder() / "certificate.pem";
+  std::string text = readFile(pki.certificate("alice"));
+  text.insert(text.find('\n', text.find("-----BEGIN")) + 1,
+              "Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-256-CBC,00112233445566778899AABBCCDDEEFF\n\n");
+  Support::writeFile(lockedCertificate, text);
+  const std::string key = pki.key("alice");
+  const std::string certificate = pki.certificate("alice");
+  const struct {
+    std::vector<std::string> arguments;
+    std::string error;
+  } cases[] = {
+      {{"--key", lockedKey, "--cert", certificate},
+       lockedKey.string() + " is not a PEM file of a private key without a pass phrase"},
+      {{"--key", key, "--cert", lockedCertificate}, lockedCertificate.string() + " is not a PEM file of a certificate"},
+      {{"--key", key, "--cert", certificate, "--chain", lockedCertificate},
+       "a.rpm: " + lockedCertificate.string() + " is not a PEM file of certificates"},
+  };
+  for (const auto& [arguments, error] : cases) {
+    const Terminal terminal;
+    std::vector<std::string> command = {Support::program("krv-package-signature"), "sign", "a.rpm"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    Support::Process process(command, {}, folder(), [&] { terminal.control(); });
+    expectResult(process.wait(), 1, "", tool + error + "\n");
+    EXPECT_EQ(terminal.text(), "");
+  }
+}
+
 TEST_F(PackageSignatureTool, LeavesThePackageAloneWhenTheNewOneCannotBeWritten) {
   const std::string before = package();
   const std::string limited = "ulimit -f 2; exec \"$0\" \"$@\"";
@@ -320,15 +410,20 @@ TEST_F(DisturbedTool, LeavesThePackageAloneWhenTheSystemFails) {
 TEST_F(DisturbedTool, FinishesThePackageWhenItIsInterrupted) {
   std::filesystem::copy_file(folder() / "a.rpm", folder() / "b.rpm");
   const std::string before = package();
-  const auto interrupt = [](const Support::SeenCall& seen) { return kill(seen.process, SIGINT); };
-  for (const char* call : {"write", "rename"}) {
-    Support::writeFile(folder() / "a.rpm", before);
-    const ProcessResult result =
-        runTool(signing("alice", {"a.rpm", "b.rpm"}), Support::beforeNth(call, 1, newFile, interrupt));
-    EXPECT_EQ(result.status, 128 + SIGINT);
-    EXPECT_EQ(verifyTool({"a.rpm"}).status, 0);
-    EXPECT_TRUE(readFile(folder() / "b.rpm") == before);
-    EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "b.rpm"}));
+  const rlimit noCore{}; // SIGQUIT would leave a core file in the folder
+  ASSERT_EQ(setrlimit(RLIMIT_CORE, &noCore), 0);
+  for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+    const auto interrupt = [&](const Support::SeenCall& seen) { return kill(seen.process, signal); };
+    for (const char* call : {"write", "rename"}) {
+      SCOPED_TRACE(std::to_string(signal) + " at " + call);
+      Support::writeFile(folder() / "a.rpm", before);
+      const ProcessResult result =
+          runTool(signing("alice", {"a.rpm", "b.rpm"}), Support::beforeNth(call, 1, newFile, interrupt));
+      EXPECT_EQ(result.status, 128 + signal);
+      EXPECT_EQ(verifyTool({"a.rpm"}).status, 0);
+      EXPECT_TRUE(readFile(folder() / "b.rpm") == before);
+      EXPECT_EQ(names(), (std::vector<std::string>{"a.rpm", "b.rpm"}));
+    }
   }
 }
 
@@ -422,6 +517,29 @@ TEST_F(DisturbedTool, DoesNotBlockAtAFifoThatReplacedThePackage) {
     return 0;
   };
   expectResult(runTool({"show", "a.rpm"}, Support::beforeNth("open", 1, "*/a.rpm", replace)), 1, "",
+               tool + "a.rpm: it is not a regular file\n");
+}
+
+TEST_F(DisturbedTool, ReadsThePackageThatItFoundIfAFifoReplacesIt) {
+  signAs("alice", {"a.rpm"});
+  const auto replace = [this](const Support::SeenCall&) {
+    std::filesystem::remove(folder() / "a.rpm");
+    Support::makeFifo(folder() / "a.rpm");
+    return 0;
+  };
+  const std::string authorities = Pki::instance().trustedCa();
+  expectResult(
+      runTool({"verify", "--ca-path", authorities, "a.rpm"}, Support::beforeNth("open", 2, "*/a.rpm", replace)), 0,
+      "a.rpm: OK\n", "");
+}
+
+TEST_F(DisturbedTool, DoesNotWaitForAFifoWithoutTheDescriptorsInProc) {
+  const auto replace = [this](const Support::SeenCall&) {
+    std::filesystem::remove(folder() / "a.rpm");
+    Support::makeFifo(folder() / "a.rpm");
+    return ENOENT;
+  };
+  expectResult(runTool({"show", "a.rpm"}, Support::beforeNth("open", 2, "*/a.rpm", replace)), 1, "",
                tool + "a.rpm: it is not a regular file\n");
 }
 
