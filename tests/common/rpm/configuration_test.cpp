@@ -68,11 +68,11 @@ TEST(RpmConfiguration, ProvidesTheKeyringAfterAFailureToo) {
   const Support::OpenPgpKey key(sandbox);
   key.sign(sealed);
   key.import();
-  {
-    const Support::ScopedEnvironment configuration("RPM_CONFIGDIR", (sandbox.path() / "missing").string());
-    EXPECT_EQ(Common::Rpm::Reader(package).tag(RPMTAG_NAME), "sample");
-    EXPECT_FALSE(Common::Rpm::isRpmConfigured());
-  }
+  const std::filesystem::path folder = sandbox.path() / "configuration";
+  const Support::ScopedEnvironment configuration("RPM_CONFIGDIR", folder.string());
+  EXPECT_EQ(Common::Rpm::Reader(package).tag(RPMTAG_NAME), "sample");
+  EXPECT_FALSE(Common::Rpm::isRpmConfigured());
+  std::filesystem::create_directory_symlink("/usr/lib/rpm", folder);
   EXPECT_EQ(Common::Rpm::Reader(sealed).tag(RPMTAG_NAME), "sealed");
 }
 
