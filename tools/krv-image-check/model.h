@@ -90,7 +90,10 @@ enum class Severity {
 struct Finding {
   std::string id;
   std::optional<std::string> entry; ///< nothing for a finding about the image
-  std::string message;
+  std::string message;              ///< plain text; names from packages are already printable in it
+  /// What tells this finding from others with the same id and entry, for example the name of a dependency. It does not
+  /// change from day to day, unlike the message.
+  std::string about = {};
   std::map<std::string, std::string> data = {}; ///< facts for programs, each a JSON value
   std::optional<std::string> waivedBy = {};     ///< the reason of the waiver
 };
