@@ -49,6 +49,9 @@ struct Package {
   std::optional<Common::ErrorCode> refusal;
   std::vector<OwnedFile> files;
   std::string fullVersion = {}; ///< `version`, after "epoch:" if the package has an epoch, as the service compares it
+  /// The same as `refusal` for what the service checks after it has compared the package with the installed one: the
+  /// list of files (Acceptance::checkedFiles()) and the payload.
+  std::optional<Common::ErrorCode> contentRefusal = {};
 };
 
 /// One entry of the pre-install directory. An entry without a package is skipped by the device as unreadable.

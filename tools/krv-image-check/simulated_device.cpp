@@ -128,6 +128,8 @@ void SimulatedDevice::install(const Package& package) {
   const bool isInstalled = found != m_installed.end();
   if (isInstalled)
     Acceptance::requireSuccessor(identity, found->second.identity);
+  if (package.contentRefusal)
+    throw Common::Error(*package.contentRefusal, "");
 
   const PackagedFiles files = filesOf(package);
   const PackagedFiles earlier = isInstalled ? found->second.files : PackagedFiles();

@@ -37,9 +37,13 @@ void judge(const std::filesystem::path& path, const Reader& header, Package& pac
     Acceptance::requireNothingBehindPayload(header, file.get(), std::filesystem::file_size(path), path.string());
     Common::readPackageCmses(path.string(), true);
     Acceptance::requireInstallable(header);
-    addFiles(header, package);
   } catch (const Common::Error& error) {
     package.refusal = static_cast<Common::ErrorCode>(error.code().value());
+  }
+  try {
+    addFiles(header, package);
+  } catch (const Common::Error& error) {
+    package.contentRefusal = static_cast<Common::ErrorCode>(error.code().value());
   }
 }
 

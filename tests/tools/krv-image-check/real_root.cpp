@@ -100,6 +100,16 @@ std::string RealRoot::installed() const {
   return text;
 }
 
+std::string RealRoot::reported() const {
+  std::vector<ImageCheck::InstalledState> state;
+  for (const Sandbox::StoredPackage& package : m_store.list())
+    state.push_back({.name = package.name,
+                     .version = Acceptance::reportedVersion(package.version),
+                     .keyId = package.developer.keyId,
+                     .previousKeyIds = {}});
+  return textOf(state);
+}
+
 std::string RealRoot::registry() const {
   return textOf(records());
 }

@@ -27,6 +27,8 @@ public:
 
   /// The installed packages with versions and keys, one per line.
   std::string installed() const;
+  /// The same as the report has it.
+  std::string reported() const;
   /// The registry without timestamps.
   std::string registry() const;
 
