@@ -100,4 +100,8 @@ void requireSuccessor(const PackageIdentity& package, const PackageIdentity& ins
   throw Error(ErrorCode::SamePackageIsInstalled, "This version of the package is installed: " + versions);
 }
 
+std::string reportedVersion(const std::string& version) {
+  return version.substr(version.find(':') + 1);
+}
+
 } // namespace Acceptance

@@ -39,4 +39,8 @@ struct PackageIdentity {
 /// versions: SamePackageIsInstalled, DowngradeAttempt.
 void requireSuccessor(const PackageIdentity& package, const PackageIdentity& installed);
 
+/// The version of an installed package in the answers of the service: without the epoch. Clients compare version and
+/// release; with an epoch, a package file without one would look older.
+std::string reportedVersion(const std::string& version);
+
 } // namespace Acceptance

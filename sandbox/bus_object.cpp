@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "sandbox/bus_object.h"
 
+#include "acceptance/package_rules.h"
 #include "common/error/error.h"
 #include "common/text/utf8.h"
 #include "sandbox/handle_call.h"
@@ -49,14 +50,9 @@ std::string sourceFrom(const Options& options) {
   return source;
 }
 
-/// Clients compare version and release; with an epoch, a package file without one would look older.
-std::string withoutEpoch(const std::string& version) {
-  return version.substr(version.find(':') + 1);
-}
-
 Description describe(const StoredPackage& package) {
   Description description{{"general.name", package.name},
-                          {BusNames::versionKey, withoutEpoch(package.version)},
+                          {BusNames::versionKey, Acceptance::reportedVersion(package.version)},
                           {"general.source", package.source},
                           {BusNames::developerKeyIdKey, package.developer.keyId},
                           {"certificate.subgroup", package.developer.subgroup}};

@@ -2,13 +2,13 @@
 // SPDX-License-Identifier: MIT
 #include "sandbox/store/package_events.h"
 
+#include "acceptance/package_event.h"
 #include "common/error/error.h"
 #include "core/registry.h"
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
-#include <limits>
+#include <vector>
 
 namespace Sandbox {
 
@@ -28,16 +28,13 @@ void forEachRecord(const std::function<void(const RegistryRecord&)>& visitor) {
 } // namespace
 
 RegistryRecord newRecord(RegistryRecord::Event event, const StoredPackage& package) {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  std::int64_t timestamp = std::chrono::duration_cast<std::chrono::seconds>(now).count();
-  forEachRecord([&](const RegistryRecord& older) {
-    if (older.packageId != package.name || older.timestamp < timestamp)
-      return;
-    if (older.timestamp == std::numeric_limits<std::int64_t>::max())
-      throw registryError("The package registry has an event with the latest possible time: " + package.name);
-    timestamp = older.timestamp + 1;
+  std::vector<RegistryRecord> older;
+  forEachRecord([&](const RegistryRecord& record) {
+    if (record.packageId == package.name)
+      older.push_back(record);
   });
-  return {event, timestamp, package.name, package.developer.keyId, package.developer.previousKeyIds};
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return Acceptance::eventRecord(event, package, older, std::chrono::duration_cast<std::chrono::seconds>(now).count());
 }
 
 bool isRecorded(const std::string& line) {

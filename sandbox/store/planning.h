@@ -3,24 +3,17 @@
 #pragma once
 
 #include "acceptance/package_content.h"
+#include "acceptance/placement.h"
 #include "sandbox/store/change_plan.h"
 #include "sandbox/store/directory.h"
 
 namespace Sandbox {
 
-/// The files of the installed packages.
-struct Ownership {
-  const Acceptance::PackagedFiles& earlier; ///< of the installed version of the package itself
-  const Acceptance::PackagedFiles& others;  ///< of all other packages
-};
+/// The file changes of Acceptance::placeFiles() under `root`, with its errors.
+ChangePlan planInstallation(const Directory& root, const Acceptance::PackagedFiles& files,
+                            const Acceptance::Ownership& ownership);
 
-/// The changes under `root` to install `files`. They touch only the package's own files and follow no symlink. Throws
-/// Common::Error, FileConflict, if that is impossible. The number of an added or replaced file is its index in the
-/// package.
-ChangePlan planInstallation(const Directory& root, const Acceptance::PackagedFiles& files, const Ownership& ownership);
-
-/// The changes under `root` to remove the package with the files `ownership.earlier`. These stay: entries that other
-/// packages own too, a directory in the place of a file or symlink, and a file or symlink in the place of a directory.
-ChangePlan planRemoval(const Directory& root, const Ownership& ownership);
+/// The file changes of Acceptance::removeFiles() under `root`.
+ChangePlan planRemoval(const Directory& root, const Acceptance::Ownership& ownership);
 
 } // namespace Sandbox

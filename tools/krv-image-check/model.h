@@ -6,6 +6,7 @@
 #include "common/signatures/developer_identity.h"
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -28,6 +29,12 @@ struct Developer {
 struct OwnedFile {
   std::filesystem::path path; ///< below the root
   std::filesystem::file_type type;
+  // Two packages may both own a file that is the same in all of these.
+  std::filesystem::perms permissions = std::filesystem::perms::none; ///< with set-id and sticky bits
+  std::uint64_t size = 0;
+  std::string digest = {}; ///< of the content, in hexadecimal digits
+  std::string target = {}; ///< of a symlink
+  bool isGhost = false;    ///< the package owns the path but has no content for it
 };
 
 /// One package of an image. The texts come from the package and may hold any byte.
@@ -41,6 +48,7 @@ struct Package {
   /// Why the reference service refuses the package on every device; nothing if that depends on the device.
   std::optional<Common::ErrorCode> refusal;
   std::vector<OwnedFile> files;
+  std::string fullVersion = {}; ///< `version`, after "epoch:" if the package has an epoch, as the service compares it
 };
 
 /// One entry of the pre-install directory. An entry without a package is skipped by the device as unreadable.

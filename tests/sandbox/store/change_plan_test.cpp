@@ -12,22 +12,23 @@ using Sandbox::planFrom;
 using Sandbox::toBytes;
 
 const ChangePlan plan = {
-    .package = "sample",
-    .record = "timestamp=1 event=U package=sample keyid=k",
-    .entryBefore = std::string("any bytes\0end\0", 14),
-    .entryAfter = "",
-    .newDirectories = {"opt", "opt/new"},
-    .changes = {{.kind = Change::Kind::Add, .number = 0, .path = "opt/new/a file", .newInode = 3},
-                {.kind = Change::Kind::Replace,
-                 .number = 12,
-                 .path = "opt/end",
-                 .oldInode = 18446744073709551615U,
-                 .newInode = 4},
-                {.kind = Change::Kind::Delete, .number = 7, .path = "opt/line\nbreak", .oldInode = 5}},
-    .obsoleteDirectories = {"opt/old"},
-    .directoryModes = {
-        {.path = "opt/new", .permissions = std::filesystem::perms(0750)},
-        {.path = "opt", .permissions = std::filesystem::perms(0755), .earlier = std::filesystem::perms(01777)}}};
+    {.newDirectories = {"opt", "opt/new"},
+     .changes = {{.kind = Change::Kind::Add, .number = 0, .path = "opt/new/a file", .newInode = 3},
+                 {.kind = Change::Kind::Replace,
+                  .number = 12,
+                  .path = "opt/end",
+                  .oldInode = 18446744073709551615U,
+                  .newInode = 4},
+                 {.kind = Change::Kind::Delete, .number = 7, .path = "opt/line\nbreak", .oldInode = 5}},
+     .obsoleteDirectories = {"opt/old"},
+     .directoryModes = {{.path = "opt/new", .permissions = std::filesystem::perms(0750)},
+                        {.path = "opt",
+                         .permissions = std::filesystem::perms(0755),
+                         .earlier = std::filesystem::perms(01777)}}},
+    "sample",
+    "timestamp=1 event=U package=sample keyid=k",
+    std::string("any bytes\0end\0", 14),
+    ""};
 
 TEST(ChangePlan, IsReadAsItWasWritten) {
   EXPECT_EQ(planFrom(toBytes(plan)), plan);
