@@ -3,7 +3,6 @@
 #include "acceptance/package_header.h"
 
 #include <rpm/header.h>
-#include <rpm/rpmlib.h>
 #include <rpm/rpmtag.h>
 
 #include <algorithm>
@@ -15,10 +14,6 @@ bool hasInstallationTags(const Common::Rpm::Reader& header) {
   static constexpr auto tags = std::to_array(
       {InstallationTag::Source, InstallationTag::KeyId, InstallationTag::PreviousKeyIds, InstallationTag::Subgroup});
   return std::ranges::any_of(tags, [&](std::int32_t tag) { return !header.texts(tag).empty(); });
-}
-
-bool fitsArchitecture(const Common::Rpm::Reader& package) {
-  return rpmMachineScore(RPM_MACHTABLE_INSTARCH, package.tag(Common::Rpm::Tag::Architecture).c_str()) > 0;
 }
 
 bool hasScripts(const Common::Rpm::Reader& package) {

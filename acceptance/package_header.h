@@ -20,9 +20,6 @@ inline constexpr std::int32_t Subgroup = 1263687239;
 /// Whether the header has one of the tags above.
 bool hasInstallationTags(const Common::Rpm::Reader& header);
 
-/// Whether RPM considers this machine able to run the package.
-bool fitsArchitecture(const Common::Rpm::Reader& package);
-
 /// Whether RPM would run a script or a trigger when it installs or erases the package.
 bool hasScripts(const Common::Rpm::Reader& package);
 

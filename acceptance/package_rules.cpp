@@ -18,6 +18,7 @@ using Common::Error;
 using Common::ErrorCode;
 using Common::isOwnOrEarlierKey;
 using Common::Rpm::compareVersions;
+using Common::Rpm::Machine;
 using Common::Rpm::Reader;
 using Common::Rpm::VersionComparison;
 
@@ -71,10 +72,10 @@ void requireVersion(const Reader& package) {
   }
 }
 
-void requireArchitecture(const Reader& package) {
-  if (!fitsArchitecture(package))
-    throw Error(ErrorCode::BadPackageArchitecture,
-                "The package is for another architecture: " + package.tag(Common::Rpm::Tag::Architecture));
+void requireArchitecture(const Reader& package, const Machine& machine) {
+  const std::string architecture = package.tag(Common::Rpm::Tag::Architecture);
+  if (!machine.runs(architecture))
+    throw Error(ErrorCode::BadPackageArchitecture, "The package is for another architecture: " + architecture);
 }
 
 void requireNoInstallationTags(const Reader& package) {
@@ -82,10 +83,10 @@ void requireNoInstallationTags(const Reader& package) {
     throw Error(ErrorCode::BadPackageContent, "The package header has tags of an installed package");
 }
 
-void requireInstallable(const Reader& package) {
+void requireInstallable(const Reader& package, const Machine& machine) {
   requireUsableName(package.tag(Common::Rpm::Tag::Name));
   requireVersion(package);
-  requireArchitecture(package);
+  requireArchitecture(package, machine);
   requireNoInstallationTags(package);
 }
 

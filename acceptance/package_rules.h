@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "common/rpm/machine.h"
 #include "common/rpm/reader.h"
 #include "common/signatures/developer_identity.h"
 
@@ -17,14 +18,14 @@ void requireUsableName(const std::string& name);
 /// BadPackageVersion for a version or release that the bus or RPM cannot handle.
 void requireVersion(const Common::Rpm::Reader& package);
 
-/// BadPackageArchitecture if RPM cannot install the package on this machine.
-void requireArchitecture(const Common::Rpm::Reader& package);
+/// BadPackageArchitecture if RPM does not install the package on `machine`.
+void requireArchitecture(const Common::Rpm::Reader& package, const Common::Rpm::Machine& machine);
 
 /// BadPackageContent for a header with tags that only an installation adds.
 void requireNoInstallationTags(const Common::Rpm::Reader& package);
 
 /// The four rules above, in their order. They hold whatever is installed.
-void requireInstallable(const Common::Rpm::Reader& package);
+void requireInstallable(const Common::Rpm::Reader& package, const Common::Rpm::Machine& machine);
 
 /// The data of a package that the rules compare.
 struct PackageIdentity {

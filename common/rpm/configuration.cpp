@@ -6,8 +6,10 @@
 
 #include <rpm/rpmlib.h>
 #include <rpm/rpmlog.h>
+#include <rpm/rpmmacro.h>
 
 #include <cstdio>
+#include <string>
 
 namespace Common::Rpm {
 
@@ -15,17 +17,45 @@ namespace {
 
 bool configured = false;
 
-} // namespace
-
-void ensureRpmConfig() {
-  if (configured)
-    return;
+void readConfiguration(const char* files) {
   // By default librpm prints its notices (for example of an %{echo:} in a macro file) to standard output, between the
   // log lines.
   rpmlogSetFile(stderr);
-  configured = rpmReadConfigFiles(nullptr, nullptr) == 0;
+  configured = rpmReadConfigFiles(files, nullptr) == 0;
   if (!configured)
     LogMessage(LogLevel::Warning) << "Couldn't read RPM configuration files";
+}
+
+void setMacro(const char* name, const std::string& value) {
+  rpmPushMacro(nullptr, name, nullptr, value.c_str(), RMIL_CMDLINE);
+}
+
+} // namespace
+
+void ensureRpmConfig() {
+  if (!configured)
+    readConfiguration(nullptr);
+}
+
+void configureForOtherSystem(const std::filesystem::path& database) {
+  static char noFiles[] = "";
+  macrofiles = noFiles;
+  readConfiguration((std::string(rpmConfigDir()) + "/rpmrc").c_str());
+  setMacro("_db_backend", "sqlite");
+  setMacro("_keyring", "rpmdb");
+  setMacro("_pkgverify_level", "digest"); // librpm's default
+  setDatabaseFolder(database);
+}
+
+void setDatabaseFolder(const std::filesystem::path& folder) {
+  ensureRpmConfig();
+  std::string body;
+  for (const char character : folder.string()) {
+    body += character;
+    if (character == '%') // "%" would start a macro
+      body += character;
+  }
+  setMacro("_dbpath", body);
 }
 
 bool isRpmConfigured() {

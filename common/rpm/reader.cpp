@@ -131,18 +131,23 @@ TransactionSetHandle transactionSet() {
   return set;
 }
 
-HeaderHandle readHeader(const FileHandle& file, const std::string& path) {
+/// Only with the result RPMRC_OK may the header be used.
+rpmRC readHeader(const FileHandle& file, const std::string& path, HeaderHandle& header) {
   const std::optional<off_t> mainHeader = mainHeaderOffset(Fileno(file.get()));
   if (!mainHeader || !mayConvert(file, *mainHeader))
-    throw readError();
+    return RPMRC_FAIL;
   const TransactionSetHandle set = transactionSet();
   Header found = nullptr;
   const rpmRC result = rpmReadPackageFile(set.get(), file.get(), path.c_str(), &found);
   // rpmReadPackageFile() may set the header even if it fails.
-  HeaderHandle header = ownHeader(found);
-  if (result != RPMRC_OK)
-    throw readError();
-  return header;
+  header = ownHeader(found);
+  return result;
+}
+
+bool beginsLikePackage(const FileHandle& file) {
+  constexpr std::uint32_t leadMagic = 0xedabeedb;
+  std::uint32_t magic = 0;
+  return readAt(Fileno(file.get()), 0, magic) && ntohl(magic) == leadMagic;
 }
 
 /// The tags that identify a package. Their texts must not depend on the language, as translated texts do, and must not
@@ -167,7 +172,8 @@ bool isTooLong(std::int32_t tag, std::string_view text) {
 Reader::Reader(const std::string& path) {
   ensureRpmConfig();
   m_file = openPackage(path);
-  m_header = readHeader(m_file, path);
+  if (readHeader(m_file, path, m_header) != RPMRC_OK)
+    throw readError();
   m_sound = std::make_shared<SoundHeader>(m_header);
 }
 
@@ -230,6 +236,27 @@ FileSetHandle Reader::files() const {
 DependencySetHandle Reader::dependencies(std::int32_t kind) const {
   return m_sound->hasDependencies(kind) ? ownDependencySet(rpmdsNew(m_header.get(), static_cast<rpm_tag_t>(kind), 0))
                                         : nullptr;
+}
+
+Readability readabilityOf(const std::string& path) {
+  ensureRpmConfig();
+  try {
+    const FileHandle file = openPackage(path);
+    if (!beginsLikePackage(file))
+      return Readability::NotAPackage;
+    HeaderHandle header;
+    switch (readHeader(file, path, header)) {
+    case RPMRC_OK:
+      return Readability::Readable;
+    case RPMRC_NOKEY:
+    case RPMRC_NOTTRUSTED:
+      return Readability::KeyMissing;
+    default:
+      return Readability::Damaged;
+    }
+  } catch (const Error&) {
+    return Readability::NotAPackage;
+  }
 }
 
 } // namespace Common::Rpm

@@ -74,4 +74,15 @@ private:
   std::shared_ptr<SoundHeader> m_sound;
 };
 
+/// What RPM thinks of a file.
+enum class Readability {
+  Readable,
+  NotAPackage, ///< it does not begin like a package, or it is empty or not a regular file
+  Damaged,
+  KeyMissing, ///< it is signed with an OpenPGP key that the RPM database does not have
+};
+
+/// The reason for which Reader(path) throws, or Readable if it does not.
+[[nodiscard]] Readability readabilityOf(const std::string& path);
+
 } // namespace Common::Rpm

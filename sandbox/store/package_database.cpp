@@ -4,6 +4,7 @@
 
 #include "common/error/error.h"
 #include "common/filesystem/entry.h"
+#include "common/rpm/configuration.h"
 #include "common/rpm/transaction.h"
 #include "sandbox/store/header_blob.h"
 #include "sandbox/store/rpm_database.h"
@@ -35,7 +36,7 @@ void forEach(const RpmTransaction& transaction, const std::filesystem::path& fol
 
 PackageDatabase::PackageDatabase(std::filesystem::path folder) : m_folder(std::move(folder)) {
   Common::Filesystem::createDirectories(m_folder);
-  setDatabaseFolder(m_folder);
+  Common::Rpm::setDatabaseFolder(m_folder);
   // A power loss at the very first start leaves an empty file, which librpm cannot open for reading. A failure shows
   // when the database is read.
   createDatabase();

@@ -154,7 +154,7 @@ void PackageStore::install(const std::string& path, const std::string& source) {
 
 /// Returns the text of the log line.
 std::string PackageStore::installVerified(ArchiveReader& archive, const StoredPackage& package) {
-  Acceptance::requireInstallable(archive);
+  Acceptance::requireInstallable(archive, Common::Rpm::Machine::current());
   const std::vector<Reader> entries = m_database.packages();
   const std::optional<Installed> installed = find(entries, package.name);
   if (installed)

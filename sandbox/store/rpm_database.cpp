@@ -3,26 +3,13 @@
 #include "sandbox/store/rpm_database.h"
 
 #include "common/error/error.h"
-#include "common/rpm/configuration.h"
 #include "common/rpm/handles.h"
 
 #include <rpm/rpmlog.h>
-#include <rpm/rpmmacro.h>
 
 #include <string>
 
 namespace Sandbox {
-
-void setDatabaseFolder(const std::filesystem::path& folder) {
-  Common::Rpm::ensureRpmConfig();
-  std::string body;
-  for (const char character : folder.string()) {
-    body += character;
-    if (character == '%') // "%" would start a macro
-      body += character;
-  }
-  rpmPushMacro(nullptr, "_dbpath", nullptr, body.c_str(), RMIL_CMDLINE);
-}
 
 bool createDatabase() {
   return rpmtsInitDB(Common::Rpm::ownTransactionSet(rpmtsCreate()).get(), 0644) == 0;

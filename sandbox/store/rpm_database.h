@@ -7,13 +7,7 @@
 
 #include <rpm/rpmts.h>
 
-#include <filesystem>
-
 namespace Sandbox {
-
-/// Makes the absolute path `folder` RPM's database folder for the rest of the process, in place of the configured one;
-/// reads the configuration first. Call it before any lock is taken, because librpm looks up its lock file only once.
-void setDatabaseFolder(const std::filesystem::path& folder);
 
 /// Creates RPM's database, or the tables that it lacks. False after librpm's own lines with the reason.
 bool createDatabase();
