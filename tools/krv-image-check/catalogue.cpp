@@ -195,7 +195,7 @@ constexpr auto explanations = std::to_array<Explanation>({
      "Add the package, or waive this if that is intended."},
     {"removed-returns", Severity::Warning, canBeWaived, "A package that the user removed is installed again",
      "The user finds the application on the device again.",
-     "Sign the package with a key that names the earlier keys as its predecessors."},
+     "Sign the package with the key of the removed one or an earlier key, or leave it out of the image."},
     // this tool
     {"check-skipped", Severity::Note, canBeWaived, "Something could not be checked",
      "A mistake may be left that only the device shows.",
