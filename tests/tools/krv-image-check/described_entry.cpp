@@ -7,6 +7,7 @@
 #include "acceptance/package_rules.h"
 #include "common/error/error.h"
 #include "common/posix/file_descriptor.h"
+#include "common/rpm/machine.h"
 #include "common/rpm/reader.h"
 #include "common/signatures/package_cmses.h"
 
@@ -36,7 +37,7 @@ void judge(const std::filesystem::path& path, const Reader& header, Package& pac
     const Common::Posix::FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     Acceptance::requireNothingBehindPayload(header, file.get(), std::filesystem::file_size(path), path.string());
     Common::readPackageCmses(path.string(), true);
-    Acceptance::requireInstallable(header);
+    Acceptance::requireInstallable(header, Common::Rpm::Machine::current());
   } catch (const Common::Error& error) {
     package.refusal = static_cast<Common::ErrorCode>(error.code().value());
   }
