@@ -3,11 +3,10 @@
 #include "driver/preinstall_package.h"
 
 #include "common/error/error.h"
-#include "common/rpm/reader.h"
-#include "common/signatures/package_cmses.h"
 #include "core/registry.h"
 #include "driver/decision.h"
 #include "driver/log/log_message.h"
+#include "driver/package_facts.h"
 
 #include <span>
 #include <string>
@@ -18,22 +17,9 @@ namespace {
 using Common::Rpm::VersionComparison;
 using Core::KRV::RegistryRecord;
 
-PackageFacts readHeader(const std::filesystem::path& path) {
-  const Common::Rpm::Reader reader(path.native());
-  PackageFacts facts;
-  facts.name = reader.tag(Common::Rpm::Tag::Name);
-  // Keep this order: the log names the first missing tag.
-  facts.version = reader.tag(Common::Rpm::Tag::Version) + "-";
-  facts.version += reader.tag(Common::Rpm::Tag::Release);
-  return facts;
-}
-
 std::optional<PackageFacts> readFacts(const std::filesystem::path& path) {
   try {
-    PackageFacts facts = readHeader(path);
-    // Without verification: the service verifies the signatures when it installs.
-    facts.developer = Common::developerIdentity(Common::readPackageCmses(path.native(), false));
-    return facts;
+    return readPackageFacts(path);
   } catch (const Common::Error& error) {
     LogMessage(LogLevel::Error) << error.what();
     LogMessage(LogLevel::Error) << "Failed to read RPM package: " << path;
