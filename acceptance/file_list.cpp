@@ -34,6 +34,7 @@ bool isFurtherName(rpmfiles files, int index) {
 PackagedFile describe(rpmfiles files, int index) {
   const rpm_mode_t mode = rpmfilesFMode(files, index);
   const char* target = rpmfilesFLink(files, index);
+  const char* capabilities = rpmfilesFCaps(files, index);
   return {.index = index,
           .name = owned(rpmfilesFN(files, index)),
           .type = Common::Rpm::typeOf(mode),
@@ -42,7 +43,8 @@ PackagedFile describe(rpmfiles files, int index) {
           .digest = digestOf(files, index),
           .target = target != nullptr ? target : "",
           .isGhost = (rpmfilesFFlags(files, index) & RPMFILE_GHOST) != 0,
-          .isFurtherName = isFurtherName(files, index)};
+          .isFurtherName = isFurtherName(files, index),
+          .capabilities = capabilities != nullptr ? capabilities : ""};
 }
 
 } // namespace

@@ -18,10 +18,11 @@ struct PackagedFile {
   std::filesystem::file_type type;
   std::filesystem::perms permissions; ///< with set-id and sticky bits
   std::uint64_t size;
-  std::string digest; ///< of the content, in hexadecimal digits; empty if the header has none
-  std::string target; ///< of a symlink
-  bool isGhost;       ///< the package owns the path but has no content for it
-  bool isFurtherName; ///< another name of a file that is already in the list
+  std::string digest;            ///< of the content, in hexadecimal digits; empty if the header has none
+  std::string target;            ///< of a symlink
+  bool isGhost;                  ///< the package owns the path but has no content for it
+  bool isFurtherName;            ///< another name of a file that is already in the list
+  std::string capabilities = {}; ///< of the file, in the form of cap_to_text(3); empty without any
 };
 
 /// The files of a package or of a database entry, in header order. Throws Common::Error: BadPackageFileFormat "Couldn't

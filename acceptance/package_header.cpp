@@ -25,4 +25,25 @@ bool hasScripts(const Common::Rpm::Reader& package) {
   return std::ranges::any_of(tags, [&](rpmTagVal tag) { return headerIsEntry(package.header().get(), tag) != 0; });
 }
 
+bool isSourcePackage(const Common::Rpm::Reader& package) {
+  return headerIsSource(package.header().get()) != 0;
+}
+
+std::set<std::string> scriptInterpreters(const Common::Rpm::Reader& package) {
+  // An interpreter with arguments is a list of texts.
+  static constexpr auto ofOneScript =
+      std::to_array<rpmTagVal>({RPMTAG_PREINPROG, RPMTAG_POSTINPROG, RPMTAG_PREUNPROG, RPMTAG_POSTUNPROG,
+                                RPMTAG_PRETRANSPROG, RPMTAG_POSTTRANSPROG});
+  static constexpr auto ofSeveralScripts = std::to_array<rpmTagVal>(
+      {RPMTAG_TRIGGERSCRIPTPROG, RPMTAG_FILETRIGGERSCRIPTPROG, RPMTAG_TRANSFILETRIGGERSCRIPTPROG});
+  std::set<std::string> interpreters;
+  for (const rpmTagVal tag : ofOneScript)
+    interpreters.insert(package.tagOr(tag, ""));
+  for (const rpmTagVal tag : ofSeveralScripts)
+    for (const std::string& text : package.texts(tag))
+      interpreters.insert(text);
+  std::erase_if(interpreters, [](const std::string& text) { return !text.starts_with('/'); });
+  return interpreters;
+}
+
 } // namespace Acceptance

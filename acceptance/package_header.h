@@ -5,6 +5,8 @@
 #include "common/rpm/reader.h"
 
 #include <cstdint>
+#include <set>
+#include <string>
 
 namespace Acceptance {
 
@@ -19,6 +21,12 @@ inline constexpr std::int32_t Subgroup = 1263687239;
 
 /// Whether the header has one of the tags above.
 bool hasInstallationTags(const Common::Rpm::Reader& header);
+
+/// Whether it is a package of sources.
+bool isSourcePackage(const Common::Rpm::Reader& package);
+
+/// The paths of the programs that RPM would start to run the scripts and triggers, sorted; not RPM's own language.
+std::set<std::string> scriptInterpreters(const Common::Rpm::Reader& package);
 
 /// Whether RPM would run a script or a trigger when it installs or erases the package.
 bool hasScripts(const Common::Rpm::Reader& package);

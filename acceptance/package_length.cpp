@@ -45,4 +45,9 @@ void requireNothingBehindPayload(const Common::Rpm::Reader& package, int file, s
                         "The package file is longer than its headers say: " + path);
 }
 
+bool isCut(const Common::Rpm::Reader& package, int file, std::uint64_t size) {
+  const std::optional<std::uint64_t> begin = mainHeaderOffset(file);
+  return !begin || *begin > size || size - *begin < promisedSize(package);
+}
+
 } // namespace Acceptance

@@ -15,4 +15,8 @@ namespace Acceptance {
 void requireNothingBehindPayload(const Common::Rpm::Reader& package, int file, std::uint64_t size,
                                  const std::string& path);
 
+/// Whether a package file is shorter than its signature header says. RPM looks at the digests of the payload instead,
+/// so a file that is shorter may still be whole.
+bool isCut(const Common::Rpm::Reader& package, int file, std::uint64_t size);
+
 } // namespace Acceptance

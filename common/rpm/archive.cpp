@@ -308,6 +308,11 @@ void ArchiveReader::writeContent(const std::filesystem::path& destination) {
   check();
 }
 
+void ArchiveReader::verifyContent() {
+  requireContent();
+  streamContent([](std::span<const std::byte>) {});
+}
+
 std::vector<std::byte> ArchiveReader::readContent() {
   requireContent();
   std::vector<std::byte> content;

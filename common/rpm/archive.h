@@ -107,6 +107,10 @@ public:
   /// the content does not have the header's digest. A partly written file stays.
   void writeContent(const std::filesystem::path& destination);
 
+  /// For the handler of regular files: reads the content of the current file and only compares it with the header's
+  /// digest. Throws Common::Error: Internal "Couldn't read content from rpm package".
+  void verifyContent();
+
   /// Like writeContent(), but returns the content. For small files.
   std::vector<std::byte> readContent();
 

@@ -4,8 +4,8 @@
 
 #include "common/rpm/configuration.h"
 
-#include <rpm/rpmmacro.h>
 #include <rpm/rpmlib.h>
+#include <rpm/rpmmacro.h>
 
 #include <fstream>
 #include <map>

@@ -1,0 +1,19 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "tools/krv-image-check/findings.h"
+#include "tools/krv-image-check/read_package.h"
+
+#include <string>
+
+/// The form in which worker processes send their results. Both sides are the same program.
+namespace ImageCheck {
+
+std::string pack(const EntryReport& report);
+EntryReport unpackEntry(const std::string& bytes);
+
+std::string pack(const Findings& findings);
+Findings unpackFindings(const std::string& bytes);
+
+} // namespace ImageCheck
