@@ -55,13 +55,13 @@ std::string percent(long part, long whole) {
 std::string ticks(sys_days day, long horizon) {
   constexpr long narrow = 90; // per cent; a mark further right would not fit
   const unsigned step = horizon > 700 ? 6 : 3;
-  std::string marks = element("span", "style=\"left:0\"", "today");
+  std::string marks = element("span", "style=\"left:0\"", dateText(day));
   const std::chrono::year_month_day date(day);
   for (auto month = date.year() / date.month() / 1;; month += std::chrono::months(1)) {
     const long offset = (sys_days(month) - day).count();
     if (offset * 100 > horizon * narrow)
       break;
-    if (offset * 100 >= horizon * 8 && (static_cast<unsigned>(month.month()) - 1) % step == 0)
+    if (offset * 100 >= horizon * 12 && (static_cast<unsigned>(month.month()) - 1) % step == 0)
       marks +=
           element("span", "style=\"left:" + percent(offset, horizon) + "\"", dateText(sys_days(month)).substr(0, 7));
   }

@@ -61,7 +61,7 @@ tbody th small, td small { display: block; color: var(--soft); font-size: 12.5px
 .plan td { border-left: 3px solid var(--card); }
 .plan td b { font-weight: 650; }
 .plan td small { color: inherit; opacity: .92; }
-.sign { display: inline-block; min-width: 1.25em; font-weight: 700; }
+.sign { display: inline-block; width: 1.15em; font-weight: 700; }
 .legend { display: flex; flex-wrap: wrap; gap: 6px 18px; color: var(--soft); font-size: 13px; margin: 10px 2px 0; }
 
 details { margin-top: 12px; }
@@ -82,12 +82,12 @@ details > .card { margin-top: 8px; }
 
 .time { padding: 14px 20px 16px; }
 .time ul { list-style: none; margin: 0; padding: 0; }
-.time .row { display: grid; grid-template-columns: 270px 1fr 190px; gap: 4px 20px; align-items: center; padding: 8px 0;
+.time .row { display: grid; grid-template-columns: 330px 1fr 170px; gap: 4px 20px; align-items: center; padding: 8px 0;
   border-top: 1px solid var(--line); }
 .time .row:first-child { border-top: 0; }
 .track { position: relative; height: 14px; border-radius: 7px; background: var(--shade); overflow: hidden; }
 .bar { position: absolute; inset: 0 auto 0 0; min-width: 4px; border-radius: 7px; background: currentColor; opacity: .75; }
-.bar.beyond { border-radius: 7px 0 0 7px; }
+.bar.beyond { border-radius: 7px 0 0 7px; mask-image: linear-gradient(to right, #000 85%, transparent); }
 .axis { padding: 0 0 6px; color: var(--soft); font-size: 12.5px; }
 .ticks { position: relative; height: 18px; }
 .ticks span { position: absolute; top: 0; white-space: nowrap; border-left: 1px solid var(--line); padding-left: 4px; }

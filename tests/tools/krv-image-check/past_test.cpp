@@ -72,10 +72,9 @@ TEST(Past, HasNoFindingsInTheSameImage) {
 
 TEST(Past, FindsTwoPackagesOfOneNameOfWhichTheNewerStays) {
   const std::vector<Entry> both = {notes("1.0-1", {}, "a.rpm"), notes("2.0-1", {}, "b.rpm")};
-  EXPECT_EQ(
-      findingsOf({.image = {.name = "new", .entries = both}, .previous = {}, .removed = {}}),
-      Lines{"a.rpm: duplicate-name: these entries are packages with the name notes: a.rpm, b.rpm. A device ends "
-            "with notes 2.0-1, whichever comes first (first-boot)."});
+  EXPECT_EQ(findingsOf({.image = {.name = "new", .entries = both}, .previous = {}, .removed = {}}),
+            Lines{"a.rpm: duplicate-name: these entries are packages with the name notes: a.rpm, b.rpm. A device ends "
+                  "with notes 2.0-1, whichever comes first (first-boot)."});
 }
 
 TEST(Past, SaysBothOutcomesOfTwoPackagesOfOneName) {
