@@ -111,7 +111,7 @@ std::string certificateSection(const Report& report) {
   std::string rows = ticks(report.at, horizon);
   for (const auto& certificate : certificates)
     rows += row(certificate, report.at, horizon);
-  return element("h2", "", "Certificates until they end") +
+  return sectionHeading("certificates", "Certificates until they end") +
          classed(
              "p", "lead",
              "A device that boots the image for the first time after a certificate has ended refuses its packages.") +

@@ -126,7 +126,7 @@ std::string endState(const Scenario& scenario) {
 } // namespace
 
 std::string planSection(const Report& report) {
-  std::string html = element("h2", "", "What will happen");
+  std::string html = sectionHeading("plan", "What will happen");
   if (report.scenarios.empty() || report.scenarios.front().rows.empty())
     return html + element("p", "class=\"lead\"", "The image has no entries that a device would look at.");
   html += classed("p", "lead", "Each column is a device at its next boot, decided by the rules of the device itself.");

@@ -42,6 +42,9 @@ p { margin: 0; }
 .counts b { display: block; font-size: 21px; line-height: 1.3; font-weight: 650; font-variant-numeric: tabular-nums; }
 .counts span { color: var(--soft); font-size: 13px; }
 
+nav { display: flex; flex-wrap: wrap; gap: 4px 22px; margin-top: 16px; font-weight: 600; font-size: 14px; }
+a { color: var(--info); text-decoration: none; } a:hover { text-decoration: underline; }
+
 .good { color: var(--good); } .info { color: var(--info); } .warn { color: var(--warn); } .bad { color: var(--bad); }
 .calm { color: var(--calm); }
 .good-back { background: var(--good-back); } .info-back { background: var(--info-back); }
@@ -65,7 +68,7 @@ details { margin-top: 12px; }
 summary { cursor: pointer; color: var(--info); font-weight: 600; padding: 4px 0; }
 details > .card { margin-top: 8px; }
 
-.finding { border-left: 4px solid; margin-top: 12px; padding: 15px 20px 16px; border-color: currentColor; }
+.finding { margin-top: 12px; padding: 15px 20px 16px; border-left: 4px solid currentColor; }
 .finding > * { color: var(--ink); }
 .finding .head { display: flex; flex-wrap: wrap; gap: 4px 12px; align-items: baseline; }
 .badge { font-size: 12px; font-weight: 650; border-radius: 4px; padding: 1px 8px; white-space: nowrap; }
@@ -95,6 +98,7 @@ footer { color: var(--soft); font-size: 13px; padding-top: 30px; padding-bottom:
   main, header > div, footer { padding-left: 15px; padding-right: 15px; }
   h1 { font-size: 21px; }
   .counts { grid-template-columns: repeat(2, 1fr); gap: 8px; }
+  .counts li:last-child { grid-column: 1 / -1; }
   table, tbody, tr, th, td { display: block; width: auto; }
   thead { display: none; }
   tbody tr { border-top: 1px solid var(--line); padding: 11px 14px 12px; }
@@ -104,7 +108,7 @@ footer { color: var(--soft); font-size: 13px; padding-top: 30px; padding-bottom:
   .plan td { margin-top: 7px; padding: 7px 11px; border-left: 0; border-radius: 6px; }
   .advice { grid-template-columns: 1fr; }
   .finding { padding: 13px 14px; } .finding .id { margin-left: 0; }
-  .time .row { grid-template-columns: 1fr; } .axis span.side, .axis { display: none !important; }
+  .time .row { grid-template-columns: 1fr; } .axis { display: none !important; }
 }
 @media print { body { background: none; } .finding, tr { break-inside: avoid; } }
 )css";

@@ -44,6 +44,10 @@ std::string classed(std::string_view name, std::string_view cssClass, std::strin
   return element(name, "class=\"" + std::string(cssClass) + "\"", content);
 }
 
+std::string sectionHeading(std::string_view anchor, std::string_view title) {
+  return element("h2", "id=\"" + std::string(anchor) + "\"", title);
+}
+
 std::string counted(std::size_t number, std::string_view noun) {
   return std::to_string(number) + " " + std::string(noun) + (number == 1 ? "" : "s");
 }

@@ -18,6 +18,9 @@ std::string element(std::string_view name, std::string_view attributes, std::str
 /// An element of one class.
 std::string classed(std::string_view name, std::string_view cssClass, std::string_view content);
 
+/// The heading of a section of the page, to which navigation() links.
+std::string sectionHeading(std::string_view anchor, std::string_view title);
+
 /// "1 package", "2 packages".
 std::string counted(std::size_t number, std::string_view noun);
 

@@ -17,10 +17,13 @@ namespace ImageCheck {
 
 namespace {
 
+using Html::certificateSection;
 using Html::classed;
 using Html::counted;
 using Html::element;
 using Html::escaped;
+using Html::planSection;
+using Html::sectionHeading;
 
 const char* colourOf(Severity severity) {
   switch (severity) {
@@ -61,6 +64,17 @@ std::string countItem(std::size_t number, std::string_view name, const char* col
                      element("span", "", name));
 }
 
+std::string navigation(const Report& report) {
+  std::string links = "<a href=\"#findings\">Findings</a><a href=\"#plan\">What will happen</a>";
+  if (!certificateSection(report).empty())
+    links += "<a href=\"#certificates\">Certificates</a>";
+  if (!report.notChecked.empty())
+    links += "<a href=\"#not-checked\">Not checked</a>";
+  if (!report.packages.empty())
+    links += "<a href=\"#packages\">Packages</a>";
+  return element("nav", "aria-label=\"Sections\"", links);
+}
+
 std::string heading(const Report& report, const Summary& summary) {
   const std::string facts = "Checked for " + dateText(report.at) + ", architecture " +
                             (report.architecture.empty() ? "unknown" : escaped(report.architecture)) + ", " +
@@ -74,7 +88,8 @@ std::string heading(const Report& report, const Summary& summary) {
                   classed("ul", "counts",
                           countItem(summary.errors, "errors", "bad") + countItem(summary.warnings, "warnings", "warn") +
                               countItem(summary.notes, "notes", "info") + countItem(summary.waived, "waived", "calm") +
-                              countItem(report.notChecked.size(), "not checked", "warn"))));
+                              countItem(report.notChecked.size(), "not checked", "warn")) +
+                  navigation(report)));
 }
 
 using Group = std::vector<const Finding*>;
@@ -133,7 +148,7 @@ std::string cards(const std::vector<Group>& groups) {
 std::string findingSection(const Report& report) {
   const std::vector<Group> open = groupsOf(report, Waived::No);
   const std::vector<Group> waived = groupsOf(report, Waived::Yes);
-  std::string html = element("h2", "", "Findings");
+  std::string html = sectionHeading("findings", "Findings");
   if (open.empty())
     html += classed("p", "lead", "None.");
   html += cards(open);
@@ -149,7 +164,7 @@ std::string notCheckedSection(const Report& report) {
   std::string items;
   for (const NotChecked& check : report.notChecked)
     items += element("li", "", element("code", "", escaped(check.id)) + ": " + escaped(check.why));
-  return element("h2", "", "Not checked") + classed("p", "lead", "Mistakes of these kinds may be left.") +
+  return sectionHeading("not-checked", "Not checked") + classed("p", "lead", "Mistakes of these kinds may be left.") +
          classed("ul", "plain card", items);
 }
 
@@ -178,7 +193,7 @@ std::string packageSection(const Report& report) {
     rows += packageRow(package);
   const std::string columns = "<thead><tr><th scope=\"col\">Package</th><th scope=\"col\">Architecture</th>"
                               "<th scope=\"col\">Developer</th><th scope=\"col\">SHA-256</th></tr></thead>\n";
-  return element("h2", "", "Packages") +
+  return sectionHeading("packages", "Packages") +
          element("details", "",
                  element("summary", "", "Show " + counted(report.packages.size(), "package")) +
                      classed("div", "card", element("table", "", columns + element("tbody", "", rows))));

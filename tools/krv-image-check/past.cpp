@@ -76,11 +76,28 @@ std::string outcomeText(const Simulation& simulation, const std::vector<const Pa
   const std::string& name = packages.front()->name;
   const std::string byName = stateText(findNamed(simulation.scenario.endState, name), name);
   const std::string reversed = stateText(findNamed(simulation.reversed.endState, name), name);
-  const std::string ends = " In the scenario " + printable(simulation.scenario.name) + " a device ends ";
   if (byName == reversed)
-    return ends + byName + ", whichever comes first.";
-  return ends + byName + " if it takes " + printable(packages.front()->entry) + " first, and " + reversed +
-         " if it takes " + printable(packages.back()->entry) + " first.";
+    return "A device ends " + byName + ", whichever comes first";
+  return "A device ends " + byName + " if it takes " + printable(packages.front()->entry) + " first, and " + reversed +
+         " if it takes " + printable(packages.back()->entry) + " first";
+}
+
+/// The outcomes with the scenarios that have them, in the order of the scenarios.
+std::string outcomesText(const std::vector<Simulation>& simulations, const std::vector<const Package*>& packages) {
+  std::vector<std::pair<std::string, std::string>> outcomes;
+  for (const Simulation& simulation : simulations) {
+    const std::string outcome = outcomeText(simulation, packages);
+    const std::string scenario = printable(simulation.scenario.name);
+    const auto same = std::ranges::find(outcomes, outcome, [](const auto& known) { return known.first; });
+    if (same == outcomes.end())
+      outcomes.emplace_back(outcome, scenario);
+    else
+      same->second += ", " + scenario;
+  }
+  std::string text;
+  for (const auto& [outcome, scenarios] : outcomes)
+    text += " " + outcome + " (" + scenarios + ").";
+  return text;
 }
 
 void findDuplicates(const ImageContent& image, const std::vector<Simulation>& simulations, Findings& findings) {
@@ -90,9 +107,7 @@ void findDuplicates(const ImageContent& image, const std::vector<Simulation>& si
     std::string message = "these entries are packages with the name " + printable(name) + ":";
     for (const Package* package : packages)
       message += (package == packages.front() ? " " : ", ") + printable(package->entry);
-    message += ".";
-    for (const Simulation& simulation : simulations)
-      message += outcomeText(simulation, packages);
+    message += "." + outcomesText(simulations, packages);
     for (const Simulation& simulation : simulations)
       findings.add("duplicate-name", packages.front()->entry, name, message, simulation.scenario.name);
   }
@@ -108,6 +123,12 @@ bool isForeign(const Row& row, const Package& package, const InstalledState& ins
   const Common::DeveloperIdentity& developer = package.developer->identity;
   return (row.reason == "DeveloperMismatch" || row.reason == "DeveloperKeySuperseded") &&
          !Common::isOwnOrEarlierKey(installed.keyId, developer.keyId, developer.previousKeyIds);
+}
+
+/// Enough of a key id to recognise it.
+std::string keyText(const std::string& key) {
+  constexpr std::size_t length = 16;
+  return printable(key.substr(0, length));
 }
 
 std::vector<std::string> keysOf(std::string own, std::vector<std::string> earlier) {
@@ -190,16 +211,16 @@ private:
     const std::string* const dropped = droppedKey(package, installed);
     if (dropped != nullptr)
       return add("rotation-shortened", simulation, package,
-                 "the device knows the earlier key " + printable(*dropped) + ", which this package no longer names");
+                 "the device knows the earlier key " + keyText(*dropped) + ", which this package no longer names");
     if (!isForeign(row, package, installed))
       return;
     if (isLinked(package, key, m_simulations) || isRotationOfTheSame(package, key, simulation))
       return add("rotation-shortened", simulation, package,
-                 "the device has a package signed with the key " + printable(key) +
+                 "the device has a package signed with the key " + keyText(key) +
                      ", which is not among the earlier keys of this one");
     add("developer-changed", simulation, package,
-        "the device has a package signed with the key " + printable(key) + ", this one is signed with " +
-            printable(package.developer->identity.keyId));
+        "the device has a package signed with the key " + keyText(key) + ", this one is signed with " +
+            keyText(package.developer->identity.keyId));
   }
 
   void findRebuilt(const Simulation& simulation, const Package& package) {
@@ -226,8 +247,8 @@ private:
     const auto removal = std::ranges::find_if(simulation.recordsBefore, isRemoval);
     if (removal != simulation.recordsBefore.end())
       add("removed-returns", simulation, package,
-          "the user removed a package that was signed with the key " + printable(removal->keyId) +
-              ", this one is signed with " + printable(package.developer->identity.keyId));
+          "the user removed a package that was signed with the key " + keyText(removal->keyId) +
+              ", this one is signed with " + keyText(package.developer->identity.keyId));
   }
 
   /// A package of unknown developer belongs to the system and not to the tool.

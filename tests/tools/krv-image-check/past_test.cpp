@@ -74,17 +74,16 @@ TEST(Past, FindsTwoPackagesOfOneNameOfWhichTheNewerStays) {
   const std::vector<Entry> both = {notes("1.0-1", {}, "a.rpm"), notes("2.0-1", {}, "b.rpm")};
   EXPECT_EQ(
       findingsOf({.image = {.name = "new", .entries = both}, .previous = {}, .removed = {}}),
-      Lines{"a.rpm: duplicate-name: these entries are packages with the name notes: a.rpm, b.rpm. In the scenario "
-            "first-boot a device ends with notes 2.0-1, whichever comes first."});
+      Lines{"a.rpm: duplicate-name: these entries are packages with the name notes: a.rpm, b.rpm. A device ends "
+            "with notes 2.0-1, whichever comes first (first-boot)."});
 }
 
 TEST(Past, SaysBothOutcomesOfTwoPackagesOfOneName) {
   const std::vector<Entry> both = {notes("2.0-1", {"bob"}, "b.rpm"), notes("1.0-1", {"alice"}, "a.rpm")};
   EXPECT_EQ(
       findingsOf({.image = {.name = "new", .entries = both}, .previous = {}, .removed = {}}),
-      Lines{"a.rpm: duplicate-name: these entries are packages with the name notes: a.rpm, b.rpm. In the scenario "
-            "first-boot a device ends with notes 1.0-1 if it takes a.rpm first, and with notes 2.0-1 if it takes "
-            "b.rpm first."});
+      Lines{"a.rpm: duplicate-name: these entries are packages with the name notes: a.rpm, b.rpm. A device ends "
+            "with notes 1.0-1 if it takes a.rpm first, and with notes 2.0-1 if it takes b.rpm first (first-boot)."});
 }
 
 TEST(Past, FindsADowngrade) {
