@@ -99,7 +99,7 @@ std::string plan(const Report& report, Colour colour) {
                        colourOf(row.action)};
     }
   }
-  return rows.size() > 1 ? "\n" + table(rows, colour) : "";
+  return rows.size() > 1 ? table(rows, colour) : "";
 }
 
 std::string counted(std::size_t count, const char* noun) {
@@ -160,12 +160,12 @@ std::string text(const Explanation& explanation) {
 } // namespace
 
 std::string toText(const Report& report, Colour colour) {
-  std::string text;
+  std::string findings;
   for (const Finding& finding : report.findings)
-    text += line(finding, colour);
-  text += plan(report, colour);
-  if (!text.empty())
-    text += '\n';
+    findings += line(finding, colour);
+  std::string text;
+  for (const std::string& part : {findings, plan(report, colour)})
+    text += part.empty() ? "" : part + "\n";
   return text + counts(report) + notChecked(report) + "\n";
 }
 

@@ -33,27 +33,24 @@ std::string text(const char* before, const std::string& value) {
   return before + printable(value.substr(0, 200));
 }
 
-/// Checks one package. The first rule that refuses it decides the error, because the service stops there; the findings
-/// are about all of them.
 class HeaderChecks {
 public:
   HeaderChecks(const PackageContext& context, const Reader& reader, Package& package, EntryReport& report)
       : m_context(context), m_reader(reader), m_package(package), m_report(report) {}
 
-  std::optional<ErrorCode> run() {
+  void run() {
     checkIdentity();
     checkArchitecture();
-    obey("header-damaged", [&] { Acceptance::requireNoInstallationTags(m_reader); });
+    obey("header-damaged", m_package.refusal, [&] { Acceptance::requireNoInstallationTags(m_reader); });
     if (Acceptance::isSourcePackage(m_reader)) {
       // Its files are sources without a path, so what is said about them would be wrong.
       add("source-package", "the file is a source package");
-      refuse(ErrorCode::BadPackageContent);
-      return m_refusal;
+      m_package.contentRefusal = ErrorCode::BadPackageContent;
+      return;
     }
     checkFiles();
     checkCompressor();
     checkScripts();
-    return m_refusal;
   }
 
 private:
@@ -61,29 +58,25 @@ private:
     m_report.findings.push_back({.id = id, .entry = m_report.entry.name, .message = message, .about = about});
   }
 
-  void refuse(ErrorCode code) {
-    if (!m_refusal)
-      m_refusal = code;
-  }
-
-  /// Adds a finding if the service's rule throws.
-  void obey(const char* id, const std::function<void()>& rule, const std::string& about = "") {
+  /// Adds a finding if the service's rule throws. The first error in `refusal` stays, because the service stops there.
+  void obey(const char* id, std::optional<ErrorCode>& refusal, const std::function<void()>& rule,
+            const std::string& about = "") {
     try {
       rule();
     } catch (const Error& error) {
       add(id, printable(error.what()), about);
-      refuse(static_cast<ErrorCode>(error.code().value()));
+      refusal = refusal.value_or(static_cast<ErrorCode>(error.code().value()));
     }
   }
 
   void checkIdentity() {
-    obey("identity-missing", [&] { Acceptance::requireUsableName(m_package.name); });
+    obey("identity-missing", m_package.refusal, [&] { Acceptance::requireUsableName(m_package.name); });
     using Common::Rpm::VersionComparison;
     if (Common::Rpm::compareVersions(m_package.version, "1-1") == VersionComparison::Unparsable) {
       add("version-unparsable", text("RPM cannot compare the version ", m_package.version));
-      refuse(ErrorCode::BadPackageVersion);
+      m_package.refusal = m_package.refusal.value_or(ErrorCode::BadPackageVersion);
     } else {
-      obey("identity-missing", [&] { Acceptance::requireVersion(m_reader); });
+      obey("identity-missing", m_package.refusal, [&] { Acceptance::requireVersion(m_reader); });
     }
     if (m_package.fullVersion != m_package.version && !m_package.fullVersion.starts_with("0:"))
       add("epoch-ignored", text("the version is ", m_package.fullVersion));
@@ -91,15 +84,17 @@ private:
 
   void checkArchitecture() {
     if (m_context.machine)
-      obey("architecture-foreign", [&] { Acceptance::requireArchitecture(m_reader, *m_context.machine); });
+      obey("architecture-foreign", m_package.refusal,
+           [&] { Acceptance::requireArchitecture(m_reader, *m_context.machine); });
   }
 
   void checkFiles() {
     PackagedFiles files;
-    obey("path-reserved", [&] { files = Acceptance::checkedFiles(m_reader); });
+    obey("path-reserved", m_package.contentRefusal, [&] { files = Acceptance::checkedFiles(m_reader); });
     for (const auto& [path, file] : files) {
       obey(
-          "path-reserved", [&] { Acceptance::requireUnreserved(path, file.type); }, path.native());
+          "path-reserved", m_package.contentRefusal, [&] { Acceptance::requireUnreserved(path, file.type); },
+          path.native());
       checkRights(path, file);
       m_package.files.push_back({.path = path,
                                  .type = file.type,
@@ -127,8 +122,10 @@ private:
   void checkCompressor() {
     static constexpr auto known = std::to_array<std::string_view>({"gzip", "bzip2", "xz", "lzma", "zstd"});
     const std::string compressor = m_reader.tagOr(Tag::PayloadCompressor, "gzip");
-    if (std::ranges::find(known, compressor) == known.end())
-      add("payload-compressor-unknown", text("the payload is compressed with ", compressor));
+    if (std::ranges::find(known, compressor) != known.end())
+      return;
+    add("payload-compressor-unknown", text("the payload is compressed with ", compressor));
+    m_package.contentRefusal = m_package.contentRefusal.value_or(ErrorCode::Internal);
   }
 
   void checkScripts() {
@@ -149,14 +146,12 @@ private:
   const Reader& m_reader;
   Package& m_package;
   EntryReport& m_report;
-  std::optional<ErrorCode> m_refusal;
 };
 
 } // namespace
 
-std::optional<ErrorCode> checkHeader(const PackageContext& context, const Reader& reader, Package& package,
-                                     EntryReport& report) {
-  return HeaderChecks(context, reader, package, report).run();
+void checkHeader(const PackageContext& context, const Reader& reader, Package& package, EntryReport& report) {
+  HeaderChecks(context, reader, package, report).run();
 }
 
 void checkPayload(const std::string& path, EntryReport& report) {
@@ -171,7 +166,9 @@ void checkPayload(const std::string& path, EntryReport& report) {
                              },
                          .symbolicLink = [](const ArchiveEntry&) {},
                          .hardLinks = [](const Common::Rpm::HardLinkDescription&) {}});
-  } catch (const Error&) {
+  } catch (const Error& error) {
+    std::optional<ErrorCode>& refusal = report.entry.package->contentRefusal;
+    refusal = refusal.value_or(static_cast<ErrorCode>(error.code().value()));
     report.findings.push_back({.id = "payload-damaged",
                                .entry = report.entry.name,
                                .message = "the payload cannot be unpacked, or a file does not have its digest"});

@@ -133,8 +133,8 @@ void readPackage(const PackageContext& context, const FileDescriptor& file, Entr
   report.findings.insert(report.findings.end(), signatures.findings.begin(), signatures.findings.end());
   package->sha256 = signatures.sha256.empty() ? digestOf(file) : signatures.sha256;
   package->developer = std::move(signatures.developer);
-  const auto ofHeader = checkHeader(context, reader, *package, report);
-  package->refusal = signatures.refusal ? signatures.refusal : ofHeader;
+  package->refusal = signatures.refusal;
+  checkHeader(context, reader, *package, report);
   report.entry.package = std::move(package);
   checkReadableByTool(path, report);
   if (context.deep && !hasError(report, "header-damaged") && !hasError(report, "signature-broken") &&

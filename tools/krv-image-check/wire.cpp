@@ -53,7 +53,8 @@ Json toWire(const std::vector<Value>& values) {
 
 Json toWire(const Package& package) {
   return Json::array({package.entry, package.name, package.version, package.architecture, package.sha256,
-                      toWire(package.developer), toWire(package.refusal), toWire(package.files), package.fullVersion});
+                      toWire(package.developer), toWire(package.refusal), toWire(package.files), package.fullVersion,
+                      toWire(package.contentRefusal)});
 }
 
 template <typename Value>
@@ -100,6 +101,8 @@ Package packageFrom(const Json& json) {
     package.developer = developerFrom(json[5][0]);
   if (!json[6].empty())
     package.refusal = static_cast<Common::ErrorCode>(as<int>(json[6][0]));
+  if (!json[9].empty())
+    package.contentRefusal = static_cast<Common::ErrorCode>(as<int>(json[9][0]));
   for (const Json& file : json[7])
     package.files.push_back(fileFrom(file));
   return package;

@@ -1,0 +1,82 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "common/rpm/dependency_check.h"
+
+#include "common/rpm/configuration.h"
+#include "common/rpm/handles.h"
+
+#include <rpm/rpmprob.h>
+#include <rpm/rpmps.h>
+#include <rpm/rpmtag.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <optional>
+
+namespace Common::Rpm {
+
+namespace {
+
+/// librpm keeps a pointer for each package, which it does not follow.
+const void* keyOf(std::size_t number) {
+  return reinterpret_cast<const void*>(number + 1);
+}
+
+bool isSound(const Reader& package) {
+  static constexpr auto kinds = std::to_array<rpmTagVal>({RPMTAG_PROVIDENAME, RPMTAG_REQUIRENAME, RPMTAG_CONFLICTNAME,
+                                                          RPMTAG_OBSOLETENAME, RPMTAG_RECOMMENDNAME, RPMTAG_SUGGESTNAME,
+                                                          RPMTAG_SUPPLEMENTNAME, RPMTAG_ENHANCENAME, RPMTAG_ORDERNAME});
+  return package.files() && std::ranges::all_of(kinds, [&](rpmTagVal kind) {
+           return headerIsEntry(package.header().get(), kind) == 0 || package.dependencies(kind) != nullptr;
+         });
+}
+
+std::optional<DependencyCheck::Problem::Kind> kindOf(rpmProblem problem) {
+  switch (rpmProblemGetType(problem)) {
+  case RPMPROB_REQUIRES:
+    return DependencyCheck::Problem::Kind::Missing;
+  case RPMPROB_CONFLICT:
+  case RPMPROB_OBSOLETES:
+    return DependencyCheck::Problem::Kind::Conflict;
+  default:
+    return std::nullopt;
+  }
+}
+
+std::string textOf(const char* text) {
+  return text != nullptr ? text : "";
+}
+
+} // namespace
+
+DependencyCheck::DependencyCheck() {
+  ensureRpmConfig();
+  m_set = ownTransactionSet(rpmtsCreate());
+  rpmtsSetRootDir(m_set.get(), nullptr);
+}
+
+void DependencyCheck::add(const Reader& package, std::size_t number) {
+  if (isSound(package))
+    rpmtsAddInstallElement(m_set.get(), package.header().get(), keyOf(number), 0, nullptr);
+}
+
+std::vector<DependencyCheck::Problem> DependencyCheck::problems() const {
+  rpmtsCheck(m_set.get());
+  const std::shared_ptr<std::remove_pointer_t<rpmps>> set = ownHandle<rpmpsFree>(rpmtsProblems(m_set.get()));
+  const std::shared_ptr<std::remove_pointer_t<rpmpsi>> iterator =
+      ownHandle<rpmpsFreeIterator>(rpmpsInitIterator(set.get()));
+  std::vector<Problem> found;
+  while (const rpmProblem problem = rpmpsiNext(iterator.get())) {
+    const auto kind = kindOf(problem);
+    const auto key = reinterpret_cast<std::size_t>(rpmProblemGetKey(problem));
+    if (kind && key != 0)
+      found.push_back({.kind = *kind, .package = key - 1, .other = textOf(rpmProblemGetAltNEVR(problem))});
+  }
+  std::ranges::sort(found);
+  const auto repeated = std::ranges::unique(found);
+  found.erase(repeated.begin(), repeated.end());
+  return found;
+}
+
+} // namespace Common::Rpm
