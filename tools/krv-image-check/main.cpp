@@ -5,7 +5,9 @@
 #include "tools/krv-image-check/check.h"
 #include "tools/krv-image-check/escape.h"
 #include "tools/krv-image-check/options.h"
+#include "tools/krv-image-check/output_html.h"
 #include "tools/krv-image-check/output_json.h"
+#include "tools/krv-image-check/output_sarif.h"
 #include "tools/krv-image-check/output_text.h"
 #include "tools/krv-image-check/workers.h"
 
@@ -39,7 +41,9 @@ std::string format(const Report& report, const Options& options) {
   case Format::Json:
     return toJson(report, KRV_VERSION);
   case Format::Sarif:
+    return toSarif(report, KRV_VERSION);
   case Format::Html:
+    return toHtml(report, KRV_VERSION);
   case Format::Text:
     break;
   }
