@@ -43,6 +43,7 @@ void configureForOtherSystem(const std::filesystem::path& database) {
   readConfiguration((std::string(rpmConfigDir()) + "/rpmrc").c_str());
   setMacro("_db_backend", "sqlite");
   setMacro("_keyring", "rpmdb");
+  setMacro("_rpmlock_path", "%{_dbpath}/.rpm.lock");
   setMacro("_pkgverify_level", "digest"); // librpm's default
   setDatabaseFolder(database);
 }
@@ -56,6 +57,10 @@ void setDatabaseFolder(const std::filesystem::path& folder) {
       body += character;
   }
   setMacro("_dbpath", body);
+}
+
+int reportedErrors() {
+  return rpmlogGetNrecsByMask(RPMLOG_UPTO(RPMLOG_ERR));
 }
 
 bool isRpmConfigured() {

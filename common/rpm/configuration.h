@@ -20,6 +20,10 @@ void configureForOtherSystem(const std::filesystem::path& database);
 /// reads the configuration first. Call it before any lock is taken, because librpm looks up its lock file only once.
 void setDatabaseFolder(const std::filesystem::path& folder);
 
+/// The number of errors that librpm has reported in this process so far. Only this number shows that an iteration over
+/// the database ended because the database is damaged.
+int reportedErrors();
+
 /// Whether the configuration was read.
 bool isRpmConfigured();
 

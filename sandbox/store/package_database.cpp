@@ -26,9 +26,9 @@ using Common::Rpm::RpmTransaction;
 /// would count as not installed.
 void forEach(const RpmTransaction& transaction, const std::filesystem::path& folder,
              const std::function<void(const Reader&)>& visitor) {
-  const int errors = reportedErrors();
+  const int errors = Common::Rpm::reportedErrors();
   RpmTransaction::forEachInstalled(transaction.installedPackages(), visitor);
-  if (reportedErrors() != errors)
+  if (Common::Rpm::reportedErrors() != errors)
     throw Error(ErrorCode::Internal, "Couldn't read the RPM database: " + folder.string());
 }
 

@@ -5,8 +5,6 @@
 #include "common/error/error.h"
 #include "common/rpm/handles.h"
 
-#include <rpm/rpmlog.h>
-
 #include <string>
 
 namespace Sandbox {
@@ -18,10 +16,6 @@ bool createDatabase() {
 void addToDatabase(const Common::Rpm::RpmTransaction& transaction, const Common::Rpm::Reader& package) {
   if (rpmtsImportHeader(transaction.lock().get(), package.header().get(), 0) != RPMRC_OK)
     throw Common::Error(Common::ErrorCode::Internal, "Couldn't record package in the RPM database");
-}
-
-int reportedErrors() {
-  return rpmlogGetNrecsByMask(RPMLOG_UPTO(RPMLOG_ERR));
 }
 
 } // namespace Sandbox

@@ -22,8 +22,4 @@ inline constexpr rpmtransFlags databaseOnly = RPMTRANS_FLAG_JUSTDB | RPMTRANS_FL
 /// database".
 void addToDatabase(const Common::Rpm::RpmTransaction& transaction, const Common::Rpm::Reader& package);
 
-/// The number of errors that librpm has reported in this process so far. Only this number shows that an iteration ended
-/// because the database is damaged.
-int reportedErrors();
-
 } // namespace Sandbox

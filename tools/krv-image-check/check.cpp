@@ -3,14 +3,19 @@
 #include "tools/krv-image-check/check.h"
 
 #include "common/rpm/configuration.h"
+#include "common/rpm/file_entry.h"
 #include "tools/krv-image-check/authorities.h"
 #include "tools/krv-image-check/database.h"
 #include "tools/krv-image-check/escape.h"
 #include "tools/krv-image-check/image_checks.h"
 #include "tools/krv-image-check/image_tree.h"
+#include "tools/krv-image-check/past.h"
+#include "tools/krv-image-check/read_device.h"
 #include "tools/krv-image-check/scan.h"
 #include "tools/krv-image-check/simulation.h"
 #include "tools/krv-image-check/temp_folder.h"
+#include "tools/krv-image-check/together.h"
+#include "tools/krv-image-check/waivers.h"
 
 #include <algorithm>
 #include <chrono>
@@ -35,74 +40,142 @@ sys_days today() {
   return floor<days>(system_clock::now());
 }
 
+ImageContent contentOf(const std::string& name, const std::vector<EntryReport>& reports) {
+  ImageContent content{.name = name, .entries = {}};
+  for (const EntryReport& report : reports) {
+    content.entries.push_back(report.entry);
+    content.isListable = content.isListable && !report.breaksListing;
+  }
+  return content;
+}
+
+/// The entries of the image, for the simulation.
+Acceptance::Root rootOf(const ImageTree& image) {
+  return [&image](const std::filesystem::path& path) -> std::optional<Acceptance::RootEntry> {
+    const auto status = image.ownStatus(path);
+    if (!status)
+      return std::nullopt;
+    return Acceptance::RootEntry{.type = Common::Rpm::typeOf(static_cast<rpm_mode_t>(status->st_mode)),
+                                 .permissions = static_cast<std::filesystem::perms>(status->st_mode & 07777),
+                                 .inode = status->st_ino};
+  };
+}
+
 /// Collects what one run finds.
 class Check {
 public:
   Check(const Options& options, const Progress& progress)
-      : m_options(options), m_progress(progress), m_image(options.image) {}
+      : m_options(options), m_progress(progress), m_image(options.image),
+        m_waivers(options.waivers ? readWaivers(*options.waivers) : std::vector<Waiver>()) {
+    m_report.image = options.image;
+    m_report.at = options.at.value_or(today());
+  }
 
   Report run() {
-    m_report.image = m_options.image;
-    m_report.at = m_options.at.value_or(today());
-    const std::optional<Common::Rpm::Machine> machine = findMachine();
+    findMachine();
     append(m_report.findings, checkImage(m_image));
-    const Authorities authorities = copyAuthorities(m_image, m_options.caPath, m_folder / "trusted-ca");
-    append(m_report.findings, authorities.findings);
-    if (!authorities.areUsable)
-      m_report.notChecked.push_back({.id = "signer-untrusted", .why = "there are no trusted authorities"});
     const std::string noDatabase = copyDatabase(m_image, m_folder / "rpm");
     Common::Rpm::configureForOtherSystem(m_folder / "rpm");
-    const PackageContext context{.image = m_image,
-                                 .machine = machine,
-                                 .caPath = m_folder / "trusted-ca",
-                                 .hasAuthorities = authorities.areUsable,
-                                 // Certificates that begin or end on the day are valid and not valid on it.
-                                 .at = m_report.at + days(1) - seconds(1),
-                                 .expiryMargin = m_options.expiryMargin,
-                                 .deep = m_options.deep};
-    take(readEntries(context, jobsOf(m_options), m_progress));
+    readImage();
     simulateBoots();
+    checkTogether(noDatabase);
+    if (!m_options.deep)
+      skip("payload-damaged", "--deep is not given");
+    applyWaivers(m_waivers, m_report.at, m_report.findings);
     sortFindings(m_report.findings);
     return std::move(m_report);
   }
 
 private:
-  std::optional<Common::Rpm::Machine> findMachine() {
+  void skip(const char* id, const std::string& why) { m_report.notChecked.push_back({.id = id, .why = why}); }
+
+  void findMachine() {
     m_report.architecture = m_options.architecture.value_or(architectureOf(m_image));
-    if (m_report.architecture.empty()) {
-      m_report.notChecked.push_back(
-          {.id = "architecture-foreign", .why = "nothing tells the architecture of the device; --arch does"});
-      return std::nullopt;
-    }
-    const auto machine = Common::Rpm::Machine::ofArchitecture(m_report.architecture);
-    if (!machine)
-      throw UsageError("RPM does not know the architecture " + printable(m_report.architecture));
-    return machine;
+    if (m_report.architecture.empty())
+      return skip("architecture-foreign", "nothing tells the architecture of the device; --arch does");
+    m_machine = Common::Rpm::Machine::ofArchitecture(m_report.architecture);
+    if (!m_machine)
+      throw UsageError("RPM does not know the architecture " + m_report.architecture);
   }
 
-  void take(std::vector<EntryReport> reports) {
-    for (EntryReport& report : reports) {
+  PackageContext context(const ImageTree& image, const std::string& folder, bool hasAuthorities) const {
+    return {.image = image,
+            .machine = m_machine,
+            .caPath = m_folder / ("trusted-ca" + folder),
+            .hasAuthorities = hasAuthorities,
+            .database = m_folder / ("rpm" + folder),
+            // A certificate that ends on the day counts as ended, and one that begins on it as valid.
+            .at = m_report.at + days(1) - seconds(1),
+            .areDatesChecked = folder.empty(),
+            .expiryMargin = m_options.expiryMargin,
+            .deep = m_options.deep && folder.empty()};
+  }
+
+  void readImage() {
+    const Authorities authorities = copyAuthorities(m_image, m_options.caPath, m_folder / "trusted-ca");
+    append(m_report.findings, authorities.findings);
+    if (!authorities.areUsable)
+      skip("signer-untrusted", "there are no trusted authorities");
+    m_entries = readEntries(context(m_image, "", authorities.areUsable), jobsOf(m_options), m_progress);
+    for (const EntryReport& report : m_entries) {
       append(m_report.findings, report.findings);
-      m_content.isListable = m_content.isListable && !report.breaksListing;
       if (report.entry.package)
         m_report.packages.push_back(*report.entry.package);
-      m_content.entries.push_back(std::move(report.entry));
     }
+  }
+
+  /// Its findings are not those of the image.
+  ImageContent readPrevious(const std::string& path, const std::string& folder) {
+    const ImageTree tree(path);
+    const Authorities authorities = copyAuthorities(tree, std::nullopt, m_folder / ("trusted-ca" + folder));
+    copyDatabase(tree, m_folder / ("rpm" + folder));
+    return contentOf(path, readEntries(context(tree, folder, authorities.areUsable), jobsOf(m_options),
+                                       [](std::size_t, std::size_t) {}));
+  }
+
+  bool isOffered(const std::string& name) const {
+    return std::ranges::any_of(m_report.packages, [&](const Package& package) { return package.name == name; });
   }
 
   void simulateBoots() {
-    m_content.name = m_options.image;
-    SimulationInput input{.image = m_content, .previous = {}, .removed = m_options.removed};
-    for (Simulation& simulation : simulate(input))
-      m_report.scenarios.push_back(std::move(simulation.scenario));
+    SimulationInput input{.image = contentOf(m_options.image, m_entries),
+                          .previous = {},
+                          .removed = m_options.removed,
+                          .root = rootOf(m_image)};
+    for (const std::string& path : m_options.previous)
+      input.previous.push_back(readPrevious(path, "-" + std::to_string(input.previous.size())));
+    if (m_options.device)
+      input.device = readDevice(*m_options.device, m_folder / "rpm-of-device",
+                                [this](const std::string& name) { return isOffered(name); });
+    const std::vector<Simulation> simulations = simulate(input);
+    append(m_report.findings, findingsAboutThePast(input, simulations));
+    append(m_report.findings, checkFileConflicts(simulations.front().scenario, m_entries));
+    for (NotChecked& unknown : unknownDevelopers(simulations))
+      m_report.notChecked.push_back(std::move(unknown));
+    for (const Simulation& simulation : simulations)
+      m_report.scenarios.push_back(simulation.scenario);
+  }
+
+  void checkTogether(const std::string& noDatabase) {
+    if (noDatabase.empty())
+      append(m_report.findings, checkDependencies(m_image, m_entries, m_folder / "rpm"));
+    else
+      for (const char* id : {"dependency-missing", "dependency-order", "conflict-declared"})
+        skip(id, noDatabase);
+    if (m_options.space)
+      append(m_report.findings, checkSpace(m_entries, *m_options.space));
+    else
+      skip("space-exceeded", "--space is not given");
   }
 
   const Options& m_options;
   const Progress& m_progress;
   const ImageTree m_image;
   const TempFolder m_folder;
+  const std::vector<Waiver> m_waivers;
+  std::optional<Common::Rpm::Machine> m_machine;
+  std::vector<EntryReport> m_entries;
   Report m_report{};
-  ImageContent m_content;
 };
 
 } // namespace

@@ -81,7 +81,8 @@ struct Row {
   std::string entry;
   std::string name; ///< of the package; empty if it is unreadable
   Action action;
-  std::string reason; ///< the name of a Reason or of an ErrorCode; empty if the package is unreadable
+  std::string reason;      ///< the name of a Reason or of an ErrorCode; empty if the package is unreadable
+  std::string detail = {}; ///< the message of a refusal; it may hold any byte
 };
 
 /// One device at its next boot.

@@ -10,6 +10,7 @@
 #include "common/rpm/archive.h"
 #include "common/rpm/version.h"
 #include "tools/krv-image-check/escape.h"
+#include "tools/krv-image-check/owned_files.h"
 
 #include <algorithm>
 #include <any>
@@ -96,13 +97,7 @@ private:
           "path-reserved", m_package.contentRefusal, [&] { Acceptance::requireUnreserved(path, file.type); },
           path.native());
       checkRights(path, file);
-      m_package.files.push_back({.path = path,
-                                 .type = file.type,
-                                 .permissions = file.permissions,
-                                 .size = file.size,
-                                 .digest = file.digest,
-                                 .target = file.target,
-                                 .isGhost = file.isGhost});
+      m_package.files.push_back(ownedFile(path, file));
       if (file.type == fs::file_type::regular && !file.isGhost && !file.isFurtherName)
         m_report.installedSize += file.size;
     }

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -20,7 +21,9 @@ struct PackageContext {
   std::optional<Common::Rpm::Machine> machine; ///< nothing if the architecture of the device is not known
   std::string caPath;                          ///< the directory of the trusted authorities
   bool hasAuthorities;                         ///< whether that directory can be used
+  std::filesystem::path database;              ///< the folder of RPM's database, for its OpenPGP keys
   std::chrono::sys_seconds at;
+  bool areDatesChecked; ///< false for an image that devices booted when its certificates were valid
   std::chrono::days expiryMargin;
   bool deep;
 };

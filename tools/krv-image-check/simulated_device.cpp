@@ -7,6 +7,7 @@
 #include "common/error/error.h"
 #include "core/registry_content.h"
 #include "driver/decision.h"
+#include "tools/krv-image-check/owned_files.h"
 
 #include <algorithm>
 #include <utility>
@@ -18,26 +19,10 @@ namespace fs = std::filesystem;
 namespace {
 
 using Acceptance::FileChanges;
-using Acceptance::PackagedFile;
 using Acceptance::PackagedFiles;
 using Acceptance::PackageIdentity;
 using Acceptance::RootEntry;
 using Core::KRV::RegistryRecord;
-
-PackagedFiles filesOf(const Package& package) {
-  PackagedFiles files;
-  for (const OwnedFile& file : package.files)
-    files.emplace(file.path, PackagedFile{.index = 0,
-                                          .name = "/" + file.path.native(),
-                                          .type = file.type,
-                                          .permissions = file.permissions,
-                                          .size = file.size,
-                                          .digest = file.digest,
-                                          .target = file.target,
-                                          .isGhost = file.isGhost,
-                                          .isFurtherName = false});
-  return files;
-}
 
 PackageIdentity identityOf(const Package& package) {
   return {.name = package.name, .version = package.fullVersion, .developer = package.developer->identity};
@@ -116,6 +101,7 @@ Row SimulatedDevice::take(const Entry& entry) {
   } catch (const Common::Error& error) {
     row.action = Action::Refused;
     row.reason = nameOf(error.code());
+    row.detail = error.what();
   }
   return row;
 }
@@ -131,7 +117,7 @@ void SimulatedDevice::install(const Package& package) {
   if (package.contentRefusal)
     throw Common::Error(*package.contentRefusal, "");
 
-  const PackagedFiles files = filesOf(package);
+  const PackagedFiles files = packagedFiles(package.files);
   const PackagedFiles earlier = isInstalled ? found->second.files : PackagedFiles();
   const FileChanges changes =
       Acceptance::placeFiles(root(), files, {.earlier = earlier, .others = ofOthers(package.name, files, earlier)});

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 namespace ImageCheck {
 
@@ -15,7 +16,7 @@ public:
   TempFolder(const TempFolder&) = delete;
   TempFolder& operator=(const TempFolder&) = delete;
 
-  std::filesystem::path operator/(const char* name) const { return m_path / name; }
+  std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
 
 private:
   std::filesystem::path m_path;

@@ -43,6 +43,11 @@ Json toWire(const OwnedFile& file) {
                       file.size, file.digest, file.target, file.isGhost});
 }
 
+Json toWire(const Core::KRV::RegistryRecord& record) {
+  return Json::array(
+      {static_cast<int>(record.event), record.timestamp, record.packageId, record.keyId, record.prevKeyIds});
+}
+
 template <typename Value>
 Json toWire(const std::vector<Value>& values) {
   Json array = Json::array();
@@ -108,6 +113,14 @@ Package packageFrom(const Json& json) {
   return package;
 }
 
+Core::KRV::RegistryRecord recordFrom(const Json& json) {
+  return {.event = static_cast<Core::KRV::RegistryRecord::Event>(as<int>(json[0])),
+          .timestamp = json[1],
+          .packageId = json[2],
+          .keyId = json[3],
+          .prevKeyIds = json[4]};
+}
+
 std::string bytesOf(const Json& json) {
   std::string bytes;
   Json::to_cbor(json, nlohmann::detail::output_adapter<char>(bytes));
@@ -137,6 +150,20 @@ EntryReport unpackEntry(const std::string& bytes) {
   if (!json[1].empty())
     report.entry.package = packageFrom(json[1][0]);
   return report;
+}
+
+std::string pack(const DeviceContent& device) {
+  return bytesOf(Json::array({toWire(device.packages), toWire(device.records)}));
+}
+
+DeviceContent unpackDevice(const std::string& bytes) {
+  const Json json = Json::from_cbor(bytes);
+  DeviceContent device;
+  for (const Json& package : json[0])
+    device.packages.push_back(packageFrom(package));
+  for (const Json& record : json[1])
+    device.records.push_back(recordFrom(record));
+  return device;
 }
 
 std::string pack(const Findings& findings) {
