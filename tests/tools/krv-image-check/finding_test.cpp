@@ -117,7 +117,7 @@ std::vector<Mistake> mistakesOfEntries() {
        {},
        true},
       {"entry-name-unprintable",
-       "a\\x1b[31m\\xff\\n.rpm: warning: entry-name-unprintable: its name is a\\x1b[31m\\xff\\n.rpm",
+       "a\\x1b[31m\\xff\\x0a.rpm: warning: entry-name-unprintable: its name is a\\x1b[31m\\xff\\x0a.rpm",
        [](TestImage& image) { fs::rename(image.entry("notes.rpm"), image.entry("a\033[31m\xff\n.rpm")); }},
       {"package-in-subfolder", "more/notes.rpm: warning: package-in-subfolder: the package lies in the subfolder more",
        [](TestImage& image) {
@@ -205,7 +205,8 @@ std::vector<Mistake> mistakesOfSignatures() {
        "notes.rpm: error: signature-broken: the developer (CN=Alice): the signature does not fit the content",
        [](TestImage& image) { flipByte(image.entry("notes.rpm"), 10); }},
       {"signer-untrusted",
-       "maps.rpm: error: signer-untrusted: the developer (CN=Foreign): no trusted authority stands behind the issuer "
+       "maps.rpm: error: signer-untrusted: the developer (CN=Foreign developer): no trusted authority stands behind "
+       "the issuer "
        "CN=Foreign authority",
        [](TestImage& image) { image.add({.name = "maps"}, "foreign"); }},
       {"signer-revoked",
@@ -220,7 +221,8 @@ std::vector<Mistake> mistakesOfSignatures() {
        },
        anyMargin},
       {"signer-expired",
-       "maps.rpm: error: signer-expired: the developer (CN=Expired): the certificate, or one above it, ended before "
+       "maps.rpm: error: signer-expired: the developer (CN=Expired developer): the certificate, or one above it, ended "
+       "before "
        "2027-01-01 (its own end: 2001-01-01)",
        [](TestImage& image) { image.add({.name = "maps"}, "expired"); },
        {"--at", "2027-01-01"}},
