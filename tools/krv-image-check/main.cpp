@@ -7,6 +7,7 @@
 #include "tools/krv-image-check/options.h"
 #include "tools/krv-image-check/output_html.h"
 #include "tools/krv-image-check/output_json.h"
+#include "tools/krv-image-check/output_sarif.h"
 #include "tools/krv-image-check/output_text.h"
 #include "tools/krv-image-check/workers.h"
 
@@ -39,9 +40,10 @@ std::string format(const Report& report, const Options& options) {
   switch (options.format) {
   case Format::Json:
     return toJson(report, KRV_VERSION);
+  case Format::Sarif:
+    return toSarif(report, KRV_VERSION);
   case Format::Html:
     return toHtml(report, KRV_VERSION);
-  case Format::Sarif:
   case Format::Text:
     break;
   }

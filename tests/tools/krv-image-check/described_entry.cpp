@@ -2,78 +2,35 @@
 // SPDX-License-Identifier: MIT
 #include "tests/tools/krv-image-check/described_entry.h"
 
-#include "acceptance/package_content.h"
-#include "acceptance/package_length.h"
-#include "acceptance/package_rules.h"
-#include "common/error/error.h"
-#include "common/posix/file_descriptor.h"
 #include "common/rpm/machine.h"
-#include "common/rpm/reader.h"
-#include "common/signatures/package_cmses.h"
+#include "tests/support/process/temp_directory.h"
+#include "tests/support/signing/pki.h"
+#include "tools/krv-image-check/image_checks.h"
+#include "tools/krv-image-check/read_package.h"
 
-#include <fcntl.h>
+#include <chrono>
 
 namespace ImageCheckTest {
 
-namespace {
+namespace fs = std::filesystem;
 
-using Common::Rpm::Reader;
-namespace Tag = Common::Rpm::Tag;
-using ImageCheck::Package;
-
-void addFiles(const Reader& header, Package& package) {
-  for (const auto& [path, file] : Acceptance::checkedFiles(header))
-    package.files.push_back({.path = path,
-                             .type = file.type,
-                             .permissions = file.permissions,
-                             .size = file.size,
-                             .digest = file.digest,
-                             .target = file.target,
-                             .isGhost = file.isGhost});
-}
-
-void judge(const std::filesystem::path& path, const Reader& header, Package& package) {
-  try {
-    const Common::Posix::FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    Acceptance::requireNothingBehindPayload(header, file.get(), std::filesystem::file_size(path), path.string());
-    Common::readPackageCmses(path.string(), true);
-    Acceptance::requireInstallable(header, Common::Rpm::Machine::current());
-  } catch (const Common::Error& error) {
-    package.refusal = static_cast<Common::ErrorCode>(error.code().value());
-  }
-  try {
-    addFiles(header, package);
-  } catch (const Common::Error& error) {
-    package.contentRefusal = static_cast<Common::ErrorCode>(error.code().value());
-  }
-}
-
-} // namespace
-
-ImageCheck::Entry describedEntry(const std::string& name, const std::filesystem::path& path) {
-  ImageCheck::Entry entry{.name = name, .package = std::nullopt};
-  try {
-    const Reader header(path.string());
-    Package package{.entry = name,
-                    .name = header.tag(Tag::Name),
-                    .version = header.tag(Tag::Version) + "-" + header.tag(Tag::Release),
-                    .architecture = header.tag(Tag::Architecture),
-                    .sha256 = "",
-                    .developer = {},
-                    .refusal = {},
-                    .files = {},
-                    .fullVersion = header.tag(Tag::FullVersion)};
-    package.developer = {.identity = Common::developerIdentity(Common::readPackageCmses(path.string(), false)),
-                         .subject = "",
-                         .issuer = "",
-                         .notAfter = {},
-                         .isTrusted = true};
-    judge(path, header, package);
-    entry.package = std::move(package);
-  } catch (const Common::Error&) {
-    return {.name = name, .package = std::nullopt};
-  }
-  return entry;
+ImageCheck::Entry describedEntry(const std::string& name, const fs::path& path) {
+  const Support::TempDirectory root;
+  const fs::path directory = root / ImageCheck::preInstallDirectory;
+  fs::create_directories(directory);
+  fs::copy_file(path, directory / name);
+  const ImageCheck::ImageTree image(root.path());
+  const ImageCheck::PackageContext context{
+      .image = image,
+      .machine = Common::Rpm::Machine::current(),
+      .caPath = Support::Pki::instance().trustedCa(),
+      .hasAuthorities = true,
+      .database = {},
+      .at = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()),
+      .areDatesChecked = true,
+      .expiryMargin = std::chrono::days(90),
+      .deep = true};
+  return ImageCheck::readEntry(context, name).entry;
 }
 
 } // namespace ImageCheckTest

@@ -9,8 +9,8 @@
 
 namespace ImageCheckTest {
 
-/// The entry `name` with what the package at `path` says. Its signatures are verified with the authorities of the
-/// current root.
+/// The entry `name` of an image in which it is the package file `path`, as the image check reads it. The image trusts
+/// the authority of the tests.
 ImageCheck::Entry describedEntry(const std::string& name, const std::filesystem::path& path);
 
 } // namespace ImageCheckTest

@@ -6,7 +6,6 @@
 #include "tests/tools/krv-image-check/comparison.h"
 #include "tests/tools/krv-image-check/package_pool.h"
 #include "tests/tools/krv-image-check/random_history.h"
-#include "tests/tools/krv-image-check/real_root.h"
 #include "tools/krv-image-check/simulated_device.h"
 
 #include <gtest/gtest.h>
@@ -108,7 +107,6 @@ protected:
   const Support::RpmSandbox m_rpm;
   PackagePool m_pool{m_rpm};
   const std::uint64_t m_seed = historySeed();
-  const RealRoot m_authorities;
   RandomHistories m_histories{m_pool, m_seed};
 };
 

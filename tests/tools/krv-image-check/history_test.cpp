@@ -140,7 +140,6 @@ protected:
   const Support::RpmSandbox m_rpm;
   PackagePool m_pool{m_rpm};
   const std::uint64_t m_seed = historySeed();
-  const RealRoot m_authorities;
   RandomHistories m_histories{m_pool, m_seed};
   std::size_t m_plans = 0;                       ///< how many plans were compared
   std::map<std::string, std::size_t> m_outcomes; ///< how often each occurred

@@ -33,7 +33,7 @@ std::uint64_t numberFromEnvironment(const char* variable, std::uint64_t otherwis
 /// A seed that no earlier run had, unless KRV_HISTORY_SEED sets it.
 std::uint64_t historySeed();
 
-/// Makes devices with a past. The entries are described with the authorities of the current root.
+/// Makes devices with a past.
 class RandomHistories {
 public:
   RandomHistories(PackagePool& pool, std::uint64_t seed) : m_pool(pool), m_random(seed) {}
