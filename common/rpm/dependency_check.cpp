@@ -18,11 +18,6 @@ namespace Common::Rpm {
 
 namespace {
 
-/// librpm keeps a pointer for each package, which it does not follow.
-const void* keyOf(std::size_t number) {
-  return reinterpret_cast<const void*>(number + 1);
-}
-
 bool isSound(const Reader& package) {
   static constexpr auto kinds = std::to_array<rpmTagVal>({RPMTAG_PROVIDENAME, RPMTAG_REQUIRENAME, RPMTAG_CONFLICTNAME,
                                                           RPMTAG_OBSOLETENAME, RPMTAG_RECOMMENDNAME, RPMTAG_SUGGESTNAME,
@@ -57,8 +52,10 @@ DependencyCheck::DependencyCheck() {
 }
 
 void DependencyCheck::add(const Reader& package, std::size_t number) {
-  if (isSound(package))
-    rpmtsAddInstallElement(m_set.get(), package.header().get(), keyOf(number), 0, nullptr);
+  // A problem names its package only by this text.
+  const std::string identity = package.tagOr(RPMTAG_NEVRA, "");
+  if (isSound(package) && rpmtsAddInstallElement(m_set.get(), package.header().get(), nullptr, 0, nullptr) == 0)
+    m_numbers.emplace(identity, number);
 }
 
 std::vector<DependencyCheck::Problem> DependencyCheck::problems() const {
@@ -69,9 +66,9 @@ std::vector<DependencyCheck::Problem> DependencyCheck::problems() const {
   std::vector<Problem> found;
   while (const rpmProblem problem = rpmpsiNext(iterator.get())) {
     const auto kind = kindOf(problem);
-    const auto key = reinterpret_cast<std::size_t>(rpmProblemGetKey(problem));
-    if (kind && key != 0)
-      found.push_back({.kind = *kind, .package = key - 1, .other = textOf(rpmProblemGetAltNEVR(problem))});
+    const auto [first, last] = m_numbers.equal_range(textOf(rpmProblemGetPkgNEVR(problem)));
+    for (auto package = first; kind && package != last; ++package)
+      found.push_back({.kind = *kind, .package = package->second, .other = textOf(rpmProblemGetStr(problem))});
   }
   std::ranges::sort(found);
   const auto repeated = std::ranges::unique(found);

@@ -6,6 +6,7 @@
 #include "common/rpm/reader.h"
 
 #include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,7 @@ public:
 
 private:
   TransactionSetHandle m_set;
+  std::multimap<std::string, std::size_t> m_numbers; ///< by name, version and architecture
 };
 
 } // namespace Common::Rpm

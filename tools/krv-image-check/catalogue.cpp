@@ -95,9 +95,10 @@ constexpr auto explanations = std::to_array<Explanation>({
     {"architecture-foreign", Severity::Error, canBeWaived, "The package is for another architecture",
      "The service refuses the package with BadPackageArchitecture.",
      "Build the package for the architecture of the device, or as noarch."},
-    {"version-unparsable", Severity::Warning, canBeWaived, "RPM cannot parse the version",
-     "The tool cannot compare it with an installed version and offers the package at every boot.",
-     "Give the package a version and a release of letters, digits, '.', '_', '+' and '~'."},
+    {"version-unparsable", Severity::Error, canBeWaived, "RPM cannot compare the version",
+     "The tool cannot compare it with an installed version and offers the package at every boot; the service refuses "
+     "it with BadPackageVersion.",
+     "Give the package a version and a release of at most 255 characters each."},
     {"epoch-ignored", Severity::Warning, canBeWaived, "The package has an epoch",
      "The tool compares versions without the epoch. An update that raises only the epoch is never installed.",
      "Raise the version or the release in each update, or do without an epoch."},
