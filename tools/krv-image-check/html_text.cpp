@@ -6,9 +6,11 @@
 
 namespace ImageCheck::Html {
 
-std::string escaped(std::string_view text) {
+namespace {
+
+std::string withEntities(std::string_view text) {
   std::string html;
-  for (const char character : printable(text)) {
+  for (const char character : text) {
     switch (character) {
     case '&':
       html += "&amp;";
@@ -30,6 +32,16 @@ std::string escaped(std::string_view text) {
     }
   }
   return html;
+}
+
+} // namespace
+
+std::string escaped(std::string_view text) {
+  return withEntities(printable(text));
+}
+
+std::string escapedMessage(std::string_view message) {
+  return withEntities(utf8(message));
 }
 
 std::string element(std::string_view name, std::string_view attributes, std::string_view content) {

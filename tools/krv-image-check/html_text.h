@@ -6,11 +6,14 @@
 #include <string>
 #include <string_view>
 
-/// The pieces of an HTML page. Every text that is not written here or in the catalogue goes through escaped().
+/// The pieces of an HTML page. Every text that is not written here goes through the first two.
 namespace ImageCheck::Html {
 
 /// `text` as the content of an element or of a quoted attribute; also printable (see escape.h).
 std::string escaped(std::string_view text);
+
+/// The same for a message of a finding, in which names are printable already.
+std::string escapedMessage(std::string_view message);
 
 /// An element with `content`, which is markup. `attributes` is markup too, for example "class=\"card\"".
 std::string element(std::string_view name, std::string_view attributes, std::string_view content);

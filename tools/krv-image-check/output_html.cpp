@@ -22,6 +22,7 @@ using Html::classed;
 using Html::counted;
 using Html::element;
 using Html::escaped;
+using Html::escapedMessage;
 using Html::planSection;
 using Html::sectionHeading;
 
@@ -96,7 +97,7 @@ using Group = std::vector<const Finding*>;
 
 std::string place(const Finding& finding) {
   std::string text = finding.entry ? element("span", "class=\"entry mono\"", escaped(*finding.entry)) + ": " : "";
-  text += escaped(finding.message);
+  text += escapedMessage(finding.message);
   if (finding.waivedBy)
     text += element("small", "class=\"soft\"", "<br>Waived: " + escaped(*finding.waivedBy));
   return element("li", "", text);

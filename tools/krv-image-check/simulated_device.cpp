@@ -114,13 +114,14 @@ void SimulatedDevice::install(const Package& package) {
   const bool isInstalled = found != m_installed.end();
   if (isInstalled)
     Acceptance::requireSuccessor(identity, found->second.identity);
-  if (package.contentRefusal)
-    throw Common::Error(*package.contentRefusal, "");
 
   const PackagedFiles files = packagedFiles(package.files);
   const PackagedFiles earlier = isInstalled ? found->second.files : PackagedFiles();
   const FileChanges changes =
       Acceptance::placeFiles(root(), files, {.earlier = earlier, .others = ofOthers(package.name, files, earlier)});
+  // A package whose list of files is refused has none here, so that placing them cannot fail before this.
+  if (package.contentRefusal)
+    throw Common::Error(*package.contentRefusal, "");
   record(isInstalled ? RegistryRecord::Event::Update : RegistryRecord::Event::Install, identity);
   apply(changes, files);
   disown(package.name);

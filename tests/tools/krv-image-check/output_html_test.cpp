@@ -43,6 +43,15 @@ TEST(HtmlReport, EscapesHostileNames) {
   EXPECT_TRUE(contains(page, "reviewed &lt;b&gt;by&lt;/b&gt; the image team"));
 }
 
+// The names in a message are printable already.
+TEST(HtmlReport, ShowsMessagesAsTheyAre) {
+  ImageCheck::Report report = goodReport();
+  report.findings.push_back({.id = "tool-missing", .entry = std::nullopt, .message = "a\\xff<b>"});
+  const std::string page = ImageCheck::toHtml(report, "1.2.3");
+  EXPECT_TRUE(contains(page, "<li>a\\xff&lt;b&gt;")) << page;
+  EXPECT_EQ(Common::asUtf8(page), page);
+}
+
 TEST(HtmlReport, LoadsNothing) {
   const std::string page = samplePage();
   for (const char* loading : {"http:", "https:", "src=", "url(", "@import", "<link", "<img", "<iframe", "<object"})

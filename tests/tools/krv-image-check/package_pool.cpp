@@ -24,10 +24,11 @@ constexpr const char* placeholder = "nnnn";
 
 Support::PackageInput inputOf(Content content) {
   Support::PackageInput input{.name = placeholder, .globals = "%global _binary_payload w.ufdio"};
-  const auto add = [&](const std::string& path, const std::string& text) {
-    input.install += "\nmkdir -p $(dirname %{buildroot}" + path + "); echo " + text + " > %{buildroot}" + path;
+  const auto make = [&](const std::string& path, const std::string& command) {
+    input.install += "\nmkdir -p $(dirname %{buildroot}" + path + "); " + command + " %{buildroot}" + path;
     input.files += "\n" + path;
   };
+  const auto add = [&](const std::string& path, const std::string& text) { make(path, "echo " + text + " >"); };
   switch (content) {
   case Content::Own:
     break;
@@ -36,6 +37,15 @@ Support::PackageInput inputOf(Content content) {
     break;
   case Content::Other:
     add("/opt/common/file", "other");
+    break;
+  case Content::Link:
+    make("/opt/common/file", "ln -s other");
+    break;
+  case Content::Ghost:
+    input.files += "\n%ghost /opt/common/file";
+    break;
+  case Content::LinkInPlace:
+    make("/opt/common", "ln -s elsewhere");
     break;
   case Content::InPlace:
     add("/opt/common", "file");
@@ -106,6 +116,8 @@ void PackagePool::make(const Choice& choice, const fs::path& path) {
   fs::copy_file(base(choice.content), path);
   Support::replaceEverywhere(path, placeholder, choice.name);
   Support::changeHeader(path, [&](Header header) { changeIdentity(header, choice); });
+  if (choice.flaw == Flaw::DamagedPayload)
+    Support::replacePayload(path, "no archive");
   if (choice.flaw != Flaw::Unsigned)
     Support::sign(path, choice.signing.developer, choice.signing.previous);
   if (choice.flaw == Flaw::Truncated)

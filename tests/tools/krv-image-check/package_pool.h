@@ -16,7 +16,10 @@ enum class Content {
   Own,         ///< nothing else
   Shared,      ///< /opt/common/file, the same in all packages
   Other,       ///< /opt/common/file with other content
+  Link,        ///< /opt/common/file as a symlink
+  Ghost,       ///< /opt/common/file without content
   InPlace,     ///< /opt/common as a file
+  LinkInPlace, ///< /opt/common as a symlink
   InsideOther, ///< a file below /opt/aaaa, which another package has too
   Reserved,    ///< a file in etc/krv
 };
@@ -30,6 +33,7 @@ enum class Flaw {
   InstallationTags,
   LongerThanPromised,
   Unsigned,
+  DamagedPayload, ///< behind good headers and signatures
   Truncated,
   NoPackage,
 };

@@ -27,7 +27,8 @@ const std::vector<Signing> signings = {{"alice"},
 
 const std::vector<Flaw> flaws = {
     Flaw::Rebuilt,          Flaw::Rebuilt,  Flaw::ForeignArchitecture, Flaw::BadName,   Flaw::BadVersion,
-    Flaw::InstallationTags, Flaw::Unsigned, Flaw::LongerThanPromised,  Flaw::Truncated, Flaw::NoPackage};
+    Flaw::InstallationTags, Flaw::Unsigned, Flaw::LongerThanPromised,  Flaw::Truncated, Flaw::DamagedPayload,
+    Flaw::NoPackage};
 
 std::string textOf(const std::string& entry, const Choice& choice) {
   std::ostringstream text;
@@ -53,7 +54,7 @@ std::uint64_t historySeed() {
 Choice RandomHistories::choice() {
   Choice choice{.name = oneOf(names), .signing = oneOf(signings)};
   if (below(3) == 0)
-    choice.content = static_cast<Content>(below(6));
+    choice.content = static_cast<Content>(below(9));
   choice.epoch = below(6) == 0 ? 1 : 0;
   choice.version = oneOf<std::string>({"1.0", "1.0", "1.1", "2.0"});
   choice.release = oneOf<std::string>({"1", "1", "2"});
