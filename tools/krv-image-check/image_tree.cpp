@@ -28,7 +28,7 @@ FileDescriptor openBelow(int root, const std::filesystem::path& path, int flags,
   open_how how{};
   how.flags = static_cast<unsigned>(flags | O_CLOEXEC);
   how.resolve = resolve;
-  const std::string below = path.empty() ? "." : path.string();
+  const std::string below = path.has_relative_path() ? path.relative_path().string() : ".";
   return FileDescriptor(static_cast<int>(syscall(SYS_openat2, root, below.c_str(), &how, sizeof how)));
 }
 

@@ -101,7 +101,7 @@ int perform(const Options& options) {
   return fails(report, options.failOn) ? findingsStatus : EXIT_SUCCESS;
 }
 
-/// Keeps the settings of the machine and of the user away from OpenSSL; those of RPM are not read.
+/// Keeps the settings of the machine and of the user away from the libraries; those of RPM are not read.
 void forgetTheMachine() {
   setenv("OPENSSL_CONF", "/dev/null", 1);
 }

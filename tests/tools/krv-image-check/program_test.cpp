@@ -264,12 +264,11 @@ protected:
 TEST_F(HermeticCheck, OpensOnlyTheImageItsCopyAndTheLibraries) {
   fs::create_directory(image.outside() / "tmp");
   const Support::SupervisedResult result =
-      Support::runSupervised({"env", "-C", image.outside(), Support::program("krv-image-check"), "image", "--deep"},
+      Support::runSupervised({Support::program("krv-image-check"), image.root(), "--deep", "--jobs", "1"},
                              {{"TMPDIR", image.outside() / "tmp"}}, "/");
   EXPECT_EQ(result.process.status, 0) << result.process.output << result.process.errors;
   const std::vector<std::string> allowed = {image.root(),
                                             image.outside() / "tmp/",
-                                            "image",
                                             Support::program("krv-image-check").parent_path(),
                                             "/usr/lib/rpm/",
                                             "/etc/rpm/platform",
@@ -278,6 +277,7 @@ TEST_F(HermeticCheck, OpensOnlyTheImageItsCopyAndTheLibraries) {
                                             "/lib64/",
                                             "/etc/ld.so",
                                             "/etc/gcrypt/",
+                                            "/etc/localtime", // the C library reads it even for UTC
                                             "/proc/",
                                             "/sys/devices/system/cpu",
                                             "/dev/null",
