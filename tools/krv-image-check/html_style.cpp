@@ -82,7 +82,7 @@ details > .card { margin-top: 8px; }
 
 .time { padding: 14px 20px 16px; }
 .time ul { list-style: none; margin: 0; padding: 0; }
-.time .row { display: grid; grid-template-columns: 330px 1fr 170px; gap: 4px 20px; align-items: center; padding: 8px 0;
+.time .row { display: grid; grid-template-columns: 330px 1fr 195px; gap: 4px 20px; align-items: center; padding: 8px 0;
   border-top: 1px solid var(--line); }
 .time .row:first-child { border-top: 0; }
 .track { position: relative; height: 14px; border-radius: 7px; background: var(--shade); overflow: hidden; }
