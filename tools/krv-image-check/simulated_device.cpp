@@ -62,7 +62,7 @@ SimulatedDevice::SimulatedDevice(Acceptance::Root root) : m_root(std::move(root)
 void SimulatedDevice::add(InstalledPackageData package) {
   for (const auto& [path, file] : package.files) {
     if (!m_root && !file.isGhost)
-      m_entries[path] = RootEntry{.type = file.type};
+      setEntry(path, RootEntry{.type = file.type});
   }
   own(std::move(package));
 }
@@ -155,7 +155,7 @@ std::vector<InstalledState> SimulatedDevice::state() const {
 void SimulatedDevice::own(InstalledPackageData package) {
   const std::string name = package.identity.name;
   for (const auto& [path, file] : package.files)
-    m_owned.emplace(path, Owned{.package = name, .file = file});
+    m_owned.emplace(path.native(), Owned{.package = name, .file = file});
   m_installed.insert_or_assign(name, std::move(package));
 }
 
@@ -164,7 +164,7 @@ void SimulatedDevice::disown(const std::string& name) {
   if (found == m_installed.end())
     return;
   for (const auto& [path, file] : found->second.files) {
-    auto [first, last] = m_owned.equal_range(path);
+    auto [first, last] = m_owned.equal_range(path.native());
     while (first != last)
       first = first->second.package == name ? m_owned.erase(first) : std::next(first);
   }
@@ -180,17 +180,15 @@ void SimulatedDevice::record(RegistryRecord::Event event, const PackageIdentity&
 
 void SimulatedDevice::apply(const FileChanges& changes, const PackagedFiles& files) {
   for (const fs::path& directory : changes.newDirectories)
-    m_entries[directory] = RootEntry{.type = fs::file_type::directory};
+    setEntry(directory, RootEntry{.type = fs::file_type::directory});
   for (const Acceptance::Change& change : changes.changes) {
-    std::optional<RootEntry>& entry = m_entries[change.path];
-    if (change.kind == Acceptance::Change::Kind::Delete)
-      entry.reset();
-    else
-      entry = RootEntry{.type = files.find(change.path)->second.type};
+    const bool isRemoved = change.kind == Acceptance::Change::Kind::Delete;
+    setEntry(change.path,
+             isRemoved ? std::nullopt : std::optional(RootEntry{.type = files.find(change.path)->second.type}));
   }
   for (const fs::path& directory : changes.obsoleteDirectories) {
     if (isEmpty(directory))
-      m_entries[directory].reset();
+      setEntry(directory, std::nullopt);
   }
 }
 
@@ -199,7 +197,7 @@ PackagedFiles SimulatedDevice::ofOthers(const std::string& name, const PackagedF
                                         const PackagedFiles& second) const {
   PackagedFiles others;
   const auto addAt = [&](const fs::path& path) {
-    const auto [begin, end] = m_owned.equal_range(path);
+    const auto [begin, end] = m_owned.equal_range(path.native());
     for (auto owned = begin; owned != end; ++owned) {
       if (owned->second.package != name)
         others.emplace(path, owned->second.file);
@@ -215,24 +213,25 @@ PackagedFiles SimulatedDevice::ofOthers(const std::string& name, const PackagedF
 }
 
 std::optional<RootEntry> SimulatedDevice::entryAt(const fs::path& path) const {
-  const auto changed = m_entries.find(path);
+  const auto changed = m_entries.find(path.native());
   if (changed != m_entries.end())
     return changed->second;
   return m_root ? m_root(path) : std::nullopt;
+}
+
+void SimulatedDevice::setEntry(const fs::path& path, const std::optional<RootEntry>& entry) {
+  std::optional<RootEntry>& current = m_entries[path.native()];
+  if (current.has_value() != entry.has_value())
+    m_children[path.parent_path().native()] += entry ? 1 : -1;
+  current = entry;
 }
 
 /// A directory of `m_root` stays, because its entries are not known.
 bool SimulatedDevice::isEmpty(const fs::path& directory) const {
   if (m_root && m_root(directory))
     return false;
-  // The entries below a directory follow it in the order of paths.
-  for (auto entry = m_entries.upper_bound(directory); entry != m_entries.end(); ++entry) {
-    if (std::ranges::mismatch(directory, entry->first).in1 != directory.end())
-      return true;
-    if (entry->second)
-      return false;
-  }
-  return true;
+  const auto children = m_children.find(directory.native());
+  return children == m_children.end() || children->second == 0;
 }
 
 Acceptance::Root SimulatedDevice::root() const {

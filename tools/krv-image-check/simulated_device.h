@@ -13,6 +13,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace ImageCheck {
@@ -64,13 +65,15 @@ private:
   Acceptance::PackagedFiles ofOthers(const std::string& name, const Acceptance::PackagedFiles& first,
                                      const Acceptance::PackagedFiles& second) const;
   std::optional<Acceptance::RootEntry> entryAt(const std::filesystem::path& path) const;
+  void setEntry(const std::filesystem::path& path, const std::optional<Acceptance::RootEntry>& entry);
   bool isEmpty(const std::filesystem::path& directory) const;
   Acceptance::Root root() const;
 
   Acceptance::Root m_root;
   /// Entries that differ from those of `m_root`; nothing for an entry that was removed.
-  std::map<std::filesystem::path, std::optional<Acceptance::RootEntry>> m_entries;
-  std::multimap<std::filesystem::path, Owned> m_owned;
+  std::unordered_map<std::string, std::optional<Acceptance::RootEntry>> m_entries;
+  std::unordered_map<std::string, int> m_children; ///< the number of entries of `m_entries` in each directory
+  std::unordered_multimap<std::string, Owned> m_owned;
   std::map<std::string, InstalledPackageData> m_installed;
   std::vector<Core::KRV::RegistryRecord> m_records;
 };
