@@ -3,7 +3,6 @@
 #include "tools/krv-image-check/check.h"
 
 #include "common/rpm/configuration.h"
-#include "common/rpm/file_entry.h"
 #include "tools/krv-image-check/authorities.h"
 #include "tools/krv-image-check/database.h"
 #include "tools/krv-image-check/escape.h"
@@ -11,6 +10,7 @@
 #include "tools/krv-image-check/image_tree.h"
 #include "tools/krv-image-check/past.h"
 #include "tools/krv-image-check/read_device.h"
+#include "tools/krv-image-check/root_entry.h"
 #include "tools/krv-image-check/scan.h"
 #include "tools/krv-image-check/simulation.h"
 #include "tools/krv-image-check/temp_folder.h"
@@ -47,18 +47,6 @@ ImageContent contentOf(const std::string& name, const std::vector<EntryReport>& 
     content.isListable = content.isListable && !report.breaksListing;
   }
   return content;
-}
-
-/// The entries of the image, for the simulation.
-Acceptance::Root rootOf(const ImageTree& image) {
-  return [&image](const std::filesystem::path& path) -> std::optional<Acceptance::RootEntry> {
-    const auto status = image.ownStatus(path);
-    if (!status)
-      return std::nullopt;
-    return Acceptance::RootEntry{.type = Common::Rpm::typeOf(static_cast<rpm_mode_t>(status->st_mode)),
-                                 .permissions = static_cast<std::filesystem::perms>(status->st_mode & 07777),
-                                 .inode = status->st_ino};
-  };
 }
 
 /// Collects what one run finds.
@@ -141,7 +129,7 @@ private:
     SimulationInput input{.image = contentOf(m_options.image, m_entries),
                           .previous = {},
                           .removed = m_options.removed,
-                          .root = rootOf(m_image)};
+                          .root = [this](const std::filesystem::path& path) { return rootEntry(m_image, path); }};
     for (const std::string& path : m_options.previous)
       input.previous.push_back(readPrevious(path, "-" + std::to_string(input.previous.size())));
     if (m_options.device)

@@ -10,11 +10,13 @@
 #include "core/registry_content.h"
 #include "tools/krv-image-check/database.h"
 #include "tools/krv-image-check/owned_files.h"
+#include "tools/krv-image-check/root_entry.h"
 #include "tools/krv-image-check/wire.h"
 #include "tools/krv-image-check/workers.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
@@ -91,16 +93,16 @@ Common::DeveloperIdentity developerOf(const std::string& name, const std::vector
 
 SimulatedDevice readDevice(const std::string& path, const std::filesystem::path& copy,
                            const std::function<bool(const std::string&)>& isOffered) {
-  const ImageTree tree(path);
-  if (const std::string reason = copyDatabase(tree, copy); !reason.empty())
+  const auto tree = std::make_shared<const ImageTree>(path);
+  if (const std::string reason = copyDatabase(*tree, copy); !reason.empty())
     throw std::runtime_error(path + ": " + reason);
-  const std::string registry = readRegistry(tree);
+  const std::string registry = readRegistry(*tree);
   const auto work = [&](std::size_t) { return packDevice(copy, registry, isOffered); };
   const std::optional<std::string> answer = doInWorkers({.count = 1, .jobs = 1, .work = work}).front();
   if (!answer)
     throw std::runtime_error(path + ": the RPM database cannot be read");
   const DeviceContent content = unpackDevice(*answer);
-  SimulatedDevice device;
+  SimulatedDevice device([tree](const std::filesystem::path& place) { return rootEntry(*tree, place); });
   for (const Package& package : content.packages)
     device.add({.identity = {.name = package.name,
                              .version = package.fullVersion,

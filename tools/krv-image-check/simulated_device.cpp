@@ -61,7 +61,7 @@ SimulatedDevice::SimulatedDevice(Acceptance::Root root) : m_root(std::move(root)
 
 void SimulatedDevice::add(InstalledPackageData package) {
   for (const auto& [path, file] : package.files) {
-    if (!m_root && !file.isGhost)
+    if (!file.isGhost && !entryAt(path))
       setEntry(path, RootEntry{.type = file.type});
   }
   own(std::move(package));

@@ -32,7 +32,7 @@ public:
   /// it is empty.
   explicit SimulatedDevice(Acceptance::Root root = {});
 
-  /// Adds a package that the device has from the beginning, with files that `root` has.
+  /// Adds a package that the device has from the beginning. Its files are there, even if `root` does not have them.
   void add(InstalledPackageData package);
   /// Adds a record behind those that the registry has.
   void add(Core::KRV::RegistryRecord record);
