@@ -44,7 +44,7 @@ void configureForOtherSystem(const std::filesystem::path& database) {
   setMacro("_db_backend", "sqlite");
   setMacro("_keyring", "rpmdb");
   setMacro("_rpmlock_path", "%{_dbpath}/.rpm.lock");
-  setMacro("__plugindir", "/dev/null"); // without it librpm looks for plugins in the working directory
+  setMacro("__plugindir", "/dev/null");   // without it librpm looks for plugins in the working directory
   setMacro("_pkgverify_level", "digest"); // librpm's default
   setDatabaseFolder(database);
 }

@@ -58,6 +58,11 @@ void DependencyCheck::add(const Reader& package, std::size_t number) {
     m_numbers.emplace(identity, number);
 }
 
+void DependencyCheck::clear() {
+  rpmtsEmpty(m_set.get());
+  m_numbers.clear();
+}
+
 std::vector<DependencyCheck::Problem> DependencyCheck::problems() const {
   rpmtsCheck(m_set.get());
   const std::shared_ptr<std::remove_pointer_t<rpmps>> set = ownHandle<rpmpsFree>(rpmtsProblems(m_set.get()));

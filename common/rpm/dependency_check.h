@@ -34,6 +34,9 @@ public:
   /// Adds a package. One whose dependencies SoundHeader refuses is not added, because librpm would crash on them.
   void add(const Reader& package, std::size_t number);
 
+  /// Forgets the added packages. Keeps the database open, which takes longer to open than a package to check.
+  void clear();
+
   /// The problems of all packages, sorted.
   std::vector<Problem> problems() const;
 

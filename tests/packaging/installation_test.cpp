@@ -52,7 +52,8 @@ protected:
 };
 
 TEST_F(Installation, HasExactlyTheseFiles) {
-  EXPECT_EQ(files(), "755 bin/krv-package-signature\n"
+  EXPECT_EQ(files(), "755 bin/krv-image-check\n"
+                     "755 bin/krv-package-signature\n"
                      "644 lib/systemd/system/krv-pre-installer.service\n"
                      "644 lib/tmpfiles.d/krv-pre-installer.conf\n"
                      "755 sbin/krv-pre-installer\n"
@@ -60,11 +61,14 @@ TEST_F(Installation, HasExactlyTheseFiles) {
                      "644 share/doc/krv-pre-installer/LICENSE\n"
                      "644 share/doc/krv-pre-installer/README.md\n"
                      "644 share/doc/krv-pre-installer/docs/decision.svg\n"
+                     "644 share/doc/krv-pre-installer/docs/image-check.md\n"
+                     "644 share/doc/krv-pre-installer/docs/image-check.schema.json\n"
                      "644 share/doc/krv-pre-installer/docs/platform.md\n"
                      "644 share/doc/krv-pre-installer/docs/signature-format.md\n"
                      "644 share/doc/krv-pre-installer/docs/troubleshooting.md\n"
                      "644 share/doc/krv-pre-installer/docs/velta.KRV.xml\n"
                      "644 share/doc/krv-pre-installer/velta.KRV.conf.example\n"
+                     "644 share/man/man1/krv-image-check.1.gz\n"
                      "644 share/man/man1/krv-package-signature.1.gz\n"
                      "644 share/man/man5/krv-registry.5.gz\n"
                      "644 share/man/man8/krv-pre-installer.8.gz\n");

@@ -135,13 +135,18 @@ private:
     if (m_options.device)
       input.device = readDevice(*m_options.device, m_folder / "rpm-of-device",
                                 [this](const std::string& name) { return isOffered(name); });
-    const std::vector<Simulation> simulations = simulate(input);
+    for (Simulation& simulation : simulate(input))
+      m_report.scenarios.push_back(std::move(simulation.scenario));
+    // A dangling link must not hide the other mistakes until it is repaired.
+    input.image.isListable = true;
+    judge(input, simulate(input));
+  }
+
+  void judge(const SimulationInput& input, const std::vector<Simulation>& simulations) {
     append(m_report.findings, findingsAboutThePast(input, simulations));
     append(m_report.findings, checkFileConflicts(simulations.front().scenario, m_entries));
     for (NotChecked& unknown : unknownDevelopers(simulations))
       m_report.notChecked.push_back(std::move(unknown));
-    for (const Simulation& simulation : simulations)
-      m_report.scenarios.push_back(simulation.scenario);
   }
 
   void checkTogether(const std::string& noDatabase) {

@@ -39,8 +39,8 @@ std::map<std::size_t, Reader> openPackages(const ImageTree& image, const std::ve
 }
 
 /// The problems that a package has without the other packages of the directory.
-std::set<Problem> problemsAlone(const Reader& package, std::size_t number) {
-  DependencyCheck check;
+std::set<Problem> problemsAlone(DependencyCheck& check, const Reader& package, std::size_t number) {
+  check.clear();
   check.add(package, number);
   const std::vector<Problem> problems = check.problems();
   return {problems.begin(), problems.end()};
@@ -61,10 +61,11 @@ Finding describe(const Problem& problem, const std::string& entry, bool isOnlyOr
 Findings dependencyFindings(const ImageTree& image, const std::vector<EntryReport>& entries) {
   const std::map<std::size_t, Reader> packages = openPackages(image, entries);
   DependencyCheck together;
+  DependencyCheck ofOne;
   std::set<Problem> alone;
   for (const auto& [number, package] : packages) {
     together.add(package, number);
-    alone.merge(problemsAlone(package, number));
+    alone.merge(problemsAlone(ofOne, package, number));
   }
   const std::vector<Problem> list = together.problems();
   const std::set<Problem> problems(list.begin(), list.end());

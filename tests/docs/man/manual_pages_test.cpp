@@ -255,7 +255,7 @@ TEST(ManualPages, ShowTheResultingRegistry) {
 }
 
 TEST(ManualPages, AreValidMdoc) {
-  for (const char* page : {"krv-pre-installer.8", "krv-registry.5", "krv-package-signature.1"}) {
+  for (const char* page : {"krv-pre-installer.8", "krv-registry.5", "krv-package-signature.1", "krv-image-check.1"}) {
     const Support::ProcessResult lint =
         Support::run({"mandoc", "-T", "lint", "-W", "warning", (pages / page).string()});
     EXPECT_EQ(lint.output + lint.errors, "");
