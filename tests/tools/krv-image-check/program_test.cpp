@@ -252,6 +252,21 @@ TEST_F(ImageCheckProgram, ShowsItsProgressOnATerminal) {
   EXPECT_EQ(onTerminal(image, STDERR_FILENO), "\r\033[Kchecking 1 of 2\r\033[Kchecking 2 of 2\r\033[K");
 }
 
+TEST_F(ImageCheckProgram, JudgesDamagedPackagesWithoutDying) {
+  const std::string whole = Support::readFile(image.entry("notes.rpm"));
+  for (std::size_t place = 0; place < whole.size(); place += whole.size() / 300 + 1) {
+    std::string damaged = whole;
+    damaged[place] = static_cast<char>(damaged[place] + 1 + static_cast<char>(place % 7));
+    writeFile(image.entry("flipped-" + std::to_string(place) + ".rpm"), damaged);
+    writeFile(image.entry("cut-" + std::to_string(place) + ".rpm"), whole.substr(0, place));
+  }
+  const ProcessResult result = image.run({"--format", "json", "--deep"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.errors, "");
+  ImageCheckTest::validate(result.output);
+  EXPECT_EQ(result.output.find("ends the process"), std::string::npos) << result.output;
+}
+
 /// The build machine must not decide.
 class HermeticCheck : public ImageCheckProgram {
 protected:
@@ -288,6 +303,20 @@ TEST_F(HermeticCheck, OpensOnlyTheImageItsCopyAndTheLibraries) {
         std::ranges::none_of(allowed, [&](const std::string& path) { return call.path.starts_with(path); }))
       others.insert(call.path);
   EXPECT_EQ(others, std::set<std::string>());
+}
+
+TEST_F(HermeticCheck, RemovesItsTemporaryFilesWhenItIsInterrupted) {
+  const fs::path temporary = image.outside() / "tmp";
+  fs::create_directory(temporary);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    const auto interrupt = [&](const Support::SeenCall& seen) { return kill(seen.process, signal); };
+    const Support::SupervisedResult result = Support::runSupervised(
+        {"env", "--default-signal=INT,HUP,TERM", Support::program("krv-image-check"), image.root()},
+        {{"TMPDIR", temporary}}, image.root(), {}, Support::beforeNth("open", 1, "*/notes.rpm", interrupt));
+    EXPECT_EQ(result.process.status, 128 + signal);
+    EXPECT_EQ(result.process.output, "");
+    EXPECT_TRUE(fs::is_empty(temporary));
+  }
 }
 
 TEST_F(ImageCheckProgram, IgnoresTheSettingsOfTheMachine) {
