@@ -76,8 +76,7 @@ std::vector<DependencyCheck::Problem> DependencyCheck::problems() const {
       found.push_back({.kind = *kind, .package = package->second, .other = textOf(rpmProblemGetStr(problem))});
   }
   std::ranges::sort(found);
-  const auto repeated = std::ranges::unique(found);
-  found.erase(repeated.begin(), repeated.end());
+  found.erase(std::unique(found.begin(), found.end()), found.end());
   return found;
 }
 

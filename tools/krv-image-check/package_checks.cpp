@@ -93,9 +93,8 @@ private:
     PackagedFiles files;
     obey("path-reserved", m_package.contentRefusal, [&] { files = Acceptance::checkedFiles(m_reader); });
     for (const auto& [path, file] : files) {
-      obey(
-          "path-reserved", m_package.contentRefusal, [&] { Acceptance::requireUnreserved(path, file.type); },
-          path.native());
+      const auto rule = [&place = path, type = file.type] { Acceptance::requireUnreserved(place, type); };
+      obey("path-reserved", m_package.contentRefusal, rule, path.native());
       checkRights(path, file);
       m_package.files.push_back(ownedFile(path, file));
       if (file.type == fs::file_type::regular && !file.isGhost && !file.isFurtherName)
