@@ -47,6 +47,8 @@ std::string copyDatabase(const ImageTree& tree, const fs::path& destination) {
         copyFile(log, destination / "rpmdb.sqlite-wal");
       return "";
     }
+    if (errno != ENOENT && errno != ENOTDIR)
+      reason = "the RPM database in " + folder.string() + " cannot be read";
     for (const char* other : {"Packages", "Packages.db"})
       if (tree.status(folder / other))
         reason = "the RPM database in " + folder.string() + " is not in SQLite";

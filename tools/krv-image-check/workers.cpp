@@ -73,6 +73,17 @@ void limitMemory() {
   setrlimit(RLIMIT_CORE, &noCore);
 }
 
+/// A package may keep a library busy without end. SIGXCPU ends the process.
+void limitTime(unsigned seconds) {
+  rusage used{};
+  rlimit limit{};
+  if (getrusage(RUSAGE_SELF, &used) != 0 || getrlimit(RLIMIT_CPU, &limit) != 0)
+    return;
+  const auto spent = static_cast<rlim_t>(used.ru_utime.tv_sec + used.ru_stime.tv_sec);
+  limit.rlim_cur = std::min(spent + seconds + 1, limit.rlim_max);
+  setrlimit(RLIMIT_CPU, &limit);
+}
+
 void silence() {
   const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
@@ -89,6 +100,7 @@ void silence() {
   silence();
   try {
     for (std::uint64_t index = 0; readAll(socket, &index, sizeof index);) {
+      limitTime(plan.cpuSeconds);
       const std::string result = plan.work(static_cast<std::size_t>(index));
       const std::uint64_t size = result.size();
       if (!writeAll(socket, &size, sizeof size) || !writeAll(socket, result.data(), result.size()))

@@ -199,6 +199,27 @@ TEST_F(ImageMistake, IsNoAuthorityBehindAnAbsoluteLink) {
   EXPECT_EQ(image.findings(), Lines());
 }
 
+TEST_F(ImageMistake, IsNotLookedForWithoutADatabase) {
+  image.add({.name = "maps", .preamble = "Requires: library"});
+  const auto whyNot = [&] {
+    const auto report = nlohmann::json::parse(image.run({"--format", "json"}).output);
+    EXPECT_EQ(report["findings"].size(), 0U);
+    EXPECT_EQ(report["not_checked"][0]["id"], "dependency-missing");
+    return report["not_checked"][0]["why"].get<std::string>();
+  };
+  fs::rename(image / "var/lib/rpm/rpmdb.sqlite", image / "var/lib/rpm/Packages.db");
+  EXPECT_EQ(whyNot(), "the RPM database in var/lib/rpm is not in SQLite");
+  fs::remove_all(image / "var/lib/rpm");
+  EXPECT_EQ(whyNot(), "there is no RPM database in var/lib/rpm or usr/lib/sysimage/rpm");
+  fs::create_directories(image / "var/lib/rpm/rpmdb.sqlite");
+  EXPECT_EQ(whyNot(), "the RPM database in var/lib/rpm cannot be read");
+}
+
+TEST_F(ImageMistake, IsADatabaseThatIsDamaged) {
+  writeFile(image / "var/lib/rpm/rpmdb.sqlite", "no database");
+  EXPECT_EQ(image.findings(), Lines{"image: note: check-skipped: RPM cannot check the dependencies of the packages"});
+}
+
 TEST_F(ImageMistake, IsEachOfManyInOneRun) {
   image.add({.name = "maps"}, "");
   image.add({.name = "mail"}, "foreign");

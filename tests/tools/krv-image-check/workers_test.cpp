@@ -54,6 +54,15 @@ TEST(Workers, HaveOnlySoMuchMemory) {
   EXPECT_EQ(doInWorkers({.count = 2, .jobs = 1, .work = work}), (Results{std::nullopt, "5"}));
 }
 
+TEST(Workers, HaveOnlySoMuchTime) {
+  const auto work = [](std::size_t index) {
+    while (index == 0)
+      (void)getppid(); // without a call the compiler may remove the loop
+    return "done";
+  };
+  EXPECT_EQ(doInWorkers({.count = 2, .jobs = 1, .work = work, .cpuSeconds = 1}), (Results{std::nullopt, "done"}));
+}
+
 TEST(Workers, SendLargeResults) {
   const std::string large(10'000'000, 'x');
   EXPECT_EQ(doInWorkers({.count = 3, .jobs = 3, .work = [&](std::size_t) { return large; }}),
