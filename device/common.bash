@@ -1,0 +1,51 @@
+# SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+# SPDX-License-Identifier: MIT
+#
+# To be sourced by the scripts that make the virtual device. They print the folder of the result on standard output and
+# progress on standard error. Exit status 2: it could not be made.
+set -euo pipefail
+unset CDPATH
+
+device=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
+project=${device%/*}
+cache=${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/krv-pre-installer/device
+
+step() { echo "== $1" >&2; }
+fail() {
+  echo "${0##*/}: $1" >&2
+  exit 2
+}
+
+# Everything is made in $work, which is in the cache, so that a finished folder is moved into place by one rename.
+begin() {
+  mkdir -p -- "$cache" || fail "no folder for the cache: $cache"
+  work=$(mktemp -d "$cache/new.XXXXXX") || fail "no folder for the cache: $cache"
+  trap 'rm -rf -- "$work"' EXIT
+  trap 'exit 129' HUP
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
+}
+
+# A digest of files and folders: names, contents and modes.
+digest() { # path...
+  tar -c -P --sort=name --mtime=@0 --owner=0 --group=0 --transform "s,^$work,," --transform "s,^$project,," -- "$@" |
+    sha256sum | head -c 16
+}
+
+# Whether the cache has the result. The time of the folder is that of its last use.
+is_cached() { # folder
+  [ -d "$1" ] && touch -- "$1"
+}
+
+# Moves a finished folder into the cache, and removes those of its kind that have not been used for a day.
+keep() { # finished folder, folder in the cache
+  local old
+  mv -T -- "$1" "$2" 2>/dev/null || [ -d "$2" ] || fail "the cache cannot be written: $2"
+  find "$cache" -mindepth 1 -maxdepth 1 -name "$(basename "${2%-*}")-*" -mmin +1440 -exec rm -rf -- {} +
+}
+
+require_space() { # MiB
+  local free
+  free=$(df --output=avail --block-size=1M "$cache" | tail -n 1)
+  [ "$free" -ge "$1" ] || fail "no space: $1 MiB are needed in $cache, and $((free)) are free"
+}

@@ -1,0 +1,84 @@
+# SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+# SPDX-License-Identifier: MIT
+"""Plays the scenes: two devices at a time, each history on a disk of its own, on both buses."""
+import os
+from concurrent.futures import ThreadPoolExecutor
+
+import disk
+import scenes
+from machine import Machine
+
+BUSES = ["dbus-daemon", "dbus-broker"]
+LIMIT = 180
+
+
+class Device:
+    """Where everything is: the folder of images, that of packages, and one for disks and reports."""
+
+    def __init__(self, images, packages, folder, accelerated, say):
+        self.images = images
+        self.packages = packages
+        self.folder = folder
+        self.accelerated = accelerated
+        self.say = say
+
+    def make(self, name):
+        folder = os.path.join(self.folder, name.replace(" ", "-"))
+        os.makedirs(folder, exist_ok=True)
+        return folder
+
+    def path_of(self, package):
+        return os.path.join(self.packages, package + ".rpm")
+
+    def boot(self, folder, path, arguments, **options):
+        """Boots a disk, and returns the report of its agent."""
+        machine = Machine(folder, self.images, path, self.accelerated,
+                          arguments=["systemd.unit=krv-device.target", *arguments], **options)
+        machine.start()
+        try:
+            report = machine.report(LIMIT)
+        finally:
+            machine.stop()
+        with open(os.path.join(folder, "journal"), "w", encoding="utf-8") as file:
+            file.write(report.get("journal", ""))
+        return report
+
+
+def play(device, history, bus):
+    """One history on one bus; a list of scenes, each with its complaints."""
+    home = device.make(f"{bus}-{history[0].name}")
+    path = os.path.join(home, "disk")
+    disk.copy(os.path.join(device.images, bus + ".ext4"), path)
+    results, reports = [], {}
+    for boot in history:
+        changes = disk.Disk(path)
+        changes.ship([device.path_of(package) for package in boot.ship])
+        boot.change(changes, device.packages)
+        changes.apply()
+        report = device.boot(device.make(f"{bus}-{boot.name}"), path,
+                             ["krv.steps=" + ",".join(boot.steps), *boot.arguments])
+        for name, judge in boot.scenes.items():
+            scene = judge(report, bus, reports)
+            results.append((f"{name}, {bus}", scene.complaints))
+            device.say(f"  {'FAILED' if scene.complaints else 'ok'}: {name}, on {bus}")
+            for complaint in scene.complaints:
+                device.say(f"    {complaint}")
+        reports[boot.name] = report
+    dirt = disk.check(path)
+    if dirt:
+        results.append((f"file system after {history[-1].name}, {bus}", [dirt]))
+    os.remove(path)
+    return results
+
+
+def play_all(device, chosen=None):
+    """All histories, or those with a boot whose name is chosen; results as those of play()."""
+    runs = [(history, bus) for history in scenes.HISTORIES for bus in BUSES
+            if not chosen or any(boot.name in chosen for boot in history)]
+    with ThreadPoolExecutor(max_workers=2) as pool:
+        played = [pool.submit(play, device, history, bus) for history, bus in runs]
+        try:
+            return [result for future in played for result in future.result()]
+        except BaseException:
+            pool.shutdown(wait=False, cancel_futures=True)
+            raise
