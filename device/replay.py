@@ -1,0 +1,136 @@
+# SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+# SPDX-License-Identifier: MIT
+"""Makes the states of a disk in which a power loss may have left it, and looks at each one as the next boot would."""
+import os
+import re
+import shutil
+import signal
+import subprocess
+import threading
+
+import disk
+from judge import Found, tree
+from machine import die_with_parent
+
+START_LIMIT = 30
+# What the service may touch.
+FOLDERS = ["/opt", "/var/lib/krv", "/var/lib/rpm", "/etc/krv"]
+HARMLESS = re.compile(r"e2fsck [0-9.]+ |Pass \d|.*: recovering journal|.*: \d+/\d+ files |"
+                      r".*\*\*\*\*\* FILE SYSTEM WAS MODIFIED \*\*\*\*\*|Clearing orphaned inode |"
+                      r"Free (blocks|inodes) count wrong |Fix\? yes|$")
+
+
+class Replica:
+    """A copy of the disk as it was before the recording, to which requests of the recording are applied."""
+
+    def __init__(self, image, path, log):
+        disk.copy(image, path)
+        self.path = path
+        self._log = log
+        self._size = os.path.getsize(path)
+        self._file = os.open(path, os.O_RDWR | os.O_CLOEXEC)
+
+    def close(self):
+        os.close(self._file)
+
+    def apply(self, entry):
+        """Marks are behind the end of the file system, and are left out."""
+        if entry.is_write and entry.offset < self._size:
+            os.pwrite(self._file, self._log.data(entry), entry.offset)
+
+    def save(self, entries):
+        """What is in the places of these writes now, for restore()."""
+        return [(entry.offset, os.pread(self._file, entry.length, entry.offset)) for entry in entries
+                if entry.is_write and entry.offset < self._size]
+
+    def restore(self, saved):
+        for offset, data in reversed(saved):
+            os.pwrite(self._file, data, offset)
+
+
+class Inspector:
+    """Looks at a disk as the next boot would: replays the journal of the file system, starts the package-manager
+    service on the files, which recovers what was under way, and reads files, database and registry. The disk is
+    unchanged afterwards. `unsynced` is a library that makes syncs do nothing, because nobody pulls a plug here."""
+
+    def __init__(self, folder, programs, bus_configuration, unsynced):
+        self._root = os.path.join(folder, "root")
+        self._undo = os.path.join(folder, "undo")
+        self._service = os.path.join(programs, "krv-sandbox-service")
+        address = "unix:path=" + os.path.join(folder, "bus")
+        configuration = os.path.join(folder, "bus.conf")
+        with open(configuration, "w", encoding="utf-8") as file:
+            file.write(bus_configuration(address))
+        self._environment = {**os.environ, "LC_ALL": "C", "DBUS_SYSTEM_BUS_ADDRESS": address, "LD_PRELOAD": unsynced}
+        self._bus = subprocess.Popen(["dbus-daemon", "--nofork", "--print-address", "--config-file", configuration],
+                                     stdout=subprocess.PIPE, preexec_fn=die_with_parent)
+        self._bus.stdout.readline()
+
+    def close(self):
+        self._bus.kill()
+        self._bus.wait()
+
+    def _run(self, *command):
+        return subprocess.run(command, text=True, check=False, env=self._environment, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT)
+
+    def look(self, path):
+        """What is on this disk after the service has started."""
+        if os.path.exists(self._undo):
+            os.remove(self._undo)
+        checked = self._run("e2fsck", "-fy", "-z", self._undo, path)
+        try:
+            dirt = [line for line in checked.stdout.splitlines() if not HARMLESS.match(line)]
+            if checked.returncode > 1 or dirt:
+                return failure("the file system is damaged: " + "; ".join(dirt))
+            shutil.rmtree(self._root, ignore_errors=True)
+            for folder in FOLDERS:
+                os.makedirs(self._root + os.path.dirname(folder), exist_ok=True)
+            disk.debugfs(path, [f"rdump {folder} {self._root}{os.path.dirname(folder)}" for folder in FOLDERS])
+        finally:
+            undone = self._run("e2undo", self._undo, path)
+            if undone.returncode != 0:
+                raise disk.DiskError(f"e2undo failed: {undone.stdout}")
+        return self._recovered()
+
+    def _recovered(self):
+        registry = os.path.join(self._root, "var/lib/krv/registry")
+        raw = text_of(registry)
+        complaint = self._start_service()
+        if complaint:
+            return failure(complaint)
+        query = subprocess.run(["rpm", "--dbpath", self._root + "/var/lib/rpm", "-qa", "--qf",
+                                "%{NAME}-%{VERSION}-%{RELEASE}\n"], text=True, check=False, env=self._environment,
+                               stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        if query.returncode != 0 or query.stderr:
+            return failure("the database is damaged: " + query.stderr.strip())
+        home = os.path.join(self._root, "var/lib/krv/sandbox")
+        leftovers = [name for name in os.listdir(home) if name not in ("lock",)]
+        return Found(raw, text_of(registry), query.stdout.splitlines(), tree(self._root, "opt"), leftovers)
+
+    def _start_service(self):
+        """Starts the service and ends it; why it did not start."""
+        service = subprocess.Popen([self._service, "--root", self._root], text=True, env=self._environment,
+                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, preexec_fn=die_with_parent)
+        lines = []
+        watchdog = threading.Timer(START_LIMIT, service.kill)
+        watchdog.start()
+        for line in service.stdout:
+            lines.append(line.strip())
+            if lines[-1] == "ready":
+                service.send_signal(signal.SIGTERM)
+        status = service.wait()
+        watchdog.cancel()
+        return "" if "ready" in lines and status == 0 else "the service does not start: " + "; ".join(lines)
+
+
+def failure(reason):
+    return Found("", "", [], {}, [], reason)
+
+
+def text_of(path):
+    try:
+        with open(path, encoding="utf-8", errors="replace") as file:
+            return file.read()
+    except FileNotFoundError:
+        return ""

@@ -1,0 +1,126 @@
+#!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+# SPDX-License-Identifier: MIT
+"""Tests the product on the virtual device: scenes, power losses, and the proof that losses are found.
+
+usage: test.py PROJECT IMAGES PACKAGES PROGRAMS FOLDER SEED
+
+IMAGES and PACKAGES are from device/image and device/packages, PROGRAMS is the build's folder of programs, and FOLDER takes
+disks, reports and recordings; scripts/device-test calls this. Exit status: 0 all is well, 1 something is not, 2 the test
+could not be done.
+"""
+import os
+import random
+import signal
+import sys
+import time
+from concurrent.futures import ThreadPoolExecutor
+
+import disk
+import power
+import reboot
+import stage
+from machine import NoReport, accelerator
+from recording import RecordingFailed, nevr, record
+
+FIRST = [f"apps/1.0/app{number:03}" for number in range(1, 25)]
+UPDATED = [f"apps/2.0/app{number:03}" for number in range(1, 17)]
+REMOVED = [f"app{number:03}" for number in range(17, 25)]
+NEEDED_POINTS = 300
+REBOOTS = 4
+SHOWN = 5
+
+
+class Test:
+    """The whole test; it collects what goes wrong."""
+
+    def __init__(self, project, images, packages, programs, folder, seed):
+        self._begin = time.monotonic()
+        accelerated = accelerator(os.path.join(images, "vmlinuz"), folder)
+        self._say(f"The virtual device runs with {accelerated}")
+        self._device = stage.Device(images, packages, folder, accelerated, self._say)
+        self._image = os.path.join(images, "dbus-daemon.ext4")
+        self._judge = power.Judge(self._device, programs,
+                                  os.path.join(programs, "../device/guest/bin/device-unsynced-shim.so"),
+                                  power.bus_configuration_maker(project))
+        self._seed = seed
+        self._points = 0
+        self._losses = 0
+        self._failures = 0
+
+    def _say(self, line):
+        print(f"{time.monotonic() - self._begin:5.0f} s  {line}", flush=True)
+
+    def run(self):
+        self._say("Scenes")
+        results = stage.play_all(self._device)
+        self._failures += sum(bool(complaints) for _, complaints in results)
+        recordings = self._record()
+        unsynced = recordings.pop()
+        for recording in recordings:
+            self._power(recording, power.prefixes(recording), "crash points")
+            if recording.bus == "virtio":
+                self._power(recording, power.reorderings(recording), "reorderings")
+        self._prove(unsynced)
+        self._reboot(recordings)
+        print(f"{len(results)} scenes ({self._failures} failed), {self._points} crash points, {self._losses} losses",
+              flush=True)
+        return 1 if self._failures or self._losses else 0
+
+    def _record(self):
+        self._say("Recording first boots, updates with removals, and a first boot without syncs")
+        with ThreadPoolExecutor(max_workers=2) as pool:
+            def first(bus):
+                return record(self._device, f"first boot on {bus}", self._image, FIRST, bus=bus)
+
+            def update(bus, done):
+                return record(self._device, f"update on {bus}", done.after, UPDATED, remove=REMOVED, bus=bus,
+                              installed=[nevr(package) for package in FIRST])
+
+            firsts = [pool.submit(first, bus) for bus in ("nvme", "virtio")]
+            unsynced = pool.submit(record, self._device, "first boot without syncs", self._image, FIRST, unsynced=True)
+            updates = [pool.submit(update, done.result().bus, done.result()) for done in firsts]
+            return [done.result() for done in [*firsts, *updates, unsynced]]
+
+    def _power(self, recording, points, kind):
+        verdicts = self._judge.judge(recording, points)
+        bad = [verdict for verdict in verdicts if verdict.complaints]
+        self._points += len(verdicts)
+        self._losses += len(bad)
+        self._say(f"  {'FAILED' if bad else 'ok'}: {recording.name}, {len(verdicts)} {kind}, {len(bad)} losses")
+        for verdict in bad[:SHOWN]:
+            self._say(f"    {verdict.point.name}: {'; '.join(verdict.complaints[:3])}")
+        if kind == "crash points" and len(verdicts) < NEEDED_POINTS:
+            self._failures += 1
+            self._say(f"    FAILED: {NEEDED_POINTS} crash points are needed")
+
+    def _prove(self, unsynced):
+        verdicts = self._judge.judge(unsynced, power.prefixes(unsynced))
+        bad = sum(bool(verdict.complaints) for verdict in verdicts)
+        self._failures += not bad
+        self._say(f"  {'ok' if bad else 'FAILED'}: without syncs, {bad} losses are found in {len(verdicts)} crash points")
+
+    def _reboot(self, recordings):
+        self._say(f"Booting {REBOOTS} of these states; --seed {self._seed} chooses the same ones")
+        chosen = reboot.choose(recordings, random.Random(self._seed), REBOOTS)
+        with ThreadPoolExecutor(max_workers=2) as pool:
+            for name, complaints in pool.map(lambda case: reboot.boot(self._device, *case), chosen):
+                self._failures += bool(complaints)
+                self._say(f"  {'FAILED' if complaints else 'ok'}: {name}")
+                for complaint in complaints[:SHOWN]:
+                    self._say(f"    {complaint}")
+
+
+def main(arguments):
+    project, images, packages, programs, folder, seed = arguments
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda received, _: sys.exit(128 + received))
+    try:
+        return Test(project, images, packages, programs, folder, int(seed)).run()
+    except (NoReport, RecordingFailed, disk.DiskError, OSError) as error:
+        print(f"scripts/device-test: {error}", file=sys.stderr)
+        return 2
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
