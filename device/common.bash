@@ -1,8 +1,8 @@
 # SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 # SPDX-License-Identifier: MIT
 #
-# To be sourced by the scripts that make the virtual device. They print the folder of the result on standard output and
-# progress on standard error. Exit status 2: it could not be made.
+# To be sourced by the scripts of the virtual device. Those in device/ print the folder of their result on standard output
+# and progress on standard error. Exit status 2: something could not be made.
 set -euo pipefail
 unset CDPATH
 
@@ -14,6 +14,20 @@ step() { echo "== $1" >&2; }
 fail() {
   echo "${0##*/}: $1" >&2
   exit 2
+}
+
+# For the scripts that users call: installs what is missing, builds the programs, and becomes root, at least in a user
+# namespace.
+prepare() { # script, its arguments...
+  [ -z "${KRV_DEVICE_IN_NAMESPACE:-}" ] || return 0
+  "$project/scripts/setup" device || fail "the tools for the virtual device are not there"
+  "$project/scripts/build-release" || fail "the build failed"
+  cmake --build "$project/build/release" --target device-guest >/dev/null ||
+    fail "the programs for the virtual device could not be built"
+  [ "$(id -u)" != 0 ] || return 0
+  unshare --map-root-user --map-auto true 2>/dev/null ||
+    fail "needs root, or user namespaces with newuidmap and a range in /etc/subuid"
+  exec env KRV_DEVICE_IN_NAMESPACE=yes unshare --map-root-user --map-auto -- "$@"
 }
 
 # Everything is made in $work, which is in the cache, so that a finished folder is moved into place by one rename.

@@ -53,14 +53,12 @@ class Machine:
         self._disk = disk
         self._qemu = None
         kernel = ["root=/dev/nvme0n1" if bus == "nvme" else "root=/dev/vda", "rw", "panic=-1", "quiet",
-                  "mitigations=off", "systemd.show_status=0", "console=ttyS0", *arguments]
-        machine = "q35,accel=kvm" if accelerated == "kvm" else "q35,accel=tcg"
-        self._command = ["qemu-system-x86_64", "-machine", machine, "-cpu",
-                         "host" if accelerated == "kvm" else "max", "-smp", "2", "-m", "512", "-nodefaults", "-display",
-                         "none", "-no-reboot", "-kernel", os.path.join(image, "vmlinuz"), "-append", " ".join(kernel)]
-        if accelerated != "kvm":
-            self._command[2:3] = ["q35"]
-            self._command += ["-accel", "tcg,thread=multi"]
+                  "mitigations=off", "no_timer_check", "tsc=reliable", "cryptomgr.notests", "rcupdate.rcu_expedited=1",
+                  "console=ttyS0", *arguments]
+        processor = {"kvm": ["-accel", "kvm", "-cpu", "host"], "tcg": ["-accel", "tcg,thread=single", "-cpu", "max"]}
+        self._command = ["qemu-system-x86_64", "-machine", "q35", *processor[accelerated], "-m", "512", "-nodefaults",
+                         "-display", "none", "-no-reboot", "-kernel", os.path.join(image, "vmlinuz"), "-append",
+                         " ".join(kernel)]
         storage = {"driver": "raw", "node-name": "disk", "file.driver": "file", "file.filename": disk}
         self._command += ["-blockdev", options(storage)]
         if log:

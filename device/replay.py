@@ -17,7 +17,7 @@ START_LIMIT = 30
 FOLDERS = ["/opt", "/var/lib/krv", "/var/lib/rpm", "/etc/krv"]
 HARMLESS = re.compile(r"e2fsck [0-9.]+ |Pass \d|.*: recovering journal|.*: \d+/\d+ files |"
                       r".*\*\*\*\*\* FILE SYSTEM WAS MODIFIED \*\*\*\*\*|Clearing orphaned inode |"
-                      r"Free (blocks|inodes) count wrong |Fix\? yes|$")
+                      r"Free (blocks|inodes) count wrong |Fix\? yes|Overwriting existing filesystem; | +e2undo |$")
 
 
 class Replica:
@@ -63,12 +63,12 @@ class Inspector:
             file.write(bus_configuration(address))
         self._environment = {**os.environ, "LC_ALL": "C", "DBUS_SYSTEM_BUS_ADDRESS": address, "LD_PRELOAD": unsynced}
         self._bus = subprocess.Popen(["dbus-daemon", "--nofork", "--print-address", "--config-file", configuration],
-                                     stdout=subprocess.PIPE, preexec_fn=die_with_parent)
+                                     stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, preexec_fn=die_with_parent)
         self._bus.stdout.readline()
 
     def close(self):
         self._bus.kill()
-        self._bus.wait()
+        self._bus.communicate()
 
     def _run(self, *command):
         return subprocess.run(command, text=True, check=False, env=self._environment, stdout=subprocess.PIPE,
@@ -110,17 +110,17 @@ class Inspector:
 
     def _start_service(self):
         """Starts the service and ends it; why it did not start."""
-        service = subprocess.Popen([self._service, "--root", self._root], text=True, env=self._environment,
-                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, preexec_fn=die_with_parent)
         lines = []
-        watchdog = threading.Timer(START_LIMIT, service.kill)
-        watchdog.start()
-        for line in service.stdout:
-            lines.append(line.strip())
-            if lines[-1] == "ready":
-                service.send_signal(signal.SIGTERM)
-        status = service.wait()
-        watchdog.cancel()
+        with subprocess.Popen([self._service, "--root", self._root], text=True, env=self._environment,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, preexec_fn=die_with_parent) as service:
+            watchdog = threading.Timer(START_LIMIT, service.kill)
+            watchdog.start()
+            for line in service.stdout:
+                lines.append(line.strip())
+                if lines[-1] == "ready":
+                    service.send_signal(signal.SIGTERM)
+            status = service.wait()
+            watchdog.cancel()
         return "" if "ready" in lines and status == 0 else "the service does not start: " + "; ".join(lines)
 
 

@@ -33,7 +33,7 @@ class Device:
     def boot(self, folder, path, arguments, **options):
         """Boots a disk, and returns the report of its agent."""
         machine = Machine(folder, self.images, path, self.accelerated,
-                          arguments=["systemd.unit=krv-device.target", *arguments], **options)
+                          arguments=["systemd.unit=krv-device.target", "systemd.show_status=0", *arguments], **options)
         machine.start()
         try:
             report = machine.report(LIMIT)

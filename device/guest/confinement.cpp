@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 
-// Tries what the unit forbids the tool, and prints one line for each attempt: its name and "allowed" or the error. It is
-// meant for a virtual device that is switched off afterwards, because without confinement every attempt succeeds.
+// Tries what the unit forbids the tool, and prints one line for each attempt: its name and "allowed" or the error. It
+// is meant for a virtual device that is switched off afterwards, because without confinement every attempt succeeds.
 #include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <ctime>
 #include <functional>
 #include <iostream>
 #include <string>
@@ -26,7 +26,6 @@
 #include <sys/syscall.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace {
@@ -59,7 +58,7 @@ long openFor(int flags, const char* path) {
 
 long mapWritableAndExecutable() {
   return mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) == MAP_FAILED ? -1
-                                                                                                                  : 0;
+                                                                                                                   : 0;
 }
 
 long setHostName() {
@@ -102,7 +101,6 @@ long raiseCapability() {
 } // namespace
 
 int main() {
-  std::cerr << std::ifstream("/proc/self/mountinfo").rdbuf();
   attempt("write the registry's folder", [] { return create("/var/lib/krv/confinement"); });
   attempt("write the folder of RPM's database", [] { return create("/var/lib/rpm/confinement"); });
   attempt("write /usr", [] { return create("/usr/confinement"); });

@@ -29,8 +29,7 @@ constexpr std::size_t blockSize = 4096;
 void mark(const char* label) {
   std::ifstream registry("/var/lib/krv/registry", std::ios::binary);
   const std::string records{std::istreambuf_iterator<char>(registry), {}};
-  const std::string text =
-      std::string("krv-mark ") + label + " " + std::to_string(records.size()) + "\n" + records;
+  const std::string text = std::string("krv-mark ") + label + " " + std::to_string(records.size()) + "\n" + records;
 
   const char* place = std::getenv("KRV_MARK");
   std::istringstream words(place == nullptr ? "" : place);
