@@ -4,7 +4,6 @@
 import multiprocessing
 import os
 import shutil
-import subprocess
 from dataclasses import dataclass
 
 from judge import judge, manifests
@@ -64,11 +63,9 @@ def allowed(recording, point):
 class Judge:
     """Judges points of recordings, in worker processes that have a replica of the disk each."""
 
-    def __init__(self, device, programs, unsynced, bus_configuration):
+    def __init__(self, device, project, programs, unsynced):
         self._device = device
-        self._programs = programs
-        self._unsynced = unsynced
-        self._bus_configuration = bus_configuration
+        self._inspection = (project, programs, unsynced)
         self._contents = {}
 
     def judge(self, recording, points):
@@ -88,7 +85,7 @@ class Judge:
         folder = self._device.make(f"{recording.name}-{number}")
         log = WriteLog(recording.log)
         replica = Replica(recording.before, os.path.join(folder, "disk"), log)
-        inspector = Inspector(folder, self._programs, self._bus_configuration, self._unsynced)
+        inspector = Inspector(folder, *self._inspection)
         verdicts, done = [], 0
         try:
             for point in points:
@@ -107,11 +104,3 @@ class Judge:
             replica.close()
             shutil.rmtree(folder)
         return verdicts
-
-
-def bus_configuration_maker(project):
-    """The sandbox's own configuration of a bus."""
-    def configuration(address):
-        return subprocess.run(["bash", "-c", 'source "$1/sandbox/bus.bash" && bus_configuration "$2"', "bash", project,
-                               address], text=True, check=True, stdout=subprocess.PIPE).stdout
-    return configuration

@@ -23,9 +23,9 @@ import stage
 from machine import NoReport, accelerator
 from recording import RecordingFailed, nevr, record
 
-FIRST = [f"apps/1.0/app{number:03}" for number in range(1, 25)]
-UPDATED = [f"apps/2.0/app{number:03}" for number in range(1, 17)]
-REMOVED = [f"app{number:03}" for number in range(17, 25)]
+FIRST = [f"apps/1.0/app{number:03}" for number in range(1, 13)]
+UPDATED = [f"apps/2.0/app{number:03}" for number in range(1, 9)]
+REMOVED = [f"app{number:03}" for number in range(9, 13)]
 NEEDED_POINTS = 300
 REBOOTS = 4
 SHOWN = 5
@@ -40,9 +40,8 @@ class Test:
         self._say(f"The virtual device runs with {accelerated}")
         self._device = stage.Device(images, packages, folder, accelerated, self._say)
         self._image = os.path.join(images, "dbus-daemon.ext4")
-        self._judge = power.Judge(self._device, programs,
-                                  os.path.join(programs, "../device/guest/bin/device-unsynced-shim.so"),
-                                  power.bus_configuration_maker(project))
+        self._judge = power.Judge(self._device, project, programs,
+                                  os.path.join(programs, "../device/guest/bin/device-unsynced-shim.so"))
         self._seed = seed
         self._points = 0
         self._losses = 0

@@ -21,7 +21,6 @@ sys.path.insert(0, os.path.join(PROJECT, "device"))
 os.environ["PATH"] += ":/usr/sbin:/sbin"
 
 import disk  # noqa: E402
-import power  # noqa: E402
 from judge import State, judge, manifests  # noqa: E402
 from replay import Inspector, Replica  # noqa: E402
 from write_log import MAGIC, WriteLog  # noqa: E402
@@ -106,7 +105,7 @@ class Replay(unittest.TestCase):
             replica.apply(entry)
         with open(replica.path, "rb") as file:
             content = file.read()
-        inspector = Inspector(self.folder, PROGRAMS, power.bus_configuration_maker(PROJECT), "")
+        inspector = Inspector(self.folder, PROJECT, PROGRAMS, "")
         self.addCleanup(inspector.close)
         found = inspector.look(replica.path)
         with open(replica.path, "rb") as file:
