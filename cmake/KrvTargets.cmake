@@ -53,11 +53,15 @@ endfunction()
 
 # krv_test(NAME SOURCES file... LIBRARIES target... [PROGRAMS target...])
 #
-# A GoogleTest program; each of its tests becomes a CTest test and runs in its own process. PROGRAMS are executables of
-# this build that the tests start; they are built first.
+# A GoogleTest program; each of its tests becomes a CTest test and runs in its own process. It may include
+# tests/support/process and tests/support/diagnostics. PROGRAMS are executables of this build that the tests start; they
+# are built first.
 function(krv_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;PROGRAMS")
-  krv_program(${name} SOURCES ${arg_SOURCES} LIBRARIES ${arg_LIBRARIES} krv_test_support GTest::gmock_main)
+  krv_program(
+    ${name}
+    SOURCES ${arg_SOURCES}
+    LIBRARIES ${arg_LIBRARIES} krv_test_diagnostics krv_test_process GTest::gmock_main)
   if(arg_PROGRAMS)
     add_dependencies(${name} ${arg_PROGRAMS})
   endif()

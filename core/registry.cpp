@@ -43,8 +43,8 @@ fs::path beside(fs::path registry, const char* suffix) {
   return registry;
 }
 
-/// Opens the lock file, emptied, and makes it if it is missing. No descriptor when that fails, or when something else
-/// is in its place: through a symlink another file would be emptied.
+/// Creates or truncates the lock file. Returns no descriptor if that fails or if the path is not a regular file. A
+/// symlink is refused, because its target would be truncated.
 Common::Posix::FileDescriptor openLockFile(const fs::path& path) {
   constexpr mode_t reducedByTheUmask = 0666;
   struct stat status {};
@@ -52,14 +52,27 @@ Common::Posix::FileDescriptor openLockFile(const fs::path& path) {
   return file && ftruncate(file.get(), 0) == 0 ? std::move(file) : Common::Posix::FileDescriptor();
 }
 
-/// A path by which Boost opens the same file again, whatever has come to its `path` since. Without /proc it is `path`.
+/// A path by which Boost opens the same file again, even if `path` was replaced meanwhile. Without /proc it returns
+/// `path`.
 fs::path pathOf(const Common::Posix::FileDescriptor& file, const fs::path& path) {
   const fs::path link = "/proc/self/fd/" + std::to_string(file.get());
   std::error_code ignored;
   return fs::exists(link, ignored) ? link : path;
 }
 
-/// Does `work` while this process holds the registry's lock, and returns its result.
+/// Blocks until this process holds the lock, also if signal handlers run meanwhile. Throws interprocess_exception.
+void acquire(boost::interprocess::file_lock& lock) {
+  for (;;) {
+    try {
+      return lock.lock();
+    } catch (const boost::interprocess::interprocess_exception& exception) {
+      if (exception.get_native_error() != EINTR)
+        throw;
+    }
+  }
+}
+
+/// Runs `work` while this process holds the registry's lock, and returns its result.
 template <typename Work>
 bool withLock(const fs::path& registry, Work work) {
   const fs::path lockFile = beside(registry, ".lock");
@@ -69,12 +82,12 @@ bool withLock(const fs::path& registry, Work work) {
     LogMessage(LogLevel::Error) << "Couldn't create the registry lock file: " << lockFile;
     return false;
   }
-  // The system drops the lock as soon as this process closes any descriptor of the file. So both descriptors stay open
-  // until `work` has ended, however it ends, and `work` must not open the file.
+  // The system releases the lock as soon as this process closes any descriptor of the file. So both descriptors stay
+  // open until `work` returns or throws, and `work` must not open the file.
   std::optional<boost::interprocess::file_lock> lock;
   try {
     lock.emplace(pathOf(file, lockFile).c_str());
-    lock->lock();
+    acquire(*lock);
   } catch (const boost::interprocess::interprocess_exception& exception) {
     LogMessage(LogLevel::Error) << exception.what();
     LogMessage(LogLevel::Error) << "Couldn't get an exclusive registry lock";
@@ -83,14 +96,14 @@ bool withLock(const fs::path& registry, Work work) {
   return work();
 }
 
-/// The bytes of an open file. A failure to read is an exception, from which a stream becomes bad.
+/// Reads from an open file. If read() fails, it throws, and std::istream sets badbit.
 class FileBuffer : public std::streambuf {
 public:
   explicit FileBuffer(const Common::Posix::FileDescriptor& file) : m_file(file) {}
 
 private:
   int_type underflow() override {
-    const ssize_t count = read(m_file.get(), m_bytes.data(), m_bytes.size());
+    const ssize_t count = TEMP_FAILURE_RETRY(read(m_file.get(), m_bytes.data(), m_bytes.size()));
     if (count < 0)
       throw std::system_error(errno, std::generic_category());
     setg(m_bytes.data(), m_bytes.data(), m_bytes.data() + count);
@@ -103,7 +116,7 @@ private:
 
 enum class Reading { Done, Missing, Failed };
 
-/// Calls `callback` with each valid record, from which it may move. False for a read error.
+/// Calls `callback` with each valid record, from which it may move. Returns false after a read error.
 template <typename Callback>
 bool readOpenRegistry(const Common::Posix::FileDescriptor& file, Callback callback) {
   FileBuffer buffer(file);
@@ -112,25 +125,22 @@ bool readOpenRegistry(const Common::Posix::FileDescriptor& file, Callback callba
   return !lines.bad();
 }
 
-/// A read error is a failure like one to open: taken for the end of the file, it would make the next write drop what
-/// could not be read. A file of size 0 is not read: the files of the kernel have that size too, and reading one of them
-/// may wait without end.
+/// A read error must not look like the end of the file, because the next write would drop the records that were not
+/// read. A file of size 0 is not read: kernel files also have size 0, and reading them may block without end.
 template <typename Callback>
 Reading readRecords(const fs::path& registry, Callback callback) {
   if (!Common::Filesystem::exists(registry))
     return Reading::Missing;
   struct stat status {};
-  Common::Posix::FileDescriptor file;
-  if (Common::Filesystem::isRegularFile(registry)) // opening a device may already have an effect
-    file = Common::Posix::openRegularFile(registry.c_str(), O_RDONLY, 0, status);
+  const auto file = Common::Posix::openRegularFile(registry.c_str(), O_RDONLY, 0, status);
   if (file && (status.st_size == 0 || readOpenRegistry(file, callback)))
     return Reading::Done;
   LogMessage(LogLevel::Error) << "Couldn't open registry: " << registry;
   return Reading::Failed;
 }
 
-/// exists() takes a registry for missing also when the system cannot tell. Good enough for a reader, but to begin a new
-/// registry then would drop all the records of the one that may be there.
+/// exists() also returns false if stat fails. That is good enough for reading, but writing would start a new registry
+/// and drop the records of an existing one.
 bool isSurelyMissing(const fs::path& registry) {
   std::error_code reason;
   return fs::status(registry, reason).type() == fs::file_type::not_found;
@@ -144,7 +154,7 @@ bool loadRecords(const fs::path& registry, std::vector<RegistryRecord>& records)
   return false;
 }
 
-/// Opens a file for writing, emptied. Opening a FIFO would wait for a reader, so it is refused.
+/// Creates or truncates a file for writing. A FIFO is refused, because opening it would block until it has a reader.
 std::ofstream openForWriting(const fs::path& path) {
   std::error_code ignored;
   return fs::is_fifo(path, ignored) ? std::ofstream() : std::ofstream(path, std::ios::trunc);
@@ -154,12 +164,12 @@ bool writeRecords(const fs::path& next, const std::vector<RegistryRecord>& recor
   try {
     Common::Filesystem::createDirectories(next.parent_path());
   } catch (const Common::Error&) {
-    return false; // the reason is in the log
+    return false; // the reason is logged
   }
   std::ofstream file = openForWriting(next);
   writeLines(file, records);
   file << lastLine << std::endl;
-  // The last failure may show no earlier than here.
+  // The last write error may be reported only here.
   file.close();
   return file.good();
 }
@@ -183,7 +193,7 @@ bool Registry::foreachRecord(const std::function<void(const RegistryRecord&)>& c
 }
 
 bool Registry::writeRecord(const RegistryRecord& record) const {
-  const std::string line = toString(record); // throws for a bad event, while nothing is written yet
+  const std::string line = toString(record); // throws for an unknown event, before anything is written
   const fs::path registry = registryPath();
   return withLock(registry, [&] {
     std::vector<RegistryRecord> records;

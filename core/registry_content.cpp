@@ -10,7 +10,7 @@ namespace Core::KRV {
 
 using Event = RegistryRecord::Event;
 
-// The walk begins at the newest, so that the earlier keys that it names lead to the older records.
+// Starts at the newest record, because its earlier keys lead to older records.
 std::vector<RegistryRecord> prune(std::vector<RegistryRecord> records, const RegistryRecord& added) {
   std::unordered_set<std::string> keyChain(added.prevKeyIds.begin(), added.prevKeyIds.end());
   keyChain.insert(added.keyId);

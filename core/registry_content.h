@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-/// What the registry does with its content, apart from where that is kept.
+/// Reading, pruning and writing records, without locks and files.
 namespace Core::KRV {
 
-/// Calls `callback` with each valid record, from which it may move, up to the end of the stream or its first failure;
-/// bad lines are logged and skipped.
+/// Calls `callback` with each valid record, up to the end or the first failure of the stream; the callback may move
+/// from the record. Bad lines are logged and skipped.
 template <typename Callback>
 void readLines(std::istream& lines, Callback callback) {
   RegistryRecord record{};
@@ -27,10 +27,10 @@ void readLines(std::istream& lines, Callback callback) {
   }
 }
 
-/// The records that stay when `added` follows them, in their order.
+/// Removes the records that `added` replaces; the rest keeps its order.
 std::vector<RegistryRecord> prune(std::vector<RegistryRecord> records, const RegistryRecord& added);
 
-/// Writes the line of each record and flushes after each. Failures show in the state of the stream.
+/// Writes the line of each record and flushes after each. A failure sets the state of the stream.
 void writeLines(std::ostream& lines, const std::vector<RegistryRecord>& records);
 
 } // namespace Core::KRV

@@ -7,7 +7,6 @@
 #include <charconv>
 #include <system_error>
 #include <unordered_map>
-#include <utility>
 
 namespace Core::KRV {
 
@@ -34,7 +33,7 @@ constexpr std::string_view keyIdKey = "keyid=";
 constexpr std::string_view previousKeysKey = "prev-keyids=";
 constexpr std::string_view keySeparator = "->";
 
-/// The values of a line as they stand there; empty means absent or empty alike.
+/// The values of a line, not parsed. Empty means absent or empty.
 struct Fields {
   std::string_view timestamp;
   std::string_view event;
@@ -57,7 +56,7 @@ void split(std::string_view text, std::string_view separator, Use use) {
 }
 
 void readPiece(std::string_view piece, Fields& fields, std::vector<std::string>& previousKeys) {
-  const std::size_t valueBegin = piece.find('=') + 1; // 0 without one, and there is no empty key
+  const std::size_t valueBegin = piece.find('=') + 1; // 0 without "=", so the key is empty and matches none
   const std::string_view key = piece.substr(0, valueBegin);
   const std::string_view value = piece.substr(valueBegin);
   if (key == timestampKey)
@@ -74,8 +73,8 @@ void readPiece(std::string_view piece, Fields& fields, std::vector<std::string>&
     LogMessage(LogLevel::Warning) << "Registry record contains unknown key: " << piece;
 }
 
-/// At most one sign, then digits and nothing else. std::from_chars() takes a minus but no plus, so that the plus goes
-/// first, and must not open the door to a minus behind it.
+/// Accepts at most one sign, then only digits. std::from_chars() accepts "-" but not "+", so "+" is removed first, and
+/// "+-" is refused.
 std::optional<std::int64_t> parseTimestamp(std::string_view text) {
   if (text.starts_with('+')) {
     text.remove_prefix(1);

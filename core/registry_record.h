@@ -10,7 +10,7 @@
 
 namespace Core::KRV {
 
-/// One event in the life of a package, tied to the developer key with which the package was signed.
+/// One event of a package (installed, updated, removed), with the developer key that signed the package.
 struct RegistryRecord {
   enum class Event : std::int32_t {
     Install = 0,
@@ -19,7 +19,7 @@ struct RegistryRecord {
   };
 
   Event event;
-  std::int64_t timestamp; ///< as the producer of the record wrote it
+  std::int64_t timestamp; ///< written by the producer of the record; not interpreted
   std::string packageId;
   std::string keyId;
   std::vector<std::string> prevKeyIds; ///< earlier keys of the same developer, oldest first
@@ -27,16 +27,16 @@ struct RegistryRecord {
   bool operator==(const RegistryRecord&) const = default;
 };
 
-/// The line of a record, without a line end. Values are written as they are: one that holds a space or "->" cannot be
-/// read back unchanged. Throws std::out_of_range when `event` is none of the three.
+/// The line of a record, without a line end. Values are not escaped: a value with a space or "->" does not survive
+/// reading back. Throws std::out_of_range if `event` is not one of the three.
 std::string toString(const RegistryRecord& record);
 
-/// Reads the line of a record. Empty for a line that is none, after one warning line with the reason. An unknown key
-/// is worth a warning line and nothing more. Never throws for bad input.
+/// Parses the line of a record. Returns nothing, after one warning line with the reason, if the line is not a record.
+/// An unknown key only gives a warning line. Never throws for bad input.
 std::optional<RegistryRecord> parseRecord(std::string_view line);
 
-/// As above, into a record whose memory is used again: for many lines in a row. False for a line that is none; what
-/// `record` holds then is of no use.
+/// The same into an existing record, which saves allocations for many lines. Returns false if the line is not a record;
+/// the content of `record` is unspecified then.
 bool parseRecord(std::string_view line, RegistryRecord& record);
 
 } // namespace Core::KRV

@@ -3,22 +3,16 @@
 #include "driver/decision.h"
 
 #include <algorithm>
-#include <vector>
 
 namespace {
 
 using Common::Rpm::VersionComparison;
 using Core::KRV::RegistryRecord;
 
-/// Whether `keyId` is `current` or one of the earlier keys.
-bool isOnKeyChain(const std::string& keyId, const std::string& current, const std::vector<std::string>& earlier) {
-  return keyId == current || std::ranges::find(earlier, keyId) != earlier.end();
-}
-
 bool wasRemovedByUser(const PackageFacts& package, std::span<const RegistryRecord> records) {
   return std::ranges::any_of(records, [&](const RegistryRecord& record) {
     return record.event == RegistryRecord::Event::Remove && record.packageId == package.name &&
-           isOnKeyChain(package.developer.keyId, record.keyId, record.prevKeyIds);
+           Common::isOwnOrEarlierKey(package.developer.keyId, record.keyId, record.prevKeyIds);
   });
 }
 
@@ -27,8 +21,9 @@ Reason reasonForInstalled(const PackageFacts& package, const InstalledPackage& i
   if (comparison == VersionComparison::LowerOrEqual)
     return Reason::NotNewer;
   const Common::DeveloperIdentity& developer = package.developer;
-  return isOnKeyChain(installed.developerKeyId, developer.keyId, developer.previousKeyIds) ? Reason::Update
-                                                                                           : Reason::DeveloperMismatch;
+  return Common::isOwnOrEarlierKey(installed.developerKeyId, developer.keyId, developer.previousKeyIds)
+             ? Reason::Update
+             : Reason::DeveloperMismatch;
 }
 
 } // namespace

@@ -12,7 +12,7 @@ int main() {
   try {
     return run();
   } catch (const std::exception& error) {
-    // Not 1: that status says that the service or the list of packages could not be had.
+    // Not 1: that status means that the service or the list of packages was not available.
     LogMessage(LogLevel::Error) << error.what();
     return 2;
   }

@@ -22,7 +22,7 @@ PackageFacts readHeader(const std::filesystem::path& path) {
   const Common::Rpm::Reader reader(path.native());
   PackageFacts facts;
   facts.name = reader.tag(Common::Rpm::Tag::Name);
-  // In this order: the first missing tag is the one that the log names.
+  // Keep this order: the log names the first missing tag.
   facts.version = reader.tag(Common::Rpm::Tag::Version) + "-";
   facts.version += reader.tag(Common::Rpm::Tag::Release);
   return facts;
@@ -31,7 +31,7 @@ PackageFacts readHeader(const std::filesystem::path& path) {
 std::optional<PackageFacts> readFacts(const std::filesystem::path& path) {
   try {
     PackageFacts facts = readHeader(path);
-    // Without verification: whether the signatures hold is for the service to judge when it installs.
+    // Without verification: the service verifies the signatures when it installs.
     facts.developer = Common::developerIdentity(Common::readPackageCmses(path.native(), false));
     return facts;
   } catch (const Common::Error& error) {
@@ -41,11 +41,11 @@ std::optional<PackageFacts> readFacts(const std::filesystem::path& path) {
   }
 }
 
-/// False when the registry cannot be read. The cache stays empty then, so that the next package tries again.
+/// Returns false if the registry cannot be read. The cache stays empty then, so the next package tries again.
 bool fillCache(RegistryCache& cache) {
   std::vector<RegistryRecord> removals;
   const bool isRead = Core::KRV::Registry().foreachRecord([&](const RegistryRecord& record) {
-    // Nothing else decides about a package, and a registry may hold a hundred times as many installations.
+    // Other records do not change a decision, and a registry may hold a hundred times as many installations.
     if (record.event == RegistryRecord::Event::Remove)
       removals.push_back(record);
   });
@@ -62,7 +62,7 @@ std::span<const RegistryRecord> recordsIn(RegistryCache& cache) {
 }
 
 void logComparison(VersionComparison comparison, const std::string& version, const std::filesystem::path& path) {
-  // The file's own version stands here also when it is the installed one that RPM cannot read.
+  // The version of the file is logged even if RPM cannot parse the installed version.
   if (comparison == VersionComparison::Unparsable)
     LogMessage(LogLevel::Error) << "Failed to parse rpm package version: " << version;
   else if (comparison == VersionComparison::Unexpected)

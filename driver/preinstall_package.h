@@ -15,15 +15,14 @@ enum class PreinstallOutcome {
   InstallFailed, ///< the service refused it; its error is in the log
 };
 
-/// The records of the package-event registry in the order of the file, but only the removals, because nothing else
-/// decides; records of other kinds that a caller puts there change nothing. The registry is read at most once per run;
-/// empty until a read has succeeded.
+/// The Remove records of the package event registry, in file order; other records do not change a decision. The
+/// registry is read at most once per run. Empty until a read has succeeded.
 using RegistryCache = std::optional<std::vector<Core::KRV::RegistryRecord>>;
 
-/// Reads the package at `packagePath`, decides whether it is due, and if so has the service install it, which may
-/// block for as long as the service takes (at most 300 seconds). Fills `registryCache` for the first package that is
-/// not installed; that waits for the registry's lock.
-/// Nothing about the package escapes as an exception. A registry whose folder cannot be made does: Common::Error with
-/// Filesystem, because a run that cannot know what the user removed must not go on as if nothing had been.
+/// Reads the package at `packagePath`, decides whether to install it, and if so asks the service to install it, which
+/// blocks for at most 300 seconds. For the first package that is not installed it reads the registry into
+/// `registryCache`, which blocks until the registry's lock is free.
+/// Errors of the package are logged and not thrown. Throws Common::Error, Filesystem, if the registry's folder cannot
+/// be created: without the user's removals the run must not continue.
 PreinstallOutcome preinstallPackage(KrvProxy& proxy, const std::filesystem::path& packagePath,
                                     RegistryCache& registryCache);

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-/// The whole run over the pre-install directory. Returns the exit status of the program: 1 when the service cannot be
-/// reached or the directory cannot be listed, else 0, however many packages were skipped or refused.
+/// Runs the pre-installation of all packages in the pre-install directory. Returns the exit status of the program: 1 if
+/// the service cannot be reached or the directory cannot be listed, otherwise 0, also if packages were skipped or
+/// refused.
 int run();

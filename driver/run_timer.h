@@ -4,7 +4,8 @@
 
 #include <chrono>
 
-/// Its destructor logs the whole seconds of monotonic time since construction, also during stack unwinding.
+/// The destructor logs how many whole seconds have passed since construction (monotonic clock), also during stack
+/// unwinding.
 class RunTimer {
 public:
   RunTimer() = default;

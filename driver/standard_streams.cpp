@@ -10,15 +10,15 @@
 
 void openStandardStreams() {
   for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    // The lowest free number is taken, and those below are open by now.
+    // open() takes the lowest free number; all lower numbers are open at this point.
     if (fcntl(number, F_GETFD) < 0)
       open("/dev/null", O_RDWR);
   }
 }
 
 void ignoreWriteSignals() {
-  // An empty handler would spare the programs that librpm starts for its macros. But librpm puts its own in the place
-  // of any handler while its database is open, and that one ends the process. An ignored signal it leaves alone.
+  // With an empty handler, the programs that librpm starts for its macros would keep the default action. But while its
+  // database is open, librpm replaces every handler by its own, which ends the process. It does not replace SIG_IGN.
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);
 }

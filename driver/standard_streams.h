@@ -2,12 +2,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-/// Settings of the process that keep it from ending when it writes its log. For main() only, before it opens anything.
+/// Process settings, so that a failed write to the log does not end the process. Only for main(), before it opens
+/// anything.
 
-/// Opens /dev/null in place of each of the descriptors 0 to 2 that is closed. Otherwise the next file or socket that is
-/// opened gets its number, and the lines of the log.
+/// Opens /dev/null for each of the descriptors 0 to 2 that is closed. Otherwise the next opened file or socket gets
+/// that number, and the log lines are written to it.
 void openStandardStreams();
 
-/// Ignores SIGPIPE and SIGXFSZ: writing to a pipe that nobody reads, or more than RLIMIT_FSIZE allows, fails and does
-/// not end the process. Programs that the process starts inherit this.
+/// Ignores SIGPIPE and SIGXFSZ: a write to a pipe without a reader, or above RLIMIT_FSIZE, fails instead of ending the
+/// process. Child processes inherit this.
 void ignoreWriteSignals();

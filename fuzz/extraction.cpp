@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "common/error/error.h"
 #include "common/rpm/archive.h"
+#include "common/rpm/handles.h"
 #include "fuzz/mutator.h"
 #include "fuzz/rpm_process.h"
 #include "fuzz/support.h"

@@ -16,7 +16,7 @@ std::string mutateBytes(std::string bytes, std::size_t maximum) {
 std::size_t mutateInput(std::uint8_t* data, std::size_t size, std::size_t maximum, unsigned int seed,
                         const std::function<std::string(std::string_view, Random&)>& mutate) {
   Random random(seed);
-  random.discard(8); // the first numbers of neighbouring seeds are neighbours
+  random.discard(8); // similar seeds give similar first numbers
   const std::string result = mutate({reinterpret_cast<const char*>(data), size}, random);
   const std::size_t used = std::min(result.size(), maximum);
   std::copy_n(result.begin(), used, data);

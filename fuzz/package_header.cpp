@@ -8,7 +8,7 @@
 #include "fuzz/mutator.h"
 #include "fuzz/rpm_process.h"
 #include "fuzz/support.h"
-#include "tests/support/ignored_leaks.h"
+#include "tests/support/packages/ignored_leaks.h"
 
 #include <rpm/rpmtag.h>
 

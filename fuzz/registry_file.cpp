@@ -3,8 +3,8 @@
 #include "core/registry.h"
 #include "core/registry_content.h"
 #include "fuzz/support.h"
-#include "tests/support/environment.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <sstream>
 #include <vector>

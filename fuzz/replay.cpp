@@ -7,7 +7,7 @@
 // usage: replay-TARGET FILE-OR-FOLDER...
 #include "fuzz/mutator.h"
 #include "fuzz/support.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/rpm_sandbox.h"
+#include "tests/support/packages/rpm_sandbox.h"
 
 #include <rpm/rpmlog.h>
 

@@ -3,7 +3,7 @@
 #include "fuzz/mutator.h"
 #include "fuzz/rpm_process.h"
 #include "fuzz/support.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <openssl/err.h>
 #include <rpmsign-external/package_signatures.h>

@@ -1,9 +1,9 @@
 # SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 # SPDX-License-Identifier: MIT
 #
-# To be sourced, by the sandbox and by the benchmarks.
+# Sourced by the sandbox and by the benchmarks.
 
-# What makes a dbus-daemon a system bus on which everybody may do everything. The address must not need escapes in XML.
+# Prints a dbus-daemon configuration for a system bus that allows everything. The address must not need escapes in XML.
 bus_configuration() { # address
   cat <<END
 <!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"

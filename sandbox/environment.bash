@@ -1,23 +1,22 @@
 # SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 # SPDX-License-Identifier: MIT
 #
-# To be sourced: what sandbox/demo and sandbox/shell have in common, a make-believe device in a folder of its own with a
-# bus and the package-manager service.
+# Sourced by sandbox/demo and sandbox/shell: a simulated device in a folder, with a bus and the package-manager service.
 #
-#   device/     the root of its file system: the image's packages, what is installed, the database, the registry
-#   home/       HOME: its .rpmmacros make the device's database that of every rpm command
+#   device/     the root of its file system: image packages, installed files, database, registry
+#   home/       HOME: its .rpmmacros makes every rpm command use the device's database
 #   packages/   packages that an image can carry
 #   pki/        the keys and certificates of sandbox/make-pki
-#   run/        the bus, the service's log and the like: there while bus and service run
+#   run/        the bus's socket, the service's log and similar files, while bus and service run
 set -euo pipefail
 unset CDPATH
 
 scripts=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
 source "$scripts/bus.bash"
 folder=
-is_new=no    # whether this run has made the folder, which goes at the end then,
-is_doomed=no # the device and all that belongs to it,
-is_open=no   # and run/
+is_new=no    # if yes: remove at the end the folder, which this run has made;
+is_doomed=no # the device and the other folders in it;
+is_open=no   # run/
 declare -A process=()
 
 fail() { # message
@@ -25,10 +24,10 @@ fail() { # message
   exit 1
 }
 
-# However it ends, nothing runs on, and only what is wanted stays.
+# Runs at every exit: stops all processes and removes everything that should not stay.
 clean_up() {
   trap '' HUP INT TERM
-  # Not the list of processes: a signal may have come before the newest one was put down there.
+  # Not ${process[@]}: a signal may arrive before the newest process is in it.
   local running
   mapfile -t running < <(jobs -p)
   [ ${#running[@]} = 0 ] || kill "${running[@]}" 2>/dev/null || true
@@ -39,7 +38,7 @@ clean_up() {
   [ "$is_new" = no ] || [ ! -e "$folder" ] || rmdir -- "$folder"
 }
 
-# A path as a bus address holds it, where many characters have a meaning. Nothing remains that XML would mind either.
+# Escapes a path for a bus address, where many characters have a meaning. The result needs no escapes in XML either.
 escaped() { # path
   local LC_ALL=C i character
   for ((i = 0; i < ${#1}; ++i)); do
@@ -51,14 +50,14 @@ escaped() { # path
   done
 }
 
-# Decides where the sandbox is, and gives all programs the environment in which they find it.
+# Sets the folder of the sandbox, and the environment in which all programs find it.
 enter_sandbox() { # folder of the built programs; folder of the sandbox, or nothing for a temporary one
   trap clean_up EXIT
   trap 'exit 129' HUP
   trap 'exit 130' INT
   trap 'exit 143' TERM
   bin=$(cd -- "$1" && pwd)
-  # What is to go is put down before it is made: a signal may come in between.
+  # is_new is set before the folder is made, because a signal may arrive between the two.
   if [ -z "$2" ]; then
     is_new=yes
     folder=$(mktemp -d "${TMPDIR:-/tmp}/krv-sandbox.XXXXXX")
@@ -81,14 +80,15 @@ is_empty() { # folder
   [ -z "$(ls -A -- "$1")" ]
 }
 
-# Fails when the sandbox is open already: the bus and the service of another shell are not to be disturbed.
+# Fails if the sandbox is already in use, to leave the bus and the service of another shell alone.
 open_run() {
   mkdir -- "$folder/run" 2>/dev/null ||
-    fail "$folder is in use (if it is not, because something was killed there: remove $folder/run)"
+    fail "$folder is in use (if not, a process was killed there: remove $folder/run)"
   is_open=yes
 }
 
-# A device with nothing but an image folder and an authority that it trusts. It goes at the end unless it is kept.
+# Makes a device with only an image folder and a trusted authority. It is removed at the end unless keep_device is
+# called.
 make_device() {
   is_doomed=yes
   open_run
@@ -136,9 +136,9 @@ sign() { # package, signer, [earlier key]...
     ${previous[@]+"${previous[@]}"} "$package"
 }
 
-# The bus and the service on it
+# The bus and the service
 
-# Starts a program in the background and returns when it has written a certain line.
+# Starts a program in the background and returns when it has printed a line with this beginning.
 start() { # name, how that line begins, command...
   local name=$1 greeting=$2 output=$folder/run/$1.log
   shift 2

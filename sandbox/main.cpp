@@ -25,7 +25,7 @@ int main(int count, char** arguments) {
       return *status;
     if (app.count("--root") > 0)
       setenv("KRV_ROOT_FS", root.c_str(), 1);
-    // A forgotten variable must not put packages into a real system.
+    // If the variable is forgotten, packages must not be installed into the real system.
     if (std::getenv("KRV_ROOT_FS") == nullptr)
       throw std::runtime_error("No root is given, neither with --root nor in KRV_ROOT_FS");
     Sandbox::serve();

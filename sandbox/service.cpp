@@ -3,8 +3,8 @@
 #include "sandbox/service.h"
 
 #include "common/posix/file_descriptor.h"
-#include "sandbox/calls.h"
-#include "sandbox/package_store.h"
+#include "sandbox/bus_object.h"
+#include "sandbox/store/package_store.h"
 #include "service/bus_names.h"
 
 #include <sdbus-c++/sdbus-c++.h>
@@ -23,7 +23,7 @@ namespace Sandbox {
 
 namespace {
 
-/// Both are blocked, so that they come through the descriptor alone.
+/// Both signals are blocked, so that only the descriptor receives them.
 Common::Posix::FileDescriptor terminationSignals() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -59,7 +59,7 @@ void processUntilTerminated(sdbus::IConnection& connection, const Common::Posix:
     const bool wasBusy = connection.processPendingEvent();
     const auto bus = connection.getEventLoopPollData();
     pollfd sources[2] = {{bus.fd, bus.events, 0}, {signals.get(), POLLIN, 0}};
-    // The signals are looked at after every single call: busy clients must not keep the service alive.
+    // The signals are checked after every call, so that busy clients cannot keep the service running.
     poll(sources, 2, wasBusy ? 0 : bus.getPollTimeout());
     if (sources[1].revents != 0)
       return;
@@ -69,13 +69,13 @@ void processUntilTerminated(sdbus::IConnection& connection, const Common::Posix:
 } // namespace
 
 void serve() {
-  // First of all, so that no signal is lost that comes once "ready" is out.
+  // First, so that no signal is lost after "ready" was written.
   const Common::Posix::FileDescriptor signals = terminationSignals();
   const auto connection = connect();
-  // Before the root is touched, which may be in another service's hands if the name is. Calls wait until all is there.
+  // Before opening the root, which another service uses if it has the name. Calls wait until the object exists.
   takeName(*connection);
   PackageStore store;
-  const auto object = serveCalls(*connection, store);
+  const auto object = exportObject(*connection, store);
 
   std::cout << "ready" << std::endl;
   try {

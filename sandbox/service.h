@@ -4,9 +4,9 @@
 
 namespace Sandbox {
 
-/// Serves "velta.KRV" on the system bus until SIGTERM or SIGINT comes; a call that is under way is finished first.
-/// Writes the line "ready" to standard output once it can be called. Throws a std::exception when there is no bus, when
-/// the name is taken, when the root is unusable or in use, and when the bus goes.
+/// Serves "velta.KRV" on the system bus until SIGTERM or SIGINT; a running call is finished first. Writes the line
+/// "ready" to standard output when it accepts calls. Throws a std::exception if there is no bus, the name is taken, the
+/// root is unusable or in use, or the bus disconnects.
 void serve();
 
 } // namespace Sandbox

@@ -19,7 +19,7 @@ class KrvProxy {
 public:
   /// Connects to the system bus, and asks the bus to start the service if it does not run. After a failure it logs the
   /// library's message as an error line and returns nothing.
-  static std::optional<KrvProxy> create();
+  [[nodiscard]] static std::optional<KrvProxy> create();
 
   ~KrvProxy();
   KrvProxy(KrvProxy&&) noexcept;
@@ -32,7 +32,7 @@ public:
 
   /// Asks the service to install the package file `path`, without prompt and notifications and with the source name for
   /// pre-installed applications. Waits up to 300 seconds. Returns false after an error line if it failed.
-  bool install(const std::string& path);
+  [[nodiscard]] bool install(const std::string& path);
 
 private:
   explicit KrvProxy(std::unique_ptr<sdbus::IProxy> proxy);

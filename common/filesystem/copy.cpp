@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/copy.h"
 
-#include "common/filesystem/content.h"
+#include "common/filesystem/copy_content.h"
 #include "common/filesystem/entry.h"
 #include "common/filesystem/failure.h"
 #include "common/filesystem/listing.h"
@@ -19,8 +19,8 @@ namespace {
 
 constexpr const char* pathExists = "path already exists";
 
-/// Whether `path`, which need not exist, is `directory` or lies below it, however the two are written. The system's
-/// own identities are compared and not names, which links and mounts make ambiguous.
+/// Whether `path`, which need not exist, is `directory` or lies below it. Compares device and inode numbers, because
+/// symlinks and mounts give one directory several names.
 bool liesWithin(const fs::path& path, const fs::path& directory) {
   fs::path ancestor = fs::weakly_canonical(fs::absolute(path));
   while (true) {
@@ -49,22 +49,22 @@ bool recreateSymlink(const fs::path& target, const fs::path& from, const fs::pat
   }
 }
 
-/// How much the caller knows of the destination of a copy.
+/// What the caller knows about the destination of a copy.
 enum class Destination {
-  Anywhere,           ///< nothing; copying a file over something is a failure of the copy
-  Entry,              ///< it was seen to be free; if something comes there since, it is refused as if seen
-  EntryOfNewDirectory ///< the same copy has made the directory, so nobody looks, which saves a tenth of the time of a
-                      ///< small file; somebody else, or a file system that takes two names for one, may still fill it
+  Anywhere,           ///< nothing; if `to` exists, copying a file fails
+  Entry,              ///< `to` did not exist; if it exists now, the error is "path already exists"
+  EntryOfNewDirectory ///< this copy has created the directory, so `to` is not looked up, which makes small files a
+                      ///< tenth faster; another process, or a file system that ignores case, can still fill it
 };
 
-/// Makes the directory `to`, and answers for the entries that will be copied into it.
+/// Creates the directory `to`, and returns what is known about its entries.
 Destination makeDestination(const fs::path& from, const fs::path& to) {
   try {
-    // A directory copied into itself would find its own copy among its entries, without end.
+    // A directory copied into itself would copy its own copy, without end.
     if (!liesWithin(to, from))
       return fs::create_directories(to) ? Destination::EntryOfNewDirectory : Destination::Entry;
   } catch (const std::exception&) {
-    // What follows is all that is said about it.
+    // The error below is the whole report.
   }
   throw Failure::error("Coulnd't copy directory " + from.string() + " to " + to.string());
 }
@@ -77,10 +77,10 @@ void removeFailedFile(const fs::path& to) {
   }
 }
 
-/// The type of the entry itself, or none when it does not exist, which a dangling link does not either.
+/// The type of the entry itself; `none` if it does not exist or is a dangling symlink.
 fs::file_type typeOf(const fs::path& path) {
   fs::file_type type = fs::file_type::none;
-  const bool exists = Failure::answering([&] {
+  const bool exists = Failure::runOrReturnFalse([&] {
     const fs::file_status status = fs::symlink_status(path);
     type = status.type();
     return type == fs::file_type::symlink ? fs::exists(path) : fs::exists(status);
@@ -92,16 +92,16 @@ Error refusal(const fs::path& from, const fs::path& to, const std::string& reaso
   return Failure::error("Couldn't copy " + from.string() + " to " + to.string() + " (" + reason + ")");
 }
 
-/// Makes the file `to` with the content of `from`, and returns `from`, open. No descriptor, and no log line, when
-/// something has come to a `to` that was free.
+/// Creates the file `to` with the content of `from`, and returns `from`, open. Returns no descriptor, without a log
+/// line, if `to` was free before and exists now.
 Posix::FileDescriptor makeFile(const fs::path& from, const fs::path& to, Destination destination) {
-  return Failure::throwing("Coulnd't copy file " + from.string() + " to " + to.string(), [&] {
+  return Failure::runOrThrow("Coulnd't copy file " + from.string() + " to " + to.string(), [&] {
     if (destination != Destination::EntryOfNewDirectory)
       createParents(to);
     try {
       return copyContent(from, to);
     } catch (const fs::filesystem_error& error) {
-      std::error_code ignored; // a dangling link does not exist, and is a failure of the copy
+      std::error_code ignored; // a dangling symlink does not exist; copyContent()'s error stands
       const bool isInTheWay = error.code() == std::errc::file_exists && fs::exists(to, ignored);
       if (destination == Destination::Anywhere || !isInTheWay)
         throw;
@@ -125,7 +125,7 @@ void copyRegularFile(const fs::path& from, const fs::path& to, Destination desti
 
 void removeFailedDirectory(const fs::path& from, const fs::path& to) {
   try {
-    // A destination that was there before may hold the source, which is not this copy's to remove.
+    // An existing destination may contain the source, which this copy must not remove.
     if (liesWithin(from, to))
       throw Failure::error("the source lies in the destination");
     Filesystem::remove(to);
@@ -138,7 +138,7 @@ void copyEntry(const fs::path& from, const fs::path& to, Destination destination
   const fs::file_type type = typeOf(from);
   if (type == fs::file_type::none)
     throw refusal(from, to, "path " + from.string() + " doesn't exists");
-  // Making a file refuses what is in its way; making a directory would go into it.
+  // Creating a file fails if `to` exists; creating a directory would use it.
   const bool isNew = type == fs::file_type::regular && destination == Destination::EntryOfNewDirectory;
   if (!isNew && Filesystem::exists(to))
     throw refusal(from, to, pathExists);
@@ -177,10 +177,10 @@ void copySymlink(const fs::path& from, const fs::path& to) {
 void copyDirectory(const fs::path& from, const fs::path& to) {
   if (!Filesystem::isDirectory(from))
     throw Failure::error("Attempt to copy directory, but " + from.string() + " is not directory");
-  const Destination entries = makeDestination(from, to);
+  const Destination destination = makeDestination(from, to);
   try {
     for (const fs::path& entry : listDirectory(from, ListOptions::None))
-      copyEntry(entry, to / entry.filename(), entries);
+      copyEntry(entry, to / entry.filename(), destination);
   } catch (...) {
     removeFailedDirectory(from, to);
     throw;

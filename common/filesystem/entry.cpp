@@ -17,7 +17,7 @@ template <typename CreateLink>
 void createLink(const std::string& message, const fs::path& link, CreateLink create) {
   if (Filesystem::exists(link))
     throw Failure::error(message + " (path already exists)");
-  Failure::throwing(message, [&] {
+  Failure::runOrThrow(message, [&] {
     createParents(link);
     create();
   });
@@ -26,27 +26,27 @@ void createLink(const std::string& message, const fs::path& link, CreateLink cre
 } // namespace
 
 bool exists(const fs::path& path) {
-  return Failure::answering([&] { return fs::exists(path); });
+  return Failure::runOrReturnFalse([&] { return fs::exists(path); });
 }
 
 bool isDirectory(const fs::path& path) {
-  return Failure::answering([&] { return fs::is_directory(path); });
+  return Failure::runOrReturnFalse([&] { return fs::is_directory(path); });
 }
 
 bool isRegularFile(const fs::path& path) {
-  return Failure::answering([&] { return fs::is_regular_file(path); });
+  return Failure::runOrReturnFalse([&] { return fs::is_regular_file(path); });
 }
 
 bool isSocket(const fs::path& path) {
-  return Failure::answering([&] { return fs::is_socket(path); });
+  return Failure::runOrReturnFalse([&] { return fs::is_socket(path); });
 }
 
 bool isSymlink(const fs::path& path) {
-  return Failure::answering([&] { return fs::is_symlink(path); });
+  return Failure::runOrReturnFalse([&] { return fs::is_symlink(path); });
 }
 
 bool hasPermissions(const fs::path& path, fs::perms mask) {
-  return Failure::throwing("Couldn't get permissions for: " + path.string(), [&] {
+  return Failure::runOrThrow("Couldn't get permissions for: " + path.string(), [&] {
     return fs::is_regular_file(path) && (fs::status(path).permissions() & mask) != fs::perms::none;
   });
 }
@@ -54,27 +54,27 @@ bool hasPermissions(const fs::path& path, fs::perms mask) {
 bool isEmptyDirectory(const fs::path& path) {
   if (!isDirectory(path))
     throw Failure::error("Attempt to check if the path is an empty directory, but the path is not a directory");
-  return Failure::answering([&] { return fs::is_empty(path); });
+  return Failure::runOrReturnFalse([&] { return fs::is_empty(path); });
 }
 
 void remove(const fs::path& path) {
-  Failure::throwing("Couldn't remove filesystem entry: " + path.string(), [&] { fs::remove_all(path); });
+  Failure::runOrThrow("Couldn't remove filesystem entry: " + path.string(), [&] { fs::remove_all(path); });
 }
 
 void createDirectories(const fs::path& path) {
-  Failure::throwing("Couldn't create directory: " + path.string(), [&] { fs::create_directories(path); });
+  Failure::runOrThrow("Couldn't create directory: " + path.string(), [&] { fs::create_directories(path); });
 }
 
 void setPermissions(const fs::path& path, fs::perms permissions) {
-  Failure::throwing("Couldn't set permissions for " + path.string(), [&] { fs::permissions(path, permissions); });
+  Failure::runOrThrow("Couldn't set permissions for " + path.string(), [&] { fs::permissions(path, permissions); });
 }
 
 fs::path readSymlink(const fs::path& path) {
-  return Failure::throwing("Couldn't read symlink: " + path.string(), [&] { return fs::read_symlink(path); });
+  return Failure::runOrThrow("Couldn't read symlink: " + path.string(), [&] { return fs::read_symlink(path); });
 }
 
 void move(const fs::path& from, const fs::path& to) {
-  Failure::throwing("Couldn't move " + from.string() + " to " + to.string(), [&] {
+  Failure::runOrThrow("Couldn't move " + from.string() + " to " + to.string(), [&] {
     createParents(to);
     fs::rename(from, to);
   });

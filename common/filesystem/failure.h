@@ -20,7 +20,7 @@ inline Error error(std::string message) {
 /// For actions: runs `work` and returns its result. Logs a standard exception's what() as an error line, and throws
 /// error(message) instead.
 template <typename Work>
-auto throwing(const std::string& message, Work work) {
+auto runOrThrow(const std::string& message, Work work) {
   try {
     return work();
   } catch (const std::exception& exception) {
@@ -32,7 +32,7 @@ auto throwing(const std::string& message, Work work) {
 /// For queries: runs `work` and returns its result. Logs a standard exception's what() as an error line, and returns
 /// false.
 template <typename Work>
-bool answering(Work work) {
+[[nodiscard]] bool runOrReturnFalse(Work work) {
   try {
     return work();
   } catch (const std::exception& exception) {

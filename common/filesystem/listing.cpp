@@ -33,7 +33,7 @@ bool contains(ListOptions options, ListOptions option) {
 } // namespace
 
 std::vector<fs::path> listDirectory(const fs::path& directory, ListOptions options) {
-  return Failure::throwing("Couldn't read directory: " + directory.string(), [&] {
+  return Failure::runOrThrow("Couldn't read directory: " + directory.string(), [&] {
     std::vector<TimestampedPath> entries = contains(options, ListOptions::Recursive)
                                                ? readEntries<fs::recursive_directory_iterator>(directory)
                                                : readEntries<fs::directory_iterator>(directory);

@@ -37,7 +37,7 @@ std::vector<fs::path> usersHomeDirectories() {
 }
 
 fs::path tempDirectory() {
-  return Failure::throwing("Couldn't retrieve temp directory path", [] { return fs::temp_directory_path(); });
+  return Failure::runOrThrow("Couldn't retrieve temp directory path", [] { return fs::temp_directory_path(); });
 }
 
 fs::path uniquePath(const fs::path& model) {

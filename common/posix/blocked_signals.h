@@ -8,14 +8,16 @@
 
 namespace Common::Posix {
 
-/// Keeps signals from the calling thread, and from threads that it starts meanwhile.
+/// Blocks all signals in the calling thread until it is destroyed. A thread that is started meanwhile inherits the mask
+/// and keeps it.
 class BlockedSignals {
 public:
   BlockedSignals() : BlockedSignals(all()) {}
 
-  /// Lets SIGHUP, SIGINT, SIGQUIT, SIGTERM and SIGALRM through as long as they end the process: those of them that have
-  /// neither a handler nor are blocked already. For a wait that may be long and that a handler must not interrupt.
-  static BlockedSignals exceptFatalOnes() {
+  /// Does not block those of SIGHUP, SIGINT, SIGQUIT, SIGTERM and SIGALRM that have their default action, so that they
+  /// end the process; a signal that is blocked already stays blocked. For a long wait that a signal handler must not
+  /// interrupt.
+  [[nodiscard]] static BlockedSignals exceptFatalOnes() {
     constexpr std::array requests = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM};
     sigset_t signals = all();
     for (const int signal : requests) {

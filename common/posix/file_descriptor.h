@@ -8,7 +8,7 @@
 
 namespace Common::Posix {
 
-/// Owns a file descriptor and closes it. A negative number is no descriptor.
+/// Owns a file descriptor and closes it. A negative number means no descriptor. Assigning swaps the two descriptors.
 class FileDescriptor {
 public:
   explicit FileDescriptor(int number = -1) : m_number(number) {}
@@ -25,9 +25,9 @@ public:
   int get() const { return m_number; }
   explicit operator bool() const { return m_number >= 0; }
 
-  /// Closes the descriptor and returns what close(2) does, with its errno: after writing, the error of a full disk may
-  /// show here only.
-  int close() { return ::close(std::exchange(m_number, -1)); }
+  /// Closes the descriptor. Returns the result of close(2) and leaves its errno: after writing, a full disk may be
+  /// reported only here.
+  [[nodiscard]] int close() { return ::close(std::exchange(m_number, -1)); }
 
 private:
   int m_number;

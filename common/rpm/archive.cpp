@@ -4,7 +4,8 @@
 
 #include "common/error/error.h"
 #include "common/posix/blocked_signals.h"
-#include "common/rpm/file_list.h"
+#include "common/rpm/file_entry.h"
+#include "common/rpm/handles.h"
 #include "driver/log/log_message.h"
 
 #include <rpm/rpmarchive.h>
@@ -39,8 +40,8 @@ Error contentError() {
   return {ErrorCode::Internal, "Couldn't read content from rpm package"};
 }
 
-/// librpm believes these sizes: it allocates what the header claims for the text of a symbolic link, ends the process
-/// when it cannot, and writes past its buffers when a size is negative as a file offset.
+/// librpm trusts these sizes. It allocates the claimed size for the target of a symlink and aborts the process if that
+/// fails, and it writes past its buffers if a size is negative as an off_t.
 void refuseImpossibleSizes(const FileSetHandle& files) {
   for (int index = 0; index < static_cast<int>(rpmfilesFC(files.get())); ++index) {
     const rpm_loff_t limit = S_ISLNK(rpmfilesFMode(files.get(), index)) ? PATH_MAX : std::numeric_limits<off_t>::max();
@@ -49,8 +50,8 @@ void refuseImpossibleSizes(const FileSetHandle& files) {
   }
 }
 
-// A read that waits for the decompression can be interrupted by the handler of a signal; zlib then goes on answering
-// with that error, and librpm asks without end. A signal that ends the process does so during a read as well.
+// A signal handler can interrupt a read that waits for the decompression. zlib then returns that error at each further
+// call, and librpm calls it in an endless loop. Signals that end the process stay unblocked.
 
 int nextFile(rpmfi payload) {
   const Posix::BlockedSignals untilItIsThere = Posix::BlockedSignals::exceptFatalOnes();
@@ -62,7 +63,7 @@ ssize_t readContentOf(rpmfi payload, std::span<std::byte> buffer) {
   return rpmfiArchiveRead(payload, buffer.data(), buffer.size());
 }
 
-/// Whether what follows in the file, up to its end, has the digest that the header has for the payload.
+/// Whether the rest of the file has the payload digest of the header.
 bool hasPayloadDigest(const FileHandle& file, const HeaderHandle& header) {
   const TagDataHandle expected = ownTagData(rpmtdNew());
   headerGet(header.get(), RPMTAG_PAYLOADDIGEST, expected.get(), HEADERGET_MINMEM);
@@ -82,17 +83,17 @@ bool hasPayloadDigest(const FileHandle& file, const HeaderHandle& header) {
   return found != nullptr && std::string_view(static_cast<const char*>(found)) == digits;
 }
 
-/// Whether the file is as long as its signature header says, which has the size of all that follows it. Nothing else
-/// tells that the end of a compressed stream is missing: the archive in it may be complete by then. librpm does not
-/// look at that size, so that one which is too large means nothing when the payload has its digest. To be asked when
-/// the file has been read up to the payload.
+/// Whether the file is as long as its signature header says, which has the size of everything that follows it. Only
+/// this check finds a compressed stream without its end, because the archive in it may be complete. librpm ignores that
+/// size, so a size that is too large is accepted if the payload has the header's digest. `file` must be positioned at
+/// the payload.
 bool isComplete(const FileHandle& file, const HeaderHandle& header) {
   const TagDataHandle mainHeader = ownTagData(rpmtdNew());
   const std::uint64_t promised = headerGetNumber(header.get(), RPMTAG_LONGSIGSIZE);
   struct stat status;
   if (promised == 0 || headerGet(header.get(), RPMTAG_HEADERIMMUTABLE, mainHeader.get(), HEADERGET_DEFAULT) == 0 ||
       fstat(Fileno(file.get()), &status) != 0)
-    return true; // there is nothing to compare with
+    return true; // there is no size to compare with
   const off_t payload = status.st_size - Ftell(file.get());
   return sizeof(rpm_header_magic) + mainHeader->count + static_cast<std::uint64_t>(payload) >= promised ||
          hasPayloadDigest(file, header);
@@ -113,7 +114,7 @@ bool isImaSigned(rpmfi file) {
          rpmExpandNumeric("%{?_ima_sign_config_files}") != 0;
 }
 
-/// The entry at which the iterator stands.
+/// The current entry of the iterator.
 ArchiveEntry describe(rpmfi file, const std::filesystem::path& target) {
   const rpm_mode_t mode = rpmfiFMode(file);
   ArchiveEntry entry{.path = underTarget(target, rpmfiFN(file)),
@@ -128,7 +129,8 @@ ArchiveEntry describe(rpmfi file, const std::filesystem::path& target) {
   return entry;
 }
 
-/// The other names of the file at which the iterator stands. It is set back: its next step goes by where it stands.
+/// The other names of the iterator's current file. The position of the iterator is restored, because its next step
+/// starts there.
 std::vector<HardLinkDescription::Link> otherNames(rpmfi file, const std::filesystem::path& target) {
   const int* indexes = nullptr;
   const std::uint32_t count = rpmfiFLinks(file, &indexes);
@@ -144,7 +146,7 @@ std::vector<HardLinkDescription::Link> otherNames(rpmfi file, const std::filesys
   return links;
 }
 
-/// One entry of a payload. Hard links have to wait for the end of the walk: they are collected in `groups`.
+/// Calls the handler for one entry of a payload. Hard links are collected in `groups`, because their handler runs last.
 void handOut(rpmfi file, const std::filesystem::path& target, const ExtractionHandlers& handlers,
              std::vector<HardLinkDescription>& groups) {
   const ArchiveEntry entry = describe(file, target);
@@ -166,7 +168,7 @@ void handOut(rpmfi file, const std::filesystem::path& target, const ExtractionHa
   }
 }
 
-/// The digest of the content that is read, beside the one in the header.
+/// Computes the digest of the content that is read, and compares it with the digest in the header.
 class ContentDigest {
 public:
   explicit ContentDigest(rpmfi file) {
@@ -178,7 +180,7 @@ public:
 
   void add(std::span<const std::byte> bytes) { rpmDigestUpdate(m_digest.get(), bytes.data(), bytes.size()); }
 
-  /// A header without digests has nothing to compare with.
+  /// True if the header has no digest.
   bool isAsExpected() const {
     if (m_expected == nullptr)
       return true;
@@ -237,7 +239,7 @@ void ArchiveReader::forEachFile(const std::filesystem::path& target,
 }
 
 void ArchiveReader::extract(const std::filesystem::path& target, const ExtractionHandlers& handlers) {
-  // Without a payload librpm would answer with the end of it.
+  // Without a payload librpm would return the end of the archive.
   if (!m_payload)
     throw contentError();
   std::vector<HardLinkDescription> groups;
@@ -253,8 +255,8 @@ void ArchiveReader::extract(const std::filesystem::path& target, const Extractio
     handlers.hardLinks(group);
 }
 
-/// librpm looks for missing files itself, but when the members of a hard-link group are out of order it takes files
-/// for found that it has passed over.
+/// librpm itself looks for missing files. But if the members of a hard-link group are out of order, it counts files as
+/// found that it has skipped.
 bool ArchiveReader::isWhole(const std::vector<bool>& seen) const {
   for (std::size_t index = 0; index < seen.size(); ++index) {
     if (!seen[index] && (rpmfilesFFlags(m_files.get(), static_cast<int>(index)) & RPMFILE_GHOST) == 0)
@@ -290,7 +292,7 @@ void ArchiveReader::streamContent(const std::function<void(std::span<const std::
 void ArchiveReader::writeContent(const std::filesystem::path& destination) {
   requireContent();
   std::ofstream file;
-  file.rdbuf()->pubsetbuf(nullptr, 0); // what comes is as large as a buffer, or all there is
+  file.rdbuf()->pubsetbuf(nullptr, 0); // the chunks are as large as a buffer
   file.open(destination, std::ios::out | std::ios::binary);
   if (!file)
     throw Error(ErrorCode::Filesystem, "Couldn't open file for writing rpm content: " + destination.string());
@@ -302,7 +304,7 @@ void ArchiveReader::writeContent(const std::filesystem::path& destination) {
     file.write(reinterpret_cast<const char*>(chunk.data()), static_cast<std::streamsize>(chunk.size()));
     check();
   });
-  file.close(); // a full disk may show itself here only
+  file.close(); // a full disk may be reported only here
   check();
 }
 

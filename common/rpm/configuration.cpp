@@ -6,10 +6,8 @@
 
 #include <rpm/rpmlib.h>
 #include <rpm/rpmlog.h>
-#include <rpm/rpmmacro.h>
 
 #include <cstdio>
-#include <string>
 
 namespace Common::Rpm {
 
@@ -22,7 +20,8 @@ bool configured = false;
 void ensureRpmConfig() {
   if (configured)
     return;
-  // By default librpm's notices, an %{echo:} in a macro file for example, would get between the lines of the log.
+  // By default librpm prints its notices (for example of an %{echo:} in a macro file) to standard output, between the
+  // log lines.
   rpmlogSetFile(stderr);
   configured = rpmReadConfigFiles(nullptr, nullptr) == 0;
   if (!configured)
@@ -31,17 +30,6 @@ void ensureRpmConfig() {
 
 bool isRpmConfigured() {
   return configured;
-}
-
-void setDatabaseFolder(const std::filesystem::path& folder) {
-  ensureRpmConfig();
-  std::string body;
-  for (const char character : folder.string()) {
-    body += character;
-    if (character == '%') // it would begin the name of another macro
-      body += character;
-  }
-  rpmPushMacro(nullptr, "_dbpath", nullptr, body.c_str(), RMIL_CMDLINE);
 }
 
 } // namespace Common::Rpm

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "common/rpm/handle_types.h"
+
 #include <rpm/header.h>
 #include <rpm/rpmcrypto.h>
 #include <rpm/rpmdb.h>
@@ -12,13 +14,11 @@
 #include <rpm/rpmkeyring.h>
 #include <rpm/rpmtd.h>
 #include <rpm/rpmts.h>
-#include <rpm/rpmtypes.h>
 #include <rpm/rpmver.h>
 
 #include <memory>
 
-/// Owners of librpm's handles. A maker takes the handle on the very line that obtains it; null stays null. Copies
-/// share the handle and the last one releases it.
+/// Makers of the owners of librpm's handles. Call a maker on the line that obtains the handle; null stays null.
 namespace Common::Rpm {
 
 template <auto release, typename Handle>
@@ -29,78 +29,66 @@ std::shared_ptr<Handle> ownHandle(Handle* handle) {
           }};
 }
 
-using FileHandle = std::shared_ptr<std::remove_pointer_t<FD_t>>;
 inline FileHandle ownFile(FD_t file) {
   return ownHandle<Fclose>(file);
 }
 
-using HeaderHandle = std::shared_ptr<std::remove_pointer_t<Header>>;
 inline HeaderHandle ownHeader(Header header) {
   return ownHandle<headerFree>(header);
 }
 
-/// For a header that a database iterator owns: nothing is released.
+/// For a header that a database iterator owns: it is not released.
 inline HeaderHandle borrowHeader(Header header) {
   return {header, [](Header) {}};
 }
 
-using HeaderIteratorHandle = std::shared_ptr<std::remove_pointer_t<HeaderIterator>>;
 inline HeaderIteratorHandle ownHeaderIterator(HeaderIterator iterator) {
   return ownHandle<headerFreeIterator>(iterator);
 }
 
-using TransactionSetHandle = std::shared_ptr<std::remove_pointer_t<rpmts>>;
 inline TransactionSetHandle ownTransactionSet(rpmts set) {
   return ownHandle<rpmtsFree>(set);
 }
 
-using TransactionLockHandle = std::shared_ptr<std::remove_pointer_t<rpmtxn>>;
 inline TransactionLockHandle ownTransactionLock(rpmtxn lock) {
   return ownHandle<rpmtxnEnd>(lock);
 }
 
-using PackageIteratorHandle = std::shared_ptr<std::remove_pointer_t<rpmdbMatchIterator>>;
 inline PackageIteratorHandle ownPackageIterator(rpmdbMatchIterator iterator) {
   return ownHandle<rpmdbFreeIterator>(iterator);
 }
 
-using DependencySetHandle = std::shared_ptr<std::remove_pointer_t<rpmds>>;
 inline DependencySetHandle ownDependencySet(rpmds dependencies) {
   return ownHandle<rpmdsFree>(dependencies);
 }
 
-using FileSetHandle = std::shared_ptr<std::remove_pointer_t<rpmfiles>>;
 inline FileSetHandle ownFileSet(rpmfiles files) {
   return ownHandle<rpmfilesFree>(files);
 }
 
-using FileIteratorHandle = std::shared_ptr<std::remove_pointer_t<rpmfi>>;
 inline FileIteratorHandle ownFileIterator(rpmfi iterator) {
   return ownHandle<rpmfiFree>(iterator);
 }
 
-using KeyringHandle = std::shared_ptr<std::remove_pointer_t<rpmKeyring>>;
 inline KeyringHandle ownKeyring(rpmKeyring keyring) {
   return ownHandle<rpmKeyringFree>(keyring);
 }
 
-using VersionHandle = std::shared_ptr<std::remove_pointer_t<rpmver>>;
 inline VersionHandle ownVersion(rpmver version) {
   return ownHandle<rpmverFree>(version);
 }
 
-/// rpmtdFree releases the container alone, not the data that headerGet allocated into it.
+/// rpmtdFree() releases only the container, not the data that headerGet() allocated into it.
 inline void releaseTagData(rpmtd data) {
   rpmtdFreeData(data);
   rpmtdFree(data);
 }
 
-using TagDataHandle = std::shared_ptr<std::remove_pointer_t<rpmtd>>;
 inline TagDataHandle ownTagData(rpmtd data) {
   return ownHandle<releaseTagData>(data);
 }
 
-/// There is no other way to release a digest than to finish it.
+/// librpm has no other function that releases a digest.
 inline void releaseDigest(DIGEST_CTX digest) {
   rpmDigestFinal(digest, nullptr, nullptr, 0);
 }

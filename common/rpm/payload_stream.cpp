@@ -4,6 +4,7 @@
 
 #include "common/posix/blocked_signals.h"
 #include "common/posix/file_descriptor.h"
+#include "common/rpm/handles.h"
 
 #include <array>
 #include <cerrno>
@@ -31,14 +32,15 @@ struct Pipe {
 Pipe makePipe() {
   std::array<int, 2> ends;
   require(pipe2(ends.data(), O_CLOEXEC) == 0);
-  // Few changes between the threads: with a sixteenth of it, a payload that hardly compresses takes half as long
-  // again. It is what an ordinary user may ask for by default, see pipe(7); a smaller pipe does the same more slowly.
+  // A large pipe needs few switches between the threads: with 64 KiB, a payload that hardly compresses takes half as
+  // long again. 1 MiB is the default limit of an ordinary user, see pipe(7). If the call fails, the smaller pipe is
+  // only slower.
   fcntl(ends[0], F_SETPIPE_SZ, 1 << 20);
   return {Posix::FileDescriptor(ends[0]), Posix::FileDescriptor(ends[1])};
 }
 
-/// librpm works with a duplicate, which it makes without close-on-exec. A child process that has an end of the pipe
-/// keeps the other end waiting for as long as it lives.
+/// librpm uses a duplicate of the descriptor, and makes it without close-on-exec. A child process that inherits one end
+/// of the pipe makes the other end block as long as the child lives.
 FileHandle forLibrary(const Posix::FileDescriptor& end) {
   FileHandle file = ownFile(fdDup(end.get()));
   require(file != nullptr);
@@ -57,7 +59,7 @@ void decompress(FD_t payload, FD_t to) {
   ssize_t count;
   while ((count = Fread(buffer.data(), 1, buffer.size(), payload)) > 0) {
     const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
-    // The reader would decompress it once more.
+    // m_reader would decompress it a second time.
     if (std::exchange(isFirst, false) && beginsLikeGzip(bytes))
       return;
     if (Fwrite(bytes.data(), 1, bytes.size(), to) != count)
@@ -70,15 +72,16 @@ void decompress(FD_t payload, FD_t to) {
 PayloadStream::PayloadStream(FileHandle file, const std::string& compressor) {
   std::string mode = "r.";
   mode += compressor;
-  // This is the file itself, with a decompressor pushed on it.
+  // Fdopen() returns `file` itself, with a decompressor on it.
   const FD_t payload = Fdopen(file.get(), mode.c_str());
   require(payload != nullptr);
   const Pipe pipe = makePipe();
   m_reader = forLibrary(pipe.reader);
-  // zlib passes on what is not in its format, see gzread in zlib.h. Unlike librpm's plain files it has a buffer, and
-  // reads on when a pipe gives less than it was asked for.
+  // zlib passes on data that is not in gzip format, see gzread in zlib.h. Unlike librpm's plain files it has a buffer,
+  // and it reads again if a pipe returns less than the requested size.
   require(Fdopen(m_reader.get(), "r.gzip") != nullptr);
-  // Signals are for the thread that expects them. SIGPIPE is none of the process's business when a reader goes early.
+  // The thread inherits the mask: the main thread handles the signals, and SIGPIPE does not kill the process when the
+  // reader closes the pipe early.
   const Posix::BlockedSignals inTheThread;
   m_thread = std::thread(
       [file = std::move(file), payload, writer = forLibrary(pipe.writer)] { decompress(payload, writer.get()); });

@@ -2,22 +2,23 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "common/rpm/handles.h"
+#include "common/rpm/handle_types.h"
 
 #include <string>
 #include <thread>
 
 namespace Common::Rpm {
 
-/// The decompressed payload of a package file. Decompression takes about as long as making the files does; a thread
-/// that runs ahead of the reader lets the two happen at once.
+/// The decompressed payload of a package file. Decompressing takes about as long as writing the files; a thread
+/// decompresses ahead, so both happen at once.
 ///
-/// A payload that cannot be read or decompressed is one that ends early: its archive says where it has to end.
+/// A payload that cannot be read or decompressed looks like one that ends early. The archive format marks its own end,
+/// so the reader of the archive notices.
 class PayloadStream {
 public:
-  /// `file` stands at the payload and belongs to the thread from now on. A compressor that librpm does not know leaves
-  /// the payload as it is. Throws std::system_error when the process may have no more files or threads, or when librpm
-  /// takes `compressor` for no name at all.
+  /// `file` is positioned at the payload; from now on only the thread uses it. If librpm does not know `compressor`,
+  /// the payload is passed on as it is. Throws std::system_error if the process may not have more descriptors or
+  /// threads, or if librpm rejects `compressor` as a name.
   PayloadStream(FileHandle file, const std::string& compressor);
 
   /// Waits for the thread, which stops at its next write.
@@ -26,7 +27,7 @@ public:
   PayloadStream(const PayloadStream&) = delete;
   PayloadStream& operator=(const PayloadStream&) = delete;
 
-  /// To be read from by one thread. Blocks for the decompression alone.
+  /// Only one thread may read from it. Reading blocks only for the decompression.
   FD_t reader() const { return m_reader.get(); }
 
 private:

@@ -3,16 +3,20 @@
 #include "common/rpm/reader.h"
 
 #include "common/error/error.h"
-#include "common/posix/file_descriptor.h"
+#include "common/posix/regular_file.h"
 #include "common/rpm/configuration.h"
+#include "common/rpm/handles.h"
 #include "common/rpm/sound_header.h"
 
 #include <rpm/rpmlib.h>
 #include <rpm/rpmtag.h>
 
 #include <array>
+#include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -37,83 +41,104 @@ Error readError() {
   return {ErrorCode::BadPackageFileFormat, "Couldn't read rpm package"};
 }
 
-/// Opening a FIFO would block without end and opening a device may do anything, so the type is asked before the file is
-/// opened, of the very file that is opened then. A "regular file" without a size, as /proc/kmsg is, may keep its reader
-/// waiting.
-Posix::FileDescriptor openRegularFile(const std::string& path) {
-  const Posix::FileDescriptor found(open(path.c_str(), O_PATH | O_CLOEXEC));
-  struct stat status {};
-  if (!found || fstat(found.get(), &status) != 0)
-    throw openError();
-  if (!S_ISREG(status.st_mode) || status.st_size == 0)
-    throw readError();
-  Posix::FileDescriptor opened(open(("/proc/self/fd/" + std::to_string(found.get())).c_str(), O_RDONLY | O_CLOEXEC));
-  if (!opened)
-    throw openError();
-  return opened;
-}
-
-/// librpm does not get the path, which may look like an address on the network to it.
+/// librpm does not get the path, which may look like an address on the network to it. A "regular file" without a size,
+/// as /proc/kmsg is, may keep its reader waiting.
 FileHandle openPackage(const std::string& path) {
-  const Posix::FileDescriptor opened = openRegularFile(path);
+  struct stat status {};
+  const Posix::FileDescriptor opened = Posix::openRegularFile(path.c_str(), O_RDONLY, 0, status, 1);
+  if (!opened)
+    throw errno == ENOTSUP ? readError() : openError();
   FileHandle file = ownFile(fdDup(opened.get()));
   if (!file || fcntl(Fileno(file.get()), F_SETFD, FD_CLOEXEC) != 0)
     throw openError();
   return file;
 }
 
-/// The size of the header whose intro (magic, number of entries, size of the data) is at `offset`; nothing when the
-/// file ends before.
+/// Fills `value` from the file at `offset`. Returns false if the file ends before or cannot be read.
+template <typename Value>
+bool readAt(int file, off_t offset, Value& value) {
+  std::span<std::byte> rest = std::as_writable_bytes(std::span(&value, 1));
+  while (!rest.empty()) {
+    const ssize_t count = TEMP_FAILURE_RETRY(pread(file, rest.data(), rest.size(), offset));
+    if (count <= 0)
+      return false;
+    rest = rest.subspan(static_cast<std::size_t>(count));
+    offset += count;
+  }
+  return true;
+}
+
+/// The size of the header whose intro (magic, number of entries, size of the data) is at `offset`; nothing if the file
+/// ends before.
 std::optional<off_t> headerSize(int file, off_t offset) {
   constexpr off_t entrySize = 16;
   std::array<std::uint32_t, 4> intro{};
-  if (pread(file, intro.data(), sizeof intro, offset) != sizeof intro)
+  if (!readAt(file, offset, intro))
     return std::nullopt;
   return off_t{sizeof intro} + entrySize * ntohl(intro[2]) + ntohl(intro[3]);
 }
 
-/// librpm ends the process when it gets no memory.
+/// librpm aborts the process if it gets no memory.
 bool isAvailable(std::size_t memory) {
-  void* volatile taken = std::malloc(memory); // volatile: it would be left out
+  void* volatile taken = std::malloc(memory); // without volatile the compiler removes the calls
   std::free(taken);
   return taken != nullptr;
 }
 
-/// Whether the file holds the headers that it claims to have, and there is memory for them. librpm takes memory for
-/// what is claimed, up to 64 and 256 MiB, before it reads.
-bool isReadable(int file) {
+/// Where the main header begins. Nothing if the file does not contain the headers that it claims, or there is no memory
+/// for them: librpm allocates the claimed sizes, up to 64 MiB and 256 MiB, before it reads.
+std::optional<off_t> mainHeaderOffset(int file) {
   constexpr off_t leadSize = 96;
-  constexpr off_t others = 16 * 1024 * 1024; // an index is 2 MiB at most in memory, the longest list 8
+  constexpr off_t others = 16 * 1024 * 1024; // an index takes at most 2 MiB of memory, the longest list 8 MiB
   struct stat status {};
   const std::optional<off_t> signatureHeader = headerSize(file, leadSize);
   if (!signatureHeader || fstat(file, &status) != 0)
-    return false;
+    return std::nullopt;
   const off_t begin = leadSize + (*signatureHeader + 7) / 8 * 8;
   const std::optional<off_t> header = headerSize(file, begin);
-  return header && *header <= status.st_size - begin &&
-         isAvailable(static_cast<std::size_t>(*signatureHeader + *header + others));
+  if (!header || *header > status.st_size - begin ||
+      !isAvailable(static_cast<std::size_t>(*signatureHeader + *header + others)))
+    return std::nullopt;
+  return begin;
 }
 
-/// A transaction set that shares one keyring with all others. Left alone, each set would load the keyring from the RPM
-/// database at its first use, which costs many times more than reading a package.
+/// Whether librpm may convert the main header at `offset`. rpmReadPackageFile() does that to a header without an
+/// immutable region, as packages of RPM 3 have it, before anybody can check the values.
+bool mayConvert(const FileHandle& file, off_t offset) {
+  constexpr off_t introSize = 16;
+  const int descriptor = Fileno(file.get());
+  std::uint32_t firstTag = 0;
+  if (!readAt(descriptor, offset + introSize, firstTag))
+    return false;
+  if (ntohl(firstTag) == RPMTAG_HEADERIMMUTABLE)
+    return true;
+  if (lseek(descriptor, offset, SEEK_SET) != offset)
+    return false;
+  const HeaderHandle header = ownHeader(headerRead(file.get(), HEADER_MAGIC_YES));
+  return header && SoundHeader(header).mayCompleteProvides() && lseek(descriptor, 0, SEEK_SET) == 0;
+}
+
+/// A transaction set that shares one keyring with all others. Otherwise each set would load the keyring from the RPM
+/// database at its first use, which takes many times longer than reading a package.
 TransactionSetHandle transactionSet() {
   static KeyringHandle keyring;
   TransactionSetHandle set = ownTransactionSet(rpmtsCreate());
   rpmtsSetRootDir(set.get(), nullptr);
   if (keyring)
     rpmtsSetKeyring(set.get(), keyring.get());
-  else if (isRpmConfigured()) // without a configuration the keyring is empty, and it would stay so
+  else if (isRpmConfigured()) // without a configuration the keyring would be empty, and stay empty
     keyring = ownKeyring(rpmtsGetKeyring(set.get(), 1));
   return set;
 }
 
 HeaderHandle readHeader(const FileHandle& file, const std::string& path) {
-  if (!isReadable(Fileno(file.get())))
+  const std::optional<off_t> mainHeader = mainHeaderOffset(Fileno(file.get()));
+  if (!mainHeader || !mayConvert(file, *mainHeader))
     throw readError();
   const TransactionSetHandle set = transactionSet();
   Header found = nullptr;
   const rpmRC result = rpmReadPackageFile(set.get(), file.get(), path.c_str(), &found);
-  // The header may be set although the result is a failure.
+  // rpmReadPackageFile() may set the header even if it fails.
   HeaderHandle header = ownHeader(found);
   if (result != RPMRC_OK)
     throw readError();
@@ -130,8 +155,8 @@ bool isOneString(rpmtd data) {
   return rpmtdType(data) == RPM_STRING_TYPE && rpmtdCount(data) == 1;
 }
 
-/// A bus cuts the connection of who sends a longer message than it allows, 32 MiB by default: one package would take
-/// all that follow with it.
+/// The bus disconnects a client that sends a message above its limit, 32 MiB by default. A longer name in one package
+/// would fail all later packages.
 bool isTooLong(std::int32_t tag, std::string_view text) {
   constexpr std::size_t longestName = 1024 * 1024;
   return tag == Tag::Name && text.size() > longestName;
@@ -152,7 +177,7 @@ Reader::Reader(HeaderHandle header) : m_header(std::move(header)), m_sound(std::
   ensureRpmConfig();
 }
 
-/// Without a value, and so without a text, for a tag that is absent or must not be asked for.
+/// Has no value, and so no text, if the tag is absent or librpm must not compute it.
 TagDataHandle Reader::value(std::int32_t tag) const {
   const auto number = static_cast<rpm_tag_t>(tag);
   TagDataHandle data = ownTagData(rpmtdNew());
@@ -161,7 +186,7 @@ TagDataHandle Reader::value(std::int32_t tag) const {
     if (!isOneString(data.get()))
       rpmtdFreeData(data.get());
   } else if (!SoundHeader::isComputed(tag)) {
-    // A later librpm may compute further tags, from values that nobody has looked at.
+    // Without HEADERGET_EXT: a later librpm may compute further tags, from values that SoundHeader does not check.
     headerGet(m_header.get(), number, data.get(), HEADERGET_MINMEM);
   } else if (m_sound->mayCompute(tag)) {
     headerGet(m_header.get(), number, data.get(), HEADERGET_EXT);

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "common/rpm/sound_header.h"
 
+#include "common/rpm/handles.h"
+
 #include <rpm/rpmtag.h>
 
 #include <algorithm>
@@ -14,7 +16,7 @@ namespace {
 
 using Check = SoundHeader::Check;
 
-/// As librpm itself sees it; of a translated text that is one translation.
+/// The value as librpm reads it; for a translated text, one translation.
 TagDataHandle valueOf(Header header, rpmTagVal tag) {
   TagDataHandle data = ownTagData(rpmtdNew());
   headerGet(header, tag, data.get(), HEADERGET_MINMEM);
@@ -35,7 +37,7 @@ rpm_count_t countOf(Header header, rpmTagVal tag) {
   return rpmtdCount(valueOf(header, tag).get());
 }
 
-/// None when the value is absent or has another type.
+/// Empty if the value is absent or has another type.
 std::vector<std::uint32_t> numbersOf(Header header, rpmTagVal tag) {
   const TagDataHandle value = valueOf(header, tag);
   std::vector<std::uint32_t> numbers;
@@ -53,10 +55,9 @@ bool hasNames(Header header) {
 constexpr Check names = hasNames<RPMTAG_BASENAMES, RPMTAG_DIRNAMES, RPMTAG_DIRINDEXES>;
 constexpr Check originalNames = hasNames<RPMTAG_ORIGBASENAMES, RPMTAG_ORIGDIRNAMES, RPMTAG_ORIGDIRINDEXES>;
 
-/// librpm gives every file as much memory for its fs-verity signature as the longest one takes, and ends the process
-/// when there is not so much.
+/// librpm allocates the length of the longest fs-verity signature for each file, and aborts the process if that fails.
 bool hasAffordableVeritySignatures(Header header) {
-  constexpr std::uint64_t limit = 256 * 1024 * 1024; // of all headers
+  constexpr std::uint64_t limit = 256 * 1024 * 1024; // librpm's limit for the data of a header
   const TagDataHandle signatures = valueOf(header, RPMTAG_VERITYSIGNATURES);
   std::size_t longest = 0;
   while (const char* text = rpmtdNextString(signatures.get()))
@@ -64,8 +65,7 @@ bool hasAffordableVeritySignatures(Header header) {
   return std::uint64_t{longest} * rpmtdCount(signatures.get()) <= limit;
 }
 
-/// librpm itself compares the number of files with that of the values which it uses for each of them, except for the
-/// dependencies.
+/// librpm itself compares the number of files with the number of values per file, except for the dependencies.
 bool files(Header header) {
   return names(header) && originalNames(header) && isAbsentOr(RPM_STRING_ARRAY_TYPE, header, RPMTAG_CLASSDICT) &&
          isAbsentOrText(header, RPMTAG_FILEDIGESTS) && hasAffordableVeritySignatures(header);
@@ -100,6 +100,11 @@ constexpr Check triggers = dependencies<RPMTAG_TRIGGERNAME, RPMTAG_TRIGGERFLAGS>
 constexpr Check fileTriggers = dependencies<RPMTAG_FILETRIGGERNAME, RPMTAG_FILETRIGGERFLAGS>;
 constexpr Check transactionFileTriggers = dependencies<RPMTAG_TRANSFILETRIGGERNAME, RPMTAG_TRANSFILETRIGGERFLAGS>;
 
+/// Without versions librpm compares nothing.
+bool comparableProvides(Header header) {
+  return headerIsEntry(header, RPMTAG_PROVIDEVERSION) == 0 || provides(header);
+}
+
 /// For the conditions of triggers: librpm reads as many script numbers as there are names.
 template <rpmTagVal name, rpmTagVal index>
 bool conditions(Header header) {
@@ -107,8 +112,8 @@ bool conditions(Header header) {
          (isAbsentOrText(header, name) && numbersOf(header, index).size() >= countOf(header, name));
 }
 
-/// For the types of triggers: librpm gives what happened to be in memory for a script without a condition. rpmbuild
-/// makes such a script of the second one that has the same condition.
+/// For the types of triggers: for a script without a condition librpm returns uninitialised memory. rpmbuild makes such
+/// a script if two triggers have the same condition.
 template <rpmTagVal index, rpmTagVal flags, rpmTagVal script>
 bool types(Header header) {
   if (headerIsEntry(header, index) == 0)
@@ -124,7 +129,8 @@ bool types(Header header) {
          std::ranges::find(found, false) == found.end();
 }
 
-/// Reader takes no other for a name, version or release: a version must not get a translation by this way.
+/// Reader accepts only single strings as name, version and release; the computed tags must not let a translated version
+/// through.
 template <rpmTagVal... tags>
 bool singleStrings(Header header) {
   const auto isOne = [&](rpmTagVal tag) {
@@ -143,7 +149,7 @@ struct Computed {
   std::array<Check, 3> checks = {};
 };
 
-/// The tags for which librpm 4.18 and 4.20 have a function, and what has to hold before it may be called.
+/// The tags that librpm 4.18 and 4.20 compute with a function, and the checks that must pass before it is called.
 constexpr auto computedTags = std::to_array<Computed>({
     {RPMTAG_GROUP},
     {RPMTAG_DESCRIPTION},
@@ -223,6 +229,10 @@ bool SoundHeader::hasFiles() {
 bool SoundHeader::hasDependencies(std::int32_t tag) {
   const auto kind = std::ranges::find(kindsOfDependencies, tag, &std::pair<std::int32_t, Check>::first);
   return kind != kindsOfDependencies.end() && passes(kind->second);
+}
+
+bool SoundHeader::mayCompleteProvides() {
+  return passes(comparableProvides);
 }
 
 bool SoundHeader::passes(Check check) {

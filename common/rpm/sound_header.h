@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "common/rpm/handles.h"
+#include "common/rpm/handle_types.h"
 
 #include <cstdint>
 #include <map>
@@ -10,27 +10,31 @@
 
 namespace Common::Rpm {
 
-/// Whether librpm may be asked for something that it computes from several values of one header. It combines them
-/// without a look at their types, and partly at their number: a text where a list belongs makes it follow, or free,
-/// invalid pointers. The class checks only the values that librpm combines for the request, once for each header, and
-/// leaves out the checks that librpm makes itself.
+/// Decides whether librpm may compute something from several values of one header. librpm combines them without
+/// checking their types and, partly, their number: with a text in place of a list it follows or frees invalid pointers.
+/// This class checks only the values that librpm combines for the request, each check once per header, and omits the
+/// checks that librpm makes itself.
 class SoundHeader {
 public:
   using Check = bool (*)(Header);
 
   explicit SoundHeader(HeaderHandle header) : m_header(std::move(header)) {}
 
-  /// Whether librpm computes this tag, from others or from its own value.
+  /// Whether librpm computes this tag from other tags or from its own value.
   static bool isComputed(std::int32_t tag);
 
-  /// For a computed tag.
+  /// Whether librpm may compute `tag`. False for tags that are not computed.
   bool mayCompute(std::int32_t tag);
 
-  /// For rpmfilesNew().
+  /// Whether rpmfilesNew() may be called.
   bool hasFiles();
 
-  /// For rpmdsNew() with `tag`, which may be any.
+  /// Whether rpmdsNew() may be called with `tag`. False if `tag` is not a kind of dependency.
   bool hasDependencies(std::int32_t tag);
+
+  /// Whether librpm may add the package itself to the list of provides, as it does to a header without an immutable
+  /// region. It compares the list with the package unless the list has no versions.
+  bool mayCompleteProvides();
 
 private:
   bool passes(Check check);

@@ -4,9 +4,9 @@
 
 #include "common/error/error.h"
 #include "common/rpm/configuration.h"
+#include "common/rpm/handles.h"
 
 #include <rpm/rpmcli.h>
-#include <rpm/rpmlog.h>
 
 #include <sstream>
 
@@ -26,7 +26,7 @@ void RpmTransaction::addFlags(rpmtransFlags flags) {
 }
 
 void RpmTransaction::showProgress() {
-  // The callback takes its flags for the pointer that librpm hands through.
+  // The callback reads its flags from the pointer that librpm passes to it.
   constexpr std::uintptr_t flags = INSTALL_LABEL | INSTALL_HASH;
   rpmtsSetNotifyCallback(m_set.get(), rpmShowProgress, reinterpret_cast<void*>(flags));
 }
@@ -36,18 +36,9 @@ void RpmTransaction::erase(const Reader& reader) {
     throw Error(ErrorCode::Internal, "Couldn't add erase element to the RPM transaction");
 }
 
-void RpmTransaction::record(const Reader& reader) {
-  if (rpmtsImportHeader(m_lock.get(), reader.header().get(), 0) != RPMRC_OK)
-    throw Error(ErrorCode::Internal, "Couldn't record package in the RPM database");
-}
-
 void RpmTransaction::run() {
   if (rpmtsRun(m_set.get(), nullptr, 0) < 0)
     throw Error(ErrorCode::Internal, "Couldn't run rpm transaction");
-}
-
-int RpmTransaction::reportedErrors() {
-  return rpmlogGetNrecsByMask(RPMLOG_UPTO(RPMLOG_ERR));
 }
 
 PackageIteratorHandle RpmTransaction::installedPackages() const {

@@ -2,8 +2,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "common/rpm/handles.h"
+#include "common/rpm/handle_types.h"
 #include "common/rpm/reader.h"
+
+#include <rpm/rpmts.h>
 
 #include <cstdint>
 #include <functional>
@@ -12,60 +14,50 @@
 
 namespace Common::Rpm {
 
-/// For RpmTransaction::addFlags(): run() changes the database and nothing else. No file is touched; no script, trigger
-/// or plugin runs.
-inline constexpr rpmtransFlags databaseOnly = RPMTRANS_FLAG_JUSTDB | RPMTRANS_FLAG_NOSCRIPTS | _noTransScripts |
-                                              RPMTRANS_FLAG_NOTRIGGERS | _noTransTriggers | RPMTRANS_FLAG_NOPLUGINS;
-
-/// A locked transaction on the RPM database under the system root; the lock goes when the last copy does. One at a
-/// time per process. For the single thread of the program only.
+/// A locked transaction on the RPM database under the system root. The last copy releases the lock. Only one at a time
+/// per process. Only for the single thread of the program.
 class RpmTransaction {
 public:
   /// Locks the database. `flags` are RPMTXN_READ or RPMTXN_WRITE of rpm/rpmts.h. RPMTXN_WRITE takes an exclusive lock
-  /// and holds back signals; RPMTXN_READ takes the same lock with librpm 4.18, and one that readers share with 4.20. If
-  /// another process has the lock and standard input is a terminal, librpm waits for it. Throws Common::Error: Internal
-  /// "Couldn't begin rpm transaction" when the lock cannot be had.
+  /// and blocks signals. RPMTXN_READ takes the same lock with librpm 4.18, and a shared lock with 4.20. If another
+  /// process has the lock and standard input is a terminal, librpm waits for the lock. Throws Common::Error: Internal
+  /// "Couldn't begin rpm transaction" if it does not get the lock.
   explicit RpmTransaction(rpmtxnFlags flags);
 
-  /// Adds RPMTRANS_FLAG_* bits of rpm/rpmts.h to those that are set.
+  /// Adds RPMTRANS_FLAG_* bits of rpm/rpmts.h to the flags that are set.
   void addFlags(rpmtransFlags flags);
 
   /// Makes run() print a label and hash marks per package on standard output, as librpm's own tool does.
   void showProgress();
 
-  /// Queues the erasure of an installed package, which `reader` has from forEachInstalled(). Throws Common::Error:
-  /// Internal "Couldn't add erase element to the RPM transaction", also for a package that is not from the database.
+  /// Queues the removal of an installed package; `reader` must come from forEachInstalled(). Throws Common::Error:
+  /// Internal "Couldn't add erase element to the RPM transaction", also if the package is not from the database.
   void erase(const Reader& reader);
 
-  /// Adds a package to the database at once, without its files and scripts and beside any other of its name. The lock
-  /// must be one for writing. Throws Common::Error: Internal "Couldn't record package in the RPM database".
-  void record(const Reader& reader);
-
-  /// Does what is queued; dependencies are not checked. Returns normally also when librpm found problems and did
-  /// nothing. Throws Common::Error: Internal "Couldn't run rpm transaction" when it failed, for example in a
-  /// package's script; other packages may have been erased then.
+  /// Removes the queued packages without checking dependencies. Returns normally also if librpm found problems and did
+  /// nothing. Throws Common::Error: Internal "Couldn't run rpm transaction" if it failed, for example in a package's
+  /// script; other packages may have been removed by then.
   void run();
 
-  /// How many errors librpm has reported in this process so far. A walk over a database that turns out to be damaged
-  /// ends like any other; this is the one place where the difference shows.
-  static int reportedErrors();
-
-  /// All installed packages. A database that cannot be opened has none; librpm says so on standard error.
+  /// An iterator over all installed packages. If the database cannot be opened, librpm reports it on standard error and
+  /// the iterator has no packages.
   PackageIteratorHandle installedPackages() const;
 
-  /// Calls `visitor` for each package of `packages`. The reader is good until the visitor returns, and so is a copy of
-  /// it. An empty visitor raises std::bad_function_call; what a visitor throws goes on to the caller.
+  /// Calls `visitor` for each package of `packages`. The reader and its copies are valid until the visitor returns.
+  /// Throws std::bad_function_call if `visitor` is empty; exceptions of the visitor reach the caller.
   static void forEachInstalled(const PackageIteratorHandle& packages,
                                const std::function<void(const Reader&)>& visitor);
 
-  /// The names of the package's dependencies of one kind, for example RPMTAG_REQUIRENAME, in header order and with
-  /// duplicates, without their versions. Of a rich dependency it is the first word. A tag of another kind has none,
-  /// and neither has a header whose values do not fit each other.
+  /// The names of the package's dependencies of one kind, for example RPMTAG_REQUIRENAME, in header order, with
+  /// duplicates, without versions. For a rich dependency it is the first word. Empty if `tag` is not a kind of
+  /// dependency, or if the header's values do not fit together.
   static std::vector<std::string> dependencyNames(const Reader& reader, std::int32_t tag);
+
+  TransactionLockHandle lock() const { return m_lock; }
 
 private:
   TransactionSetHandle m_set;
-  TransactionLockHandle m_lock; // released before the set it was begun on
+  TransactionLockHandle m_lock; // released before the set that it belongs to
 };
 
 } // namespace Common::Rpm

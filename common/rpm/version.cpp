@@ -8,7 +8,7 @@ namespace Common::Rpm {
 
 namespace {
 
-/// librpm copies what it compares onto the stack, and two versions of some megabytes end the process.
+/// librpm copies the versions onto the stack; two versions of some megabytes crash the process.
 constexpr std::size_t longestVersion = 1024 * 1024;
 
 } // namespace

@@ -9,8 +9,8 @@ namespace Common::Rpm {
 enum class VersionComparison {
   Newer,
   LowerOrEqual,
-  Unparsable, ///< one of the two is no version to RPM, or longer than 1 MiB
-  Unexpected, ///< RPM's comparison gave none of -1, 0 and 1
+  Unparsable, ///< RPM cannot parse one of the two, or it is longer than 1 MiB
+  Unexpected, ///< RPM's comparison returned a number other than -1, 0 and 1
 };
 
 /// Compares two versions ("[epoch:]version[-release]") by RPM's rules: is `candidate` newer than `installed`?

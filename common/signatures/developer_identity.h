@@ -7,11 +7,15 @@
 
 namespace Common {
 
-/// Who made a package. The texts are the signature library's: they are compared, never parsed.
+/// The developer of a package. The texts come from the signature library: they are compared, never parsed.
 struct DeveloperIdentity {
   std::string keyId;
   std::string subgroup;
   std::vector<std::string> previousKeyIds; ///< key ids that the developer used before, in the library's order
 };
+
+/// Whether `keyId` is the key id `own` of a developer or one of the `earlier` ones.
+[[nodiscard]] bool isOwnOrEarlierKey(const std::string& keyId, const std::string& own,
+                                     const std::vector<std::string>& earlier);
 
 } // namespace Common

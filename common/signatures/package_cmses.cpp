@@ -19,7 +19,7 @@ void verifyPackage(PackageSignatures::FileWithCmses& file, const std::vector<Cms
     throw Error(ErrorCode::IllegalDeveloperCertificate, "Package is signed with a non-legal developer certificate");
   if (const std::optional<Cms> source = PackageSignatures::clientCmsFromVector(cmses)) {
     const auto certificate = source->certificate();
-    // A certificate that is not there chains to no authority.
+    // A missing certificate counts as one that chains to no authority.
     if (!certificate || !certificate->verify(caPath.c_str()))
       throw Error(ErrorCode::IllegalSourceCertificate, "Package is signed with a non-legal source certificate");
   }

@@ -23,8 +23,8 @@ std::string_view markOf(LogLevel level) {
 } // namespace
 
 LogMessage::~LogMessage() {
-  // The buffer is asked, not the stream: tellp() is -1 once a null pointer has spoilt the stream, and the text
-  // before it would be lost.
+  // Reads the buffer instead of calling tellp(), which returns -1 after a null pointer was inserted; the text before it
+  // would be lost.
   const std::string_view text = m_text.view();
   if (text.empty())
     return;

@@ -12,14 +12,13 @@ enum class LogLevel : std::int32_t {
   Error = 2,
 };
 
-/// One line of the log, composed piece by piece and written to standard output when it goes out of scope, so that
-/// the pieces of one message are never split by another. A message into which nothing was inserted writes nothing.
+/// One line of the log. The parts are collected, and the destructor writes the line to standard output at once, so that
+/// lines do not mix. A message without inserted text writes nothing.
 ///
 ///   LogMessage(LogLevel::Error) << "Failed to read RPM package: " << path;
 ///
-/// A level other than the three above writes the text without a mark. A file-system path is written by its
-/// standard inserter: quoted, with backslash escapes. A null character pointer inserts nothing and loses what is
-/// inserted after it.
+/// A level other than the three above writes the text without a mark. A path is written by its standard inserter:
+/// quoted, with backslash escapes. A null character pointer inserts nothing, and everything inserted after it is lost.
 class LogMessage {
 public:
   explicit LogMessage(LogLevel level) : m_level(level) {}

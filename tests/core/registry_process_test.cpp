@@ -2,10 +2,14 @@
 // SPDX-License-Identifier: MIT
 #include "core/registry.h"
 #include "tests/core/registry_sandbox.h"
-#include "tests/support/fault.h"
-#include "tests/support/process.h"
-#include "tests/support/wait.h"
+#include "tests/support/faults/supervised.h"
+#include "tests/support/faults/system_calls.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/wait.h"
 
+#include <atomic>
+#include <cerrno>
+#include <future>
 #include <memory>
 #include <sstream>
 
@@ -16,39 +20,48 @@ namespace {
 namespace fs = std::filesystem;
 using Core::KRV::Registry;
 using Core::KRV::RegistryRecord;
-using Support::fault;
+using Support::failNth;
 using Support::Process;
 using Support::ProcessResult;
 using Support::readFile;
+using Support::SeenCall;
 using Support::waitUntil;
 using Support::writeFile;
 
-/// The registry as another process of the family meets it.
+/// The registry, used by several processes.
 class RegistryProcess : public RegistrySandbox {
 protected:
   const std::string tool = Support::program("registry_tool").string();
   const std::vector<std::string> readCommand = {tool, "read"};
   const std::vector<std::string> writeCommand = {tool, "write", "timestamp=2 event=I package=p keyid=k"};
+};
 
-  /// Runs `command` in the environment `faulty` over a registry with one record, which must stay.
-  void expectFailure(const std::vector<std::string>& command, const Support::Environment& faulty,
-                     const std::string& output, int status = 1) {
-    writeFile(file, line(1));
-    const ProcessResult result = Support::run(command, faulty);
-    EXPECT_EQ(result.output, output);
-    EXPECT_EQ(result.errors, "");
-    EXPECT_EQ(result.status, status);
-    EXPECT_EQ(readFile(file), line(1));
+/// Another process that uses the registry, with an action or an error at one of its system calls.
+class DisturbedRegistry : public RegistryProcess {
+protected:
+  void SetUp() override {
+    if (!Support::canSupervise())
+      GTEST_SKIP() << "the kernel, or what confines this process, does not let processes be supervised";
   }
 
-  static bool isStopped(pid_t id) {
-    const std::string status = readFile("/proc/" + std::to_string(id) + "/stat");
-    return status.substr(status.rfind(')') + 2, 1) == "T";
+  ProcessResult run(const std::vector<std::string>& command, const Support::BeforeCall& beforeCall) const {
+    return Support::runSupervised(command, {}, root.path(), {}, beforeCall).process;
   }
 };
 
-class RegistryFault : public RegistryProcess {
+class RegistryFault : public DisturbedRegistry {
 protected:
+  /// Runs `command` on a registry with one record, which must stay unchanged.
+  void expectFailure(const std::vector<std::string>& command, const Support::BeforeCall& fault,
+                     const std::string& output) {
+    writeFile(file, line(1));
+    const ProcessResult result = run(command, fault);
+    EXPECT_EQ(result.output, output);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(readFile(file), line(1));
+  }
+
   const std::string lockFileMessage = "[E] Couldn't create the registry lock file: " + quoted(lockFile) + "\n";
   const std::string lockMessage = "[E] Couldn't get an exclusive registry lock\n";
   const std::string openMessage = "[E] Couldn't open registry: " + quoted(file) + "\n";
@@ -113,98 +126,118 @@ TEST_F(RegistryProcess, ReadersAndWritersWaitForAReader) {
   EXPECT_EQ(readFile(file), line(2));
 }
 
-TEST_F(RegistryProcess, AReaderWaitsForAWriter) {
+TEST_F(DisturbedRegistry, IsNotReadDuringAWrite) {
   writeFile(file, line(1));
-  Process writer(writeCommand, fault("write", 1, "SIGSTOP", "registry.next"));
-  ASSERT_TRUE(waitUntil([&] { return isStopped(writer.id()); }));
-  EXPECT_TRUE(holdsALock(writer.id()));
-  EXPECT_EQ(readFile(nextFile), "");
-  Process reader(readCommand);
-  EXPECT_TRUE(waitUntil([&] { return waitsForALock(reader.id()); }));
-  EXPECT_EQ(reader.outputSoFar(), "");
-
-  writer.signal(SIGCONT);
-  EXPECT_EQ(writer.wait().status, 0);
-  const ProcessResult result = reader.wait();
+  std::unique_ptr<Process> reader;
+  const auto beforeWrite = [&](const SeenCall& call) {
+    EXPECT_TRUE(holdsALock(call.process));
+    EXPECT_EQ(readFile(nextFile), "");
+    reader = std::make_unique<Process>(readCommand);
+    EXPECT_TRUE(waitUntil([&] { return waitsForALock(reader->id()); }));
+    EXPECT_EQ(reader->outputSoFar(), "");
+    return 0;
+  };
+  EXPECT_EQ(run(writeCommand, Support::beforeNth("write", 1, nextFile, beforeWrite)).status, 0);
+  ASSERT_TRUE(reader);
+  const ProcessResult result = reader->wait();
   EXPECT_EQ(result.output, line(2));
   EXPECT_EQ(result.status, 0);
 }
 
-TEST_F(RegistryProcess, AWriterHoldsTheLockUntilTheRegistryIsReplaced) {
+TEST_F(DisturbedRegistry, IsLockedUntilItIsReplaced) {
   writeFile(file, line(1));
-  Process writer(writeCommand, fault("rename", 1, "SIGSTOP", "registry.next"));
-  ASSERT_TRUE(waitUntil([&] { return isStopped(writer.id()); }));
-  EXPECT_TRUE(holdsALock(writer.id()));
-  EXPECT_EQ(readFile(nextFile), line(2));
-  EXPECT_EQ(readFile(file), line(1));
-  writer.signal(SIGCONT);
-  EXPECT_EQ(writer.wait().status, 0);
+  bool isReplaced = false;
+  const auto beforeRename = [&](const SeenCall& call) {
+    isReplaced = true;
+    EXPECT_TRUE(holdsALock(call.process));
+    EXPECT_EQ(readFile(nextFile), line(2));
+    EXPECT_EQ(readFile(file), line(1));
+    return 0;
+  };
+  EXPECT_EQ(run(writeCommand, Support::beforeNth("rename", 1, nextFile, beforeRename)).status, 0);
+  EXPECT_TRUE(isReplaced);
 }
 
-TEST_F(RegistryProcess, AKilledWriterLeavesTheOldRegistryAndNoLock) {
+TEST_F(DisturbedRegistry, IsUnchangedAndUnlockedAfterAKilledWriter) {
   const std::string before = "timestamp=1 event=I package=other keyid=k\n";
   writeFile(file, before);
-  EXPECT_EQ(Support::run(writeCommand, fault("write", 2, "SIGKILL", "registry.next")).status, 128 + SIGKILL);
+  const auto killWriter = [](const SeenCall& call) { return kill(call.process, SIGKILL); };
+  EXPECT_EQ(run(writeCommand, Support::beforeNth("write", 2, nextFile, killWriter)).status, 128 + SIGKILL);
   EXPECT_EQ(readFile(file), before);
   EXPECT_EQ(readFile(nextFile), before);
   EXPECT_EQ(Support::run(writeCommand).status, 0);
   EXPECT_EQ(readFile(file), before + line(2));
 }
 
-// In the moment between opening the lock file and locking it.
-TEST_F(RegistryProcess, LocksTheFileThatItOpenedWhateverTakesItsPlace) {
+// The lock file is replaced between opening and locking it.
+TEST_F(DisturbedRegistry, IsLockedThroughTheOpenedFileEvenIfItIsReplaced) {
   writeFile(file, line(1));
   writeFile(root / "stranger", "kept");
-  std::unique_ptr<Process> reader;
-  EXPECT_TRUE(Registry().foreachRecord([&](const RegistryRecord&) {
-    reader = std::make_unique<Process>(readCommand, fault("open", 1, "SIGSTOP", "/proc/self/fd/"));
-    ASSERT_TRUE(waitUntil([&] { return isStopped(reader->id()); }));
+  std::atomic<pid_t> id = 0;
+  const auto beforeLocking = [&](const SeenCall& call) {
     fs::remove(lockFile);
     fs::create_symlink(root / "stranger", lockFile);
-    reader->signal(SIGCONT);
-    EXPECT_TRUE(waitUntil([&] { return waitsForALock(reader->id()); }));
+    id = call.process;
+    return 0;
+  };
+  std::future<ProcessResult> reader;
+  EXPECT_TRUE(Registry().foreachRecord([&](const RegistryRecord&) {
+    reader = std::async(std::launch::async,
+                        [&] { return run(readCommand, Support::beforeNth("open", 3, lockFile, beforeLocking)); });
+    EXPECT_TRUE(waitUntil([&] { return id != 0 && waitsForALock(id); }));
   }));
-  const ProcessResult result = reader->wait();
+  const ProcessResult result = reader.get();
   EXPECT_EQ(result.output, line(1));
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(readFile(root / "stranger"), "kept");
 }
 
-TEST_F(RegistryProcess, LocksWithoutProcToo) {
+// Without /proc the lock file is opened a second time by its path.
+TEST_F(DisturbedRegistry, IsLockedWithoutProc) {
   writeFile(file, line(1));
-  std::unique_ptr<Process> reader;
+  bool isOpen = false;
+  bool isLocked = false;
+  const auto hideProc = [&](const SeenCall& call) {
+    isOpen = isOpen || call.name == "ftruncate";
+    isLocked = isLocked || (call.name == "read" && call.path == file && holdsALock(call.process));
+    // After opening the lock file, the tool calls stat for its descriptor in /proc.
+    if (!isOpen || call.name != Support::statusCall || call.path != lockFile)
+      return 0;
+    fs::rename(lockFile, root / "other");
+    writeFile(lockFile, "");
+    return ENOENT;
+  };
   EXPECT_TRUE(Registry().foreachRecord([&](const RegistryRecord&) {
-    reader = std::make_unique<Process>(readCommand, fault("stat", 1, "ENOENT", "/proc/self/fd/"));
-    EXPECT_TRUE(waitUntil([&] { return waitsForALock(reader->id()); }));
+    const ProcessResult result = run(readCommand, hideProc);
+    EXPECT_EQ(result.output, line(1));
+    EXPECT_EQ(result.status, 0);
   }));
-  const ProcessResult result = reader->wait();
-  EXPECT_EQ(result.output, line(1));
-  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(isLocked);
+  EXPECT_TRUE(fs::exists(root / "other"));
 }
 
 TEST_F(RegistryFault, InCreatingTheLockFile) {
-  expectFailure(readCommand, fault("open", 1, "EMFILE", "registry.lock"), lockFileMessage);
-  expectFailure(writeCommand, fault("open", 1, "EACCES", "registry.lock"), lockFileMessage);
+  expectFailure(readCommand, failNth("open", 1, lockFile, EMFILE), lockFileMessage);
+  expectFailure(writeCommand, failNth("open", 1, lockFile, EACCES), lockFileMessage);
 }
 
 TEST_F(RegistryFault, InOpeningTheLock) {
-  expectFailure(readCommand, fault("open", 1, "EACCES", "/proc/self/fd/"), "[E] Permission denied\n" + lockMessage);
-  expectFailure(writeCommand, fault("open", 1, "ENFILE", "/proc/self/fd/"),
+  expectFailure(readCommand, failNth("open", 3, lockFile, EACCES), "[E] Permission denied\n" + lockMessage);
+  expectFailure(writeCommand, failNth("open", 3, lockFile, ENFILE),
                 "[E] Too many open files in system\n" + lockMessage);
 }
 
 TEST_F(RegistryFault, InTakingTheLock) {
-  expectFailure(readCommand, fault("fcntl", 1, "ENOLCK", "registry.lock"), "[E] No locks available\n" + lockMessage);
-  expectFailure(writeCommand, fault("fcntl", 1, "EDEADLK", "registry.lock"),
-                "[E] Resource deadlock avoided\n" + lockMessage);
+  expectFailure(readCommand, failNth("fcntl", 1, lockFile, ENOLCK), "[E] No locks available\n" + lockMessage);
+  expectFailure(writeCommand, failNth("fcntl", 1, lockFile, EDEADLK), "[E] Resource deadlock avoided\n" + lockMessage);
 }
 
-TEST_F(RegistryFault, InMakingTheFolder) {
+TEST_F(RegistryFault, InCreatingTheFolder) {
   const std::string reason =
       fs::filesystem_error("cannot create directories", folder, std::make_error_code(std::errc::read_only_file_system))
           .what();
   for (const auto& command : {readCommand, writeCommand}) {
-    const ProcessResult result = Support::run(command, fault("mkdir", 3, "EROFS", root.path().string()));
+    const ProcessResult result = run(command, failNth("mkdir", 1, folder, EROFS));
     EXPECT_EQ(result.output, "[E] " + reason + "\nCouldn't create directory: " + folder.string() + "\n");
     EXPECT_EQ(result.status, 2);
     EXPECT_FALSE(fs::exists(folder));
@@ -213,13 +246,13 @@ TEST_F(RegistryFault, InMakingTheFolder) {
 }
 
 TEST_F(RegistryFault, InOpeningTheRegistry) {
-  expectFailure(readCommand, fault("open", 2, "EACCES", "registry"), openMessage);
-  expectFailure(writeCommand, fault("open", 2, "EIO", "registry"), openMessage + loadMessage);
+  expectFailure(readCommand, failNth("open", 1, file, EACCES), openMessage);
+  expectFailure(writeCommand, failNth("open", 1, file, EIO), openMessage + loadMessage);
 }
 
 TEST_F(RegistryFault, InReadingTheRegistry) {
-  expectFailure(readCommand, fault("read", 1, "EIO", "registry"), openMessage);
-  expectFailure(writeCommand, fault("read", 1, "EIO", "registry"), openMessage + loadMessage);
+  expectFailure(readCommand, failNth("read", 1, file, EIO), openMessage);
+  expectFailure(writeCommand, failNth("read", 1, file, EIO), openMessage + loadMessage);
   EXPECT_FALSE(fs::exists(nextFile));
 }
 
@@ -228,14 +261,15 @@ TEST_F(RegistryFault, InReadingTheMiddleOfTheRegistry) {
   for (int i = 0; i < 1000; ++i)
     before += "timestamp=" + std::to_string(i) + " event=I package=other keyid=k\n";
   writeFile(file, before);
-  const ProcessResult written = Support::run(writeCommand, fault("read", 2, "EIO", "registry"));
+  const ProcessResult written = run(writeCommand, failNth("read", 2, file, EIO));
   EXPECT_EQ(written.output, openMessage + loadMessage);
   EXPECT_EQ(written.status, 1);
   EXPECT_EQ(readFile(file), before);
 
-  const ProcessResult read = Support::run(readCommand, fault("read", 2, "EIO", "registry"));
+  const ProcessResult read = run(readCommand, failNth("read", 2, file, EIO));
   EXPECT_EQ(read.status, 1);
-  // Whole records of the first block, then the failure; the line that the block cuts is not taken for a record.
+  // The complete records of the first block, then the failure. The line that is cut at the end of the block is not a
+  // record.
   const std::string records = read.output.substr(0, read.output.size() - openMessage.size());
   EXPECT_EQ(read.output, records + openMessage);
   EXPECT_EQ(before.substr(0, records.size()), records);
@@ -245,34 +279,34 @@ TEST_F(RegistryFault, InReadingTheMiddleOfTheRegistry) {
 TEST_F(RegistryFault, InCheckingTheFolderOfTheNextFile) {
   const std::string reason =
       fs::filesystem_error("cannot create directories", folder, std::make_error_code(std::errc::io_error)).what();
-  expectFailure(writeCommand, fault("stat", 4, "EIO", "var/lib/krv"), "[E] " + reason + "\n" + nextMessage);
+  expectFailure(writeCommand, failNth(Support::statusCall, 2, folder, EIO), "[E] " + reason + "\n" + nextMessage);
 }
 
 TEST_F(RegistryFault, InOpeningTheNextFile) {
-  expectFailure(writeCommand, fault("open", 1, "ENOSPC", "registry.next"), nextMessage);
+  expectFailure(writeCommand, failNth("open", 1, nextFile, ENOSPC), nextMessage);
 }
 
 TEST_F(RegistryFault, InWritingTheNextFile) {
-  expectFailure(writeCommand, fault("write", 1, "ENOSPC", "registry.next"), nextMessage);
+  expectFailure(writeCommand, failNth("write", 1, nextFile, ENOSPC), nextMessage);
 }
 
 TEST_F(RegistryFault, InWritingALaterLineOfTheNextFile) {
   const std::string before = "timestamp=1 event=I package=other keyid=k\n";
   writeFile(file, before);
-  const ProcessResult result = Support::run(writeCommand, fault("write", 2, "EDQUOT", "registry.next"));
+  const ProcessResult result = run(writeCommand, failNth("write", 2, nextFile, EDQUOT));
   EXPECT_EQ(result.output, nextMessage);
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(readFile(file), before);
 }
 
 TEST_F(RegistryFault, InClosingTheNextFile) {
-  expectFailure(writeCommand, fault("close", 1, "EIO", "registry.next"), nextMessage);
+  expectFailure(writeCommand, failNth("close", 1, nextFile, EIO), nextMessage);
 }
 
 TEST_F(RegistryFault, InRenaming) {
   const std::string reason =
       fs::filesystem_error("cannot rename", nextFile, file, std::make_error_code(std::errc::io_error)).what();
-  expectFailure(writeCommand, fault("rename", 1, "EIO", "registry.next"),
+  expectFailure(writeCommand, failNth("rename", 1, nextFile, EIO),
                 "[E] " + reason + "\n[E] Couldn't move " + nextFile.string() + " to " + file.string() +
                     "\n[E] Couldn't atomically update registry: " + quoted(nextFile) + " -> " + quoted(file) + "\n");
   EXPECT_EQ(readFile(nextFile), line(2));

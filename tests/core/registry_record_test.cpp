@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "core/registry_record.h"
-#include "tests/support/captured_log.h"
+#include "tests/support/diagnostics/captured_log.h"
 
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ using Core::KRV::toString;
 using Event = RegistryRecord::Event;
 using Support::CapturedLog;
 
-/// The record of `line` written back, or "none", then what was logged.
+/// Parses `line` and writes the record again, or "none"; then the log.
 std::string readBack(std::string_view line) {
   const CapturedLog log;
   const std::optional<RegistryRecord> record = parseRecord(line);
@@ -47,13 +47,13 @@ TEST(RegistryRecord, IsOneLineOfText) {
             "timestamp=9223372036854775807 event=I package=p keyid=k");
 }
 
-TEST(RegistryRecord, IsWrittenAsItIs) {
+TEST(RegistryRecord, IsWrittenWithoutEscaping) {
   EXPECT_EQ(toString({Event::Install, 1, "a b", "\"k\"\\", {"x->y", ""}}),
             "timestamp=1 event=I package=a b keyid=\"k\"\\ prev-keyids=x->y->");
   EXPECT_EQ(toString({Event::Install, 1, "", "", {}}), "timestamp=1 event=I package= keyid=");
 }
 
-TEST(RegistryRecord, OfAnUnknownEventCannotBeWritten) {
+TEST(RegistryRecord, RefusesToWriteAnUnknownEvent) {
   for (const int number : {-1, 3, std::numeric_limits<int>::max()})
     EXPECT_THROW(toString({static_cast<Event>(number), 1, "p", "k", {}}), std::out_of_range);
 }
@@ -67,7 +67,7 @@ TEST(RegistryRecord, IsReadFieldByField) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(RegistryRecord, SurvivesTheWayThereAndBack) {
+TEST(RegistryRecord, IsTheSameAfterWritingAndReading) {
   for (const char* line :
        {"timestamp=5 event=I package=p keyid=k", "timestamp=-1 event=U package=p keyid=k",
         "timestamp=1700000000 event=R package=sample-app keyid=K3 prev-keyids=K1->K2",
@@ -77,7 +77,7 @@ TEST(RegistryRecord, SurvivesTheWayThereAndBack) {
 
 struct Line {
   std::string_view text;
-  std::string_view record; ///< as it is written back, or "none"
+  std::string_view record; ///< written again, or "none"
   std::string_view log;
 };
 
@@ -88,7 +88,7 @@ void expectAll(const std::vector<Line>& lines) {
 
 constexpr std::string_view plain = "timestamp=5 event=I package=p keyid=k";
 
-TEST(RegistryRecord, IsSplitAtSpacesOnly) {
+TEST(RegistryRecord, IsSplitOnlyAtSpaces) {
   expectAll({
       {"  timestamp=5   event=I package=p keyid=k  ", plain, ""},
       {"timestamp=5 event=I package=a\tb keyid=k\r", "timestamp=5 event=I package=a\tb keyid=k\r", ""},
@@ -98,7 +98,7 @@ TEST(RegistryRecord, IsSplitAtSpacesOnly) {
   });
 }
 
-TEST(RegistryRecord, TakesTheLaterValueOfARepeatedKey) {
+TEST(RegistryRecord, TakesTheLastValueOfARepeatedKey) {
   expectAll({
       {"timestamp=x timestamp=5 event=X event=I package=q package=p keyid=l keyid=k", plain, ""},
       {"timestamp=5 event=I package=p keyid=k timestamp=", "none", "[W] Registry record doesn't contains timestamp\n"},
@@ -127,7 +127,7 @@ TEST(RegistryRecord, CollectsTheEarlierKeys) {
   EXPECT_EQ(readBack(with("prev-keyids=")), std::string(plain) + "\n");
 }
 
-TEST(RegistryRecord, WarnsOfEachUnknownKeyAndGoesOn) {
+TEST(RegistryRecord, WarnsAboutEachUnknownKeyAndContinues) {
   expectAll({
       {"timestamp=5 event=I package=p keyid=k foo=bar", plain, "[W] Registry record contains unknown key: foo=bar\n"},
       {"Timestamp=1 timestamp=5 event event=I =x package=p prev-keyids keyid=k xkeyid=y", plain,
@@ -144,7 +144,7 @@ TEST(RegistryRecord, WarnsOfEachUnknownKeyAndGoesOn) {
   });
 }
 
-TEST(RegistryRecord, ReportsTheFirstDefectOnly) {
+TEST(RegistryRecord, ReportsOnlyTheFirstDefect) {
   expectAll({
       {"", "none", "[W] Registry record doesn't contains timestamp\n"},
       {"   ", "none", "[W] Registry record doesn't contains timestamp\n"},
@@ -168,7 +168,7 @@ TEST(RegistryRecord, ReportsTheFirstDefectOnly) {
   });
 }
 
-TEST(RegistryRecord, TakesEveryDecimalTimestampOf64Bits) {
+TEST(RegistryRecord, AcceptsEveryDecimalTimestampOf64Bits) {
   struct Case {
     const char* text;
     std::int64_t value;

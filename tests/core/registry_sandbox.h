@@ -3,8 +3,8 @@
 #pragma once
 
 #include "core/registry.h"
-#include "tests/support/environment.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@
 
 #include <sys/types.h>
 
-/// A root of its own for one test of the registry.
+/// A temporary root with a registry.
 class RegistrySandbox : public testing::Test {
 protected:
   using Event = Core::KRV::RegistryRecord::Event;
@@ -27,7 +27,7 @@ protected:
     return toString(record(timestamp, event)) + "\n";
   }
 
-  /// Whether process `id` holds a record lock, or waits for one.
+  /// Whether process `id` holds, or waits for, a record lock.
   static bool holdsALock(pid_t id) { return hasLock(id, false); }
   static bool waitsForALock(pid_t id) { return hasLock(id, true); }
 
@@ -41,7 +41,7 @@ protected:
   std::filesystem::path nextFile = folder / "registry.next";
 
 private:
-  // A line of /proc/locks: "1: POSIX  ADVISORY  WRITE 4711 fe:00:1095 0 EOF"; one who waits has a "->" after "1:".
+  // A line of /proc/locks: "1: POSIX ADVISORY WRITE 4711 fe:00:1095 0 EOF". A waiting process has "->" after "1:".
   static bool hasLock(pid_t id, bool waiting) {
     std::ifstream locks("/proc/locks");
     for (std::string text; std::getline(locks, text);)

@@ -3,11 +3,11 @@
 #include "core/registry.h"
 #include "driver/log/log_message.h"
 #include "tests/core/registry_sandbox.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/special_files.h"
-#include "tests/support/thrown.h"
-#include "tests/support/write_lease.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/files/write_lease.h"
+#include "tests/support/process/ordinary_user.h"
 
 #include <algorithm>
 #include <sstream>
@@ -31,7 +31,7 @@ using Support::readFile;
 using Support::reasonOf;
 using Support::writeFile;
 
-/// The lines of all records, each with a line end, then "true" or "false".
+/// The lines of all records, then "true" or "false".
 std::string readAll() {
   std::string lines;
   const bool result = Registry().foreachRecord([&](const RegistryRecord& record) { lines += toString(record) + "\n"; });
@@ -42,7 +42,7 @@ unsigned permissionsOf(const fs::path& path) {
   return static_cast<unsigned>(fs::status(path).permissions());
 }
 
-/// Sets the file mode creation mask for as long as it lives.
+/// Sets the umask in its scope.
 class ScopedUmask {
 public:
   explicit ScopedUmask(mode_t mask) : m_before(umask(mask)) {}
@@ -54,7 +54,7 @@ private:
   mode_t m_before;
 };
 
-/// Lets no file grow beyond `size` for as long as it lives; writing more is an error instead of a signal.
+/// Limits the size of files in its scope; writing more fails with an error instead of a signal.
 class ScopedFileSizeLimit {
 public:
   explicit ScopedFileSizeLimit(rlim_t size) : m_handler(::signal(SIGXFSZ, SIG_IGN)) {
@@ -77,7 +77,7 @@ private:
 class RegistryReading : public RegistrySandbox {};
 class RegistryWriting : public RegistrySandbox {
 protected:
-  /// Writes a record over a registry that holds another, which must fail with `log` and leave the registry alone.
+  /// Expects writing a record to fail with this log, without changing the registry.
   void expectFailure(const std::string& expectedLog) {
     writeFile(file, line(1));
     const CapturedLog log;
@@ -87,7 +87,7 @@ protected:
   }
 };
 
-TEST_F(RegistryReading, MakesTheFolderAndAnEmptyLockFile) {
+TEST_F(RegistryReading, CreatesTheFolderAndAnEmptyLockFile) {
   const CapturedLog log;
   EXPECT_EQ(readAll(), "true");
   EXPECT_EQ(log.text(), "");
@@ -98,7 +98,7 @@ TEST_F(RegistryReading, MakesTheFolderAndAnEmptyLockFile) {
   EXPECT_EQ(readFile(lockFile), "");
 }
 
-TEST_F(RegistryReading, MakesTheLockFileWithTheModeOfTheProcess) {
+TEST_F(RegistryReading, AppliesTheUmaskToTheLockFile) {
   for (const auto& [mask, mode] : {std::pair{0027U, 0640U}, {0000U, 0666U}, {0077U, 0600U}}) {
     const ScopedUmask scopedMask(mask);
     EXPECT_EQ(readAll(), "true");
@@ -107,7 +107,7 @@ TEST_F(RegistryReading, MakesTheLockFileWithTheModeOfTheProcess) {
   }
 }
 
-TEST_F(RegistryReading, EmptiesAndKeepsAnExistingLockFile) {
+TEST_F(RegistryReading, TruncatesAndKeepsAnExistingLockFile) {
   writeFile(lockFile, "old");
   fs::permissions(lockFile, fs::perms::owner_read | fs::perms::owner_write);
   fs::create_hard_link(lockFile, root / "same");
@@ -125,12 +125,12 @@ TEST_F(RegistryReading, GivesTheRecordsInFileOrder) {
   EXPECT_FALSE(fs::exists(nextFile));
 }
 
-TEST_F(RegistryReading, OfAnEmptyFileGivesNothing) {
+TEST_F(RegistryReading, GivesNothingForAnEmptyFile) {
   writeFile(file, "");
   EXPECT_EQ(readAll(), "true");
 }
 
-TEST_F(RegistryReading, GoesOnAfterABadLine) {
+TEST_F(RegistryReading, ContinuesAfterABadLine) {
   writeFile(file, line(1) + "timestamp=2 event=I package=p\n" + line(3));
   const CapturedLog log;
   EXPECT_EQ(readAll(), line(1) + line(3) + "true");
@@ -138,7 +138,7 @@ TEST_F(RegistryReading, GoesOnAfterABadLine) {
                         "[W] Bad registry record found: 'timestamp=2 event=I package=p'\n");
 }
 
-TEST_F(RegistryReading, TakesOneLineAfterTheOther) {
+TEST_F(RegistryReading, HandlesEachLineBeforeReadingTheNext) {
   writeFile(file, "bad\n" + line(1) + "worse\n" + "timestamp=2 event=I package=p keyid=k odd\n" + "worst");
   const CapturedLog log;
   EXPECT_TRUE(Registry().foreachRecord(
@@ -164,7 +164,7 @@ TEST_F(RegistryReading, SkipsEmptyLinesSilently) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST_F(RegistryReading, DoesNotTakeALineOfSpacesForAnEmptyOne) {
+TEST_F(RegistryReading, ReportsALineOfSpacesAsBad) {
   writeFile(file, "  \n");
   const CapturedLog log;
   EXPECT_EQ(readAll(), "true");
@@ -181,12 +181,12 @@ TEST_F(RegistryReading, KeepsCarriageReturns) {
                         "[W] Bad registry record found: '\r'\n");
 }
 
-TEST_F(RegistryReading, TakesALastLineWithoutALineEnd) {
+TEST_F(RegistryReading, AcceptsALastLineWithoutALineEnd) {
   writeFile(file, line(1) + "timestamp=2 event=I package=p keyid=k");
   EXPECT_EQ(readAll(), line(1) + line(2) + "true");
 }
 
-TEST_F(RegistryReading, TakesLinesOfAMegabyte) {
+TEST_F(RegistryReading, AcceptsLinesOfAMegabyte) {
   const std::string megabyte(1 << 20, 'x');
   const std::string longLine = "timestamp=1 event=I package=" + megabyte + " keyid=k prev-keyids=" + megabyte + "\n";
   writeFile(file, longLine + "event=" + megabyte + "\n" + line(2));
@@ -202,7 +202,7 @@ TEST_F(RegistryReading, KeepsNullBytes) {
   EXPECT_EQ(readAll(), text + "true");
 }
 
-TEST_F(RegistryReading, FindsTheRootAfreshEachTime) {
+TEST_F(RegistryReading, LooksUpTheRootAgainEachTime) {
   writeFile(file, line(1));
   const Support::TempDirectory other;
   EXPECT_EQ(readAll(), line(1) + "true");
@@ -211,14 +211,14 @@ TEST_F(RegistryReading, FindsTheRootAfreshEachTime) {
   EXPECT_TRUE(fs::exists(other / "var/lib/krv/registry.lock"));
 }
 
-TEST_F(RegistryReading, FollowsALinkToTheRegistry) {
+TEST_F(RegistryReading, FollowsASymlinkToTheRegistry) {
   writeFile(root / "elsewhere", line(1));
   fs::create_directories(folder);
   fs::create_symlink(root / "elsewhere", file);
   EXPECT_EQ(readAll(), line(1) + "true");
 }
 
-// A file without a size may still have content, and reading it may wait for more without end.
+// A file of size 0 may have content, and reading it may block forever.
 TEST_F(RegistryReading, ReadsNothingFromAFileWithoutASize) {
   ASSERT_EQ(fs::file_size("/proc/version"), 0U);
   ASSERT_NE(readFile("/proc/version"), "");
@@ -241,7 +241,7 @@ TEST_F(RegistryReading, WaitsForALeaseOnTheRegistryAndOnTheLock) {
   EXPECT_TRUE(lockLease.wasBroken());
 }
 
-TEST_F(RegistryReading, TakesADanglingLinkForAMissingRegistry) {
+TEST_F(RegistryReading, TreatsADanglingSymlinkAsAMissingRegistry) {
   fs::create_directories(folder);
   fs::create_symlink("missing", file);
   const CapturedLog log;
@@ -249,7 +249,7 @@ TEST_F(RegistryReading, TakesADanglingLinkForAMissingRegistry) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST_F(RegistryReading, TakesARegistryThatCannotBeAskedAboutForAMissingOne) {
+TEST_F(RegistryReading, TreatsARegistryWhoseStatFailsAsMissing) {
   fs::create_directories(folder);
   fs::create_symlink("registry", file);
   const CapturedLog log;
@@ -257,7 +257,7 @@ TEST_F(RegistryReading, TakesARegistryThatCannotBeAskedAboutForAMissingOne) {
   EXPECT_EQ(log.text(), "[E] " + reasonOf([&] { return fs::exists(file); }) + "\n");
 }
 
-TEST_F(RegistryReading, FailsWhenTheRegistryIsNoRegularFile) {
+TEST_F(RegistryReading, FailsWhenTheRegistryIsNotARegularFile) {
   fs::create_directories(folder);
   for (const auto& make : std::vector<void (*)(const fs::path&)>{
            [](const fs::path& path) { fs::create_directory(path); }, Support::makeFifo, Support::makeSocket,
@@ -270,7 +270,7 @@ TEST_F(RegistryReading, FailsWhenTheRegistryIsNoRegularFile) {
   }
 }
 
-TEST_F(RegistryReading, FailsWhenTheRegistryMayNotBeRead) {
+TEST_F(RegistryReading, FailsWithoutReadPermission) {
   writeFile(file, line(1));
   const Support::OrdinaryUser user(root.path());
   const Support::ScopedPermissions permissions(file, fs::perms::none);
@@ -305,7 +305,7 @@ TEST_F(RegistryReading, FailsWhenTheLockFileCannotBeCreated) {
   }
 }
 
-TEST_F(RegistryReading, NeverFollowsALinkInThePlaceOfTheLockFile) {
+TEST_F(RegistryReading, NeverFollowsASymlinkAsLockFile) {
   writeFile(file, line(1, Event::Remove));
   writeFile(root / "stranger", "kept");
   for (const fs::path& target : {file, fs::path("registry"), root / "stranger", root / "missing", fs::path("/dev/null"),
@@ -324,11 +324,11 @@ TEST_F(RegistryReading, NeverFollowsALinkInThePlaceOfTheLockFile) {
   }
 }
 
-TEST_F(RegistryReading, ThrowsWhenTheFolderCannotBeMade) {
+TEST_F(RegistryReading, ThrowsWhenTheFolderCannotBeCreated) {
   writeFile(root / "var/lib", "");
   const std::string reason = reasonOf([&] { fs::create_directories(folder); });
-  const auto read = [] { Registry().foreachRecord([](const RegistryRecord&) {}); };
-  const auto write = [] { Registry().writeRecord(record(1)); };
+  const auto read = [] { return Registry().foreachRecord([](const RegistryRecord&) {}); };
+  const auto write = [] { return Registry().writeRecord(record(1)); };
   const CapturedLog log;
   EXPECT_EQ(errorOf(read), "Filesystem: Couldn't create directory: " + folder.string());
   EXPECT_EQ(errorOf(write), "Filesystem: Couldn't create directory: " + folder.string());
@@ -338,22 +338,23 @@ TEST_F(RegistryReading, ThrowsWhenTheFolderCannotBeMade) {
 TEST_F(RegistryReading, HoldsTheLockWhileItCallsBack) {
   writeFile(file, line(1) + line(2));
   int held = 0;
-  Registry().foreachRecord([&](const RegistryRecord&) { held += holdsALock(getpid()) ? 1 : 0; });
+  EXPECT_TRUE(Registry().foreachRecord([&](const RegistryRecord&) { held += holdsALock(getpid()) ? 1 : 0; }));
   EXPECT_EQ(held, 2);
   EXPECT_FALSE(holdsALock(getpid()));
 }
 
-TEST_F(RegistryReading, PassesOnWhatTheCallbackThrowsAndReleasesTheLock) {
+TEST_F(RegistryReading, PassesOnTheExceptionOfTheCallbackAndReleasesTheLock) {
   writeFile(file, line(1) + line(2));
   const CapturedLog log;
-  EXPECT_THROW(Registry().foreachRecord([](const RegistryRecord&) { throw std::length_error("mine"); }),
-               std::length_error);
-  EXPECT_THROW(Registry().foreachRecord([](const RegistryRecord&) { throw 42; }), int);
+  EXPECT_THROW(
+      static_cast<void>(Registry().foreachRecord([](const RegistryRecord&) { throw std::length_error("mine"); })),
+      std::length_error);
+  EXPECT_THROW(static_cast<void>(Registry().foreachRecord([](const RegistryRecord&) { throw 42; })), int);
   EXPECT_EQ(log.text(), "");
   EXPECT_FALSE(holdsALock(getpid()));
 }
 
-TEST_F(RegistryWriting, MakesTheRegistryWithTheModeOfTheProcess) {
+TEST_F(RegistryWriting, AppliesTheUmaskToTheRegistry) {
   const ScopedUmask mask(0027);
   const CapturedLog log;
   EXPECT_TRUE(Registry().writeRecord({Event::Update, -5, "p", "k3", {"k1", "k2"}}));
@@ -365,7 +366,7 @@ TEST_F(RegistryWriting, MakesTheRegistryWithTheModeOfTheProcess) {
   EXPECT_FALSE(holdsALock(getpid()));
 }
 
-TEST_F(RegistryWriting, DropsLinesThatAreNoRecords) {
+TEST_F(RegistryWriting, DropsBadLines) {
   writeFile(file, "bad\n\ntimestamp=+07  event=I package=q keyid=k odd");
   const CapturedLog log;
   EXPECT_TRUE(Registry().writeRecord(record(2)));
@@ -383,7 +384,7 @@ TEST_F(RegistryWriting, OverwritesAStaleNextFile) {
   EXPECT_FALSE(fs::exists(nextFile));
 }
 
-TEST_F(RegistryWriting, ReplacesALinkedRegistryByAFile) {
+TEST_F(RegistryWriting, ReplacesASymlinkToTheRegistryByAFile) {
   writeFile(root / "elsewhere", line(1));
   fs::create_directories(folder);
   fs::create_symlink(root / "elsewhere", file);
@@ -395,7 +396,7 @@ TEST_F(RegistryWriting, ReplacesALinkedRegistryByAFile) {
 
 TEST_F(RegistryWriting, ChecksTheEventBeforeItWritesAnything) {
   writeFile(file, line(1));
-  EXPECT_THROW(Registry().writeRecord(record(2, static_cast<Event>(3))), std::out_of_range);
+  EXPECT_THROW(static_cast<void>(Registry().writeRecord(record(2, static_cast<Event>(3)))), std::out_of_range);
   EXPECT_EQ(readFile(file), line(1));
   EXPECT_FALSE(fs::exists(nextFile));
   EXPECT_FALSE(fs::exists(lockFile));
@@ -410,7 +411,7 @@ TEST_F(RegistryWriting, FailsWhenTheRegistryCannotBeLoaded) {
   EXPECT_FALSE(fs::exists(nextFile));
 }
 
-TEST_F(RegistryWriting, FailsWhenTheRegistryCannotBeAskedAbout) {
+TEST_F(RegistryWriting, FailsWhenStatOfTheRegistryFails) {
   fs::create_directories(folder);
   fs::create_symlink("registry", file);
   const CapturedLog log;
@@ -437,7 +438,7 @@ TEST_F(RegistryWriting, FailsOnAFullDevice) {
   expectFailure("[E] Couldn't write records to the next registry: " + quoted(nextFile) + "\n");
 }
 
-TEST_F(RegistryWriting, FailsWhenTheFolderMayNotBeWritten) {
+TEST_F(RegistryWriting, FailsWithoutWritePermissionForTheFolder) {
   writeFile(lockFile, "");
   writeFile(file, "");
   const Support::OrdinaryUser user(root.path());
@@ -446,7 +447,7 @@ TEST_F(RegistryWriting, FailsWhenTheFolderMayNotBeWritten) {
   expectFailure("[E] Couldn't write records to the next registry: " + quoted(nextFile) + "\n");
 }
 
-TEST_F(RegistryWriting, FailsWhenTheNextFileMayNotGrow) {
+TEST_F(RegistryWriting, FailsAtTheFileSizeLimit) {
   std::string before;
   for (int i = 0; i < 100; ++i)
     before += "timestamp=1 event=I package=other keyid=k\n";
@@ -458,8 +459,8 @@ TEST_F(RegistryWriting, FailsWhenTheNextFileMayNotGrow) {
   EXPECT_EQ(readFile(file), before);
 }
 
-/// What is in the registry, what is added, and which of the former stay. Records are written "package/event/key" or
-/// "package/event/key/earlier keys"; the timestamps number them.
+/// The old records, the added record, and the old records that stay. A record is written "package/event/key" or
+/// "package/event/key/earlier keys"; its index is its timestamp.
 struct Pruning {
   std::vector<std::string> before;
   std::string added;
@@ -498,7 +499,7 @@ protected:
   }
 };
 
-TEST_F(RegistryPruning, LetsInstallationsAndRemovalsReplaceTheHistory) {
+TEST_F(RegistryPruning, InstallationsAndRemovalsReplaceTheHistory) {
   expectAll({
       {{}, "p/I/k1", {}},
       {{"p/I/k1", "p/U/k1", "p/R/k1"}, "p/I/k1", {}},
@@ -508,7 +509,7 @@ TEST_F(RegistryPruning, LetsInstallationsAndRemovalsReplaceTheHistory) {
   });
 }
 
-TEST_F(RegistryPruning, LetsUpdatesKeepInstallations) {
+TEST_F(RegistryPruning, UpdatesKeepInstallations) {
   expectAll({
       {{}, "p/U/k1", {}},
       {{"p/I/k1", "p/U/k1"}, "p/U/k2/k1", {0}},
@@ -517,7 +518,7 @@ TEST_F(RegistryPruning, LetsUpdatesKeepInstallations) {
   });
 }
 
-TEST_F(RegistryPruning, LeavesOtherPackagesAndUnrelatedKeysAlone) {
+TEST_F(RegistryPruning, KeepsOtherPackagesAndUnrelatedKeys) {
   expectAll({
       {{"p/I/k1"}, "p/R/k9", {0}},
       {{"p/I/k1", "p/U/k1", "p/R/k1"}, "p/U/k9", {0, 1, 2}},
@@ -532,9 +533,9 @@ TEST_F(RegistryPruning, FollowsTheKeyChainFromTheNewestToTheOldest) {
       {{"p/I/k1", "p/U/k2/k1"}, "p/R/k3/k2", {}},
       {{"p/I/k1", "p/U/k2/k1", "p/U/k3/k2", "p/U/k4/k3"}, "p/R/k4", {}},
       {{"p/I/k1", "p/U/k2", "p/U/k3/k1->k2"}, "p/R/k3", {}},
-      // The record that leads to k1 is older than the one signed with k1.
+      // The record that names k1 as an earlier key is older than the record signed with k1.
       {{"p/U/k2/k1", "p/I/k1"}, "p/R/k3/k2", {1}},
-      // The new record's own earlier keys only; what an earlier key signed is no key of the new one.
+      // Only the earlier keys of the new record count, not keys that have it as their earlier key.
       {{"p/I/k3"}, "p/R/k2/k1", {0}},
   });
 }
@@ -546,7 +547,7 @@ TEST_F(RegistryPruning, FollowsTheKeyChainThroughInstallationsThatStay) {
   });
 }
 
-TEST_F(RegistryPruning, FollowsNoKeyChainOfOthers) {
+TEST_F(RegistryPruning, IgnoresUnrelatedKeyChains) {
   expectAll({
       {{"p/I/k1", "q/U/k2/k1"}, "p/R/k2", {0, 1}},
       {{"p/I/k1", "p/U/k5/k1"}, "p/R/k2", {0, 1}},

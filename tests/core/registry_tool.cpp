@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 
-// The registry's operations as a program, for tests that need a second process or one in which system calls fail.
+// Runs one operation on the registry, for tests that need a second process or failing system calls.
 //
-//   registry_tool read           writes the line of each record
+//   registry_tool read           prints the line of each record
 //   registry_tool write LINE...  adds the records
 //
-// Exit status: 0 done, 1 the operation answered false, 2 it threw the error that is written, 3 usage.
+// Exit status: 0 success, 1 the operation returned false, 2 it threw; the error is printed; 3 wrong usage.
 
 #include "common/error/error.h"
 #include "core/registry.h"

@@ -29,7 +29,7 @@ Reason reasonFor(const std::vector<RegistryRecord>& records) {
   return verdict.reason;
 }
 
-TEST(Decision, InstallsWhatIsNotInstalled) {
+TEST(Decision, InstallsANewPackage) {
   EXPECT_EQ(reasonFor({}), Reason::NotInstalled);
 }
 
@@ -37,24 +37,25 @@ TEST(Decision, HonoursARemovalUnderTheSameKey) {
   EXPECT_EQ(reasonFor({record(Event::Remove, "app", "k3")}), Reason::RemovedByUser);
 }
 
-TEST(Decision, HonoursARemovalWhoseEarlierKeysHoldTheKey) {
+TEST(Decision, HonoursARemovalWithTheKeyAsAnEarlierKey) {
   EXPECT_EQ(reasonFor({record(Event::Remove, "app", "k5", {"k3", "k4"})}), Reason::RemovedByUser);
 }
 
-// The record's chain counts, not the file's: a package signed anew with a later key is another offer to the user.
-TEST(Decision, PassesOverARemovalUnderAnEarlierKeyOfTheFile) {
+// Only the record's key chain counts, not the file's: a package that is signed again with a later key is a new offer to
+// the user.
+TEST(Decision, IgnoresARemovalUnderAnEarlierKeyOfTheFile) {
   EXPECT_EQ(reasonFor({record(Event::Remove, "app", "k2", {"k1"})}), Reason::NotInstalled);
 }
 
-TEST(Decision, PassesOverARemovalUnderForeignKeys) {
+TEST(Decision, IgnoresARemovalUnderForeignKeys) {
   EXPECT_EQ(reasonFor({record(Event::Remove, "app", "x3", {"x1"})}), Reason::NotInstalled);
 }
 
-TEST(Decision, PassesOverInstallationsAndUpdates) {
+TEST(Decision, IgnoresInstallationsAndUpdates) {
   EXPECT_EQ(reasonFor({record(Event::Install, "app", "k3"), record(Event::Update, "app", "k3")}), Reason::NotInstalled);
 }
 
-TEST(Decision, PassesOverOtherNames) {
+TEST(Decision, IgnoresOtherNames) {
   EXPECT_EQ(reasonFor({record(Event::Remove, "ap", "k3"), record(Event::Remove, "apps", "k3"),
                        record(Event::Remove, "App", "k3"), record(Event::Remove, std::string("app\0", 4), "k3")}),
             Reason::NotInstalled);
@@ -67,7 +68,7 @@ TEST(Decision, FindsARemovalBehindOthers) {
 }
 
 Verdict verdictFor(const std::string& version, const std::string& installedVersion, const std::string& installedKey) {
-  // Records of a removal play no part for what is installed.
+  // Remove records do not matter for an installed package.
   const std::vector<RegistryRecord> records{record(Event::Remove, "app", "k3")};
   return decide(package(version), InstalledPackage{installedVersion, installedKey}, records);
 }

@@ -2,12 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
 
-#include "tests/support/pki.h"
+#include "tests/support/signing/pki.h"
 
 #include <algorithm>
 
 bool Device::isSanitized() {
-#if defined(__SANITIZE_ADDRESS__) // gcc's way to say it; the other one is clang's
+#if defined(__SANITIZE_ADDRESS__) // gcc's macro; __has_feature is clang's
   return true;
 #elif defined(__has_feature)
   return __has_feature(address_sanitizer);
@@ -46,7 +46,10 @@ std::unique_ptr<Support::Process> Device::start(const Support::Environment& envi
 }
 
 Device::Run Device::finish(Support::Process& tool) {
-  const Support::ProcessResult result = tool.wait();
+  return runOf(tool.wait());
+}
+
+Device::Run Device::runOf(const Support::ProcessResult& result) {
   Run run{result.status, result.output, std::nullopt};
   const std::string start = "[I] Time spent for pre-installation: ";
   const std::size_t line = run.log.rfind(start);

@@ -3,9 +3,9 @@
 #include "common/error/error.h"
 #include "common/rpm/reader.h"
 #include "tests/driver/device.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/pki.h"
-#include "tests/support/special_files.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/signing/pki.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -30,17 +30,17 @@ using Support::payloadOffset;
 using Support::readFile;
 using Support::writeFile;
 
-/// What has to become of an entry.
+/// The expected outcome of an entry.
 enum class Fate {
-  Offered,   ///< to the service, which takes it
-  Unnamable, ///< offered, but its path is no text for the bus
-  Skipped,   ///< as unreadable
-  Either,    ///< offered or skipped: the damage may lie where nobody looks
+  Offered,   ///< offered to the service, which installs it
+  Unnamable, ///< offered, but its path is not UTF-8, so the bus refuses it
+  Skipped,   ///< skipped as unreadable
+  Either,    ///< offered or skipped: the damage may be in unused bytes
 };
 
 constexpr std::size_t leadSize = 96;
 
-/// A pre-install directory that somebody filled to do harm.
+/// A pre-install directory that an attacker filled.
 class HostileDirectory : public testing::Test {
 protected:
   HostileDirectory() {
@@ -59,7 +59,7 @@ protected:
 
   fs::path in(const std::string& name) const { return m_device.preinstallDirectory() / name; }
 
-  /// One of the good packages.
+  /// A random good package.
   const std::string& anyPackage() { return std::next(m_templates.begin(), static_cast<long>(below(3)))->second; }
 
   void add(const std::string& name, std::string_view bytes, Fate fate) {
@@ -69,7 +69,7 @@ protected:
   void add(std::string_view bytes, Fate fate) { add("entry-" + std::to_string(m_fates.size()), bytes, fate); }
   void expect(const std::string& name, Fate fate) { ASSERT_TRUE(m_fates.emplace(in(name), fate).second) << name; }
 
-  /// A package without any digest of its headers, so that whatever is done to them reaches librpm's own checks.
+  /// A package without digests of its headers, so that librpm's own checks read the changed values.
   std::string withoutDigests(const std::function<void(Header)>& change = [](Header) {}) {
     m_device.rpm().build({}, templatePath("plain"));
     Support::changeHeader(templatePath("plain"), change);
@@ -110,8 +110,8 @@ std::string flipped(std::string bytes, std::size_t offset, std::size_t bit) {
   return bytes;
 }
 
-/// Where the signatures lie. They begin with an outer SEQUENCE, the type of the message and a tag: 19 bytes of which
-/// each bit matters.
+/// The offset of the signatures. They begin with an outer SEQUENCE, the type of the message and a tag: 19 bytes, in
+/// which each bit matters.
 std::size_t signaturesOffset(const std::string& package) {
   const std::size_t begin = package.find(std::string("\x06\x09\x2a\x86\x48\x86\xf7\x0d\x01\x07\x02", 11));
   EXPECT_NE(begin, std::string::npos);
@@ -184,14 +184,14 @@ void HostileDirectory::addAbsurd(int count) {
         }
   const std::size_t main = mainHeaderOffset(plain);
   const std::size_t entries = static_cast<unsigned char>(plain[main + 11]);
-  for (; count > 0; --count) { // type, offset or count of one tag; whole words of the data, strings' ends among them
+  for (; count > 0; --count) { // type, offset or count of one tag; whole words of the data, some at the end of a text
     const bool isEntry = count % 3 != 0;
     const std::size_t place = isEntry ? main + 16 + 16 * below(entries) + 4 * between(1, 4)
                                       : between(main + 16 + 16 * entries, payloadOffset(plain) - 4);
     const std::string number = numbers[below(numbers.size())];
     add(std::string(plain).replace(place, 4, isEntry ? number : "AAAA"), Fate::Either);
   }
-  // A main header that is as large as it says, in a file that takes no room; and names that are too large for the bus.
+  // A main header that is as large as it claims, in a sparse file; and names that are too long for the bus.
   add("sparse", plain.substr(0, main + 12) + numbers[5], Fate::Skipped);
   fs::resize_file(in("sparse"), 300'000'000);
   constexpr std::size_t longestName = 1024 * 1024;
@@ -217,7 +217,8 @@ void HostileDirectory::addGarbage(int count) {
   }
 }
 
-/// Payloads of half a megabyte that would become half a gigabyte. They are good packages to who does not unpack them.
+/// Payloads of half a megabyte that decompress to half a gigabyte. The tool does not decompress them, so they are good
+/// packages.
 void HostileDirectory::addBombs() {
   const std::string member = Support::runOrThrow({"sh", "-c", "head -c 67108864 /dev/zero | gzip -1"});
   std::string bomb;
@@ -256,13 +257,13 @@ void HostileDirectory::addSpecialFiles() {
   fs::create_symlink("/", in("link-to-root"));
   for (const char* name : {"fifo", "socket", "folder", "link-to-device", "link-to-fifo", "link-to-root"})
     expect(name, Fate::Skipped);
-  if (mknod(in("device").c_str(), S_IFCHR | 0600, makedev(1, 5)) == 0) // nobody but root can make /dev/zero
+  if (mknod(in("device").c_str(), S_IFCHR | 0600, makedev(1, 5)) == 0) // only root can create /dev/zero
     expect("device", Fate::Skipped);
   add("locked", m_templates["alice"], geteuid() == 0 ? Fate::Offered : Fate::Skipped);
   fs::permissions(in("locked"), fs::perms::none);
 }
 
-/// Takes `text` off the front of `log`.
+/// Removes `text` from the beginning of `log`; false if `log` does not begin with it.
 bool take(std::string_view& log, std::string_view text) {
   if (!log.starts_with(text))
     return false;
@@ -285,7 +286,7 @@ bool takeSkip(std::string_view& log, const fs::path& path) {
 
 const std::string noText = "Failed to serialize a string value (Invalid argument)\n";
 
-/// The lines of an offered package. The damage may have made its own name one that the bus does not take.
+/// Removes the lines of an offered package. The damage may have changed its name into one that the bus refuses.
 bool takeOffer(std::string_view& log, const fs::path& path, const std::string& outcome) {
   if (take(log, "[E] " + noText) &&
       !take(log, "[E] Failed to query information about installed package: " +
@@ -294,8 +295,8 @@ bool takeOffer(std::string_view& log, const fs::path& path, const std::string& o
   return take(log, outcome);
 }
 
-/// The log is the outcomes of all entries in the order of the listing, one for each, and nothing else; and what was
-/// asked of the service is what the log says.
+/// Expects exactly one outcome per entry in the log, in the order of the listing, and the matching calls to the
+/// service.
 void HostileDirectory::checkOutcomes(std::string_view log) const {
   std::vector<std::string> offered;
   for (const fs::path& path : m_device.entries()) {
@@ -322,8 +323,8 @@ void HostileDirectory::checkOutcomes(std::string_view log) const {
     EXPECT_EQ(installed[i], Support::installCall(offered[i]).arguments);
 }
 
-TEST_F(HostileDirectory, KeepsNoGoodPackageFromBeingInstalled) {
-  addGood(485); // 15 others have names or payloads of which a careless reader would take harm
+TEST_F(HostileDirectory, DoesNotPreventTheInstallationOfGoodPackages) {
+  addGood(485); // 15 others have names or payloads that harm a careless reader
   addTruncated(300);
   addFlipped(600);
   addAbsurd(400);
@@ -342,7 +343,7 @@ TEST_F(HostileDirectory, KeepsNoGoodPackageFromBeingInstalled) {
   checkOutcomes(run.log);
 }
 
-TEST_F(HostileDirectory, CannotBeListedWithALinkThatLeadsNowhere) {
+TEST_F(HostileDirectory, CannotBeListedWithADanglingSymlink) {
   addGood(1);
   fs::create_symlink("loop", in("loop"));
   const Device::Run run = m_device.run();

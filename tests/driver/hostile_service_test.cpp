@@ -1,16 +1,13 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
-#include "tests/support/fake_clock.h"
-#include "tests/support/fault.h"
-#include "tests/support/pki.h"
-#include "tests/support/wait.h"
+#include "tests/support/bus/fake_clock.h"
+#include "tests/support/faults/supervised.h"
+#include "tests/support/signing/pki.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <fstream>
 #include <string>
 
 namespace {
@@ -30,8 +27,7 @@ std::string installationLines(const std::string& message, const fs::path& path) 
   return "[E] Package installation error: " + message + "\n" + failedLine(path);
 }
 
-/// Two packages that are due, and a service that does harm to the first that the tool comes to. What is named after a
-/// package has its name.
+/// Two packages to install. The service misbehaves for `first`, the first one of the listing.
 class HostileService : public testing::Test {
 protected:
   HostileService() : HostileService(32 * mebibyte) {}
@@ -47,7 +43,7 @@ protected:
   ScriptedService::Script onQuery() { return m_device.service().onGetPackage(first.stem()); }
   ScriptedService::Script onInstallation() { return m_device.service().onInstall(first); }
 
-  /// The tool installs the second package whatever became of the first one.
+  /// Expects `firstLines` for the first package, and that the second one is installed.
   void expectLog(const Device::Run& run, const std::string& firstLines) const {
     EXPECT_EQ(run.log, firstLines + installedLine(second) + timeLine);
     EXPECT_EQ(run.status, 0);
@@ -60,7 +56,7 @@ protected:
 
 // Time
 
-TEST_F(HostileService, MayTakeItsTimeForAnAnswer) {
+TEST_F(HostileService, MayAnswerSlowly) {
   const Support::FakeClock clock;
   onQuery().whenReleased().fail("velta.KRV.Error.PackageNotExist");
   const auto tool = m_device.start(clock.environment());
@@ -71,7 +67,7 @@ TEST_F(HostileService, MayTakeItsTimeForAnAnswer) {
   EXPECT_THAT(run.seconds, testing::Optional(testing::AllOf(testing::Ge(24), testing::Lt(60))));
 }
 
-TEST_F(HostileService, MayTakeItsTimeForAnInstallation) {
+TEST_F(HostileService, MayInstallSlowly) {
   const Support::FakeClock clock;
   onInstallation().whenReleased().succeed();
   const auto tool = m_device.start(clock.environment());
@@ -82,7 +78,7 @@ TEST_F(HostileService, MayTakeItsTimeForAnInstallation) {
   EXPECT_THAT(run.seconds, testing::Optional(testing::AllOf(testing::Ge(299), testing::Lt(400))));
 }
 
-TEST_F(HostileService, CostsItsTimeLimitsWhenItNeverAnswers) {
+TEST_F(HostileService, DelaysTheRunByItsTimeLimitsIfItNeverAnswers) {
   const Support::FakeClock clock;
   clock.set("+0s x200");
   m_device.service().onGetPackage().keepSilent();
@@ -98,7 +94,7 @@ TEST_F(HostileService, CostsItsTimeLimitsWhenItNeverAnswers) {
 
 // Answers
 
-TEST_F(HostileService, CountsAsFailedWhenItsAnswerIsOfAnotherType) {
+TEST_F(HostileService, FailsIfItsAnswerHasAnotherType) {
   const std::string lines =
       queryLines("Failed to enter a container (No such device or address)", first) + installedLine(first);
   onQuery().succeed();
@@ -118,7 +114,7 @@ TEST_F(HostileService, MayAddToTheDictionary) {
   expectLog(m_device.run(), installedLine(first));
 }
 
-TEST_F(HostileService, IsTakenAtItsFirstWord) {
+TEST_F(HostileService, CountsWithTheFirstOfRepeatedKeys) {
   const std::string key = Support::Pki::instance().keyId("alice");
   onQuery().answer({{"general.version", "9-1"},
                     {"certificate.id", key},
@@ -131,23 +127,22 @@ TEST_F(HostileService, IsTakenAtItsFirstWord) {
 
 // Errors
 
-TEST_F(HostileService, MayFailWithoutAWord) {
+TEST_F(HostileService, MayFailWithoutAMessage) {
   onQuery().fail("velta.KRV.Error.Internal", "");
   onInstallation().fail("velta.KRV.Error.Internal", "");
   expectLog(m_device.run(), "[E] Failed to query information about installed package: " + first.stem().string() + "\n" +
                                 installationLines("", first));
 }
 
-TEST_F(HostileService, HasItsWordsWrittenAsTheyStand) {
+TEST_F(HostileService, HasItsMessagesLoggedUnchanged) {
   const std::string message = "one\r\n[I] two\n\n\x1b[2J\x01\x7f%s%n\\n\"three\" ";
   onQuery().fail("velta.KRV.Error.Internal", message);
   onInstallation().fail("velta.KRV.Error.Internal", message);
   expectLog(m_device.run(), queryLines(message, first) + installationLines(message, first));
 }
 
-TEST_F(HostileService, MayFailWithLongWords) {
-  const std::string name =
-      "velta.KRV.Error.PackageNotExist." + std::string(223, 'x'); // 255 bytes, as long as names get
+TEST_F(HostileService, MayFailWithLongMessages) {
+  const std::string name = "velta.KRV.Error.PackageNotExist." + std::string(223, 'x'); // 255 bytes, the longest name
   const std::string message(8 * mebibyte, 'm');
   onQuery().fail(name, message);
   onInstallation().fail(name, message);
@@ -159,7 +154,7 @@ TEST_F(HostileService, MayFailWithLongWords) {
 
 // Size
 
-TEST_F(HostileService, IsCutOffByTheBusWhenItsAnswerIsTooLarge) {
+TEST_F(HostileService, IsDisconnectedByTheBusIfItsAnswerIsTooLarge) {
   onQuery().answer({{"general.version", std::string(33 * mebibyte, 'v')}});
   const auto run = m_device.run();
   EXPECT_EQ(run.log, queryLines(noReply, first) + installationLines(noService, first) + queryLines(noService, second) +
@@ -171,7 +166,7 @@ class HostileServiceOnAWideBus : public HostileService {
 protected:
   HostileServiceOnAWideBus() : HostileService(128 * mebibyte) {}
 
-  /// So many bytes; less with AddressSanitizer, which copies a growing message each time that it grows.
+  /// `count` MiB; less with AddressSanitizer, which copies a growing message each time it grows.
   static std::size_t mebibytes(std::size_t count) { return count * mebibyte / (Device::isSanitized() ? 4 : 1); }
 };
 
@@ -197,7 +192,7 @@ TEST_F(HostileServiceOnAWideBus, MayAnswerWith64MebibytesOfEntries) {
 
 // Coming and going
 
-TEST_F(HostileService, MayBeSucceededBetweenTwoCalls) {
+TEST_F(HostileService, MayBeReplacedBetweenTwoCalls) {
   onQuery().beforeLeaving().fail("velta.KRV.Error.PackageNotExist");
   ScriptedService successor(ScriptedService::Claim::OrWait);
   successor.onInstall(second).fail("velta.KRV.Error.Internal", "the new one");
@@ -209,14 +204,14 @@ TEST_F(HostileService, MayBeSucceededBetweenTwoCalls) {
                                             Support::installCall(second)}));
 }
 
-TEST_F(HostileService, MayBeSucceededBetweenTwoPackages) {
+TEST_F(HostileService, MayBeReplacedBetweenTwoPackages) {
   onInstallation().beforeLeaving().succeed();
   const ScriptedService successor(ScriptedService::Claim::OrWait);
   expectLog(m_device.run(), installedLine(first));
   EXPECT_EQ(successor.calls(), (std::vector{Support::getPackageCall(second.stem()), Support::installCall(second)}));
 }
 
-TEST_F(HostileService, LosesTheInstallationDuringWhichItIsSucceeded) {
+TEST_F(HostileService, FailsTheInstallationDuringWhichItIsReplaced) {
   onInstallation().die();
   const ScriptedService successor(ScriptedService::Claim::OrWait);
   expectLog(m_device.run(), installationLines(noReply, first));
@@ -250,17 +245,16 @@ TEST_F(HostileService, MayLoseItsBusDuringAnInstallation) {
 }
 
 TEST_F(HostileService, MayLoseItsBusBetweenTwoPackages) {
-  const auto tool = m_device.start(Support::fault("open", 1, "SIGSTOP", second));
-  ASSERT_TRUE(Support::waitUntil([&] {
-    std::ifstream status("/proc/" + std::to_string(tool->id()) + "/status");
-    std::string line;
-    while (std::getline(status, line) && !line.starts_with("State:")) {
-    }
-    return line.starts_with("State:\tT");
-  }));
-  m_device.bus().stop();
-  tool->signal(SIGCONT);
-  const auto run = Device::finish(*tool);
+  if (!Support::canSupervise())
+    GTEST_SKIP() << "the kernel, or what confines this process, does not let processes be supervised";
+  const auto stopBus = [this](const Support::SeenCall&) {
+    m_device.bus().stop();
+    return 0;
+  };
+  const auto run = Device::runOf(Support::runSupervised({Support::program("krv-pre-installer")},
+                                                        {{"KRV_ROOT_FS", m_device.root().string()}}, m_device.root(),
+                                                        {}, Support::beforeNth("open", 1, second, stopBus))
+                                     .process);
   EXPECT_EQ(run.log, installedLine(first) + queryLines(cut, second) + installationLines(noBus, second) + timeLine);
   EXPECT_EQ(run.status, 0);
 }

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/pki.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ using Support::Pki;
 using Support::readFile;
 using Support::writeFile;
 
-/// The programs under valgrind: they have to do what they always do, and no error and no leak may be found.
+/// Runs the programs under valgrind: their results must be the usual ones, without errors and leaks.
 class MemoryCheck : public testing::Test {
 protected:
   void SetUp() override {

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include <rpm/rpmver.h>
 
-/// Preloaded into the tool, this takes the place of librpm's function, which never gives such a result today.
+/// Preloaded into the tool, this replaces librpm's function, which never returns such a value today.
 int rpmverCmp(rpmver /*first*/, rpmver /*second*/) {
   return 2;
 }

@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
-#include "tests/support/open_pgp_key.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/pki.h"
-#include "tests/support/special_files.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/packages/open_pgp_key.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 
@@ -27,7 +27,7 @@ class OddEntries : public testing::Test {
 protected:
   fs::path in(const std::string& name) const { return m_device.preinstallDirectory() / name; }
 
-  /// The log of a run in which every entry has its expected lines, or is installed.
+  /// The expected log: each entry has its lines in `linesOf`, or is installed.
   std::string expectedLog(const std::map<std::string, std::string>& linesOf) const {
     std::string log;
     for (const fs::path& path : m_device.entries()) {
@@ -40,7 +40,7 @@ protected:
   Device m_device;
 };
 
-TEST_F(OddEntries, AreSkippedWithoutHangingWhenTheyAreNoRegularFiles) {
+TEST_F(OddEntries, AreSkippedWithoutBlockingIfTheyAreNotRegularFiles) {
   m_device.add({});
   Support::makeFifo(in("fifo.rpm"));
   fs::create_symlink("fifo.rpm", in("link-to-fifo.rpm"));
@@ -56,7 +56,7 @@ TEST_F(OddEntries, AreSkippedWithoutHangingWhenTheyAreNoRegularFiles) {
   EXPECT_EQ(run.status, 0);
 }
 
-TEST_F(OddEntries, AreSkippedWhenTheyAreNoPackages) {
+TEST_F(OddEntries, AreSkippedIfTheyAreNotPackages) {
   writeFile(in("text.rpm"), "This is no package.\n");
   writeFile(in("empty.rpm"), "");
   writeFile(in("README"), std::string(100000, 'x'));
@@ -68,7 +68,7 @@ TEST_F(OddEntries, AreSkippedWhenTheyAreNoPackages) {
   EXPECT_EQ(run.status, 0);
 }
 
-TEST_F(OddEntries, AreFollowedWhenTheyAreLinksToPackages) {
+TEST_F(OddEntries, AreFollowedIfTheyAreSymlinksToPackages) {
   m_device.rpm().build({}, m_device.root() / "elsewhere.rpm");
   Support::sign(m_device.root() / "elsewhere.rpm", "alice");
   fs::create_symlink(m_device.root() / "elsewhere.rpm", in("link.rpm"));
@@ -85,7 +85,7 @@ TEST_F(OddEntries, MayHaveNamesThatNeedQuoting) {
     EXPECT_TRUE(call.member == "GetPackage" || call.member == "Install");
 }
 
-TEST_F(OddEntries, AreRefusedByTheBusWhenTheirNamesAreNoText) {
+TEST_F(OddEntries, AreRefusedByTheBusIfTheirNamesAreNotUtf8) {
   m_device.add({}, "alice", {}, "\xff.rpm");
   EXPECT_EQ(m_device.run().log,
             "[E] Package installation error: Failed to serialize a string value (Invalid argument)\n" +
@@ -141,7 +141,7 @@ TEST_F(OddEntries, AreSkippedWhenSignedWithAnUnknownOpenPgpKey) {
   EXPECT_EQ(m_device.run().log, unreadableLines(unreadable, path) + timeLine);
 }
 
-TEST_F(OddEntries, AreSkippedWhenTheyMayNotBeRead) {
+TEST_F(OddEntries, AreSkippedIfTheyAreUnreadable) {
   if (geteuid() == 0)
     GTEST_SKIP() << "root may read every file";
   const fs::path path = m_device.add({});

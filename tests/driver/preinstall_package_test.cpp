@@ -2,11 +2,11 @@
 // SPDX-License-Identifier: MIT
 #include "driver/preinstall_package.h"
 #include "tests/driver/device.h"
-#include "tests/support/environment.h"
-#include "tests/support/expected_errors.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/pki.h"
-#include "tests/support/preload.h"
+#include "tests/support/diagnostics/expected_errors.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/process/preload.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 #include <rpm/rpmtag.h>
@@ -46,13 +46,13 @@ const std::string removedLine = "[I] The package was manually removed by the use
 
 // Not installed
 
-TEST_F(Preinstall, InstallsWhatIsNotInstalled) {
+TEST_F(Preinstall, InstallsANewPackage) {
   const fs::path path = m_device.add({});
   EXPECT_EQ(m_device.run().log, installedLine(path) + timeLine);
   EXPECT_EQ(m_device.service().calls(), (std::vector{getPackageCall("sample"), installCall(path)}));
 }
 
-TEST_F(Preinstall, AsksForTheNameInTheHeaderWhateverTheFileIsCalled) {
+TEST_F(Preinstall, AsksForTheNameInTheHeaderNotTheFileName) {
   const fs::path path = m_device.add({.name = "inner"}, "alice", {}, "outer");
   EXPECT_EQ(m_device.run().log, installedLine(path) + timeLine);
   EXPECT_EQ(m_device.service().calls(), (std::vector{getPackageCall("inner"), installCall(path)}));
@@ -65,7 +65,7 @@ TEST_F(Preinstall, HonoursARemovalUnderTheSameKey) {
   EXPECT_EQ(m_device.service().calls(), (std::vector{getPackageCall("sample")}));
 }
 
-TEST_F(Preinstall, HonoursARemovalWhoseChainHoldsTheKey) {
+TEST_F(Preinstall, HonoursARemovalWithTheKeyInItsChain) {
   const fs::path path = m_device.add({});
   writeFile(m_device.registry(),
             removal("sample", keyId("alice-2") + " prev-keyids=" + keyId("bob") + "->" + keyId("alice")));
@@ -92,7 +92,7 @@ TEST_F(Preinstall, InstallsWhenTheRegistryHasOnlyOtherEventsAndNames) {
   EXPECT_EQ(m_device.run().log, installedLine(path) + timeLine);
 }
 
-TEST_F(Preinstall, LeavesTheRegistryAsItIs) {
+TEST_F(Preinstall, DoesNotChangeTheRegistry) {
   m_device.add({});
   const std::string content = removal("other", "k") + "\nbad line\r\n" + removal("last", "without newline");
   writeFile(m_device.registry(), content);
@@ -158,11 +158,11 @@ TEST_F(Preinstall, NeverReadsTheRegistryAgainAfterASuccess) {
   ASSERT_TRUE(m_device.service().waitForCalls(2));
   writeFile(m_device.registry(), removal(paths[1].stem(), keyId("alice")));
   m_device.service().release();
-  // The first read found no registry at all, and that was a success.
+  // The first read found no registry, which is a success.
   EXPECT_EQ(Device::finish(*tool).log, installedLine(paths[0]) + installedLine(paths[1]) + timeLine);
 }
 
-// The registry cache, of a caller in the same process
+// The registry cache of a caller in the same process
 
 static_assert(std::is_same_v<RegistryCache, std::optional<std::vector<Core::KRV::RegistryRecord>>>);
 
@@ -190,12 +190,12 @@ TEST_F(PreinstallCache, HoldsTheRemovalsInFileOrder) {
                                                              {Event::Remove, 3, "b", "k1", {}}}));
 }
 
-TEST_F(PreinstallCache, IsFilledByAnEmptyRegistryToo) {
+TEST_F(PreinstallCache, IsFilledByAnEmptyRegistry) {
   EXPECT_EQ(preinstall(m_device.add({})), PreinstallOutcome::Installed);
   EXPECT_EQ(m_cache, std::vector<Core::KRV::RegistryRecord>());
 }
 
-TEST_F(PreinstallCache, OfACallerDecidesByItsRemovalsWhateverElseItHolds) {
+TEST_F(PreinstallCache, OnlyRemovalsDecide) {
   const fs::path path = m_device.add({});
   writeFile(m_device.registry(), removal("sample", keyId("alice")));
   m_cache = {{Event::Install, 1, "sample", keyId("alice"), {}},
@@ -215,7 +215,7 @@ struct Update {
   const char* release;
   const char* installedVersion;
   const char* installedDeveloper;
-  const char* refusal; ///< the line without its path; nothing when it is to be installed
+  const char* refusal; ///< the log line without its path; null if it is installed
 };
 
 class PreinstallUpdate : public Preinstall, public testing::WithParamInterface<Update> {};
@@ -232,17 +232,17 @@ TEST_P(PreinstallUpdate, FollowsTheVersionAndTheDeveloper) {
   EXPECT_FALSE(fs::exists(m_device.root() / "var")) << "the registry plays no part for an installed package";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, PreinstallUpdate,
-    testing::Values(Update{"1.0", "2", "1.0-1", "alice-3", nullptr}, Update{"1.0", "2", "1.0-1", "alice-2", nullptr},
-                    Update{"1.10", "1", "1.9-7", "alice", nullptr},
-                    Update{"1.0", "2", "1.0-1", "bob", otherDeveloperLine.c_str()},
-                    Update{"1.0", "1", "1.0-1", "alice-3", notNewerLine.c_str()},
-                    Update{"1.0", "1", "1.0-2", "alice-3", notNewerLine.c_str()},
-                    Update{"1.0", "1", "1.0-2", "bob", notNewerLine.c_str()},
-                    // The file's epoch is not used, the installed version's own text is taken as it is.
-                    Update{"1.0", "1", "2.0-1", "alice-3", notNewerLine.c_str()},
-                    Update{"3.0", "1", "1:2.0-1", "alice-3", notNewerLine.c_str()}));
+INSTANTIATE_TEST_SUITE_P(Table, PreinstallUpdate,
+                         testing::Values(Update{"1.0", "2", "1.0-1", "alice-3", nullptr},
+                                         Update{"1.0", "2", "1.0-1", "alice-2", nullptr},
+                                         Update{"1.10", "1", "1.9-7", "alice", nullptr},
+                                         Update{"1.0", "2", "1.0-1", "bob", otherDeveloperLine.c_str()},
+                                         Update{"1.0", "1", "1.0-1", "alice-3", notNewerLine.c_str()},
+                                         Update{"1.0", "1", "1.0-2", "alice-3", notNewerLine.c_str()},
+                                         Update{"1.0", "1", "1.0-2", "bob", notNewerLine.c_str()},
+                                         // The file's epoch is ignored; the installed version is compared as it is.
+                                         Update{"1.0", "1", "2.0-1", "alice-3", notNewerLine.c_str()},
+                                         Update{"3.0", "1", "1:2.0-1", "alice-3", notNewerLine.c_str()}));
 
 TEST_F(Preinstall, UpdatesOverAVersionThatCannotBeParsed) {
   const fs::path path = m_device.add({});
@@ -268,7 +268,7 @@ TEST_F(Preinstall, UpdatesWhenTheComparisonIsOdd) {
 
 // The service's answers
 
-TEST_F(Preinstall, TakesAnIncompleteAnswerForNotInstalled) {
+TEST_F(Preinstall, TreatsAnIncompleteAnswerAsNotInstalled) {
   const fs::path path = m_device.add({});
   m_device.service().onGetPackage().answer({{"certificate.id", keyId("bob")}});
   EXPECT_EQ(m_device.run().log, "[E] Failed to determinate package version: sample\n" + installedLine(path) + timeLine);
@@ -277,7 +277,7 @@ TEST_F(Preinstall, TakesAnIncompleteAnswerForNotInstalled) {
             "[E] Failed to determinate package developer key id: sample\n" + installedLine(path) + timeLine);
 }
 
-TEST_F(Preinstall, TakesAFailedQueryForNotInstalledAndLooksIntoTheRegistry) {
+TEST_F(Preinstall, TreatsAFailedQueryAsNotInstalledAndReadsTheRegistry) {
   const fs::path path = m_device.add({});
   writeFile(m_device.registry(), removal("sample", keyId("alice")));
   m_device.service().onGetPackage().fail("velta.KRV.Error.CorruptedInstalledPackage", "Broken");
@@ -285,7 +285,7 @@ TEST_F(Preinstall, TakesAFailedQueryForNotInstalledAndLooksIntoTheRegistry) {
                                     removedLine + quoted(path) + "\n" + skippedLine(path) + timeLine);
 }
 
-TEST_F(Preinstall, TakesAnAnswerOfTheWrongTypeForNotInstalled) {
+TEST_F(Preinstall, TreatsAnAnswerOfTheWrongTypeAsNotInstalled) {
   const fs::path path = m_device.add({});
   m_device.service().onGetPackage().answerAs("s", "1.0-1");
   EXPECT_EQ(m_device.run().log, "[E] Failed to enter a container (No such device or address)\n"
@@ -303,7 +303,7 @@ TEST_F(Preinstall, TakesTheFirstOfRepeatedKeys) {
   EXPECT_EQ(m_device.run().log, installedLine(path) + timeLine);
 }
 
-TEST_F(Preinstall, TakesEveryErrorOfAQueryForNotInstalled) {
+TEST_F(Preinstall, TreatsEveryErrorOfAQueryAsNotInstalled) {
   const fs::path path = m_device.add({});
   for (const auto& expected : Support::expectedErrors) {
     m_device.service().onGetPackage().fail(expected.dbusName, expected.message);
@@ -338,12 +338,12 @@ TEST_F(Preinstall, SkipsAnUnsignedPackage) {
   EXPECT_TRUE(m_device.service().calls().empty());
 }
 
-TEST_F(Preinstall, SkipsAPackageSignedByASourceOnly) {
+TEST_F(Preinstall, SkipsAPackageSignedOnlyByASource) {
   const fs::path path = m_device.add({}, "source");
   EXPECT_EQ(m_device.run().log, unreadableLines("Package doesn't have developer signature", path) + timeLine);
 }
 
-TEST_F(Preinstall, LeavesItToTheServiceToVerifyTheSignature) {
+TEST_F(Preinstall, DoesNotVerifyTheSignature) {
   const fs::path path = m_device.add({}, "foreign");
   std::string bytes = Support::readFile(path);
   bytes.back() = static_cast<char>(~bytes.back());
@@ -351,7 +351,7 @@ TEST_F(Preinstall, LeavesItToTheServiceToVerifyTheSignature) {
   EXPECT_EQ(m_device.run().log, installedLine(path) + timeLine);
 }
 
-TEST_F(Preinstall, SkipsAPackageWhoseSignaturesAreOutOfForm) {
+TEST_F(Preinstall, SkipsAPackageWithMalformedSignatures) {
   const fs::path path = m_device.add({}, "");
   PackageSignatures::replaceContainer(path, "no CMS");
   EXPECT_EQ(m_device.run().log,
@@ -365,7 +365,7 @@ TEST_F(Preinstall, SkipsAPackageWithoutARelease) {
   EXPECT_EQ(m_device.run().log, unreadableLines("Couldn't retrieve rpm tag from package (type=1002)", path) + timeLine);
 }
 
-TEST_F(Preinstall, NamesTheMissingVersionOfAPackageWithoutVersionAndRelease) {
+TEST_F(Preinstall, ReportsAMissingVersionBeforeAMissingRelease) {
   const fs::path path = m_device.add({}, "");
   Support::hideTag(path, RPMTAG_VERSION);
   Support::hideTag(path, RPMTAG_RELEASE);
@@ -373,7 +373,7 @@ TEST_F(Preinstall, NamesTheMissingVersionOfAPackageWithoutVersionAndRelease) {
   EXPECT_EQ(m_device.run().log, unreadableLines("Couldn't retrieve rpm tag from package (type=1001)", path) + timeLine);
 }
 
-TEST_F(Preinstall, SkipsAPackageWhoseNameDependsOnTheLanguage) {
+TEST_F(Preinstall, SkipsAPackageWithATranslatedName) {
   const fs::path path = m_device.add({}, "");
   Support::changeHeader(path, [](Header header) {
     headerDel(header, RPMTAG_NAME);

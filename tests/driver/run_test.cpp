@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
-#include "tests/support/any_bus.h"
-#include "tests/support/open_pgp_key.h"
-#include "tests/support/pki.h"
-#include "tests/support/wait.h"
+#include "tests/support/bus/any_bus.h"
+#include "tests/support/packages/open_pgp_key.h"
+#include "tests/support/process/wait.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 
@@ -32,7 +32,7 @@ protected:
   Device m_device;
 };
 
-/// What a whole run says depends on the bus where the service goes.
+/// Runs whose log depends on the bus, because the service is missing or disappears.
 class RunOnBus : public Support::AnyBus {
 protected:
   void SetUp() override {
@@ -87,7 +87,7 @@ TEST_F(Run, EndsWhenTheDirectoryIsAFile) {
   EXPECT_EQ(run.status, 1);
 }
 
-TEST_F(Run, EndsWhenALinkInTheDirectoryDangles) {
+TEST_F(Run, EndsWhenTheDirectoryHasADanglingSymlink) {
   m_device.add({});
   const fs::path link = m_device.preinstallDirectory() / "dangling.rpm";
   fs::create_symlink("nowhere", link);
@@ -97,14 +97,14 @@ TEST_F(Run, EndsWhenALinkInTheDirectoryDangles) {
   EXPECT_EQ(run.status, 1);
 }
 
-TEST_F(Run, SaysOnlyTheTimeForAnEmptyDirectory) {
+TEST_F(Run, LogsOnlyTheTimeForAnEmptyDirectory) {
   const auto run = m_device.run();
   EXPECT_EQ(run.log, timeLine);
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(m_device.service().calls(), std::vector<Support::ReceivedCall>());
 }
 
-TEST_F(Run, LeavesTheRegistryAloneWhenNothingAsksForIt) {
+TEST_F(Run, DoesNotReadTheRegistryWithoutNeed) {
   m_device.run();
   EXPECT_FALSE(fs::exists(m_device.root() / "var"));
 }
@@ -133,7 +133,7 @@ TEST_F(Run, ReportsEachOutcomeInTheOrderOfTheListing) {
   EXPECT_EQ(m_device.service().calls(), calls);
 }
 
-TEST_F(Run, ListsOneLevelOnly) {
+TEST_F(Run, ListsOnlyOneLevel) {
   const fs::path folder = m_device.preinstallDirectory() / "folder";
   m_device.rpm().build({}, folder / "inside.rpm");
   const auto run = m_device.run();
@@ -166,19 +166,19 @@ TEST_F(Run, CountsWholeSecondsOfItsOwnTime) {
 }
 
 TEST_F(Run, WritesEachLineAtOnce) {
-  const fs::path refused = m_device.add({}, "");
-  m_device.add({.name = "waiting"});
+  m_device.add({.name = "a"});
+  m_device.add({.name = "b"});
+  const fs::path refused = m_device.entries().front();
+  writeFile(refused, "not a package\n"); // keeps the order of the entries
   m_device.service().onInstall().whenReleased().succeed();
   const auto tool = m_device.start();
   ASSERT_TRUE(m_device.service().waitForCalls(2));
-  const std::string soFar =
-      m_device.entries().front() == refused ? unreadableLines("Package doesn't have developer signature", refused) : "";
-  EXPECT_EQ(tool->outputSoFar(), soFar);
+  EXPECT_EQ(tool->outputSoFar(), unreadableLines("Couldn't read rpm package", refused));
   m_device.service().release();
   Device::finish(*tool);
 }
 
-TEST_P(RunOnBus, GoesOnWhenTheServiceLeavesBetweenTwoCalls) {
+TEST_P(RunOnBus, ContinuesWhenTheServiceLeavesBetweenTwoCalls) {
   const fs::path path = m_device->add({});
   m_device->service().onGetPackage().beforeLeaving().fail("velta.KRV.Error.PackageNotExist");
   const auto run = m_device->run();
@@ -186,7 +186,7 @@ TEST_P(RunOnBus, GoesOnWhenTheServiceLeavesBetweenTwoCalls) {
   EXPECT_EQ(run.status, 0);
 }
 
-TEST_P(RunOnBus, GoesOnWhenTheServiceDiesDuringAnInstallation) {
+TEST_P(RunOnBus, ContinuesWhenTheServiceDiesDuringAnInstallation) {
   m_device->add({.name = "a"});
   m_device->add({.name = "b"});
   const std::vector<fs::path> paths = m_device->entries();
@@ -199,7 +199,44 @@ TEST_P(RunOnBus, GoesOnWhenTheServiceDiesDuringAnInstallation) {
   EXPECT_EQ(run.status, 0);
 }
 
-TEST_F(Run, StopsWithItsTimeAndTheReasonWhenTheRegistryFolderCannotBeMade) {
+TEST_P(RunOnBus, HasAllLinesOfEachPackageWhenTheServiceDiesAtEachCall) {
+  m_device->removeService();
+  m_device->bus().provide("velta.KRV", Support::program("test-dying-service"));
+  for (const char* name : {"a", "b", "c"})
+    m_device->add({.name = name});
+  std::string expected;
+  for (const fs::path& path : m_device->entries())
+    expected += "[E] " + texts().noReply +
+                "\n[E] Failed to query information about installed package: " + path.stem().string() +
+                "\n[E] Package installation error: " + texts().noReply + "\n" + failedLine(path);
+  const auto run = m_device->run();
+  EXPECT_EQ(run.log, expected + timeLine);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_LT(run.seconds.value(), 10);
+}
+
+/// It could be started once and never again, as a service whose own state it cannot read.
+TEST_P(RunOnBus, HasAllLinesOfEachPackageWhenTheServiceCannotBeStartedAgain) {
+  m_device->removeService();
+  const fs::path service = m_device->root() / "service";
+  writeFile(service, "#!/bin/sh\nmkdir '" + (m_device->root() / "started").string() +
+                         "' 2>/dev/null || exit 1\nexec '" + Support::program("test-dying-service").string() + "'\n");
+  fs::permissions(service, fs::perms::owner_all);
+  m_device->bus().provide("velta.KRV", service);
+  for (const char* name : {"a", "b", "c"})
+    m_device->add({.name = name});
+  std::string expected;
+  for (const fs::path& path : m_device->entries())
+    expected += "[E] " + (expected.empty() ? texts().noReply : texts().deadService) +
+                "\n[E] Failed to query information about installed package: " + path.stem().string() +
+                "\n[E] Package installation error: " + texts().deadService + "\n" + failedLine(path);
+  const auto run = m_device->run();
+  EXPECT_EQ(run.log, expected + timeLine);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_LT(run.seconds.value(), 10);
+}
+
+TEST_F(Run, StopsWithItsTimeAndTheReasonWhenTheRegistryFolderCannotBeCreated) {
   m_device.add({});
   writeFile(m_device.root() / "var", "in the way");
   const auto run = m_device.run();
@@ -216,7 +253,7 @@ TEST_F(Run, NeedsNoRegistryFolderForInstalledPackages) {
   EXPECT_EQ(m_device.run().log, installedLine(path) + timeLine);
 }
 
-TEST_F(Run, EndsAllTheSameWhenNobodyCanReadItsLog) {
+TEST_F(Run, ContinuesWithoutAReaderOfItsLog) {
   m_device.add({});
   Support::Process tool({"sh", "-c", "\"$0\" >/dev/full", Support::program("krv-pre-installer")},
                         {{"KRV_ROOT_FS", m_device.root().string()}});
@@ -224,7 +261,7 @@ TEST_F(Run, EndsAllTheSameWhenNobodyCanReadItsLog) {
   EXPECT_EQ(m_device.service().calls().size(), 2U);
 }
 
-/// Runs of a tool that does not find its standard streams as it should.
+/// Runs with closed or broken standard streams.
 class RunWithOddStreams : public Run {
 protected:
   RunWithOddStreams() {
@@ -233,7 +270,7 @@ protected:
   }
 
   Support::ProcessResult runAfter(const std::function<void()>& beforeStart) {
-    // SQLite leaves memory behind when librpm's database must not grow.
+    // SQLite leaks memory if librpm's database cannot grow.
     Support::Process tool({Support::program("krv-pre-installer")},
                           {{"KRV_ROOT_FS", m_device.root().string()}, {"ASAN_OPTIONS", "detect_leaks=0"}}, ".",
                           beforeStart);
@@ -249,12 +286,12 @@ protected:
     return calls;
   }
 
-  /// What a descriptor of a running tool leads to.
+  /// The target of a descriptor of a running tool.
   static fs::path streamOf(const Support::Process& tool, int number) {
     return fs::read_symlink("/proc/" + std::to_string(tool.id()) + "/fd/" + std::to_string(number));
   }
 
-  /// Leads a stream into a pipe that nobody reads.
+  /// Replaces a descriptor by a pipe without a reader.
   static void breakStream(int number) {
     int ends[2];
     if (pipe(ends) != 0)
@@ -265,13 +302,13 @@ protected:
   }
 };
 
-TEST_F(RunWithOddStreams, GoesOnWhenTheReaderOfItsLogGoesAway) {
+TEST_F(RunWithOddStreams, ContinuesWhenTheReaderOfItsLogDisappears) {
   EXPECT_EQ(runAfter([] { breakStream(STDOUT_FILENO); }).status, 0);
   EXPECT_EQ(m_device.service().calls(), allCalls());
 }
 
-// librpm writes to standard error, at times while its own handlers of signals are in place.
-TEST_F(RunWithOddStreams, GoesOnWhenTheReaderOfItsErrorsGoesAway) {
+// librpm writes to standard error, sometimes while its own signal handlers are installed.
+TEST_F(RunWithOddStreams, ContinuesWhenTheReaderOfItsErrorsDisappears) {
   const fs::path sealed = m_device.add({.name = "sealed"}, "");
   const Support::OpenPgpKey key(m_device.rpm());
   key.sign(sealed);
@@ -280,7 +317,7 @@ TEST_F(RunWithOddStreams, GoesOnWhenTheReaderOfItsErrorsGoesAway) {
   EXPECT_EQ(std::ranges::count(result.output, '\n'), 2 + 3 + 1);
 }
 
-TEST_F(RunWithOddStreams, PutsNothingElseInThePlaceOfAClosedOne) {
+TEST_F(RunWithOddStreams, DoesNotReuseTheNumberOfAClosedStream) {
   m_device.service().onInstall().whenReleased().succeed();
   const auto closing = [&](const std::vector<int>& numbers) {
     return std::make_unique<Support::Process>(std::vector{Support::program("krv-pre-installer").string()},
@@ -292,7 +329,7 @@ TEST_F(RunWithOddStreams, PutsNothingElseInThePlaceOfAClosedOne) {
   };
   const auto withoutOutput = closing({STDOUT_FILENO});
   const auto withoutAny = closing({STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO});
-  // Each has everything open that it ever opens when it asks for its first installation.
+  // When the tools ask for their first installation, all descriptors that they ever open are open.
   ASSERT_TRUE(m_device.service().waitForCalls(4));
   EXPECT_EQ(streamOf(*withoutOutput, STDOUT_FILENO), "/dev/null");
   for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
@@ -303,7 +340,7 @@ TEST_F(RunWithOddStreams, PutsNothingElseInThePlaceOfAClosedOne) {
   EXPECT_EQ(m_device.service().calls().size(), 2 * allCalls().size());
 }
 
-TEST_F(RunWithOddStreams, GoesOnWhenItsLogMayNotGrow) {
+TEST_F(RunWithOddStreams, ContinuesWhenItsLogReachesTheFileSizeLimit) {
   const Support::ProcessResult result = runAfter([] {
     const rlimit limit{100, 100};
     setrlimit(RLIMIT_FSIZE, &limit);
@@ -316,7 +353,7 @@ TEST_F(RunWithOddStreams, GoesOnWhenItsLogMayNotGrow) {
 
 // KRV_ROOT_FS
 
-TEST_F(Run, WorksOnTheMachineItselfWithoutARoot) {
+TEST_F(Run, UsesTheRealRootWithoutTheVariable) {
   const fs::path directory = "/usr/share/krv/pre-install-apps";
   if (fs::exists(directory))
     GTEST_SKIP() << "this machine has a pre-install directory";
@@ -325,7 +362,7 @@ TEST_F(Run, WorksOnTheMachineItselfWithoutARoot) {
   EXPECT_EQ(run.status, 1);
 }
 
-TEST_F(Run, TakesAnEmptyRootForTheWorkingDirectory) {
+TEST_F(Run, TreatsAnEmptyRootAsTheWorkingDirectory) {
   m_device.add({});
   const auto run = m_device.run({{"KRV_ROOT_FS", ""}}, m_device.root());
   EXPECT_EQ(run.log, installedLine("usr/share/krv/pre-install-apps/sample.rpm") + timeLine);
@@ -339,12 +376,12 @@ TEST_F(Run, ResolvesARelativeRootAgainstTheWorkingDirectory) {
   EXPECT_EQ(m_device.service().calls().back(), installCall("root/usr/share/krv/pre-install-apps/sample.rpm"));
 }
 
-TEST_F(Run, DoublesNoSeparatorBehindARootWithATrailingSlash) {
+TEST_F(Run, AddsNoSecondSlashToARootWithATrailingSlash) {
   const fs::path path = m_device.add({});
   EXPECT_EQ(m_device.run({{"KRV_ROOT_FS", m_device.root().string() + "/"}}).log, installedLine(path) + timeLine);
 }
 
-TEST_F(Run, ReportsARootThatIsNotThere) {
+TEST_F(Run, ReportsAMissingRoot) {
   const fs::path nowhere = m_device.root() / "nowhere";
   const auto run = m_device.run({{"KRV_ROOT_FS", nowhere.string()}});
   EXPECT_EQ(run.log, missingDirectoryLines(nowhere / "usr/share/krv/pre-install-apps"));

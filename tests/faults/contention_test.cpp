@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/core/registry_sandbox.h"
 #include "tests/faults/crowd.h"
-#include "tests/support/process.h"
-#include "tests/support/wait.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/wait.h"
 
 #include <algorithm>
 #include <iostream>
@@ -19,12 +19,12 @@ using Support::ProcessResult;
 
 const std::string member = Support::program("krv-crowd-member").string();
 
-/// A writer that is started again whenever it was killed, until all of its records are written.
+/// A writer process that is started again after each kill until it has written all records.
 class Writer {
 public:
   explicit Writer(int number) : m_name(Crowd::writerName(number)) { start(); }
 
-  /// Goes on when the process has ended. False when there is nothing left to do.
+  /// Starts the process again if it has ended. Returns false if all records are written.
   bool tend() {
     if (!m_process || m_process->isRunning())
       return m_process != nullptr;
@@ -35,7 +35,7 @@ public:
     EXPECT_EQ(result.errors, "");
     if (result.status != 128 + SIGKILL)
       return false;
-    // The record that it was about to write when it was killed is there or not, and all others are.
+    // The record that was being written during the kill may be missing; all records before it exist.
     const Crowd::Records found = Crowd::recordsOf(m_name);
     if (m_done < Crowd::recordsOfEach && found == Crowd::recordsAfter(m_name, m_done + 1))
       ++m_done;
@@ -48,7 +48,7 @@ public:
 
   int confirmed() { return m_done + (m_process ? confirmedBy(m_process->outputSoFar()) : 0); }
   pid_t id() const { return m_process ? m_process->id() : -1; }
-  /// Whether there was a process to kill.
+  /// Kills the process; false if none was running.
   bool kill() const {
     if (m_process)
       m_process->signal(SIGKILL);
@@ -76,7 +76,7 @@ protected:
       writers.push_back(std::make_unique<Writer>(writer));
   }
 
-  /// Looks after all writers. False when all have done.
+  /// Calls tend() for all writers. Returns false if all have finished.
   bool tendAll() {
     bool busy = false;
     for (const auto& writer : writers)
@@ -91,7 +91,7 @@ protected:
     return sum;
   }
 
-  /// Every second time the one that holds the lock, if it can be seen: the others are only waiting for it.
+  /// Every second time it kills the writer that holds the lock, if it finds it: the others only wait.
   void killOne() {
     const Writer* victim = writers[pick(0, Crowd::writerCount - 1)].get();
     for (const auto& writer : writers)

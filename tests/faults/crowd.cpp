@@ -12,7 +12,7 @@ using Event = RegistryRecord::Event;
 
 namespace {
 
-/// An installation or a removal replaces the history of its package, an update keeps the installation.
+/// Install and Remove records replace the history of their package; an Update keeps the Install record.
 void add(Records& records, const RegistryRecord& added) {
   std::erase_if(records, [&](const RegistryRecord& older) {
     return older.packageId == added.packageId && (added.event != Event::Update || older.event != Event::Install);

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-/// What many processes write into one registry, and what may be read at any time. Each writer has packages and a key of
-/// its own, so that its records depend on nobody else's.
+/// The records that many processes write into one registry, and the records that a reader may find at any time. Each
+/// writer has its own packages and key, so its records do not depend on other writers.
 namespace Crowd {
 
 using Records = std::vector<Core::KRV::RegistryRecord>;
@@ -19,13 +19,13 @@ constexpr int recordsOfEach = 200;
 
 std::string writerName(int writer);
 
-/// The records of a writer that stay when it has written its first `count` ones.
+/// The records of a writer that are left after its first `count` records.
 Records recordsAfter(const std::string& writer, int count);
 
-/// The record that follows them.
+/// The record of a writer at `position`.
 Core::KRV::RegistryRecord recordAt(const std::string& writer, int position);
 
-/// The records of a writer among all that are in the registry now. Throws when the registry cannot be read.
+/// The records of a writer that are in the registry now. Throws if the registry cannot be read.
 Records recordsOf(const std::string& writer);
 
 } // namespace Crowd

@@ -1,14 +1,16 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 
-// One of the processes that use a registry at the same time.
+// One of several processes that use a registry at the same time.
 //
-//   krv-crowd-member write NAME FIRST   writes the records of a writer from position FIRST on, and a line for each that
-//                                       is written; looks after each whether all of its records are there
-//   krv-crowd-member read FILE          reads until FILE exists, then writes how often; looks each time whether the
-//                                       registry is one that the writers can have left, and no older than before
+//   krv-crowd-member write NAME FIRST   writes the records of a writer from position FIRST on, and prints a line for
+// each;
+//                                       checks after each that all of its records are in the registry
+//   krv-crowd-member read FILE          reads until FILE exists, then prints the number of reads; checks each time that
+// the
+//                                       registry is a possible result of the writers and not older than the last one
 //
-// Exit status: 0 done, 1 the registry is not as it has to be; the last line says why.
+// Exit status: 0 success, 1 a check failed; the last line gives the reason.
 
 #include "tests/faults/crowd.h"
 
@@ -38,7 +40,7 @@ void write(const std::string& name, int first) {
   }
 }
 
-/// What each writer leaves after each of its records, by the time stamp of that record.
+/// The records that each writer leaves after each of its records, by the timestamp of that record.
 class History {
 public:
   History() {

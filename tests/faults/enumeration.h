@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/supervised.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/faults/supervised.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -14,37 +14,41 @@
 #include <string>
 #include <vector>
 
-/// One disturbed run of an operation.
+#include <signal.h>
+
+/// One run of an operation with a fault.
 struct Disturbed {
   Support::ProcessResult process;
-  Support::SeenCall call; ///< the call that was disturbed
-  int error;              ///< the errno it failed with; 0 when the process was killed
+  Support::SeenCall call; ///< the call with the fault
+  int error;              ///< the errno of the call; 0 if the call was short or the process was killed
 
-  bool wasKilled() const { return error == 0; }
+  bool wasKilled() const { return process.status == 128 + SIGKILL; }
 };
 
-/// Something that a program does to the files of a folder, and what has to be true after it was disturbed.
+/// An operation of a program on the files of a folder, and the checks after it.
 struct Operation {
   std::vector<std::string> command;
   Support::Environment environment = {};
-  /// Puts the folder into the state in which each run finds it.
+  /// Prepares the folder before each run.
   std::function<void()> prepare;
-  /// Looks at the folder and at the result after a run that nothing disturbed.
+  /// Checks the folder and the result after a run without a fault.
   std::function<void(const Support::ProcessResult&)> checkUndisturbed;
   std::function<void(const Disturbed&)> checkDisturbed;
-  /// The calls on files of the folder that one run cannot do without, and how many of each.
+  /// The minimum number of each system call on files of the folder in one run.
   std::map<std::string, std::size_t> atLeast;
-  /// Says of which errors it is known that the operation, or a library behind it, does not survive them.
+  /// True for errors that the operation, or a library that it uses, is known not to survive.
   std::function<bool(const Support::SeenCall&, int error)> leaveOut = {};
 };
 
-/// A test of an operation: every fault at every system call.
+/// Tests an operation with every fault at every system call.
 class Enumeration : public testing::Test {
 protected:
   void SetUp() override;
 
-  /// Runs `operation` once to see its system calls on files of the folder. Then once for every error that each of them
-  /// can give, and twice for each call with a SIGKILL just before and just after it. Says in a line how many that were.
+  /// Runs `operation` once to record its system calls on files of the folder. Then runs it once for each error of each
+  /// call, once with each call that may be short being short, and twice for each call with a SIGKILL just before and
+  /// just after it. A short call and an interrupted one that can be made again must not fail the operation. Prints the
+  /// number of runs.
   void enumerate(const Operation& operation) const;
 
   Support::TempDirectory folder;

@@ -1,21 +1,21 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 
-// Operations on files as a program, for runs in which a system call fails or is the last one.
+// Runs an operation on files as a program, so that a test can make its system calls fail or kill it at one of them.
 //
 //   krv-fault-target copy FROM TO
 //   krv-fault-target move FROM TO
 //   krv-fault-target write-content PACKAGE DESTINATION OTHER-PACKAGE
 //   krv-fault-target extract PACKAGE TARGET OTHER-PACKAGE
 //
-// OTHER-PACKAGE is read first, so that librpm has its configuration and its keyring when the operation begins.
-// Exit status: 0 done, 1 the operation threw a Common::Error, 2 it threw another exception; standard error says which.
+// OTHER-PACKAGE is read first, so that librpm has loaded its configuration and keyring before the operation.
+// Exit status: 0 success, 1 the operation threw a Common::Error, 2 another exception; standard error has the message.
 
 #include "common/filesystem/copy.h"
 #include "common/filesystem/entry.h"
 #include "common/rpm/archive.h"
-#include "tests/support/extract_tree.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/extraction/extract_tree.h"
 
 #include <exception>
 #include <iostream>

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/registry.h"
 #include "tests/faults/enumeration.h"
-#include "tests/support/environment.h"
-#include "tests/support/system_calls.h"
+#include "tests/support/faults/system_calls.h"
+#include "tests/support/process/environment.h"
 
 #include <gmock/gmock.h>
 
@@ -25,7 +25,7 @@ std::string contentOf(const fs::path& file) {
 
 class RegistryFaults : public Enumeration {
 protected:
-  /// The operation on a registry that holds `before`, or on a root without anything in it.
+  /// The operation on a registry with the content `before`, or on an empty root.
   Operation on(const std::string& before, const std::vector<std::string>& arguments) {
     Operation operation;
     operation.command = {Support::program("registry_tool")};
@@ -51,12 +51,12 @@ protected:
 
   std::string quoted(const fs::path& path) const { return "\"" + path.string() + "\""; }
 
-  /// What the query of the file system says when it cannot tell whether the registry exists, and then says no.
+  /// The error line of exists() if it cannot find out whether the registry exists; it then returns false.
   std::string doubtAfter(const Disturbed& run) const {
     return "[E] filesystem error: status: " + reasonOf(run).message() + " [" + run.call.path + "]\n";
   }
 
-  /// All that may be logged when a call has failed and the operation with it.
+  /// The log lines that are allowed after a failed call that makes the operation fail.
   std::vector<std::string> linesAfter(const Disturbed& run) const {
     const std::string load = "[E] Couldn't load registry records\n";
     const std::string open = "[E] Couldn't open registry: " + quoted(registry) + "\n";
@@ -74,7 +74,7 @@ protected:
     const auto rename = fs::filesystem_error("cannot rename", nextFile, registry, reasonOf(run));
     if (run.call.path == nextFile)
       return {next, "[E] " + std::string(rename.what()) + "\n" + update};
-    // A directory above them. When it cannot be asked about, the library may say that it is missing.
+    // A directory above them. If its stat fails, the library may report it as missing.
     const std::string create = "Couldn't create directory: " + registry.parent_path().string() + "\n";
     const std::string reason = directoryLine(reasonOf(run));
     return {reason + create, directoryLine(std::make_error_code(std::errc::no_such_file_or_directory)) + create,
@@ -113,6 +113,8 @@ protected:
       if (!run.wasKilled()) {
         EXPECT_EQ(run.process.errors, "");
         EXPECT_EQ(content, run.process.status == 0 ? after : before);
+        // The next registry looks complete, but its data may be lost.
+        EXPECT_FALSE(run.call.name == "close" && run.call.path == nextFile && run.process.status == 0);
         expectAgreement(run);
       }
       expectThatItStillWorks(content);
@@ -125,7 +127,7 @@ private:
     if (run.process.status != 0) {
       EXPECT_THAT(linesAfter(run), testing::Contains(run.process.output));
     } else if (run.call.path == registry) {
-      // Asked again, the system may say that the registry is missing indeed.
+      // The second stat may succeed and report the registry as missing.
       EXPECT_THAT(run.process.output, testing::AnyOf("", doubtAfter(run)));
     } else {
       EXPECT_EQ(run.process.output, "");
@@ -162,11 +164,11 @@ TEST_F(RegistryFaults, ForeachRecord) {
     EXPECT_TRUE(contentOf(registry) == content);
     EXPECT_FALSE(fs::exists(nextFile));
     if (!run.wasKilled() && run.process.status == 0) {
-      // A reader takes a registry that cannot be asked about for a missing one, and says why.
+      // If the registry's stat fails, reading treats the registry as missing and logs the reason.
       EXPECT_TRUE(run.process.output == content ||
                   (run.call.name == Support::statusCall && run.process.output == doubtAfter(run)));
     } else if (!run.wasKilled()) {
-      // Whole records from the first on, then what went wrong.
+      // Complete records from the first on, then the error.
       std::string records = run.process.output.substr(0, run.process.output.find("[E] "));
       records.resize(records.find("Couldn't") == records.npos ? records.size() : records.find("Couldn't"));
       EXPECT_TRUE(content.starts_with(records) && (records.empty() || records.ends_with('\n')));

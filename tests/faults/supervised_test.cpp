@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "tests/support/supervised.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/faults/supervised.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -19,7 +19,7 @@ using Support::Fault;
 using Support::SeenCall;
 using Support::SupervisedResult;
 
-/// Programs of the system under supervision.
+/// Runs programs of the system under supervision.
 class Supervised : public testing::Test {
 protected:
   void SetUp() override {
@@ -32,7 +32,7 @@ protected:
     return Support::runSupervised(command, {{"LC_ALL", "C"}}, folder.path(), fault);
   }
 
-  /// The last call of that name in an undisturbed run.
+  /// The last call with that name in a run without a fault.
   SeenCall lastCall(const std::vector<std::string>& command, const std::string& name) const {
     const std::vector<SeenCall> calls = run(command).calls;
     const auto found = std::find_if(calls.rbegin(), calls.rend(), [&](const auto& call) { return call.name == name; });
@@ -43,7 +43,7 @@ protected:
   fs::path file = folder / "file";
 };
 
-TEST_F(Supervised, CallsOnFilesOfTheFolderAreSeen) {
+TEST_F(Supervised, SeesCallsOnFilesOfTheFolder) {
   const SupervisedResult result = run({"cat", file});
   EXPECT_EQ(result.process.status, 0);
   EXPECT_EQ(result.process.output, "content\n");
@@ -55,14 +55,14 @@ TEST_F(Supervised, CallsOnFilesOfTheFolderAreSeen) {
   EXPECT_EQ(result.unknownCalls, std::set<long>());
 }
 
-TEST_F(Supervised, RelativePathsBelongToTheFolderInWhichTheyAre) {
+TEST_F(Supervised, ResolvesRelativePaths) {
   const SupervisedResult result = run({"env", "-C", folder.path(), "cat", "file"});
   EXPECT_EQ(result.process.output, "content\n");
   EXPECT_EQ(std::ranges::count(result.calls, file.string(), &SeenCall::path), std::ssize(result.calls) - 1);
   EXPECT_EQ(result.calls.front().name, "chdir");
 }
 
-TEST_F(Supervised, ACallFailsAsItIsTold) {
+TEST_F(Supervised, MakesACallFail) {
   const SupervisedResult result =
       run({"cat", file}, Fault{.call = run({"cat", file}).calls.front(), .kind = Fault::Kind::Error, .error = EMFILE});
   EXPECT_EQ(result.process.status, 1);
@@ -70,14 +70,32 @@ TEST_F(Supervised, ACallFailsAsItIsTold) {
   EXPECT_EQ(result.process.errors, "cat: " + file.string() + ": Too many open files\n");
 }
 
-TEST_F(Supervised, AFileWhoseCloseFailsIsClosed) {
+TEST_F(Supervised, ShortensARead) {
+  const std::vector<std::string> command = {"dd", "if=" + file.string(), "bs=100", "count=1", "status=none"};
+  EXPECT_EQ(run(command).process.output, "content\n");
+  EXPECT_EQ(run(command, Fault{.call = lastCall(command, "read"), .kind = Fault::Kind::Short}).process.output, "c");
+}
+
+TEST_F(Supervised, ShortensAWrite) {
+  const fs::path other = folder / "other";
+  const std::vector<std::string> command = {"bash", "-c", "printf content >\"$0\"", other};
+  const auto writesOf = [](const SupervisedResult& result) {
+    return std::ranges::count(result.calls, "write", &SeenCall::name);
+  };
+  EXPECT_EQ(writesOf(run(command)), 1);
+  const SupervisedResult result = run(command, Fault{.call = lastCall(command, "write"), .kind = Fault::Kind::Short});
+  EXPECT_EQ(writesOf(result), 2);
+  EXPECT_EQ(Support::readFile(other), "content");
+}
+
+TEST_F(Supervised, ClosesAFileWhoseCloseFails) {
   const std::vector<std::string> command = {"bash", "-c",
                                             "exec 3<\"$0\"; exec 3<&-; readlink /proc/$$/fd/* | grep -c \"$0\"", file};
   const Fault fault{.call = lastCall(command, "close"), .kind = Fault::Kind::Error, .error = EIO};
   EXPECT_EQ(run(command, fault).process.output, "0\n");
 }
 
-TEST_F(Supervised, AProcessIsKilledBeforeACall) {
+TEST_F(Supervised, KillsAProcessBeforeACall) {
   const std::vector<std::string> command = {"truncate", "-s", "0", file};
   const Fault fault{.call = lastCall(command, "ftruncate"), .kind = Fault::Kind::KillBefore};
   Support::writeFile(file, "content\n");
@@ -85,7 +103,7 @@ TEST_F(Supervised, AProcessIsKilledBeforeACall) {
   EXPECT_EQ(Support::readFile(file), "content\n");
 }
 
-TEST_F(Supervised, AProcessIsKilledAfterACall) {
+TEST_F(Supervised, KillsAProcessAfterACall) {
   const std::vector<std::string> command = {"truncate", "-s", "0", file};
   const SeenCall call = lastCall(command, "ftruncate");
   Support::writeFile(file, "content\n");
@@ -94,7 +112,7 @@ TEST_F(Supervised, AProcessIsKilledAfterACall) {
   EXPECT_EQ(Support::readFile(file), "");
 }
 
-TEST_F(Supervised, CallsThatNobodyThoughtOfAreTold) {
+TEST_F(Supervised, ReportsUnknownCalls) {
   const SupervisedResult result = run({"nice", "-n", "1", "true"});
   EXPECT_EQ(result.process.status, 0);
   EXPECT_EQ(result.unknownCalls, std::set<long>{SYS_setpriority});

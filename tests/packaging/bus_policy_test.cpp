@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
-#include "tests/support/any_bus.h"
-#include "tests/support/ordinary_user.h"
+#include "tests/support/bus/any_bus.h"
+#include "tests/support/process/ordinary_user.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 using Support::getPackageCall;
 using Support::installCall;
 
-/// What a system bus lets nobody do unless the policy of a service allows it.
+/// The default policy of a system bus: everything that a service's policy must allow is denied.
 const std::string barePolicies = "  <policy context=\"default\">\n"
                                  "    <allow user=\"*\"/>\n"
                                  "    <deny own=\"*\"/>\n"
@@ -37,11 +37,11 @@ const std::string barePolicies = "  <policy context=\"default\">\n"
                                  "    <allow own=\"org.freedesktop.systemd1\"/>\n"
                                  "  </policy>\n";
 
-/// The same with the example of a policy for the service.
+/// The same with the example policy for the service.
 const std::string stockPolicies =
     barePolicies + "  <include>" KRV_SOURCE_DIRECTORY "/packaging/dbus/velta.KRV.conf.example</include>\n";
 
-/// Calls a method of the service with a text, and returns the name of the error; nothing when there is none.
+/// Calls a method of the service with a string argument. Returns the name of the error; nothing after success.
 std::string errorOf(const char* interface, const char* method) {
   sd_bus* connection = nullptr;
   if (sd_bus_open_system(&connection) < 0)
@@ -72,7 +72,7 @@ INSTANTIATE_TEST_SUITE_P(Each, BusPolicy, Support::everyBus, Support::busName);
 
 const std::string accessDenied = "org.freedesktop.DBus.Error.AccessDenied";
 
-TEST_P(BusPolicy, LetsTheToolDoItsJob) {
+TEST_P(BusPolicy, AllowsTheToolToWork) {
   const fs::path package = m_device->add({});
   const auto run = m_device->run();
   EXPECT_EQ(run.log, installedLine(package) + timeLine);
@@ -88,7 +88,7 @@ TEST_P(BusPolicy, RefusesInstallationsByOthers) {
   EXPECT_EQ(m_device->service().calls(), std::vector<Support::ReceivedCall>());
 }
 
-TEST_P(BusPolicy, LetsEverybodyAskWhatIsInstalled) {
+TEST_P(BusPolicy, AllowsQueriesByEverybody) {
   m_device->service().hasInstalled("x", "1-1", "key");
   const Support::OrdinaryUser user(m_device->bus().socket().parent_path());
   EXPECT_EQ(errorOf("velta.KRV", "GetPackage"), "");
@@ -98,7 +98,7 @@ TEST_P(BusPolicy, LetsEverybodyAskWhatIsInstalled) {
 using BusWithoutPolicy = Support::AnyBus;
 INSTANTIATE_TEST_SUITE_P(Each, BusWithoutPolicy, Support::everyBus, Support::busName);
 
-TEST_P(BusWithoutPolicy, LetsTheToolNeitherAskNorInstall) {
+TEST_P(BusWithoutPolicy, RefusesQueriesAndInstallations) {
   const std::string owner = "  <policy context=\"default\"><allow own=\"velta.KRV\"/></policy>\n";
   Device device({.program = GetParam(), .policies = barePolicies + owner});
   const fs::path package = device.add({});

@@ -3,10 +3,10 @@
 
 // Usage: confined SYSTEM-CALLS PROGRAM [ARGUMENT...]
 //
-// Becomes PROGRAM, which can do no other system calls than those that the file SYSTEM-CALLS lists and no network but
-// local sockets, can never make memory both writable and executable, and gains no privileges: what a unit with
-// SystemCallFilter=, RestrictAddressFamilies=AF_UNIX, MemoryDenyWriteExecute= and NoNewPrivileges= makes of it. Every
-// other call fails with EPERM.
+// Becomes PROGRAM with these limits: only the system calls in the file SYSTEM-CALLS, only local sockets, no memory that
+// is writable and executable, no new privileges. This is the effect of SystemCallFilter=,
+// RestrictAddressFamilies=AF_UNIX, MemoryDenyWriteExecute= and NoNewPrivileges= in a unit. Every other call fails with
+// EPERM.
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -56,7 +56,7 @@ int main(int count, char** arguments) {
   std::ifstream names(arguments[1]);
   for (std::string name; names >> name;)
     allow(filter, name);
-  check(seccomp_load(filter)); // sets no-new-privileges as well
+  check(seccomp_load(filter)); // also sets no-new-privileges
   execv(arguments[2], arguments + 2);
   check(-errno);
 }

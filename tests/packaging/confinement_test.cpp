@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
 #include "tests/packaging/unit.h"
-#include "tests/support/open_pgp_key.h"
-#include "tests/support/pki.h"
+#include "tests/support/packages/open_pgp_key.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ using Arguments = std::vector<std::string>;
 using Support::program;
 using Support::writeFile;
 
-/// The tool in the confinement that its unit asks systemd for, here made by bubblewrap and a filter of system calls.
+/// Runs the tool confined like its systemd unit, by bubblewrap and a system-call filter.
 class Confinement : public testing::Test {
 protected:
   void SetUp() override {
@@ -41,7 +41,7 @@ protected:
   fs::path systemCalls() { return m_device.rpm().path() / "system-calls"; }
   fs::path stateDirectory() const { return m_device.registry().parent_path(); }
 
-  /// Leaves the database as its last user does when it closes it: without the files beside it.
+  /// Closes the database like its last user, without the temporary files beside it.
   void closeDatabase() {
     const fs::path file = m_device.rpm().database() / "rpmdb.sqlite";
     ASSERT_TRUE(fs::exists(file));
@@ -50,8 +50,8 @@ protected:
     fs::remove(file.string() + "-shm");
   }
 
-  /// `command` with everything read-only but `writable`, a /tmp of its own in which the device and the socket of its
-  /// bus still are, no network, no capabilities and the unit's system calls.
+  /// `command` in a confinement where only `writable` can be written. It has its own /tmp, which contains the device
+  /// and the socket of its bus, no network, no capabilities and only the unit's system calls.
   Arguments confined(const Arguments& command, const std::vector<fs::path>& writable) {
     const std::string device = m_device.rpm().path().string();
     const std::string bus = m_device.bus().socket().parent_path().string();
@@ -79,7 +79,7 @@ protected:
     return arguments;
   }
 
-  /// What the unit lets the tool write. The database of RPM has another place here than on a device.
+  /// The paths that the tool may write by the unit. The RPM database is at another path than on a device.
   std::vector<fs::path> writableByUnit() {
     std::vector<fs::path> paths;
     for (const std::string& name : valuesInUnit("StateDirectory"))
@@ -90,7 +90,7 @@ protected:
     return paths;
   }
 
-  /// The umask that the unit asks for, or else systemd's own.
+  /// The umask of the unit, or systemd's default.
   static mode_t maskOfUnit() {
     const std::vector<std::string> values = valuesInUnit("UMask");
     return values.empty() ? 0022 : static_cast<mode_t>(std::stoul(values.back(), nullptr, 8));
@@ -98,7 +98,7 @@ protected:
 
   Device::Run runConfined(const std::vector<fs::path>& writable) {
     closeDatabase();
-    // The leak checker would need system calls that the tool does not.
+    // The leak checker needs system calls that the unit does not allow.
     Support::Process tool(confined({program("krv-pre-installer").string()}, writable),
                           {{"KRV_ROOT_FS", m_device.root().string()}, {"ASAN_OPTIONS", "detect_leaks=0"}}, ".",
                           [mask = maskOfUnit()] { umask(mask); });
@@ -116,7 +116,7 @@ protected:
   Support::OpenPgpKey m_key{m_device.rpm()};
 };
 
-TEST_F(Confinement, LeavesTheToolItsWholeJob) {
+TEST_F(Confinement, AllowsTheToolToWork) {
   const fs::path fresh = m_device.add({.name = "fresh"});
   const fs::path newer = m_device.add({.name = "newer", .version = "2.0"}, "alice-2", {"alice"});
   m_device.service().hasInstalled("newer", "1.0-1", Support::Pki::instance().keyId("alice"));
@@ -136,16 +136,16 @@ TEST_F(Confinement, LeavesTheToolItsWholeJob) {
   EXPECT_EQ(run.status, 0);
 }
 
-TEST_F(Confinement, LeavesTheToolItsFirstBoot) {
+TEST_F(Confinement, AllowsTheFirstBoot) {
   const fs::path fresh = m_device.add({});
   const auto run = runConfined(writableByUnit());
   EXPECT_EQ(run.log, installedLine(fresh) + timeLine);
   EXPECT_EQ(run.status, 0);
-  // Who can open the lock file for reading can hold a shared lock on it for as long as they like.
+  // A process that can open the lock file for reading can hold a shared lock on it without limit.
   EXPECT_EQ(fs::status(m_device.registry() += ".lock").permissions(), fs::perms(0600));
 }
 
-TEST_F(Confinement, MustLetTheDatabaseOfRpmBeWritten) {
+TEST_F(Confinement, MustAllowWritingTheRpmDatabase) {
   const fs::path sealed = m_device.add({}, "");
   m_key.sign(sealed);
   Support::sign(sealed, "alice");
@@ -153,14 +153,14 @@ TEST_F(Confinement, MustLetTheDatabaseOfRpmBeWritten) {
   EXPECT_EQ(run.log, unreadableLines("Couldn't read rpm package", sealed) + timeLine);
 }
 
-TEST_F(Confinement, MustLetTheRegistryFolderBeWritten) {
+TEST_F(Confinement, MustAllowWritingTheRegistryFolder) {
   const fs::path fresh = m_device.add({});
   const auto run = runConfined({m_device.rpm().database()});
   EXPECT_EQ(run.log, "[E] Couldn't create the registry lock file: " + quoted(m_device.registry() += ".lock") +
                          "\n[E] Failed to read records from krv registry\n" + installedLine(fresh) + timeLine);
 }
 
-TEST_F(Confinement, HoldsInTheseTests) {
+TEST_F(Confinement, IsEffectiveInTheseTests) {
   const auto errorsOf = [&](const std::string& command) {
     return Support::run(confined({"/bin/sh", "-c", command}, writableByUnit()), {{"LC_ALL", "C"}}).errors;
   };

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/packaging/unit.h"
-#include "tests/support/process.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -13,20 +13,24 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 namespace {
 
 namespace fs = std::filesystem;
 
-/// The project as `cmake --install` puts it below a folder.
+/// The project, installed with `cmake --install` into a temporary folder.
 class Installation : public testing::Test {
 protected:
-  Installation() {
+  void SetUp() override {
+    if (access(KRV_BUILD_DIRECTORY, W_OK) != 0)
+      GTEST_SKIP() << "cmake writes a list of the installed files to the build folder, which another user owns";
     Support::runOrThrow({"cmake", "--install", KRV_BUILD_DIRECTORY}, {{"DESTDIR", m_directory.path().string()}});
   }
 
   fs::path installed(const fs::path& path) const { return m_directory / path.relative_path(); }
 
-  /// All that is no folder below the prefix, in order, with its permissions in octal.
+  /// All entries below the prefix except folders, sorted, with octal permissions.
   std::string files() const {
     std::vector<std::string> lines;
     const fs::path prefix = installed(KRV_INSTALL_PREFIX);
@@ -47,9 +51,10 @@ protected:
   Support::TempDirectory m_directory;
 };
 
-TEST_F(Installation, HasTheseFilesAndNoOthers) {
+TEST_F(Installation, HasExactlyTheseFiles) {
   EXPECT_EQ(files(), "755 bin/krv-package-signature\n"
                      "644 lib/systemd/system/krv-pre-installer.service\n"
+                     "644 lib/tmpfiles.d/krv-pre-installer.conf\n"
                      "755 sbin/krv-pre-installer\n"
                      "644 share/doc/krv-pre-installer/CHANGELOG.md\n"
                      "644 share/doc/krv-pre-installer/LICENSE\n"
@@ -65,7 +70,7 @@ TEST_F(Installation, HasTheseFilesAndNoOthers) {
                      "644 share/man/man8/krv-pre-installer.8.gz\n");
 }
 
-/// What the documents of a folder link to, relative to that folder; places on the web are left out.
+/// The relative links in the documents of a folder; web links are left out.
 std::set<fs::path> linksOf(const fs::path& folder) {
   static const std::regex link("\\]\\(([^)#]+)[^)]*\\)");
   std::set<fs::path> links;
@@ -80,7 +85,7 @@ std::set<fs::path> linksOf(const fs::path& folder) {
   return links;
 }
 
-TEST_F(Installation, HasAllThatItsDocumentsLinkTo) {
+TEST_F(Installation, HasTheTargetsOfAllLinks) {
   const fs::path documents = installed(KRV_INSTALL_PREFIX) / "share/doc/krv-pre-installer";
   std::set<fs::path> missing;
   const std::set<fs::path> links = linksOf(documents);
@@ -91,17 +96,45 @@ TEST_F(Installation, HasAllThatItsDocumentsLinkTo) {
   EXPECT_TRUE(links.contains("docs/platform.md")) << "the links have not been found";
 }
 
-TEST_F(Installation, HasWhatTheUnitNames) {
+TEST_F(Installation, HasTheFilesThatTheUnitNames) {
   EXPECT_TRUE(fs::exists(installed(valuesInUnit("ExecStart").at(0))));
   EXPECT_EQ(valuesInUnit("Documentation"), std::vector<std::string>{"man:krv-pre-installer(8)"});
   EXPECT_EQ(Support::readFile(unitFile()),
             Support::readFile(installed(KRV_INSTALL_PREFIX) / "lib/systemd/system/krv-pre-installer.service"));
 }
 
-TEST_F(Installation, HasThePagesOfTheSource) {
+TEST_F(Installation, HasTheManualPagesOfTheSource) {
   const fs::path page = installed(KRV_INSTALL_PREFIX) / "share/man/man5/krv-registry.5.gz";
   EXPECT_EQ(Support::runOrThrow({"gzip", "-dc", page.string()}),
             Support::readFile(fs::path(KRV_SOURCE_DIRECTORY) / "docs/man/krv-registry.5"));
+}
+
+/// The registry's folder and the registry below a root, with their permissions in octal, and the registry's content.
+std::string registryBelow(const fs::path& root) {
+  const auto permissions = [](const fs::path& path) {
+    char text[8];
+    std::snprintf(text, sizeof text, "%03o ", static_cast<unsigned>(fs::status(path).permissions()));
+    return std::string(text);
+  };
+  const fs::path folder = root / "var/lib/krv";
+  return permissions(folder) + permissions(folder / "registry") + "'" + Support::readFile(folder / "registry") + "'";
+}
+
+TEST_F(Installation, CreatesAnEmptyRegistryAndKeepsAnExistingOne) {
+  if (geteuid() != 0)
+    GTEST_SKIP() << "only root can create files of root";
+  const fs::path settings = installed(KRV_INSTALL_PREFIX) / "lib/tmpfiles.d/krv-pre-installer.conf";
+  const Support::TempDirectory root;
+  const auto create = [&] {
+    return Support::runOrThrow({"systemd-tmpfiles", "--root=" + root.path().string(), "--create", settings.string()});
+  };
+  EXPECT_EQ(create(), "");
+  EXPECT_EQ(registryBelow(root.path()), "755 600 ''");
+  Support::writeFile(root / "var/lib/krv/registry", "records");
+  fs::permissions(root / "var/lib/krv/registry", fs::perms(0644));
+  fs::permissions(root / "var/lib/krv", fs::perms(0700));
+  EXPECT_EQ(create(), "");
+  EXPECT_EQ(registryBelow(root.path()), "700 644 'records'");
 }
 
 TEST(SpecFile, HasTheVersionOfTheProject) {

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/packaging/unit.h"
 
-#include "tests/support/process.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <iomanip>
 #include <map>
@@ -13,7 +13,7 @@ namespace {
 
 using Groups = std::map<std::string, std::vector<std::string>>;
 
-/// systemd-analyze writes the name of each group, and indented below it its members and comments.
+/// systemd-analyze prints the name of each group and, indented below it, its members and comments.
 Groups groupsOfSystemCalls() {
   Groups groups;
   std::string group;

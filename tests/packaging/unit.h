@@ -10,9 +10,9 @@
 /// The systemd unit as this build installs it.
 std::filesystem::path unitFile();
 
-/// The words of all values that the unit gives a setting, in their order.
+/// The words of all values of a setting in the unit, in order.
 std::vector<std::string> valuesInUnit(const std::string& setting);
 
-/// The system calls that the unit leaves to the tool, as systemd on this machine knows their groups. A value that takes
-/// calls away begins with "~".
+/// The system calls that the unit allows, with the groups of this machine's systemd. A value that removes calls begins
+/// with "~".
 std::set<std::string> systemCallsOfUnit();

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/packaging/unit.h"
-#include "tests/support/process.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +12,8 @@
 
 namespace {
 
-/// systemd looks for the program of the unit, which is not installed here. A link to that of this build stands in for
-/// it, in a folder whose name has to be quoted.
+/// systemd checks that the unit's program exists, but it is not installed here. A symlink to the program of this build
+/// replaces it, in a folder whose name needs quotes.
 class Unit : public testing::Test {
 protected:
   Unit() {
@@ -34,15 +34,15 @@ protected:
   std::filesystem::path m_unit = m_directory / "krv-pre-installer.service";
 };
 
-TEST_F(Unit, IsFlawlessToSystemd) {
-  // The manual pages are not where man(1) looks; that the unit names one that is installed is another test.
+TEST_F(Unit, PassesSystemdAnalyzeVerify) {
+  // man(1) does not find the manual pages; another test checks that the unit names an installed page.
   const Support::ProcessResult result = Support::run({"systemd-analyze", "verify", "--man=no", m_unit.string()});
   EXPECT_EQ(result.output + result.errors, "");
   EXPECT_EQ(result.status, 0);
 }
 
-TEST_F(Unit, IsConfinedAtLeastToTheDegreeThatSystemdCallsOk) {
-  // Tenths: from 5.0 on the degree is MEDIUM.
+TEST_F(Unit, HasASecurityExposureBelowMedium) {
+  // In tenths: systemd calls exposures from 5.0 on MEDIUM.
   const Support::ProcessResult result =
       Support::run({"systemd-analyze", "--no-pager", "security", "--offline=true", "--threshold=49", m_unit.string()});
   EXPECT_EQ(result.status, 0) << result.output << result.errors;

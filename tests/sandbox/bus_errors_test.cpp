@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/real_device.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/pki.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/signing/pki.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,8 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// What can be wrong about a package that somebody wants to have installed on a device. "sample" 1.0 by alice-2, who
-/// was alice before, is installed.
+/// The errors of an installation on a device. Version 1.0 of "sample" is installed, signed by alice-2, whose earlier
+/// key is alice.
 class BusError : public testing::Test {
 protected:
   BusError() {
@@ -26,7 +26,7 @@ protected:
     m_device.client().install(path);
   }
 
-  /// A package that nobody has signed.
+  /// An unsigned package.
   fs::path package(const Support::PackageInput& input) {
     const fs::path path = m_device.rpm().path() / "package.rpm";
     m_device.rpm().build(input, path);
@@ -53,7 +53,7 @@ protected:
     return busErrorOf([&] { m_device.client().install(path); });
   }
 
-  /// The error has this D-Bus name and message, and neither it nor what caused it changes anything.
+  /// Expects this D-Bus name and message, and that the failed call changes nothing.
   void expectRefused(const fs::path& path, const std::string& error) {
     const std::string database = m_device.database();
     const std::string events = m_device.events();
@@ -66,14 +66,14 @@ protected:
   RealDevice m_device;
 };
 
-TEST_F(BusError, NamesWhatIsWrongWithTheFile) {
+TEST_F(BusError, NamesTheFaultOfTheFile) {
   const fs::path path = m_device.rpm().path() / "none.rpm";
-  expectRefused(path, "FileNotFound: The package is not a file that exists: " + path.string());
+  expectRefused(path, "FileNotFound: The package is not an existing regular file: " + path.string());
   Support::writeFile(path, "no package");
   expectRefused(path, "BadPackageFileFormat: Couldn't read rpm package");
 }
 
-TEST_F(BusError, NamesWhatIsWrongWithTheSignatures) {
+TEST_F(BusError, NamesTheFaultOfTheSignatures) {
   const Support::PackageInput other{.name = "other"};
   expectRefused(package(other), "MissingDeveloperSignature: Package doesn't have developer certificate");
   expectRefused(package(other, "foreign"),
@@ -88,27 +88,27 @@ TEST_F(BusError, NamesWhatIsWrongWithTheSignatures) {
   expectRefused(path, "SignatureVerificationFailed: Package signature verification failed");
 }
 
-TEST_F(BusError, NamesWhatIsWrongWithTheUpdate) {
+TEST_F(BusError, NamesTheFaultOfTheUpdate) {
   expectRefused(package({}, "alice-2"),
                 "SamePackageIsInstalled: This version of the package is installed: sample 1.0-1 over 1.0-1");
   expectRefused(package({.version = "0.9"}, "alice-2"),
                 "DowngradeAttempt: A newer version of the package is installed: sample 0.9-1 over 1.0-1");
   expectRefused(package({.version = "2.0"}, "bob"),
-                "DeveloperMismatch: The installed package is of another developer: sample");
+                "DeveloperMismatch: The installed package is from another developer: sample");
   expectRefused(package({.version = "2.0"}, "alice"),
                 "DeveloperKeySuperseded: The installed package is signed with a newer key of its developer: sample");
 }
 
-TEST_F(BusError, NamesWhatIsWrongWithTheHeader) {
+TEST_F(BusError, NamesTheFaultOfTheHeader) {
   expectRefused(packageWith(RPMTAG_NAME, "a name"),
                 "BadPackageID: The package has a name that cannot be used: 'a name'");
   expectRefused(packageWith(RPMTAG_VERSION, "1-2"),
-                "BadPackageVersion: The package has a version or release that is none: '1-2'");
+                "BadPackageVersion: The package has an invalid version or release: '1-2'");
   expectRefused(packageWith(RPMTAG_ARCH, "m68k"),
                 "BadPackageArchitecture: The package is for another architecture: m68k");
 }
 
-/// The bus does not carry a message that is not UTF-8: without the "?" the client would wait for an answer.
+/// The bus refuses a message that is not UTF-8: without the "?" the client would get no answer.
 TEST_F(BusError, QuotesATextThatIsNotUtf8) {
   expectRefused(packageWith(RPMTAG_ARCH, "m68 \xff\xc3\xbc"),
                 "BadPackageArchitecture: The package is for another architecture: m68 ?\xc3\xbc");
@@ -124,10 +124,10 @@ TEST_F(BusError, NamesAConflictOfFiles) {
                          .install = "mkdir -p %{buildroot}/opt/sample; echo else > %{buildroot}/opt/sample/file",
                          .files = "/opt/sample/file"},
                         "bob"),
-                "FileConflict: The package has a file that another package has differently: /opt/sample/file");
+                "FileConflict: Another package has a different file at the path: /opt/sample/file");
 }
 
-/// A registry that cannot be written, for root as well.
+/// A registry that even root cannot write.
 TEST_F(BusError, NamesAFailureOfTheSystem) {
   const fs::path path = package({.name = "other"}, "bob");
   const std::string events = Support::readFile(m_device.registry());
@@ -142,7 +142,7 @@ TEST_F(BusError, NamesAFailureOfTheSystem) {
   EXPECT_EQ(installationError(path), "no error");
 }
 
-TEST_F(BusError, NamesWhatIsNotInstalled) {
+TEST_F(BusError, NamesAPackageThatIsNotInstalled) {
   EXPECT_EQ(busErrorOf([&] { m_device.client().remove("other"); }),
             "velta.KRV.Error.PackageNotExist: The package is not installed: other");
 }

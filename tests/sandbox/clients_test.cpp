@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/real_device.h"
-#include "tests/support/pki.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Two processes that use the service at the same time.
+/// Two processes that use the service concurrently.
 class TwoClients : public testing::Test {
 protected:
   fs::path package(const std::string& name) {
@@ -23,7 +23,7 @@ protected:
     return path;
   }
 
-  /// Installs the packages one after the other, and asks for each before and after. Begins when there is a file "go".
+  /// Installs the packages one by one, and queries each before and after. Starts when the file "go" exists.
   std::unique_ptr<Support::Process> client(const std::vector<std::string>& names) {
     std::vector<std::string> command{"sh",
                                      "-c",
@@ -42,7 +42,7 @@ protected:
   RealDevice m_device;
 };
 
-TEST_F(TwoClients, InstallTheirPackagesSideBySide) {
+TEST_F(TwoClients, InstallTheirPackagesConcurrently) {
   const std::vector<std::string> ones{"apple", "pear", "plum"};
   const std::vector<std::string> others{"bread", "cake", "roll"};
   for (const auto& names : {ones, others})

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/script_test.h"
 #include "tests/sandbox/text.h"
-#include "tests/support/wait.h"
+#include "tests/support/process/wait.h"
 
 #include <gtest/gtest.h>
 
@@ -27,7 +27,7 @@ protected:
   fs::path kept() const { return m_directory / "kept"; }
 };
 
-/// The key ids of the registry's lines, cut to eight digits, as K1, K2, … in the order in which they appear first.
+/// Replaces the key ids in registry lines, cut to eight digits, by K1, K2, … in the order of their first occurrence.
 std::string withNumberedKeys(const std::string& text) {
   static const std::regex key("(keyid=|keyids=|->)([0-9a-f]{8})\\b");
   std::map<std::string, std::string> names;
@@ -41,7 +41,7 @@ std::string withNumberedKeys(const std::string& text) {
   return result.append(rest, text.end());
 }
 
-/// Whether the line is the last one that the tool writes about a package, or the only one about an event.
+/// Whether the line is the tool's last one about a package, or the only one about an event.
 bool endsBlock(const std::string& line) {
   static const std::regex end(
       R"((\[[IE]\] (Skipping package pre-installation|The package successfully pre-installed|Failed to pre-install package): |timestamp=).*)");
@@ -52,8 +52,8 @@ bool continuesScene(const std::string& line) {
   return line.starts_with("[E] ") || line.starts_with("[W] ") || line.starts_with("[I] The package was manually");
 }
 
-/// The text with what is about the packages of each scene in the order of its last lines: the order in which a folder
-/// is listed differs from file system to file system.
+/// Sorts the blocks of the packages in each scene by their last lines, because the order of a directory listing depends
+/// on the file system.
 std::string inOneOrder(const std::string& text) {
   std::map<std::string, std::string> blocks;
   std::string block;
@@ -74,8 +74,8 @@ std::string inOneOrder(const std::string& text) {
   return result + block;
 }
 
-/// The scenes with the device's folder, which the first line names, as DEVICE, with T and N for times, with numbers for
-/// keys, and in one order.
+/// The output with DEVICE for the device's folder, which is in the first line, T and N for times, numbers for keys, and
+/// sorted blocks.
 std::string comparable(const std::string& output) {
   const std::string device = output.substr(output.find('/'), output.find('\n') - output.find('/'));
   const std::string text = withoutTimes(replaced(output, device, "DEVICE"));
@@ -86,12 +86,12 @@ std::string expectedScenes() {
   return Support::readFile(KRV_SOURCE_DIRECTORY "/tests/sandbox/demo.expected");
 }
 
-/// A path as the shell reads it.
+/// A path, quoted for the shell.
 std::string quoted(const fs::path& path) {
   return Support::runOrThrow({"bash", "-c", "printf %q \"$1\"", "bash", path});
 }
 
-TEST_F(Demo, TellsItsScenesFromAnyFolder) {
+TEST_F(Demo, ShowsItsScenesFromAnyFolder) {
   const Support::ProcessResult result = Support::run(script("demo"), environment(), "/");
   EXPECT_EQ(comparable(result.output), expectedScenes());
   EXPECT_EQ(result.errors, "");
@@ -125,10 +125,10 @@ TEST_F(Demo, KeepsTheDeviceForTheEnvironmentThatItPrints) {
                            "[E] Failed to create dbus proxy for KRV service\n");
 }
 
-TEST_F(Demo, KeepsNothingInAFolderThatIsInUse) {
+TEST_F(Demo, RefusesAFolderThatIsNotEmpty) {
   Support::writeFile(kept() / "precious", "content");
   const Support::ProcessResult result = Support::run(script("demo", {"--keep", kept()}), environment());
-  EXPECT_EQ(result.errors, "demo: " + kept().string() + " is there already and no empty folder\n");
+  EXPECT_EQ(result.errors, "demo: " + kept().string() + " exists and is not an empty folder\n");
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.status, 1);
   const Support::ProcessResult onAFile = Support::run(script("demo", {"--keep", kept() / "precious"}), environment());
@@ -139,7 +139,7 @@ TEST_F(Demo, KeepsNothingInAFolderThatIsInUse) {
 
 struct Interruption {
   std::string name;
-  std::string point; ///< what is to be seen in the output or in the command line of a process of the demo
+  std::string point; ///< the text to wait for in the output or in the command line of a process of the demo
   int signal;
   bool keeps;
 };
@@ -159,7 +159,7 @@ protected:
 
 TEST_P(InterruptedDemo, LeavesNothingBehind) {
   const Interruption& interruption = GetParam();
-  signal(interruption.signal, SIG_DFL); // a shell cannot trap what its parent ignores
+  signal(interruption.signal, SIG_DFL); // a shell cannot trap signals that its parent ignores
   const Lines arguments = interruption.keeps ? Lines{"--keep", kept()} : Lines{};
   Support::Process demo(script("demo", arguments), environment());
   ASSERT_TRUE(Support::waitUntil([&] { return hasReached(demo, interruption.point); }));
@@ -177,7 +177,7 @@ INSTANTIATE_TEST_SUITE_P(, InterruptedDemo,
                                          Interruption{"BetweenScenesToKeep", "\n9. ", SIGTERM, true}),
                          [](const auto& instance) { return instance.param.name; });
 
-TEST(DemoUsage, IsExplained) {
+TEST(DemoUsage, IsPrinted) {
   for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
            {}, {KRV_BINARY_DIRECTORY, "more"}, {KRV_BINARY_DIRECTORY, "--keep"}, {KRV_BINARY_DIRECTORY, "-k", "x"}}) {
     std::vector<std::string> command{KRV_SOURCE_DIRECTORY "/sandbox/demo"};

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/real_service.h"
-#include "tests/support/private_bus.h"
-#include "tests/support/rpm_sandbox.h"
+#include "tests/support/bus/private_bus.h"
+#include "tests/support/packages/rpm_sandbox.h"
 
 #include <boost/property_tree/ptree.hpp>
 #include <boost/property_tree/xml_parser.hpp>
@@ -29,7 +29,7 @@ ptree parsed(std::istream&& xml) {
   return tree;
 }
 
-/// An element in one line: its name, its attributes in the order of their names, and what it contains.
+/// An element in one line: its name, its sorted attributes and its content.
 std::string describe(const std::string& name, const ptree& element) {
   std::set<std::string> attributes;
   std::string content;
@@ -46,8 +46,8 @@ std::string describe(const std::string& name, const ptree& element) {
   return text + ">" + element.data() + content;
 }
 
-/// The interfaces of a described object by name, each with its members: their order means nothing, that of their
-/// arguments does.
+/// The interfaces of an object description by name, with their members. The order of the members has no meaning; the
+/// order of their arguments has.
 std::map<std::string, std::set<std::string>> interfaces(const ptree& description) {
   std::map<std::string, std::set<std::string>> found;
   for (const auto& [name, interface] : description.get_child("node")) {
@@ -88,7 +88,7 @@ TEST_F(SandboxInterface, IsTheDocumentedOne) {
             1U);
 }
 
-TEST_F(SandboxInterface, HasNothingUndocumentedBesideWhatEveryObjectHas) {
+TEST_F(SandboxInterface, HasOnlyDocumentedAndStandardInterfaces) {
   std::vector<std::string> names;
   for (const auto& [name, members] : reported())
     names.push_back(name);

@@ -3,7 +3,7 @@
 #include "tests/sandbox/real_device.h"
 
 #include "tests/sandbox/text.h"
-#include "tests/support/pki.h"
+#include "tests/support/signing/pki.h"
 
 #include <set>
 #include <sstream>

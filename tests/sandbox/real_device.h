@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-/// A device whose package-manager service is the real one.
+/// A device with krv-sandbox-service as its package-manager service.
 class RealDevice : public Device {
 public:
   RealDevice();
@@ -19,20 +19,20 @@ public:
   ServiceClient& client() { return m_client; }
   RealService& service() { return *m_service; }
 
-  /// Ends the service, which has to end cleanly, and starts it again.
+  /// Stops the service, expects exit status 0, and starts it again.
   void reboot();
 
   /// Empties the pre-install directory for the next image.
   void clearImage() const;
 
-  /// The log that the tool has to write: for each entry of the pre-install directory, in the order in which the system
-  /// lists them, the lines for its file name, then the time.
+  /// The expected log: the lines for each file name of the pre-install directory, in the order of the listing, then the
+  /// time.
   using Lines = std::function<std::string(const std::filesystem::path&)>;
   std::string expectedLog(const std::map<std::string, Lines>& linesOf) const;
 
-  /// What rpm itself finds in the device's database, one line per package, sorted: "notes 1.0-1: " and its files.
+  /// The packages that rpm finds in the device's database, one per line, sorted: "notes 1.0-1: " and its files.
   std::string database() const;
-  /// The registry with T for each time.
+  /// The registry with T for each timestamp.
   std::string events() const;
 
 private:

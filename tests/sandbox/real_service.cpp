@@ -3,7 +3,7 @@
 #include "tests/sandbox/real_service.h"
 
 #include "service/bus_names.h"
-#include "tests/support/wait.h"
+#include "tests/support/process/wait.h"
 
 #include <sdbus-c++/sdbus-c++.h>
 

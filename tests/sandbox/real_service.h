@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/process.h"
+#include "tests/support/process/process.h"
 
 #include <filesystem>
 #include <functional>
@@ -16,15 +16,14 @@ class IProxy;
 class Variant;
 } // namespace sdbus
 
-/// krv-sandbox-service as a child process on the system bus of this one.
+/// krv-sandbox-service as a child process on this process's system bus.
 class RealService {
 public:
-  /// Starts the service for the device that begins at `root`, and returns when it can be called. Throws when it ends
-  /// instead.
+  /// Starts the service with the root `root`, and returns when it accepts calls. Throws if it ends.
   explicit RealService(const std::filesystem::path& root);
 
   Support::Process& process() { return m_process; }
-  /// What it has written so far, after the line "ready".
+  /// Its output so far, after the line "ready".
   std::string log() const;
 
 private:
@@ -34,7 +33,7 @@ private:
 /// The command that starts the service.
 std::vector<std::string> serviceCommand(const std::filesystem::path& root);
 
-/// A client of the service that can make all its calls. They throw sdbus::Error.
+/// A client for all calls of the service. The calls throw sdbus::Error.
 class ServiceClient {
 public:
   using Package = std::map<std::string, std::string>;
@@ -48,7 +47,7 @@ public:
   void install(const std::filesystem::path& path, const Options& options);
   void remove(const std::string& name);
   std::vector<Package> list();
-  /// The names and versions of list(), for example "notes 1.0-1", in its order.
+  /// The names and versions of list() in its order, for example "notes 1.0-1".
   std::vector<std::string> installed();
 
   sdbus::IProxy& proxy() { return *m_proxy; }
@@ -57,5 +56,5 @@ private:
   std::unique_ptr<sdbus::IProxy> m_proxy;
 };
 
-/// The D-Bus error that `call` ends with, as its name, ": " and its message; "no error" when it succeeds.
+/// The D-Bus error of `call` as name, ": " and message; "no error" if it succeeds.
 std::string busErrorOf(const std::function<void()>& call);

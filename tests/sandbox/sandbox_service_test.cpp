@@ -3,10 +3,10 @@
 #include "service/bus_names.h"
 #include "tests/sandbox/real_service.h"
 #include "tests/sandbox/text.h"
-#include "tests/support/pki.h"
-#include "tests/support/private_bus.h"
-#include "tests/support/rpm_sandbox.h"
-#include "tests/support/wait.h"
+#include "tests/support/bus/private_bus.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/process/wait.h"
+#include "tests/support/signing/pki.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -31,7 +31,7 @@ using Source = sdbus::Struct<std::string, std::string>;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// A device's root, a bus, and a way to start the service.
+/// A root, a bus, and a function that starts the service.
 class SandboxProcess : public testing::Test {
 protected:
   SandboxProcess() {
@@ -55,7 +55,7 @@ protected:
   Support::PrivateBus m_bus;
 };
 
-/// The running service, and a client of it.
+/// The running service with a client.
 class SandboxService : public SandboxProcess {
 protected:
   RealService m_service{root()};
@@ -64,7 +64,7 @@ protected:
 
 // What is installed
 
-TEST_F(SandboxService, DescribesWhatItInstalled) {
+TEST_F(SandboxService, DescribesAnInstalledPackage) {
   m_client.install(package({.version = "1.2", .release = "3"}));
   const std::string keyId = Support::Pki::instance().keyId("alice");
   EXPECT_EQ(m_client.getPackage("sample"), (ServiceClient::Package{{"general.name", "sample"},
@@ -75,7 +75,7 @@ TEST_F(SandboxService, DescribesWhatItInstalled) {
   EXPECT_EQ(registry(), "timestamp=T event=I package=sample keyid=" + keyId + "\n");
 }
 
-TEST_F(SandboxService, ListsByNameWhatItWouldDescribe) {
+TEST_F(SandboxService, ListsInstalledPackagesByName) {
   m_client.install(package({.name = "pear"}));
   m_client.install(package({.name = "apple"}, "extended"));
   m_client.install(package({.name = "plum"}));
@@ -88,7 +88,7 @@ TEST_F(SandboxService, GivesAVersionWithoutItsEpoch) {
   EXPECT_THAT(m_client.installed(), ElementsAre("sample 1.0-1"));
 }
 
-TEST_F(SandboxService, KnowsNothingElse) {
+TEST_F(SandboxService, ReportsThatAPackageIsNotInstalled) {
   EXPECT_THAT(m_client.list(), IsEmpty());
   EXPECT_EQ(busErrorOf([&] { m_client.getPackage("sample"); }),
             "velta.KRV.Error.PackageNotExist: The package is not installed: sample");
@@ -96,14 +96,14 @@ TEST_F(SandboxService, KnowsNothingElse) {
             "velta.KRV.Error.PackageNotExist: The package is not installed: sample");
 }
 
-TEST_F(SandboxService, ForgetsWhatIsRemovedAndWritesItDown) {
+TEST_F(SandboxService, RemovesAPackageAndRecordsIt) {
   m_client.install(package({}));
   m_client.remove("sample");
   EXPECT_THAT(m_client.list(), IsEmpty());
   EXPECT_EQ(registry(), "timestamp=T event=R package=sample keyid=" + Support::Pki::instance().keyId("alice") + "\n");
 }
 
-TEST_F(SandboxService, KnowsWhatItInstalledBeforeItWasStarted) {
+TEST_F(SandboxService, KnowsPackagesInstalledBeforeItsStart) {
   m_client.install(package({}), {{"OverrideSource", sdbus::Variant(Source("shop", ""))}});
   const ServiceClient::Package before = m_client.getPackage("sample");
   m_service.process().signal(SIGTERM);
@@ -117,7 +117,8 @@ TEST_F(SandboxService, KnowsWhatItInstalledBeforeItWasStarted) {
 struct WrongOption {
   std::string name;
   std::string option;
-  std::function<sdbus::Variant()> value; ///< made in the test: the library's variants do not outlive main()
+  std::function<sdbus::Variant()> value; ///< created in the test, because the library's variants must not outlive
+                                         ///< main()
   std::string error;
 };
 
@@ -140,7 +141,7 @@ const std::string mistyped = "The installation option has a wrong type: ";
 
 class InstallationOption : public SandboxService, public testing::WithParamInterface<WrongOption> {};
 
-TEST_P(InstallationOption, IsRefusedByItsNameAlsoBesideGoodOnes) {
+TEST_P(InstallationOption, IsRefusedByItsNameEvenAmongValidOnes) {
   const fs::path path = package({});
   const std::string error = "velta.KRV.Error.InvalidArguments: " + GetParam().error;
   ServiceClient::Options options;
@@ -169,7 +170,7 @@ INSTANTIATE_TEST_SUITE_P(
     }),
     [](const auto& instance) { return instance.param.name; });
 
-TEST_F(SandboxService, TakesAllOptionsAndKeepsTheSource) {
+TEST_F(SandboxService, AcceptsAllOptionsAndStoresTheSource) {
   m_client.install(package({}), {{"ShowPrompt", sdbus::Variant(true)},
                                  {"ShowNotifications", sdbus::Variant(true)},
                                  {"OverrideSource", sdbus::Variant(Source("shop", "ignored"))}});
@@ -178,7 +179,7 @@ TEST_F(SandboxService, TakesAllOptionsAndKeepsTheSource) {
 
 // Other calls, and the log
 
-TEST_F(SandboxService, LeavesWhatItDoesNotKnowToTheBusLibrary) {
+TEST_F(SandboxService, LeavesUnknownCallsToTheBusLibrary) {
   EXPECT_EQ(busErrorOf([&] { m_client.proxy().callMethod("Update").onInterface("velta.KRV"); }),
             "org.freedesktop.DBus.Error.UnknownMethod: Unknown method Update or interface velta.KRV.");
   EXPECT_EQ(busErrorOf([&] { m_client.proxy().callMethod("Remove").onInterface("velta.KRV").withArguments(1); }),
@@ -186,7 +187,7 @@ TEST_F(SandboxService, LeavesWhatItDoesNotKnowToTheBusLibrary) {
   EXPECT_THAT(m_client.list(), IsEmpty());
 }
 
-/// What the store itself says about its work comes before the line of the call.
+/// The store's own log lines come before the line of the call.
 TEST_F(SandboxService, WritesALineForEachCall) {
   const std::string good = package({});
   m_client.install(good);
@@ -206,7 +207,7 @@ TEST_F(SandboxService, WritesALineForEachCall) {
 [I] Remove sample
 [E] Remove sample: PackageNotExist: The package is not installed: sample
 [E] GetPackage other: PackageNotExist: The package is not installed: other
-[E] Install "/nowhere/\"a\".rpm": FileNotFound: The package is not a file that exists: /nowhere/"a".rpm
+[E] Install "/nowhere/\"a\".rpm": FileNotFound: The package is not an existing regular file: /nowhere/"a".rpm
 [E] Install "GOOD": InvalidArguments: Unknown installation option: Force
 )");
 }
@@ -220,16 +221,16 @@ TEST_F(SandboxService, EndsWithAReasonWhenTheNameIsTaken) {
   EXPECT_EQ(result.status, 1);
 }
 
-/// Another bus has another name to take, but there is only one root.
+/// The name is free on another bus, but the root is the same.
 TEST_F(SandboxService, EndsWithAReasonWhenTheRootIsInUse) {
   const Support::PrivateBus otherBus;
   const Support::ProcessResult result = Support::run(serviceCommand(root()));
   EXPECT_EQ(result.output,
-            "[E] Another process has the package store: " + (root() / "var/lib/krv/sandbox/lock").string() + "\n");
+            "[E] Another process uses the package store: " + (root() / "var/lib/krv/sandbox/lock").string() + "\n");
   EXPECT_EQ(result.status, 1);
 }
 
-TEST_F(SandboxService, EndsWithAReasonWhenTheBusGoes) {
+TEST_F(SandboxService, EndsWithAReasonWhenTheBusDisconnects) {
   m_bus.stop();
   const Support::ProcessResult result = m_service.process().wait();
   EXPECT_EQ(result.output, "ready\n[E] The connection to the system bus broke: "
@@ -239,7 +240,7 @@ TEST_F(SandboxService, EndsWithAReasonWhenTheBusGoes) {
 
 class SandboxServiceAt : public SandboxService, public testing::WithParamInterface<int> {};
 
-/// Clients that never wait for an answer keep the service busy to its end.
+/// Clients that do not wait for answers keep the service busy until its end.
 TEST_P(SandboxServiceAt, EndsCleanlyWhenItIsFloodedWithCalls) {
   std::atomic<bool> goesOn = true;
   std::vector<std::thread> flood;
@@ -270,7 +271,7 @@ TEST_P(SandboxServiceAt, EndsCleanly) {
   EXPECT_EQ(result.errors, "");
 }
 
-/// The client sees the end as an error of the bus; whatever was answered before holds.
+/// The client gets a bus error at the end; calls that were answered before are complete.
 TEST_P(SandboxServiceAt, EndsCleanlyInTheMiddleOfASeriesOfCalls) {
   const fs::path path = package({});
   std::vector<std::string> answers;
@@ -321,7 +322,7 @@ TEST_F(SandboxProcess, TakesItsRootFromTheEnvironment) {
   EXPECT_TRUE(Support::waitUntil([&] { return with.outputSoFar() == "ready\n"; }));
 }
 
-TEST_F(SandboxProcess, SaysWhatItIs) {
+TEST_F(SandboxProcess, PrintsItsHelp) {
   const Support::ProcessResult result = Support::run({serviceCommand("")[0], "--help"});
   EXPECT_EQ(result.output.substr(0, result.output.find('\n')),
             "A package-manager service for development and tests, never to be installed on a device.");
@@ -331,7 +332,7 @@ TEST_F(SandboxProcess, SaysWhatItIs) {
 TEST_F(SandboxProcess, RefusesWrongUsage) {
   const struct {
     std::vector<std::string> arguments;
-    std::string message; ///< with the words of CLI11, which are the same from version 2.1 on
+    std::string message; ///< the text is CLI11's, the same since version 2.1
   } cases[] = {
       {{"--rot", "/"}, "The following arguments were not expected: / --rot"},
       {{"--root"}, "--root: 1 required DIR missing"},

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/script_test.h"
 
-#include "tests/support/wait.h"
+#include "tests/support/process/wait.h"
 
 namespace fs = std::filesystem;
 
@@ -14,7 +14,7 @@ std::vector<std::string> ScriptTest::script(const std::string& name, const std::
 
 void ScriptTest::expectNothingLeft() const {
   EXPECT_TRUE(fs::is_empty(temporary()));
-  // A signal to the script alone lets a program that it has just started, such as dirname, end by itself.
+  // If only the script gets the signal, a program that it has just started, such as dirname, ends by itself.
   Support::waitUntil([this] { return processes().empty(); }, std::chrono::seconds(10));
   EXPECT_EQ(processes(), std::vector<std::string>());
 }
@@ -26,7 +26,7 @@ std::vector<std::string> ScriptTest::processes() const {
       if (Support::readFile(entry.path() / "environ").find("TMPDIR=" + temporary()) != std::string::npos)
         found.push_back(Support::readFile(entry.path() / "cmdline"));
     } catch (const std::exception&) {
-      continue; // not a process, gone, or somebody else's
+      continue; // not a process, already ended, or of another user
     }
   }
   return found;

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/process.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -11,15 +11,15 @@
 #include <string>
 #include <vector>
 
-/// Runs a script of sandbox/ that makes a device. Its temporary files are below a folder of the test's own, which is
-/// also in the environment of all that it starts: what is left behind shows.
+/// Runs a script of sandbox/ that makes a device. Its folder for temporary files belongs to the test and is in the
+/// environment of all its processes, so the test finds files and processes that were left behind.
 class ScriptTest : public testing::Test {
 protected:
-  /// The command: the script with the folder of the built programs, and more arguments.
+  /// The command: the script, the folder of the built programs, and further arguments.
   static std::vector<std::string> script(const std::string& name, const std::vector<std::string>& arguments = {});
   Support::Environment environment() const { return {{"TMPDIR", temporary()}}; }
 
-  /// Nothing lies in the folder of temporary files, and nothing runs that was started with it.
+  /// Expects no file in the folder of temporary files and no process with it in its environment.
   void expectNothingLeft() const;
 
   std::string temporary() const { return m_directory / "temporary"; }

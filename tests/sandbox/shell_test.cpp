@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/script_test.h"
 #include "tests/sandbox/text.h"
-#include "tests/support/wait.h"
+#include "tests/support/process/wait.h"
 
 #include <gtest/gtest.h>
 
@@ -49,7 +49,7 @@ TEST_F(SandboxShell, RunsACommandWithBusAndServiceAndLeavesNothing) {
   expectNothingLeft();
 }
 
-TEST_F(SandboxShell, OpensTheUsersShellWithAFewWordsOfHelp) {
+TEST_F(SandboxShell, OpensTheUsersShellWithAShortHelp) {
   const Support::ProcessResult result = run({}, {{"SHELL", "/bin/true"}});
   EXPECT_EQ(result.output,
             "A device with its bus and its service, for as long as this shell lives. For example:\n"
@@ -60,12 +60,12 @@ TEST_F(SandboxShell, OpensTheUsersShellWithAFewWordsOfHelp) {
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(run({}, {{"SHELL", "/bin/false"}}).status, 1);
-  EXPECT_EQ(run({}, {{"SHELL", std::nullopt}}).status, 0); // bash, which finds the end of its input
+  EXPECT_EQ(run({}, {{"SHELL", std::nullopt}}).status, 0); // bash, which reads the end of its input
   expectNothingLeft();
 }
 
-TEST_F(SandboxShell, ComesBackToAFolderOfTheUsers) {
-  fs::create_directory(folder()); // an empty one will do
+TEST_F(SandboxShell, ReusesAGivenFolder) {
+  fs::create_directory(folder()); // an empty folder is accepted
   EXPECT_EQ(run({folder(), "--", "krv-pre-installer"}).status, 0);
   const Support::ProcessResult again = run({folder(), "--", "rpm", "-qa"});
   EXPECT_EQ(again.output, "notes-1.0-1.noarch\n");
@@ -78,16 +78,15 @@ TEST_F(SandboxShell, ComesBackToAFolderOfTheUsers) {
   expectNothingLeft();
 }
 
-TEST_F(SandboxShell, IsAloneInItsFolder) {
+TEST_F(SandboxShell, RefusesAFolderThatIsInUse) {
   const Support::ProcessResult result =
       run({folder(), "--", KRV_SOURCE_DIRECTORY "/sandbox/shell", KRV_BINARY_DIRECTORY, ".", "--", "true"});
-  EXPECT_EQ(result.errors, "shell: " + folder().string() +
-                               " is in use (if it is not, because something was killed there: remove " +
+  EXPECT_EQ(result.errors, "shell: " + folder().string() + " is in use (if not, a process was killed there: remove " +
                                folder().string() + "/run)\n");
   EXPECT_EQ(result.status, 1);
 }
 
-TEST_F(SandboxShell, TouchesNoFolderThatIsNoSandbox) {
+TEST_F(SandboxShell, RefusesAFolderThatIsNotASandbox) {
   Support::writeFile(folder() / "run/precious", "content");
   const Support::ProcessResult result = run({folder()});
   EXPECT_EQ(result.errors, "shell: " + folder().string() + " is neither empty nor a sandbox\n");
@@ -95,7 +94,7 @@ TEST_F(SandboxShell, TouchesNoFolderThatIsNoSandbox) {
   EXPECT_EQ(Support::readFile(folder() / "run/precious"), "content");
 }
 
-/// The terminal sends Ctrl-C to all of them. It is meant for the command.
+/// The terminal sends SIGINT for Ctrl-C to all processes; only the command should end.
 TEST_F(SandboxShell, LeavesCtrlCToTheCommand) {
   EXPECT_EQ(run({"--", "sh", "-c", "kill -INT $PPID; echo goes on"}).output, "goes on\n");
   const Support::ProcessResult result = run({"--", "sh", "-c", "kill -INT $$; echo goes on"});
@@ -106,16 +105,16 @@ TEST_F(SandboxShell, LeavesCtrlCToTheCommand) {
 
 class InterruptedShell : public SandboxShell, public testing::WithParamInterface<int> {};
 
-TEST_P(InterruptedShell, TakesTheCommandAndAllElseWithIt) {
+TEST_P(InterruptedShell, EndsTheCommandAndAllOtherProcesses) {
   for (const std::vector<std::string>& place : {std::vector<std::string>{}, {folder()}}) {
     std::vector<std::string> arguments = place;
     arguments.insert(arguments.end(), {"--", "sh", "-c", "echo here; exec sleep 1000"});
-    signal(GetParam(), SIG_DFL); // a shell cannot trap what its parent ignores
+    signal(GetParam(), SIG_DFL); // a shell cannot trap signals that its parent ignores
     Support::Process shell(script("shell", arguments), environment());
     ASSERT_TRUE(Support::waitUntil([&] { return shell.outputSoFar() == "here\n"; }));
     shell.signal(GetParam());
     EXPECT_EQ(shell.wait().status, 128 + GetParam());
-    EXPECT_TRUE(Support::waitUntil([&] { return processes().empty(); })); // the command is not the script's to wait for
+    EXPECT_TRUE(Support::waitUntil([&] { return processes().empty(); })); // the script does not wait for it
     expectNothingLeft();
   }
   EXPECT_TRUE(fs::exists(folder() / "device"));
@@ -124,7 +123,7 @@ TEST_P(InterruptedShell, TakesTheCommandAndAllElseWithIt) {
 
 INSTANTIATE_TEST_SUITE_P(BySignal, InterruptedShell, testing::Values(SIGTERM, SIGHUP));
 
-TEST(SandboxShellUsage, IsExplained) {
+TEST(SandboxShellUsage, IsPrinted) {
   for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
            {}, {KRV_BINARY_DIRECTORY, "a", "b"}, {KRV_BINARY_DIRECTORY, "--"}, {KRV_BINARY_DIRECTORY, "a", "--"}}) {
     std::vector<std::string> command{KRV_SOURCE_DIRECTORY "/sandbox/shell"};

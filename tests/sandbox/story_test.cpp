@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "tests/sandbox/real_device.h"
 #include "tests/sandbox/text.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/pki.h"
-#include "tests/support/tree.h"
+#include "tests/support/files/tree.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 
@@ -30,7 +30,7 @@ std::string removedLines(const fs::path& path) {
   return "[I] The package was manually removed by the user: " + quoted(path) + "\n" + skippedLine(path);
 }
 
-/// An application with one file in all of its versions and one that is in this version only.
+/// An application with one file that all versions have and one file of this version.
 Support::PackageInput application(const std::string& name, const std::string& version) {
   return {.name = name,
           .version = version,
@@ -45,8 +45,8 @@ struct InstalledApplication {
   std::string developer;
 };
 
-/// One device through several images. After each boot all that can be seen of it has to be as told: the tool's log, the
-/// service's answer, the database, the files and the registry.
+/// One device with several successive images. After each boot the tool's log, the service's answer, the database, the
+/// files and the registry must be as expected.
 class Story : public testing::Test {
 protected:
   void ship(const Support::PackageInput& input, const std::string& developer,
@@ -61,7 +61,7 @@ protected:
     EXPECT_EQ(run.status, 0);
   }
 
-  /// The applications in the order of their names.
+  /// Expects these applications, sorted by name.
   void expectState(const std::vector<InstalledApplication>& applications) {
     std::vector<ServiceClient::Package> list;
     std::string database;
@@ -87,7 +87,7 @@ protected:
     EXPECT_EQ(events(), registry);
   }
 
-  /// The registry with the names of the keys' owners.
+  /// The registry with the owners' names in place of keys.
   std::string events() const {
     std::string text = m_device.events();
     for (const std::string owner : {"alice", "alice-2", "alice-3", "bob"})
@@ -104,7 +104,7 @@ protected:
   void keepsARemovalAwayFromTheWholeKeyChain();
 
   RealDevice m_device;
-  /// What the registry has to say, oldest first.
+  /// The expected events of the registry, oldest first.
   std::vector<std::string> m_events;
 };
 
@@ -133,7 +133,7 @@ void Story::getsAnImageWithARotatedKey() {
   m_events.back() = "event=U package=notes keyid=alice-2 prev-keyids=alice";
   expectState({{"maps", "2.0", "bob"}, {"notes", "1.2", "alice-2"}, {"player", "0.9", "alice"}});
 
-  // The earlier key is not good for an update any more.
+  // The earlier key is no longer valid for an update.
   ship(application("notes", "1.3"), "alice");
   boot({{"notes.rpm", foreignLines}});
   expectState({{"maps", "2.0", "bob"}, {"notes", "1.2", "alice-2"}, {"player", "0.9", "alice"}});
@@ -174,7 +174,7 @@ void Story::keepsARemovalAwayFromTheWholeKeyChain() {
   boot({{"notes.rpm", removedLines}});
   expectState({{"maps", "2.0", "bob"}, {"player", "0.1", "bob"}, {"weather", "1.0", "alice"}});
 
-  // A key that the removal does not know yet brings the application back, and its history is that of the chain.
+  // A new key, which the removal does not contain, brings the application back; pruning follows its key chain.
   ship(application("notes", "2.0"), "alice-3", {"alice", "alice-2"});
   boot({{"notes.rpm", installedLine}});
   m_events.back() = "event=I package=notes keyid=alice-3 prev-keyids=alice->alice-2";
@@ -182,7 +182,7 @@ void Story::keepsARemovalAwayFromTheWholeKeyChain() {
       {{"maps", "2.0", "bob"}, {"notes", "2.0", "alice-3"}, {"player", "0.1", "bob"}, {"weather", "1.0", "alice"}});
 }
 
-TEST_F(Story, OfADeviceThroughSeveralImages) {
+TEST_F(Story, CoversADeviceWithSeveralImages) {
   beginsWithTheFirstImage();
   getsAnImageWithANewerVersion();
   getsAnImageWithARotatedKey();
@@ -201,7 +201,7 @@ std::string crowdName(int number) {
   return "app" + std::string(3 - digits.size(), '0') + digits;
 }
 
-/// All are one package under other names: building takes its time.
+/// All are copies of one package under other names, because building packages takes long.
 class Crowd : public testing::Test {
 protected:
   Crowd() {
@@ -226,7 +226,7 @@ protected:
   RealDevice m_device;
 };
 
-TEST_F(Crowd, OfPackagesIsInstalledInOneRunAndSkippedInTheNext) {
+TEST_F(Crowd, IsInstalledInOneRunAndSkippedInTheNext) {
   EXPECT_EQ(m_device.run().log, expectedLog(installedLine));
   std::vector<std::string> installed;
   std::string database;

@@ -4,11 +4,11 @@
 
 #include <string>
 
-/// `text` with `to` in every place of `from`.
+/// `text` with each `from` replaced by `to`.
 std::string replaced(std::string text, const std::string& from, const std::string& to);
 
-/// Logs of the tool with N for the numbers of seconds.
+/// A log of the tool with N for the numbers of seconds.
 std::string withoutTimes(const std::string& log);
 
-/// Registry lines with T for each time.
+/// Registry lines with T for each timestamp.
 std::string withoutTimestamps(const std::string& registry);

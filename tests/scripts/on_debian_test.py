@@ -22,14 +22,14 @@ REAL = ("bash", "cat", "chmod", "df", "dirname", "dpkg", "env", "flock", "git", 
 
 STAND_INS = {
     "id": "echo 0",
-    # Runs the command behind the options.
+    # Skips the options and runs the command.
     "unshare": 'while [[ $1 == -* ]]; do shift; done; exec "$@"',
     "true": "",
     "apt-get": 'echo "file:$MIRROR"',
     "apt-config": "",
-    # The root is the last but one argument.
+    # The root is the last argument but one.
     "mmdebstrap": 'echo "mmdebstrap $*" >>"$CALLS"; mkdir -p "${@: -2:1}/srv"',
-    # Runs the command in the folder --chdir of the root.
+    # Runs the command in the folder of --chdir below the root.
     "bwrap": 'root=$2; until [ "$1" = --chdir ]; do shift; done; cd "$root$2"; shift 2; "$@"',
 }
 

@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "tests/support/scripted_service.h"
+#include "tests/support/bus/scripted_service.h"
 
 #include <cstdlib>
 
-/// A service that the bus starts. It has one package installed and lives as long as the bus does.
+/// A service that the bus starts. It reports one installed package and runs as long as the bus.
 int main() {
-  if (const char* const address = std::getenv("DBUS_STARTER_ADDRESS")) // of dbus-daemon only
+  if (const char* const address = std::getenv("DBUS_STARTER_ADDRESS")) // only dbus-daemon sets it
     setenv("DBUS_SYSTEM_BUS_ADDRESS", address, 1);
   Support::ScriptedService service;
   service.hasInstalled("started", "1.0-1", "key");

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/received_call.h"
+#include "tests/support/bus/received_call.h"
 
 #include <memory>
 #include <string>
@@ -12,12 +12,12 @@
 
 namespace Support {
 
-/// Overhears all method calls on the system bus of the process, those to the bus itself included.
+/// Records all method calls on the system bus of the process, including calls to the bus itself.
 class BusMonitor {
 public:
   BusMonitor();
 
-  /// The calls since the last time, up to and without the first one of `member`, which is waited for.
+  /// Waits for a call of `member`, and returns the calls before it that were not returned yet.
   std::vector<ReceivedCall> callsBefore(const std::string& member);
 
 private:

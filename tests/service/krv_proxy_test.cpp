@@ -7,13 +7,13 @@
 #endif
 
 #include "tests/service/bus_monitor.h"
-#include "tests/support/any_bus.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/environment.h"
-#include "tests/support/expected_errors.h"
-#include "tests/support/process.h"
-#include "tests/support/scripted_service.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/bus/any_bus.h"
+#include "tests/support/bus/scripted_service.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/expected_errors.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -32,21 +32,21 @@ namespace {
 using namespace Support;
 using Calls = std::vector<ReceivedCall>;
 
-/// The log of the query, and after it what came back.
+/// The log of the query, followed by its result.
 std::string query(const KrvProxy& proxy, const std::string& name) {
   const CapturedLog log;
   const std::optional<InstalledPackage> package = proxy.getPackage(name);
   return log.text() + (package ? package->version + " by " + package->developerKeyId : "nothing");
 }
 
-/// The log of the installation, and after it the result.
+/// The log of the installation, followed by its result.
 std::string installation(KrvProxy& proxy, const std::string& path) {
   const CapturedLog log;
   const bool result = proxy.install(path);
   return log.text() + (result ? "true" : "false");
 }
 
-/// The log of the proxy's making, and after it whether there is one.
+/// The log of create(), followed by whether it returned a proxy.
 std::string creation() {
   const CapturedLog log;
   const std::optional<KrvProxy> proxy = KrvProxy::create();
@@ -116,7 +116,7 @@ TEST_F(ProxyQuery, KeepsTheFirstOfRepeatedKeys) {
   EXPECT_EQ(query(proxy, "app"), "1 by first");
 }
 
-TEST_F(ProxyQuery, TakesEmptyValues) {
+TEST_F(ProxyQuery, AcceptsEmptyValues) {
   service.onGetPackage("app").answer({{"general.version", ""}, {"certificate.id", ""}});
   EXPECT_EQ(query(proxy, "app"), " by ");
 }
@@ -131,7 +131,7 @@ TEST_F(ProxyQuery, NeedsTheDeveloperKeyId) {
   EXPECT_EQ(query(proxy, "app"), "[E] Failed to determinate package developer key id: app\nnothing");
 }
 
-TEST_F(ProxyQuery, MissesTheVersionFirst) {
+TEST_F(ProxyQuery, ReportsAMissingVersionBeforeAMissingKeyId) {
   service.onGetPackage("app").answer({});
   EXPECT_EQ(query(proxy, "app"), "[E] Failed to determinate package version: app\nnothing");
 }
@@ -169,14 +169,14 @@ TEST_F(ProxyQuery, ReportsForeignErrors) {
   }
 }
 
-TEST_F(ProxyQuery, ReportsTheMessageAsItIs) {
+TEST_F(ProxyQuery, ReportsTheMessageUnchanged) {
   for (const std::string message : {"two\nlines", " 50% \"quoted\" \\ ", "Fehler: \u00fc"}) {
     service.onGetPackage("app").fail("velta.KRV.Error.Internal", message);
     EXPECT_EQ(query(proxy, "app"), failedQuery(message, "app"));
   }
 }
 
-TEST_F(ProxyQuery, HasNoFirstLineForAnErrorWithoutAMessage) {
+TEST_F(ProxyQuery, LogsNoMessageLineForAnErrorWithoutAMessage) {
   service.onGetPackage("empty").fail("velta.KRV.Error.Internal", "");
   service.onGetPackage("none").fail("velta.KRV.Error.Internal");
   EXPECT_EQ(query(proxy, "empty"), failedQuery("", "empty"));
@@ -197,12 +197,12 @@ TEST_F(ProxyQuery, RefusesAnAnswerOfAnotherType) {
     EXPECT_EQ(query(proxy, name), failedQuery("Failed to enter a container (No such device or address)", name));
 }
 
-TEST_F(ProxyQuery, ReadsNothingAfterTheDictionary) {
+TEST_F(ProxyQuery, IgnoresArgumentsAfterTheDictionary) {
   service.onGetPackage("app").answerAs("a{ss}i", 2, "general.version", "1", "certificate.id", "0a1b", 7);
   EXPECT_EQ(query(proxy, "app"), "1 by 0a1b");
 }
 
-TEST_F(ProxyQuery, GoesOverTheWireAsOneOrdinaryCall) {
+TEST_F(ProxyQuery, IsSentAsOneOrdinaryCall) {
   query(proxy, "app");
   EXPECT_EQ(service.calls(), (Calls{{.member = "GetPackage",
                                      .signature = "s",
@@ -227,7 +227,7 @@ TEST_F(ProxyQuery, SendsAnyName) {
   EXPECT_EQ(service.calls(), expected);
 }
 
-TEST_F(ProxyQuery, FailsForANameThatIsNoUtf8) {
+TEST_F(ProxyQuery, FailsForANameThatIsNotUtf8) {
   for (const std::string name : {"\xff", "app\xc3", "\xed\xa0\x80"})
     EXPECT_EQ(query(proxy, name), failedQuery("Failed to serialize a string value (Invalid argument)", name));
   service.hasInstalled("app", "1.0-1", "key");
@@ -235,11 +235,11 @@ TEST_F(ProxyQuery, FailsForANameThatIsNoUtf8) {
   EXPECT_EQ(service.calls(), (Calls{getPackageCall("app")}));
 }
 
-TEST_F(ProxyInstallation, IsTrueOnceTheServiceAnswers) {
+TEST_F(ProxyInstallation, ReturnsTrueWhenTheServiceAnswers) {
   EXPECT_EQ(installation(proxy, "/apps/app.rpm"), "true");
 }
 
-TEST_F(ProxyInstallation, GoesOverTheWireAsOneOrdinaryCall) {
+TEST_F(ProxyInstallation, IsSentAsOneOrdinaryCall) {
   installation(proxy, "/apps/app.rpm");
   EXPECT_EQ(service.calls(), (Calls{{.member = "Install",
                                      .signature = "sa{sv}",
@@ -254,7 +254,7 @@ TEST_F(ProxyInstallation, GoesOverTheWireAsOneOrdinaryCall) {
                                      .allowsInteraction = false}}));
 }
 
-TEST_F(ProxyInstallation, ReadsNothingOfTheAnswer) {
+TEST_F(ProxyInstallation, IgnoresTheContentOfTheAnswer) {
   service.onInstall("/s").answerAs("s", "done");
   service.onInstall("/b").answerAs("b", 0);
   service.onInstall("/a{ss}").answer({{"general.version", "1"}});
@@ -276,7 +276,7 @@ TEST_F(ProxyInstallation, ReportsForeignErrors) {
   }
 }
 
-TEST_F(ProxyInstallation, ReportsTheMessageAsItIs) {
+TEST_F(ProxyInstallation, ReportsTheMessageUnchanged) {
   for (const std::string message : {"two\nlines", " 50% \"quoted\" \\ ", "Fehler: \u00fc", ""}) {
     service.onInstall().fail("velta.KRV.Error.Internal", message);
     EXPECT_EQ(installation(proxy, "/apps/app.rpm"), failedInstallation(message));
@@ -294,7 +294,7 @@ TEST_F(ProxyInstallation, SendsAnyPath) {
   EXPECT_EQ(service.calls(), expected);
 }
 
-TEST_F(ProxyInstallation, FailsForAPathThatIsNoUtf8) {
+TEST_F(ProxyInstallation, FailsForAPathThatIsNotUtf8) {
   for (const std::string path : {"/\xff.rpm", "/app\xc3", "/\xc0\xaf"})
     EXPECT_EQ(installation(proxy, path), failedInstallation("Failed to serialize a string value (Invalid argument)"));
   EXPECT_EQ(installation(proxy, "/app.rpm"), "true");
@@ -307,7 +307,7 @@ TEST_P(BusOfProxy, EndsTheInstallationWhenTheServiceDies) {
   EXPECT_EQ(service->calls(), (Calls{installCall("/apps/app.rpm")}));
 }
 
-TEST_P(BusOfProxy, EndsTheInstallationWhenItDies) {
+TEST_P(BusOfProxy, EndsTheInstallationWhenTheBusDies) {
   service->onInstall().keepSilent();
   std::thread end([this] {
     service->waitForCalls(1);
@@ -317,7 +317,7 @@ TEST_P(BusOfProxy, EndsTheInstallationWhenItDies) {
   end.join();
 }
 
-TEST_P(BusOfProxy, NoticesThatTheServiceHasGoneBetweenTwoCalls) {
+TEST_P(BusOfProxy, DetectsThatTheServiceHasLeftBetweenTwoCalls) {
   service->onGetPackage("app").beforeLeaving().answer({{"general.version", "1"}, {"certificate.id", "0a1b"}});
   EXPECT_EQ(query(*proxy, "app"), "1 by 0a1b");
   EXPECT_EQ(installation(*proxy, "/apps/app.rpm"), failedInstallation(texts().noService));
@@ -325,7 +325,7 @@ TEST_P(BusOfProxy, NoticesThatTheServiceHasGoneBetweenTwoCalls) {
   EXPECT_EQ(service->calls(), (Calls{getPackageCall("app")}));
 }
 
-TEST_P(BusOfProxy, GoesOnWithAServiceThatCameBack) {
+TEST_P(BusOfProxy, CanCallAServiceThatReturned) {
   service->hasInstalled("app", "1.0-1", "key");
   service->onInstall("/bad.rpm").die();
   EXPECT_EQ(installation(*proxy, "/bad.rpm"), failedInstallation(texts().noReply));
@@ -338,14 +338,14 @@ TEST_P(BusOfProxy, GoesOnWithAServiceThatCameBack) {
   EXPECT_EQ(service->calls(), (Calls{installCall("/bad.rpm"), getPackageCall("app"), installCall("/good.rpm")}));
 }
 
-TEST_P(BusOfProxy, FailsCallByCallOnceItIsGone) {
+TEST_P(BusOfProxy, FailsEachCallAfterTheBusHasDied) {
   bus->stop();
   EXPECT_EQ(query(*proxy, "app"), failedQuery("Connection reset by peer", "app"));
   EXPECT_EQ(query(*proxy, "app"), failedQuery("Transport endpoint is not connected", "app"));
   EXPECT_EQ(installation(*proxy, "/app.rpm"), failedInstallation("Transport endpoint is not connected"));
 }
 
-TEST_F(ServiceProxy, IsNotDistractedByOtherMessages) {
+TEST_F(ServiceProxy, IgnoresOtherMessages) {
   service.onInstall().whenReleased().succeed();
   std::thread other([this] {
     service.waitForCalls(1);
@@ -390,7 +390,7 @@ TEST_F(ServiceProxy, OwnsItsConnection) {
   EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
 }
 
-TEST_F(ServiceProxy, IsMadeWithoutAWordToTheService) {
+TEST_F(ServiceProxy, IsCreatedWithoutACallToTheService) {
   EXPECT_EQ(creation(), "a proxy");
   EXPECT_EQ(service.calls(), Calls{});
 }
@@ -402,7 +402,7 @@ ReceivedCall callToTheBus(const std::string& member, const std::string& signatur
 using ProxyCreation = AnyBus;
 INSTANTIATE_TEST_SUITE_P(Each, ProxyCreation, everyBus, busName);
 
-TEST_P(ProxyCreation, AsksTheBusForARunningServiceOnly) {
+TEST_P(ProxyCreation, OnlyAsksTheBusIfTheServiceRuns) {
   const PrivateBus bus({.program = GetParam()});
   bus.provide("velta.KRV", "/bin/false");
   const ScriptedService service;
@@ -412,7 +412,7 @@ TEST_P(ProxyCreation, AsksTheBusForARunningServiceOnly) {
             (Calls{callToTheBus("Hello", "", ""), callToTheBus("NameHasOwner", "s", R"("velta.KRV")")}));
 }
 
-TEST_P(ProxyCreation, StartsTheServiceThatIsNotThere) {
+TEST_P(ProxyCreation, StartsAServiceThatDoesNotRun) {
   const PrivateBus bus({.program = GetParam()});
   bus.provide("velta.KRV", program("test-activated-service"));
   BusMonitor monitor;
@@ -430,7 +430,7 @@ TEST_P(ProxyCreation, FailsWithoutTheService) {
   EXPECT_EQ(monitor.callsBefore("RequestName"),
             (Calls{callToTheBus("Hello", "", ""), callToTheBus("NameHasOwner", "s", R"("velta.KRV")"),
                    callToTheBus("StartServiceByName", "su", R"("velta.KRV" 0)"),
-                   // The service comes.
+                   // The service connects.
                    callToTheBus("Hello", "", "")}));
   EXPECT_EQ(creation(), "a proxy");
 }
@@ -441,7 +441,7 @@ TEST_P(ProxyCreation, FailsWithAServiceThatDoesNotStart) {
   EXPECT_EQ(creation(), "[E] " + texts().deadService + "\nno proxy");
 }
 
-TEST_P(ProxyCreation, FailsWhenTheServiceHasGone) {
+TEST_P(ProxyCreation, FailsWhenTheServiceHasLeft) {
   const PrivateBus bus({.program = GetParam()});
   ScriptedService service;
   EXPECT_EQ(creation(), "a proxy");
@@ -455,7 +455,7 @@ TEST_P(ProxyCreation, FailsWithoutABus) {
   EXPECT_EQ(creation(), "[E] Failed to open bus (Connection refused)\nno proxy");
 }
 
-TEST(ProxyWithoutABus, IsNotMadeWithABadAddress) {
+TEST(ProxyWithoutABus, IsNotCreatedWithABadAddress) {
   const TempDirectory directory;
   for (const auto& [address, reason] : std::vector<std::pair<std::string, std::string>>{
            {"unix:path=" + (directory / "nowhere").string(), "No such file or directory"},

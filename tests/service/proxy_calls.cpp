@@ -9,8 +9,8 @@
 /// usage: test-proxy-calls get NAME
 ///        test-proxy-calls install PATH
 ///
-/// One call of the proxy in a process of its own. After the log comes the result, and on standard error the number of
-/// whole seconds that the call took by the clock of the process.
+/// Makes one call of the proxy in a process of its own. Prints the result after the log, and on standard error how many
+/// whole seconds the call took by the clock of the process.
 int main(int count, char** arguments) {
   auto proxy = KrvProxy::create();
   if (count != 3 || !proxy)

@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "tests/support/fake_clock.h"
-#include "tests/support/private_bus.h"
-#include "tests/support/process.h"
-#include "tests/support/scripted_service.h"
+#include "tests/support/bus/fake_clock.h"
+#include "tests/support/bus/private_bus.h"
+#include "tests/support/bus/scripted_service.h"
+#include "tests/support/process/process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ namespace {
 
 using namespace Support;
 
-/// The calls are made by a child process whose clock the test sets.
+/// A child process, whose clock the test sets, makes the calls.
 class TimeLimit : public testing::Test {
 protected:
   TimeLimit() {

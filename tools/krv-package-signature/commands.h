@@ -4,8 +4,8 @@
 
 #include "tools/krv-package-signature/options.h"
 
-/// The commands. Each treats every package, reports those that fail on standard error, and returns true when none did.
-/// `sign` throws PackageSignatures::SigningError when a key cannot be used, before any package is touched.
-bool sign(const Options& options);
-bool show(const Options& options);
-bool verify(const Options& options);
+/// The commands. Each processes all packages, reports the failed ones on standard error, and returns true if none
+/// failed. `sign` throws PackageSignatures::SigningError, before it changes any package, if a key cannot be used.
+[[nodiscard]] bool sign(const Options& options);
+[[nodiscard]] bool show(const Options& options);
+[[nodiscard]] bool verify(const Options& options);

@@ -9,8 +9,7 @@ namespace {
 KeyFiles splitPair(const std::string& pair) {
   const std::size_t comma = pair.find(',');
   if (comma == std::string::npos || pair.find(',', comma + 1) != std::string::npos)
-    throw CLI::ValidationError("--previous",
-                               "a key and a certificate with one comma between them are needed, not " + pair);
+    throw CLI::ValidationError("--previous", "expected KEY,CERT, not " + pair);
   return {.key = pair.substr(0, comma), .certificate = pair.substr(comma + 1)};
 }
 

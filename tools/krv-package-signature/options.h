@@ -15,7 +15,7 @@ struct KeyFiles {
   std::string certificate;
 };
 
-/// The values of the command line. Fields that the command does not use keep their defaults.
+/// The values of the command line. Unused fields keep their defaults.
 struct Options {
   std::vector<std::string> packages = {};
   KeyFiles signer = {};

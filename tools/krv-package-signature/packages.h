@@ -11,9 +11,10 @@
 #include <string>
 #include <vector>
 
-/// Calls `action` with each path. An exception is reported with the path, and the next package is treated.
+/// Calls `action` with each path. If it throws, prints the path and the reason on standard error and continues with the
+/// next path. Returns true if no call threw.
 template <typename Action>
-bool forEachPackage(const std::vector<std::string>& packages, Action action) {
+[[nodiscard]] bool forEachPackage(const std::vector<std::string>& packages, Action action) {
   bool allDone = true;
   for (const std::string& path : packages) {
     try {
@@ -26,17 +27,17 @@ bool forEachPackage(const std::vector<std::string>& packages, Action action) {
   return allDone;
 }
 
-/// Opens a package whose signatures can be read. Throws PackageSignatures::SigningError with the reason otherwise.
+/// Opens a package. Throws PackageSignatures::SigningError with the reason if its signatures cannot be read.
 inline std::unique_ptr<PackageSignatures::FileWithCmses> openPackage(const std::string& path) {
   auto file = PackageSignatures::FileWithCmses::fromPath(path);
   if (!file) {
-    PackageSignatures::packageLayout(path); // knows why
+    PackageSignatures::packageLayout(path); // throws the reason
     throw PackageSignatures::SigningError("its signatures cannot be read");
   }
   return file;
 }
 
-/// "developer", "source", or an empty text for a signer without a role.
+/// "developer" or "source"; empty for a signer without a role.
 inline std::string roleName(const PackageSignatures::Cms& cms) {
   if (PackageSignatures::developerCmsFromVector({cms}))
     return "developer";

@@ -10,26 +10,15 @@ namespace {
 using PackageSignatures::Cms;
 using PackageSignatures::PackageLayout;
 
-struct ShownPackage {
-  std::string path;
-  std::vector<Cms> cmses;
-  PackageLayout layout;
-};
-
-ShownPackage readPackage(const std::string& path) {
-  return {.path = path, .cmses = openPackage(path)->cmses(), .layout = PackageSignatures::packageLayout(path)};
-}
-
-void writeText(const ShownPackage& package) {
-  std::cout << package.path << '\n' << "  content: from byte " << package.layout.contentOffset << '\n';
+void writeText(const std::string& path, const PackageLayout& package) {
+  std::cout << path << '\n' << "  content: from byte " << package.contentOffset << '\n';
   if (package.cmses.empty())
     std::cout << "  not signed\n";
   for (std::size_t i = 0; i < package.cmses.size(); ++i) {
-    const Cms& cms = package.cmses[i];
+    const auto& [cms, offset, size] = package.cmses[i];
     const std::string role = roleName(cms);
     std::cout << "  signature " << i + 1 << ": " << (role.empty() ? "no role" : role) << '\n'
-              << "    stored: " << package.layout.cmses.at(i).size << " bytes from byte "
-              << package.layout.cmses.at(i).offset << '\n'
+              << "    stored: " << size << " bytes from byte " << offset << '\n'
               << "    key id: " << cms.certificate()->keyId() << '\n'
               << "    subgroup: " << PackageSignatures::subgroupToString(cms.certificate()->subgroup()) << '\n';
     for (const std::string& keyId : cms.rotationChain().previousKeyids())
@@ -37,24 +26,25 @@ void writeText(const ShownPackage& package) {
   }
 }
 
-/// Keeps the members in the order in which they are added.
+/// Keeps the order of the members.
 using Json = nlohmann::ordered_json;
 
-Json cmsToJson(const Cms& cms, const PackageLayout::Range& place) {
+Json cmsToJson(const PackageLayout::StoredCms& stored) {
+  const Cms& cms = stored.cms;
   const std::string role = roleName(cms);
   return {{"role", role.empty() ? Json() : Json(role)},
           {"keyId", cms.certificate()->keyId()},
           {"subgroup", PackageSignatures::subgroupToString(cms.certificate()->subgroup())},
           {"previousKeyIds", cms.rotationChain().previousKeyids()},
-          {"offset", place.offset},
-          {"size", place.size}};
+          {"offset", stored.offset},
+          {"size", stored.size}};
 }
 
-Json packageToJson(const ShownPackage& package) {
+Json packageToJson(const std::string& path, const PackageLayout& package) {
   Json cmses = Json::array();
-  for (std::size_t i = 0; i < package.cmses.size(); ++i)
-    cmses.push_back(cmsToJson(package.cmses[i], package.layout.cmses.at(i)));
-  return {{"path", package.path}, {"contentOffset", package.layout.contentOffset}, {"cmses", cmses}};
+  for (const PackageLayout::StoredCms& stored : package.cmses)
+    cmses.push_back(cmsToJson(stored));
+  return {{"path", path}, {"contentOffset", package.contentOffset}, {"cmses", cmses}};
 }
 
 } // namespace
@@ -62,14 +52,14 @@ Json packageToJson(const ShownPackage& package) {
 bool show(const Options& options) {
   Json objects = Json::array();
   const bool allDone = forEachPackage(options.packages, [&](const std::string& path) {
-    const ShownPackage package = readPackage(path);
+    const PackageLayout package = PackageSignatures::packageLayout(path);
     if (options.json)
-      objects.push_back(packageToJson(package));
+      objects.push_back(packageToJson(path, package));
     else
-      writeText(package);
+      writeText(path, package);
   });
   if (options.json)
-    // A path need not be UTF-8, as JSON has to be.
+    // JSON must be UTF-8; a path need not be.
     std::cout << objects.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
   return allDone;
 }

@@ -10,7 +10,7 @@ namespace {
 using PackageSignatures::Cms;
 using PackageSignatures::SigningError;
 
-/// Says which certificate is at fault before the whole is verified, which only knows yes and no.
+/// Names the bad certificate first, because verifyCmses() only returns true or false.
 void verifyPackage(const std::string& path, const std::string& caPath) {
   const auto file = openPackage(path);
   const std::vector<Cms> cmses = file->cmses();
@@ -27,7 +27,7 @@ void verifyPackage(const std::string& path, const std::string& caPath) {
       throw SigningError("the " + role + "'s certificate does not verify against the authorities in " + caPath);
   }
   if (!file->verifyCmses(caPath.c_str()))
-    throw SigningError("its signatures or key rotations do not hold");
+    throw SigningError("its signatures or key rotations are not valid");
   std::cout << path << ": OK" << std::endl;
 }
 

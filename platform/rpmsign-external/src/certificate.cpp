@@ -16,7 +16,7 @@ namespace PackageSignatures {
 
 namespace {
 
-/// The extended key usages of a certificate; null when it states none and when they cannot be read.
+/// The extended key usages of a certificate; null if it has none or they cannot be read.
 UsagesPtr usagesOf(const X509* certificate) {
   return UsagesPtr(
       static_cast<STACK_OF(ASN1_OBJECT)*>(X509_get_ext_d2i(certificate, NID_ext_key_usage, nullptr, nullptr)));
@@ -30,7 +30,7 @@ bool hasUsage(const UsagesPtr& usages, const ASN1_OBJECT* wanted) {
   return false;
 }
 
-// The objects are made once: to turn an arc of this length into its encoded form takes longer than all the rest here.
+// The objects are created once: encoding an arc of this length takes longer than the rest of the check.
 const ASN1_OBJECT* developerObject() {
   static const ObjectPtr object = objectFromText(developerUsage);
   return object.get();
@@ -48,8 +48,8 @@ bool mayCertifyFor(const X509* authority, const ASN1_OBJECT* usage) {
   return hasUsage(usages, usage) || hasUsage(usages, OBJ_nid2obj(NID_anyExtendedKeyUsage));
 }
 
-/// True when every authority above the first certificate of `chain` may give the roles that this one has. OpenSSL
-/// looks at extended key usages for purposes of its own only.
+/// True if every authority above the first certificate of `chain` may give the roles of that certificate. OpenSSL
+/// checks the extended key usages of authorities only for its own purposes.
 bool authoritiesMayGiveRoles(const STACK_OF(X509) * chain) {
   const UsagesPtr usages = usagesOf(sk_X509_value(chain, 0));
   for (const ASN1_OBJECT* role : {developerObject(), sourceObject()}) {
@@ -66,8 +66,8 @@ struct Judgement {
   Dates dates;
 };
 
-/// True when there is a file for a list of `issuer`, whatever is in it, and when that is not certain. It allocates
-/// nothing: an exception must not pass through OpenSSL.
+/// True if there is a file for a revocation list of `issuer`, whatever its content, or if that is not certain. It
+/// allocates nothing, because an exception must not pass through OpenSSL.
 bool mayHaveRevocationList(const char* caPath, const X509_NAME* issuer) {
   int known = 0;
   const unsigned long hash = X509_NAME_hash_ex(issuer, nullptr, nullptr, &known);
@@ -78,7 +78,7 @@ bool mayHaveRevocationList(const char* caPath, const X509_NAME* issuer) {
          errno != ENOENT;
 }
 
-/// Called by OpenSSL for each thing that it finds wrong, and when there is nothing: 1 to go on.
+/// OpenSSL calls this for each error, and once without an error. Returns 1 to continue.
 int judge(int ok, X509_STORE_CTX* context) {
   if (ok == 1)
     return 1;
@@ -96,8 +96,8 @@ int judge(int ok, X509_STORE_CTX* context) {
   }
 }
 
-/// No purpose is set: the one that OpenSSL has for CMS refuses certificates whose only extended key usage is ours. Nor
-/// is X509_V_FLAG_NO_CHECK_TIME for Dates::Ignored, because it would take expired revocation lists for good.
+/// Sets no purpose: OpenSSL's purpose for CMS refuses certificates whose only extended key usage is ours. For
+/// Dates::Ignored it does not set X509_V_FLAG_NO_CHECK_TIME, which would accept expired revocation lists.
 void prepare(X509_STORE_CTX* context, Judgement& judgement) {
   X509_VERIFY_PARAM* const parameters = X509_STORE_CTX_get0_param(context);
   X509_VERIFY_PARAM_set_auth_level(parameters, 2);
@@ -156,12 +156,12 @@ std::optional<Digest> digestOf(X509* certificate) {
 }
 
 bool chainsToAuthority(const Certificate::Impl& certificate, const char* caPath, Dates dates) {
-  // The store would take a file or the URI of something else as well.
+  // The store would also accept a file or a URI.
   std::error_code ignored;
   if (caPath == nullptr || !std::filesystem::is_directory(caPath, ignored))
     return false;
   const StorePtr store(X509_STORE_new());
-  // Not X509_STORE_load_path(): that one takes a ":" in the path for the end of a first directory.
+  // Not X509_STORE_load_path(), which splits the path at each ":".
   if (!store || X509_STORE_load_store(store.get(), caPath) != 1)
     return false;
   const StoreContextPtr context(X509_STORE_CTX_new());
@@ -169,7 +169,7 @@ bool chainsToAuthority(const Certificate::Impl& certificate, const char* caPath,
     return false;
   Judgement judgement{.caPath = caPath, .dates = dates};
   prepare(context.get(), judgement);
-  // A certificate that does not state its key usage may be used for everything.
+  // A certificate without key usage may be used for everything.
   return X509_verify_cert(context.get()) == 1 && authoritiesMayGiveRoles(X509_STORE_CTX_get0_chain(context.get())) &&
          (X509_get_key_usage(certificate.own.get()) & KU_DIGITAL_SIGNATURE) != 0;
 }

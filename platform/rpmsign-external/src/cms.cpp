@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/rpmsign-external/src/cms.h"
 
+#include "platform/rpmsign-external/src/rotation_chain.h"
+
 #include <cstring>
 #include <utility>
 
@@ -9,8 +11,8 @@ namespace PackageSignatures {
 
 namespace {
 
-/// The certificate that the signer's identifier names; null when there is none, and when there are two: OpenSSL, which
-/// looks for it once more to verify, could take the other one.
+/// The certificate that the signer's identifier names. Null if there is none or more than one: to verify, OpenSSL looks
+/// it up again and could find the other one.
 CertificatePtr findSignerCertificate(CMS_SignerInfo* signer, const STACK_OF(X509) * certificates) {
   CertificatePtr found;
   for (int i = 0; i < sk_X509_num(certificates); ++i) {
@@ -40,8 +42,9 @@ CMS_SignerInfo* onlySigner(CMS_ContentInfo* message) {
   return sk_CMS_SignerInfo_num(signers) == 1 ? sk_CMS_SignerInfo_value(signers, 0) : nullptr;
 }
 
-/// True when the values that `bytes` are a row of, and the values in these, have lengths of the shortest form. OpenSSL
-/// keeps names and the signed part of a certificate as they came, so that it would encode them with any length again.
+/// True if `bytes` is a sequence of DER values whose lengths, also those of nested values, have the shortest form.
+/// isEncodedAs() does not find this: OpenSSL keeps names and the signed part of a certificate in their original
+/// encoding.
 bool hasShortestLengths(std::string_view bytes) {
   while (bytes.size() >= 2) {
     const auto tag = static_cast<unsigned char>(bytes[0]);
@@ -77,7 +80,7 @@ bool isData(const ASN1_OBJECT* type) {
   return OBJ_obj2nid(type) == NID_pkcs7_data;
 }
 
-/// The value of the signed attribute, when it occurs once, with one value of this type; null otherwise.
+/// The value of the signed attribute. Null unless the attribute occurs once, with one value of this type.
 template <typename Value>
 const Value* signedValue(CMS_SignerInfo* signer, int attribute, int type) {
   return static_cast<const Value*>(CMS_signed_get0_data_by_OBJ(signer, OBJ_nid2obj(attribute), -3, type));
@@ -87,7 +90,7 @@ bool equals(std::string_view bytes, const std::optional<Digest>& digest) {
   return digest && bytes.size() == digest->size() && std::memcmp(bytes.data(), digest->data(), digest->size()) == 0;
 }
 
-/// The first element of a sequence; empty when it is not of `type` and when `der` is no sequence.
+/// The first element of a sequence; empty if it is not of `type` or `der` is not a sequence.
 std::string firstOf(std::string_view der, int type) {
   const AnySequencePtr elements = parseSequence(der);
   if (sk_ASN1_TYPE_num(elements.get()) < 1)
@@ -96,9 +99,9 @@ std::string firstOf(std::string_view der, int type) {
   return first->type == type ? std::string(viewOf(first->value.asn1_string)) : std::string();
 }
 
-/// True when the signed attributes name the signer's certificate (RFC 5035): without that, a certificate of the same
-/// key with another role or subgroup could be put in its place. The first digest is that of the signer's certificate;
-/// its algorithm, which would precede it, is left out for SHA-256.
+/// True if the signed attributes name the signer's certificate (RFC 5035). Otherwise another certificate of the same
+/// key, with another role or subgroup, could replace it. The first digest belongs to the signer's certificate; for
+/// SHA-256 its algorithm, which would come before it, is absent.
 bool namesCertificate(const SignedData& data) {
   const auto* const value =
       signedValue<ASN1_STRING>(data.signer, NID_id_smime_aa_signingCertificateV2, V_ASN1_SEQUENCE);
@@ -121,7 +124,8 @@ AnySequencePtr parseSequence(std::string_view der) {
 }
 
 bool mayDefineCurves(std::string_view bytes) {
-  return bytes.find("\x2a\x86\x48\xce\x3d\x01") != std::string_view::npos; // the types of fields
+  return bytes.find("\x2a\x86\x48\xce\x3d\x01") != std::string_view::npos; // the prefix of all field types,
+                                                                           // 1.2.840.10045.1
 }
 
 std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes) {
@@ -155,7 +159,8 @@ std::optional<std::string_view> attachedContent(const SignedData& data) {
   return viewOf(*content);
 }
 
-// Not CMS_verify(): it would read the content again for each message, and takes messages without signed attributes.
+// Not CMS_verify(): it would read the content again for each message, and it accepts messages without signed
+// attributes.
 bool signatureHolds(const SignedData& data, const Digest& content) {
   const auto* const type = signedValue<ASN1_OBJECT>(data.signer, NID_pkcs9_contentType, V_ASN1_OBJECT);
   const auto* const digest = signedValue<ASN1_STRING>(data.signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING);

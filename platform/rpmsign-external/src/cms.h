@@ -13,42 +13,35 @@
 
 namespace PackageSignatures {
 
-/// A CMS SignedData with exactly one signer, whose certificate it carries.
+/// A CMS SignedData with exactly one signer; contains the signer's certificate.
 struct SignedData {
   CmsPtr message;
   CMS_SignerInfo* signer; ///< a part of `message`
   std::shared_ptr<const Certificate::Impl> certificate;
 };
 
-/// True when a key in `bytes` may define a curve (SpecifiedECDomain of X9.62, whose field has an identifier under
-/// 1.2.840.10045.1) instead of naming one. OpenSSL decodes every key at once, and a compressed point on a field made
-/// for the purpose keeps it busy for a tenth of a second. The keys of certificates have to name their curve anyway (RFC
-/// 5480, section 2.1.1).
+/// True if a key in `bytes` may define its curve (SpecifiedECDomain of X9.62, whose field has an identifier under
+/// 1.2.840.10045.1) instead of naming it. OpenSSL decodes every key at once, and a compressed point on a crafted field
+/// takes a tenth of a second. The keys of certificates must name their curve anyway (RFC 5480, section 2.1.1).
 bool mayDefineCurves(std::string_view bytes);
 
-/// Takes one message in DER off the front of `bytes`; null when what stands there is anything else, and when
-/// mayDefineCurves(bytes). The message has one signer with signed attributes, and its content is data.
-std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes);
+/// Parses one message in DER at the beginning of `bytes` and removes it from `bytes`. The message must have one signer
+/// with signed attributes, and its content type must be data. Returns null for anything else, and if
+/// mayDefineCurves(bytes).
+[[nodiscard]] std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes);
 
-/// The content that the message carries in itself; none when it is detached.
+/// The content inside the message; nothing if the message is detached.
 std::optional<std::string_view> attachedContent(const SignedData& data);
 
-/// True when the signature holds for content with this SHA-256, and for the certificate that came with it. Who signed
-/// is not looked at.
-bool signatureHolds(const SignedData& data, const Digest& content);
+/// True if the signature is valid for content with this SHA-256 and for the certificate in the message. Does not check
+/// whether the certificate is trusted.
+[[nodiscard]] bool signatureHolds(const SignedData& data, const Digest& content);
 
-/// The elements of a sequence, given as OpenSSL keeps the value of an attribute: one whole DER value. Null when it is
-/// anything else.
+/// The elements of a sequence. `der` is one DER value, in the form in which OpenSSL stores the value of an attribute.
+/// Null if it is not a sequence.
 AnySequencePtr parseSequence(std::string_view der);
 
 std::string_view viewOf(const ASN1_STRING* string);
-
-struct RotationChain::Impl {
-  bool readable = true;
-  std::vector<std::shared_ptr<const SignedData>> links;
-
-  static const Impl& of(const RotationChain& chain) { return *chain.m_impl; }
-};
 
 struct Cms::Impl {
   std::shared_ptr<const SignedData> data;
@@ -56,17 +49,7 @@ struct Cms::Impl {
   static const Impl& of(const Cms& cms) { return *cms.m_impl; }
 };
 
-/// Reads the chain that the signer put into the message.
-RotationChain::Impl readRotationChain(const SignedData& data);
-
-/// What an earlier key signs to vouch for the key that follows it.
-std::string rotationText(const std::string& nextKeyId);
-
-/// True when every link was made by a developer of an authority in `caPath` and vouches for the key that follows it,
-/// the last one for `signerKeyId`. Certificates of earlier keys may have expired since.
-bool rotationHolds(const RotationChain::Impl& chain, const std::string& signerKeyId, const char* caPath);
-
 /// All messages of a container; none when anything in it is out of form.
-std::optional<std::vector<Cms>> parseContainer(std::string_view container);
+[[nodiscard]] std::optional<std::vector<Cms>> parseContainer(std::string_view container);
 
 } // namespace PackageSignatures

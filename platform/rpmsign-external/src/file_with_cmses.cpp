@@ -3,6 +3,7 @@
 #include "platform/rpmsign-external/src/certificate.h"
 #include "platform/rpmsign-external/src/cms.h"
 #include "platform/rpmsign-external/src/package_file.h"
+#include "platform/rpmsign-external/src/rotation_chain.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -22,8 +23,8 @@ struct FileWithCmses::Impl {
 
 namespace {
 
-/// True when each of the messages has a role, and no two the same: the first one alone counts for a reader, so that
-/// another one before or behind it would exchange or hide a signer.
+/// True if each message has a role and no two have the same: readers use only the first message of a role, so a second
+/// one could replace or hide a signer.
 bool haveRolesOfTheirOwn(const std::vector<Cms>& cmses) {
   std::set<Role> taken;
   for (const Cms& cms : cmses) {
@@ -39,8 +40,8 @@ bool signerIsTrusted(const SignedData& data, const char* caPath) {
          rotationHolds(readRotationChain(data), keyIdOf(data.certificate->own.get()), caPath);
 }
 
-/// SHA-256 of the content; nothing when it cannot be read and when it is not that of a package. The first bytes are
-/// judged as they are digested, since somebody may write to the file.
+/// SHA-256 of the content; nothing if it cannot be read or does not begin with an RPM header. The check uses the same
+/// bytes as the digest, because another process may write to the file.
 std::optional<Digest> digestOfContent(int file, off_t contentOffset) {
   const DigestContextPtr context(EVP_MD_CTX_new());
   if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1)
@@ -92,7 +93,7 @@ bool FileWithCmses::verifyCmses(const char* caPath) {
   const ErrorQueueCleaner cleaner;
   const std::vector<Cms>& cmses = m_impl->cmses;
   const auto dataOf = [](const Cms& cms) -> const SignedData& { return *Cms::Impl::of(cms).data; };
-  // The content comes last: it may be long.
+  // The content is read last, because it may be large.
   if (cmses.empty() || !haveRolesOfTheirOwn(cmses) ||
       !std::ranges::all_of(cmses, [&](const Cms& cms) { return signerIsTrusted(dataOf(cms), caPath); }))
     return false;
@@ -102,7 +103,7 @@ bool FileWithCmses::verifyCmses(const char* caPath) {
 
 std::string defaultCaPath() {
   const char* const root = secure_getenv("KRV_ROOT_FS");
-  // Under an empty root the path would be that of the working directory.
+  // An empty root would give a path relative to the working directory.
   const bool isGiven = root != nullptr && *root != '\0';
   return std::filesystem::path(isGiven ? root : "/") / "etc/krv/trusted-ca";
 }

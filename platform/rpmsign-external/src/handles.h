@@ -57,8 +57,8 @@ using StoreContextPtr = std::unique_ptr<X509_STORE_CTX, Release<X509_STORE_CTX_f
 using StorePtr = std::unique_ptr<X509_STORE, Release<X509_STORE_free>>;
 using UsagesPtr = std::unique_ptr<STACK_OF(ASN1_OBJECT), Release<freeUsages>>;
 
-/// Empties OpenSSL's error queue on the way out, so that what a package provokes is not taken for somebody else's
-/// failure later.
+/// Empties OpenSSL's error queue in the destructor, so that later code does not mistake an error of a package for its
+/// own.
 class ErrorQueueCleaner {
 public:
   ErrorQueueCleaner() = default;

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <span>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -26,14 +28,28 @@ std::uint32_t number(std::string_view bytes, std::size_t offset) {
   return value;
 }
 
-/// The checks that librpm makes before it looks at anything else.
+/// The checks of the lead that librpm makes first.
 bool isLead(std::string_view lead) {
   const auto major = lead[4];
   const std::string_view signatureType = lead.substr(78, 2);
   return lead.starts_with(leadMagic) && (major == 3 || major == 4) && signatureType == std::string_view("\0\5", 2);
 }
 
-/// Finds the container among the entries of the header. False when it is out of form.
+/// Reads at `offset` until `bytes` is full or the file ends. Returns the number of bytes; nothing after an error.
+std::optional<std::size_t> fill(int file, off_t offset, std::span<char> bytes) {
+  std::size_t done = 0;
+  ssize_t count = 1;
+  while (done < bytes.size() && count > 0) {
+    const std::span<char> rest = bytes.subspan(done);
+    count = TEMP_FAILURE_RETRY(pread(file, rest.data(), rest.size(), offset + static_cast<off_t>(done)));
+    if (count < 0)
+      return std::nullopt;
+    done += static_cast<std::size_t>(count);
+  }
+  return done;
+}
+
+/// Looks for the container in the entries of the header. Returns false if it is malformed.
 bool findContainer(std::string_view entries, std::uint32_t dataSize, PackageParts& parts) {
   const auto dataOffset = static_cast<off_t>(leadSize + introSize + entries.size());
   for (; !entries.empty(); entries.remove_prefix(entrySize)) {
@@ -57,7 +73,7 @@ FileDescriptor openRegularFile(int directory, const std::string& path, Symlink s
   if (path.find('\0') != std::string::npos)
     return FileDescriptor(-1);
   const int flags = O_CLOEXEC | (symlink == Symlink::Refused ? O_NOFOLLOW : 0);
-  // Merely opening a device can set it to work; O_PATH opens nothing.
+  // Opening a device may have side effects; O_PATH does not open it.
   const FileDescriptor place(openat(directory, path.c_str(), O_PATH | flags));
   struct stat status {};
   if (!place || fstat(place.get(), &status) != 0)
@@ -65,8 +81,7 @@ FileDescriptor openRegularFile(int directory, const std::string& path, Symlink s
   errno = 0;
   if (!S_ISREG(status.st_mode))
     return FileDescriptor(-1);
-  // This is the file that was looked at, even when a FIFO has taken its place: without O_NONBLOCK only a lease is
-  // waited for.
+  // Opens the checked file, even if a FIFO has replaced it at the path. Without O_NONBLOCK it waits only for a lease.
   FileDescriptor file(open(("/proc/self/fd/" + std::to_string(place.get())).c_str(), O_RDONLY | O_CLOEXEC));
   if (file || errno != ENOENT)
     return file;
@@ -79,7 +94,7 @@ std::optional<PackageParts> locateParts(int file) {
   struct stat status {};
   if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size < introEnd)
     return std::nullopt;
-  // The intro and all entries at once.
+  // Reads the intro and all entries at once.
   const auto size = static_cast<std::size_t>(std::min(status.st_size, longest));
   const std::optional<std::string> start = readRange(file, 0, size);
   if (!start || !isLead(*start) || !beginsAsHeader(std::string_view(*start).substr(leadSize)))
@@ -104,28 +119,20 @@ bool beginsAsHeader(std::string_view bytes) {
 
 std::optional<std::string> readRange(int file, off_t offset, std::size_t size) {
   std::string bytes(size, '\0');
-  std::size_t done = 0;
-  while (done < size) {
-    const ssize_t count = pread(file, bytes.data() + done, size - done, offset + static_cast<off_t>(done));
-    if (count < 0 && errno == EINTR)
-      continue;
-    if (count <= 0)
-      return std::nullopt;
-    done += static_cast<std::size_t>(count);
-  }
-  return bytes;
+  return fill(file, offset, bytes) == size ? std::optional(std::move(bytes)) : std::nullopt;
 }
 
 bool forEachBlock(int file, off_t offset, const std::function<void(std::string_view)>& action) {
   std::string block(64 * 1024, '\0');
   for (;;) {
-    const ssize_t count = pread(file, block.data(), block.size(), offset);
-    if (count < 0 && errno == EINTR)
-      continue;
-    if (count <= 0)
-      return count == 0;
-    action(std::string_view(block).substr(0, static_cast<std::size_t>(count)));
-    offset += count;
+    const std::optional<std::size_t> count = fill(file, offset, block);
+    if (!count)
+      return false;
+    if (*count > 0)
+      action(std::string_view(block).substr(0, *count));
+    if (*count < block.size())
+      return true;
+    offset += static_cast<off_t>(*count);
   }
 }
 

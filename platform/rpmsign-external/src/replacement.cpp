@@ -3,7 +3,7 @@
 #include "platform/rpmsign-external/src/replacement.h"
 
 #include "platform/rpmsign-external/src/package_file.h"
-#include "platform/rpmsign-external/src/signing_key.h"
+#include "platform/rpmsign-external/src/signing_error.h"
 
 #include <algorithm>
 #include <array>
@@ -22,12 +22,12 @@ namespace PackageSignatures {
 
 namespace {
 
-/// An empty file with a name that is not taken, with the name.
+/// A new, empty file and its name.
 std::pair<FileDescriptor, std::string> makeTemporaryFile(int directory) {
   for (;;) {
     std::array<unsigned char, 8> random{};
     if (getrandom(random.data(), random.size(), 0) != static_cast<ssize_t>(random.size()))
-      failWithErrno("no file can be made beside it", errno);
+      failWithErrno("no file can be created beside it", errno);
     std::string name = ".krv-package-";
     for (const unsigned char byte : random)
       name += "0123456789abcdefghijklmnopqrstuv"[byte % 32];
@@ -35,7 +35,7 @@ std::pair<FileDescriptor, std::string> makeTemporaryFile(int directory) {
     if (file)
       return {std::move(file), std::move(name)};
     if (errno != EEXIST)
-      failWithErrno("no file can be made beside it", errno);
+      failWithErrno("no file can be created beside it", errno);
   }
 }
 
@@ -46,12 +46,12 @@ void copyOwnerAndMode(int from, int to) {
     failWithErrno("its owner and mode cannot be read", errno);
   if ((wanted.st_uid != made.st_uid || wanted.st_gid != made.st_gid) && fchown(to, wanted.st_uid, wanted.st_gid) != 0)
     failWithErrno("its owner cannot be kept", errno);
-  // After the owner: a change of the owner takes the set-id bits away.
+  // After fchown(), which clears the set-id bits.
   if (fchmod(to, wanted.st_mode & 07777) != 0)
     failWithErrno("its mode cannot be kept", errno);
 }
 
-/// Asks for the size first. `read` is given a buffer and its size, as the calls of xattr(7).
+/// Calls `read` twice, first for the size. `read` takes a buffer and its size, like the calls of xattr(7).
 template <typename Read>
 std::vector<char> readSized(Read read) {
   const ssize_t size = read(nullptr, 0);
@@ -79,7 +79,7 @@ void checkStillInPlace(int original, int directory, const std::string& name) {
   if (fstat(original, &opened) != 0 || fstatat(directory, name.c_str(), &inPlace, AT_SYMLINK_NOFOLLOW) != 0)
     failWithErrno("it cannot be replaced", errno);
   if (opened.st_dev != inPlace.st_dev || opened.st_ino != inPlace.st_ino)
-    throw SigningError("another file took its place meanwhile");
+    throw SigningError("another file replaced it meanwhile");
 }
 
 } // namespace

@@ -11,21 +11,22 @@
 
 namespace PackageSignatures {
 
-/// A new file beside an old one, which it replaces in one step. It is removed again when anything fails before that.
+/// A temporary file beside an existing one, which it replaces by a rename. The destructor removes it unless commit()
+/// has succeeded.
 class Replacement {
 public:
-  /// Makes an empty file in `directory`, a descriptor that has to outlive this object, for the file that is called
-  /// `name` there. Throws SigningError.
+  /// Creates an empty file in `directory`, a descriptor that must outlive this object, to replace the file `name`
+  /// there. Throws SigningError.
   Replacement(int directory, std::string name);
   ~Replacement();
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
   void write(std::string_view bytes);
-  /// Appends what `file` holds from `offset` on.
+  /// Appends the content of `file` from `offset` on.
   void writeRest(int file, off_t offset);
-  /// Gives the new file the owner, mode and extended attributes of `original` and puts it in place. Throws
-  /// SigningError, also when the file in its place is no longer `original`.
+  /// Copies owner, mode and extended attributes of `original` and renames the new file. Throws SigningError, also if
+  /// `name` is no longer the file `original`.
   void commit(int original);
 
 private:

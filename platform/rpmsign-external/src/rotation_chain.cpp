@@ -1,6 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "platform/rpmsign-external/src/cms.h"
+#include "platform/rpmsign-external/src/rotation_chain.h"
+
+#include "platform/rpmsign-external/src/certificate.h"
 
 #include <utility>
 
@@ -38,7 +40,8 @@ bool readLinks(CMS_SignerInfo* signer, const ASN1_OBJECT* attribute, RotationCha
 
 RotationChain::Impl readRotationChain(const SignedData& data) {
   RotationChain::Impl chain;
-  static const ObjectPtr attribute = objectFromText(rotationAttribute); // once: see roleOf()
+  static const ObjectPtr attribute = objectFromText(rotationAttribute); // created once, because encoding the arc is
+                                                                        // slow
   if (attribute && CMS_signed_get_attr_by_OBJ(data.signer, attribute.get(), -1) < 0)
     return chain;
   if (!attribute || !readLinks(data.signer, attribute.get(), chain))
@@ -52,7 +55,7 @@ std::string rotationText(const std::string& nextKeyId) {
 
 namespace {
 
-/// True when the signature of a link holds for the text that vouches for `nextKeyId`.
+/// True if the signature of a link is valid for the text that vouches for `nextKeyId`.
 bool vouchesFor(const SignedData& link, const std::string& nextKeyId) {
   const std::string text = rotationText(nextKeyId);
   Digest digest{};

@@ -9,7 +9,6 @@
 
 #include <cstdlib>
 #include <memory>
-#include <vector>
 
 namespace PackageSignatures {
 
@@ -20,25 +19,25 @@ using HeaderIteratorPtr = std::unique_ptr<headerIterator_s, Release<headerFreeIt
 using TagDataPtr = std::unique_ptr<rpmtd_s, Release<rpmtdFree>>;
 using BlobPtr = std::unique_ptr<void, Release<std::free>>;
 
-/// What precedes the two counts in a file, and what is left out in memory.
+/// The magic comes before the two counts in a file; librpm leaves it out in memory.
 constexpr std::size_t magicSize = sizeof(rpm_header_magic);
 
 [[noreturn]] void failAsDamaged() {
   throw SigningError("its signature header is damaged");
 }
 
-/// A binary tag of any number: headerPutBin() refuses the numbers that librpm has no name for.
+/// Adds a binary tag of any number; headerPutBin() refuses numbers that librpm has no name for.
 void putBinary(Header header, std::uint32_t tag, std::string_view value) {
   const TagDataPtr data(rpmtdNew());
   data->tag = static_cast<rpm_tag_t>(tag);
   data->type = RPM_BIN_TYPE;
   data->count = static_cast<rpm_count_t>(value.size());
-  data->data = const_cast<char*>(value.data()); // headerPut() copies
+  data->data = const_cast<char*>(value.data()); // headerPut() copies it
   if (headerPut(header, data.get(), HEADERPUT_DEFAULT) != 1)
     throw SigningError("librpm refuses " + std::to_string(value.size()) + " bytes of signatures");
 }
 
-/// The header without the region that makes it immutable, which is the form that can be changed.
+/// The header without its immutable region, so that it can be changed.
 HeaderPtr importTags(std::string& blob) {
   const HeaderPtr stored(headerImport(blob.data(), static_cast<unsigned int>(blob.size()), HEADERIMPORT_COPY));
   if (!stored)
@@ -63,7 +62,7 @@ void adjustReservedSpace(Header tags, std::size_t originalSize) {
   const TagDataPtr reserved(rpmtdNew());
   if (headerGet(tags, RPMSIGTAG_RESERVEDSPACE, reserved.get(), HEADERGET_MINMEM) != 1)
     return;
-  // Not rpmtdCount(): that is 1 for any binary tag.
+  // Not rpmtdCount(), which is 1 for any binary tag.
   const std::size_t available = originalSize + reserved->count;
   const std::size_t size = sizeOf(tags);
   rpmtdFreeData(reserved.get());

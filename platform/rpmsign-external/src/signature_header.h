@@ -9,10 +9,9 @@
 
 namespace PackageSignatures {
 
-/// The signature header of an open package, with magic and padding, after its container was replaced by `container`
-/// or, when that is empty, removed. All other tags stay; the space that is reserved for signatures gives and takes, so
-/// that the header keeps its size where it can. Throws SigningError when the header is damaged or would become
-/// larger than what librpm reads.
+/// The signature header of an open package, with magic and padding, after its container was replaced by `container` or,
+/// if that is empty, removed. All other tags stay. The reserved space grows or shrinks so that the header keeps its
+/// size if possible. Throws SigningError if the header is damaged or would exceed librpm's limits.
 std::string rewriteSignatureHeader(int file, const PackageParts& parts, std::string_view container);
 
 } // namespace PackageSignatures

@@ -4,11 +4,12 @@
 #include "platform/rpmsign-external/src/cms.h"
 #include "platform/rpmsign-external/src/package_file.h"
 #include "platform/rpmsign-external/src/replacement.h"
+#include "platform/rpmsign-external/src/rotation_chain.h"
 #include "platform/rpmsign-external/src/signature_header.h"
+#include "platform/rpmsign-external/src/signing_error.h"
 #include "platform/rpmsign-external/src/signing_key.h"
 
 #include <cerrno>
-#include <climits>
 #include <filesystem>
 #include <utility>
 
@@ -32,7 +33,7 @@ OpenPackage openPackage(int directory, const std::string& path, Symlink symlink)
     throw SigningError("it is not a regular file");
   const std::optional<PackageParts> parts = locateParts(file.get());
   if (!parts)
-    throw SigningError("it is no RPM package");
+    throw SigningError("it is not an RPM package");
   return {std::move(file), *parts};
 }
 
@@ -40,8 +41,8 @@ OpenPackage openPackage(const std::string& path) {
   return openPackage(AT_FDCWD, path, Symlink::Followed);
 }
 
-/// A package that is about to be replaced. The path is resolved once: whoever can write one of the directories in it
-/// can make it lead elsewhere at any time.
+/// A package that will be replaced. The path is resolved only once: a process that can write to one of its directories
+/// can redirect it at any time.
 struct ReplaceablePackage {
   FileDescriptor directory;
   std::string name;
@@ -85,10 +86,10 @@ std::string toDer(CMS_ContentInfo* message) {
 }
 
 [[noreturn]] void failAsNoHeader() {
-  throw SigningError("its content is no RPM header");
+  throw SigningError("its content is not an RPM header");
 }
 
-/// A message by `key` without content yet; the signer gets the rotation attribute unless `chain` is empty.
+/// A message of `key` without content; the signer gets the rotation attribute unless `chain` is empty.
 CmsPtr startMessage(const SigningKey& key, STACK_OF(X509) * others, unsigned int flags, const std::string& chain = {}) {
   CmsPtr message(CMS_sign(nullptr, nullptr, others, nullptr, flags | CMS_PARTIAL));
   CMS_SignerInfo* const signer =
@@ -115,7 +116,7 @@ std::string makeLink(const SigningKey& key, const std::string& nextKeyId, STACK_
   return toDer(message.get());
 }
 
-/// The value of the rotation attribute; empty for a signer without earlier keys.
+/// The value of the rotation attribute; empty if the signer has no earlier keys.
 std::string makeRotationChain(const Signer& signer, STACK_OF(X509) * others) {
   if (signer.previous.empty())
     return {};
@@ -144,7 +145,7 @@ std::string makeDetached(const OpenPackage& package, const Signer& signer) {
   const CertificatesPtr others = readCertificates(signer.chainPath);
   const unsigned int flags = CMS_BINARY | CMS_DETACHED;
   const CmsPtr message = startMessage(signer.key, others.get(), flags, makeRotationChain(signer, others.get()));
-  // Not CMS_final(): it takes a read error for the end of the content, and would sign what came before.
+  // Not CMS_final(): it takes a read error for the end of the content, and would sign the part before it.
   const BioChainPtr digest(CMS_dataInit(message.get(), nullptr));
   if (!digest)
     failToSign();
@@ -163,7 +164,7 @@ std::string makeDetached(const OpenPackage& package, const Signer& signer) {
     failToSign();
   std::string made = toDer(message.get());
   if (mayDefineCurves(made))
-    throw SigningError("a key defines its curve, and has to name it");
+    throw SigningError("a key defines its curve instead of naming it");
   return made;
 }
 
@@ -180,7 +181,7 @@ void replace(const ReplaceablePackage& target, std::string_view container) {
   replacement.commit(package.file.get());
 }
 
-/// Calls `action` with each message of the container: its bytes and what they hold.
+/// Calls `action` with the bytes and the parsed data of each message in the container.
 template <typename Action>
 void forEachMessage(std::string_view container, Action action) {
   while (!container.empty()) {
@@ -188,7 +189,7 @@ void forEachMessage(std::string_view container, Action action) {
     const std::shared_ptr<const SignedData> data = takeSignedData(container);
     if (!data || attachedContent(*data))
       throw SigningError("its signatures cannot be read");
-    action(start.substr(0, start.size() - container.size()), *data);
+    action(start.substr(0, start.size() - container.size()), data);
   }
 }
 
@@ -199,9 +200,10 @@ PackageLayout packageLayout(const std::string& packagePath) {
   const OpenPackage package = openPackage(packagePath);
   PackageLayout layout{.cmses = {}, .contentOffset = package.parts.contentOffset};
   const std::string container = readContainer(package);
-  forEachMessage(container, [&](std::string_view bytes, const SignedData&) {
+  forEachMessage(container, [&](std::string_view bytes, const std::shared_ptr<const SignedData>& data) {
     const off_t offset = package.parts.container->offset + (bytes.data() - container.data());
-    layout.cmses.push_back({.offset = offset, .size = bytes.size()});
+    layout.cmses.push_back(
+        {.cms = Cms(std::make_shared<const Cms::Impl>(Cms::Impl{data})), .offset = offset, .size = bytes.size()});
   });
   return layout;
 }
@@ -222,8 +224,8 @@ void signPackage(const std::string& packagePath, const Signer& signer) {
   std::string added = makeDetached(target.package, signer);
   std::string result;
   const std::string container = readContainer(target.package);
-  forEachMessage(container, [&](std::string_view bytes, const SignedData& data) {
-    if (roleOf(data.certificate->own.get()) != signer.key.role()) {
+  forEachMessage(container, [&](std::string_view bytes, const std::shared_ptr<const SignedData>& data) {
+    if (roleOf(data->certificate->own.get()) != signer.key.role()) {
       result += bytes;
     } else {
       result += added;

@@ -3,11 +3,11 @@
 #include "platform/rpmsign-external/src/signing_key.h"
 
 #include "platform/rpmsign-external/src/certificate.h"
+#include "platform/rpmsign-external/src/signing_error.h"
 
 #include <openssl/pem.h>
 
 #include <cerrno>
-#include <system_error>
 #include <utility>
 
 namespace PackageSignatures {
@@ -29,10 +29,6 @@ int noPassPhrase(char*, int, int, void*) {
 
 } // namespace
 
-void failWithErrno(const std::string& what, int error) {
-  throw SigningError(what + ": " + std::generic_category().message(error));
-}
-
 CertificatesPtr readCertificates(const std::string& path) {
   CertificatesPtr certificates(sk_X509_new_null());
   if (path.empty())
@@ -44,7 +40,7 @@ CertificatesPtr readCertificates(const std::string& path) {
   }
   const bool atEnd = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
   if (!atEnd || sk_X509_num(certificates.get()) == 0)
-    throw SigningError(path + " holds no certificate in PEM form, or something that is none");
+    throw SigningError(path + " is not a PEM file of certificates");
   return certificates;
 }
 
@@ -55,11 +51,11 @@ SigningKey SigningKey::fromFiles(const std::string& keyPath, const std::string& 
   const BioPtr keyFile = openPem(keyPath);
   KeyPtr key(PEM_read_bio_PrivateKey(keyFile.get(), nullptr, noPassPhrase, nullptr));
   if (!key)
-    throw SigningError(keyPath + " holds no private key in PEM form without a pass phrase");
+    throw SigningError(keyPath + " is not a PEM file of a private key without a pass phrase");
   const BioPtr certificateFile = openPem(certificatePath);
   CertificatePtr certificate(PEM_read_bio_X509(certificateFile.get(), nullptr, noPassPhrase, nullptr));
   if (!certificate)
-    throw SigningError(certificatePath + " holds no certificate in PEM form");
+    throw SigningError(certificatePath + " is not a PEM file of a certificate");
   if (X509_check_private_key(certificate.get(), key.get()) != 1)
     throw SigningError("the key " + keyPath + " does not belong to the certificate " + certificatePath);
   return SigningKey(std::make_shared<const Impl>(Impl{std::move(key), std::move(certificate)}));

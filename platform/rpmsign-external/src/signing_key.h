@@ -13,10 +13,7 @@ struct SigningKey::Impl {
   CertificatePtr certificate;
 };
 
-/// The certificates of a PEM file; none for an empty path. Throws SigningError when it cannot be read.
+/// The certificates of a PEM file; an empty list for an empty path. Throws SigningError if the file cannot be read.
 CertificatesPtr readCertificates(const std::string& path);
-
-/// Throws SigningError: `what`, and the system's description of `error`.
-[[noreturn]] void failWithErrno(const std::string& what, int error);
 
 } // namespace PackageSignatures

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/error/dbus_error.h"
-#include "tests/support/expected_errors.h"
+#include "tests/support/diagnostics/expected_errors.h"
 
 #include <gtest/gtest.h>
 
@@ -49,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(DBusError, ForeignName,
                                          "Velta.KRV.Error.PackageNotExist", "org.freedesktop.DBus.Error.Timeout",
                                          "org.freedesktop.DBus.Error.UnknownMethod", "org.sdbuscpp.Error"));
 
-TEST(DBusError, ComparesTheWholeViewAndNothingBehindIt) {
+TEST(DBusError, ComparesExactlyTheView) {
   const std::string text = "velta.KRV.Error.NoneX";
   EXPECT_EQ(fromDBusName(std::string_view(text).substr(0, text.size() - 1)), ErrorCode::None);
   EXPECT_EQ(fromDBusName(std::string("velta.KRV.Error.None\0", 21)), ErrorCode::Internal);
@@ -58,7 +58,7 @@ TEST(DBusError, ComparesTheWholeViewAndNothingBehindIt) {
 const ErrorCode codeBeforeMain = fromDBusName("velta.KRV.Error.PackageNotExist");
 const std::string nameBeforeMain = fromCode(ErrorCode::FileConflict).name;
 
-TEST(DBusError, IsMappedBeforeMainBegins) {
+TEST(DBusError, MapsCodesBeforeMain) {
   EXPECT_EQ(codeBeforeMain, ErrorCode::PackageNotExist);
   EXPECT_EQ(nameBeforeMain, "velta.KRV.Error.FileConflict");
 }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/error/error_code.h"
-#include "tests/support/expected_errors.h"
+#include "tests/support/diagnostics/expected_errors.h"
 
 #include <gtest/gtest.h>
 
@@ -28,7 +28,7 @@ TEST(ErrorCode, HasTheMessageOfItsCategory) {
     EXPECT_EQ(make_error_code(expected.code).message(), expected.message) << expected.value;
 }
 
-TEST(ErrorCategory, GivesTheMessageOfInternalForEveryOtherNumber) {
+TEST(ErrorCategory, HasTheMessageOfInternalForUnassignedNumbers) {
   std::set<int> known;
   for (const auto& expected : expectedErrors)
     known.insert(expected.value);
@@ -45,7 +45,7 @@ TEST(ErrorCategory, HasItsName) {
   EXPECT_STREQ(Common::errorCategory().name(), "Common::ErrorCategory");
 }
 
-TEST(ErrorCategory, ExistsOnce) {
+TEST(ErrorCategory, IsASingleton) {
   EXPECT_EQ(&Common::errorCategory(), &Common::errorCategory());
   EXPECT_EQ(&make_error_code(ErrorCode::Internal).category(), &Common::errorCategory());
 }
@@ -69,15 +69,15 @@ TEST(ErrorCode, ConvertsToAStandardErrorCode) {
   EXPECT_TRUE(code == ErrorCode::FileConflict);
 }
 
-TEST(ErrorCode, NoneIsNoError) {
+TEST(ErrorCode, NoneIsFalse) {
   EXPECT_FALSE(make_error_code(ErrorCode::None));
   EXPECT_TRUE(make_error_code(ErrorCode::Filesystem));
 }
 
-// Other static objects may raise and describe errors while the program starts.
+// Initialisers of other static objects may throw and describe errors.
 const std::string messageBeforeMain = make_error_code(ErrorCode::BadPackageVersion).message();
 
-TEST(ErrorCode, IsDescribedBeforeMainBegins) {
+TEST(ErrorCode, HasItsMessageBeforeMain) {
   EXPECT_EQ(messageBeforeMain, "The package version has an incorrect value");
 }
 

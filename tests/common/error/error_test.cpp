@@ -13,12 +13,12 @@ using Common::Error;
 using Common::ErrorCode;
 using Common::make_error_code;
 
-TEST(Error, SaysTheThrowersMessageAlone) {
+TEST(Error, ShowsOnlyTheMessageOfTheThrower) {
   const Error error(make_error_code(ErrorCode::Filesystem), "Couldn't create directory: /x");
   EXPECT_STREQ(error.what(), "Couldn't create directory: /x");
 }
 
-TEST(Error, KeepsTheMessageOfItsCodeInReach) {
+TEST(Error, KeepsTheMessageOfItsCode) {
   const Error error(make_error_code(ErrorCode::Filesystem), "Couldn't create directory: /x");
   EXPECT_EQ(error.code().message(), "Filesystem error occurred");
   EXPECT_STREQ(error.code().category().name(), "Common::ErrorCategory");

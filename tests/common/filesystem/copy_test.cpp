@@ -2,11 +2,11 @@
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/copy.h"
 #include "tests/common/filesystem/fixture.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/special_files.h"
-#include "tests/support/thrown.h"
-#include "tests/support/working_directory.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/process/ordinary_user.h"
+#include "tests/support/process/working_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -45,14 +45,14 @@ TEST_F(CopyFile, CopiesContentAndPermissions) {
   expectSilence();
 }
 
-TEST_F(CopyFile, MakesTheMissingParents) {
+TEST_F(CopyFile, CreatesTheMissingParents) {
   writeFile(from, "content");
   Filesystem::copyFile(from, directory / "a/b/to");
   EXPECT_EQ(readFile(directory / "a/b/to"), "content");
   expectSilence();
 }
 
-TEST_F(CopyFile, MakesNoParentsForABareName) {
+TEST_F(CopyFile, CreatesNoParentsForABareName) {
   writeFile(from, "content");
   const ScopedWorkingDirectory working(directory.path());
   Filesystem::copyFile("from", "to");
@@ -60,7 +60,7 @@ TEST_F(CopyFile, MakesNoParentsForABareName) {
   expectSilence();
 }
 
-TEST_F(CopyFile, FollowsALink) {
+TEST_F(CopyFile, FollowsASymlink) {
   writeFile(from, "content");
   fs::create_symlink("from", directory / "link");
   Filesystem::copyFile(directory / "link", to);
@@ -68,7 +68,7 @@ TEST_F(CopyFile, FollowsALink) {
   EXPECT_EQ(readFile(to), "content");
 }
 
-TEST_F(CopyFile, RefusesWhatIsNoFile) {
+TEST_F(CopyFile, RefusesOtherTypes) {
   fs::create_directory(directory / "directory");
   fs::create_symlink("directory", directory / "link");
   fs::create_symlink("missing", directory / "dangling");
@@ -83,7 +83,7 @@ TEST_F(CopyFile, RefusesWhatIsNoFile) {
   expectSilence();
 }
 
-TEST_F(CopyFile, LeavesAnExistingDestinationInPlace) {
+TEST_F(CopyFile, DoesNotChangeAnExistingDestination) {
   writeFile(from, "new");
   writeFile(directory / "file", "old");
   fs::create_directory(directory / "directory");
@@ -101,7 +101,7 @@ TEST_F(CopyFile, LeavesAnExistingDestinationInPlace) {
   EXPECT_EQ(describeTree(directory.path()), before);
 }
 
-TEST_F(CopyFile, ReportsParentsThatCannotBeMadeOnce) {
+TEST_F(CopyFile, ReportsUncreatableParentsOnce) {
   writeFile(from, "new");
   writeFile(directory / "file", "old");
   const fs::path path = directory / "file/below/to";
@@ -110,7 +110,7 @@ TEST_F(CopyFile, ReportsParentsThatCannotBeMadeOnce) {
   EXPECT_EQ(log.text(), "[E] " + reasonOf([&] { fs::create_directories(path.parent_path()); }) + "\n");
 }
 
-TEST_F(CopyFile, KeepsTheParentsItMadeWhenTheContentCannotBeCopied) {
+TEST_F(CopyFile, KeepsCreatedParentsWhenCopyingTheContentFails) {
   writeFile(from, "secret");
   const Support::OrdinaryUser user(directory.path());
   fs::permissions(from, fs::perms::none);
@@ -121,7 +121,7 @@ TEST_F(CopyFile, KeepsTheParentsItMadeWhenTheContentCannotBeCopied) {
   EXPECT_EQ(describeTree(directory / "a"), "directory\n");
 }
 
-TEST_F(CopyAttributes, OfAFileWithTheirBytes) {
+TEST_F(CopyAttributes, CopiesTheBytesOfEachAttribute) {
   writeFile(from, "content");
   attach(from, "user.plain", "value");
   attach(from, "user.zeros", zeros);
@@ -131,7 +131,7 @@ TEST_F(CopyAttributes, OfAFileWithTheirBytes) {
   expectSilence();
 }
 
-TEST_F(CopyAttributes, LeavesOutThoseWithAnEmptyValue) {
+TEST_F(CopyAttributes, SkipsAttributesWithAnEmptyValue) {
   writeFile(from, "content");
   fs::permissions(from, static_cast<fs::perms>(0644));
   attach(from, "user.empty", "");
@@ -141,7 +141,7 @@ TEST_F(CopyAttributes, LeavesOutThoseWithAnEmptyValue) {
   EXPECT_EQ(describeTree(to), "file 644 \"content\" user.full=\"x\"\n");
 }
 
-TEST_F(CopyAttributes, OfTheFileThatALinkLeadsTo) {
+TEST_F(CopyAttributes, CopiesTheAttributesOfASymlinksTarget) {
   writeFile(from, "content");
   attach(from, "user.plain", "value");
   fs::create_symlink("from", directory / "link");
@@ -149,8 +149,8 @@ TEST_F(CopyAttributes, OfTheFileThatALinkLeadsTo) {
   EXPECT_EQ(describeTree(to), describeTree(from));
 }
 
-TEST_F(CopyAttributes, RemovesAFileThatDoesNotTakeThem) {
-  // The permissions come first, and then an ordinary user may no longer write to the file.
+TEST_F(CopyAttributes, RemovesTheFileWhenSettingAnAttributeFails) {
+  // The permissions are set before the attributes, so an ordinary user cannot write to the file any more.
   writeFile(from, "content");
   attach(from, "user.plain", "value");
   fs::permissions(from, static_cast<fs::perms>(0444));
@@ -164,7 +164,7 @@ TEST_F(CopyAttributes, RemovesAFileThatDoesNotTakeThem) {
   expectSilence();
 }
 
-TEST_F(CopyAttributes, RemovesAFileOnAFileSystemThatDoesNotTakeThem) {
+TEST_F(CopyAttributes, RemovesTheFileOnAFileSystemWithoutAttributes) {
   const fs::path elsewhere = "/dev/shm" / directory.path().filename();
   writeFile(elsewhere, "content");
   const std::string large(60'000, 'x');
@@ -180,9 +180,9 @@ TEST_F(CopyAttributes, RemovesAFileOnAFileSystemThatDoesNotTakeThem) {
   expectSilence();
 }
 
-// ---- links
+// ---- symlinks
 
-TEST_F(CopySymlink, RefusesWhatIsNoLink) {
+TEST_F(CopySymlink, RefusesOtherTypes) {
   writeFile(directory / "file", "");
   for (const fs::path& path : {directory / "file", directory.path(), directory / "missing"})
     EXPECT_EQ(errorOf([&] { Filesystem::copySymlink(path, to); }),
@@ -191,7 +191,7 @@ TEST_F(CopySymlink, RefusesWhatIsNoLink) {
   expectSilence();
 }
 
-TEST_F(CopySymlink, RecreatesALinkIntoItsOwnDirectory) {
+TEST_F(CopySymlink, RecreatesASymlinkIntoItsOwnDirectory) {
   writeFile(directory / "lib.so.1", "content");
   for (const char* target : {"lib.so.1", "sub/file", "sub/../..", "dangling", "-x", " x", "a.b", "~/x", "b\"\\"}) {
     const fs::path link = directory / "link";
@@ -206,7 +206,7 @@ TEST_F(CopySymlink, RecreatesALinkIntoItsOwnDirectory) {
   expectSilence();
 }
 
-TEST_F(CopySymlink, RecreatesALinkToADirectory) {
+TEST_F(CopySymlink, RecreatesASymlinkToADirectory) {
   fs::create_directory(directory / "target");
   fs::create_directory_symlink("target", from);
   Filesystem::copySymlink(from, to);
@@ -214,7 +214,7 @@ TEST_F(CopySymlink, RecreatesALinkToADirectory) {
   expectSilence();
 }
 
-TEST_F(CopySymlink, MakesNoParentsForABareName) {
+TEST_F(CopySymlink, CreatesNoParentsForABareName) {
   const ScopedWorkingDirectory working(directory.path());
   fs::create_symlink("x", "from");
   Filesystem::copySymlink("from", "to");
@@ -222,8 +222,8 @@ TEST_F(CopySymlink, MakesNoParentsForABareName) {
   expectSilence();
 }
 
-TEST_F(CopySymlink, CopiesTheContentOfALinkThatLeadsElsewhere) {
-  // Relative texts lead on from the working directory, and there is something else there than beside the link.
+TEST_F(CopySymlink, CopiesTheContentOfATargetInAnotherDirectory) {
+  // A relative target is resolved against the working directory, where another file has the same name.
   writeFile(directory / "work/here/x", "from ./x");
   writeFile(directory / "work/x", "from ../x");
   writeFile(directory / "work/here/.hidden", "from .hidden");
@@ -250,7 +250,7 @@ TEST_F(CopySymlink, CopiesTheContentOfALinkThatLeadsElsewhere) {
   }
 }
 
-TEST_F(CopySymlink, WritesPathsQuotedInItsWarnings) {
+TEST_F(CopySymlink, QuotesPathsInWarnings) {
   writeFile(directory / "target", "content");
   const ScopedWorkingDirectory working(directory.path());
   fs::create_symlink("./target", "a \"b\\");
@@ -259,7 +259,7 @@ TEST_F(CopySymlink, WritesPathsQuotedInItsWarnings) {
                             std::string(contentOfTarget));
 }
 
-TEST_F(CopySymlink, PassesTheErrorOfCopyingTheContentOn) {
+TEST_F(CopySymlink, PassesOnTheErrorOfCopyFile) {
   fs::create_symlink(directory / "missing", from);
   EXPECT_EQ(errorOf([&] { Filesystem::copySymlink(from, to); }),
             "Filesystem: Attempt to copy file, but " + (directory / "missing").string() + " is not regular file");
@@ -268,15 +268,15 @@ TEST_F(CopySymlink, PassesTheErrorOfCopyingTheContentOn) {
   EXPECT_EQ(describeTree(to), "nothing\n");
 }
 
-TEST_F(CopySymlink, DoesNotCopyTheContentOfADirectoryElsewhere) {
+TEST_F(CopySymlink, RefusesADirectoryAsTargetInAnotherDirectory) {
   fs::create_directory(directory / "target");
   fs::create_directory_symlink(directory / "target", from);
   EXPECT_EQ(errorOf([&] { Filesystem::copySymlink(from, to); }),
             "Filesystem: Attempt to copy file, but " + (directory / "target").string() + " is not regular file");
 }
 
-TEST_F(CopySymlink, FallsBackToTheContentWhereTheLinkCannotBeMade) {
-  // The text leads to a file from the working directory, but there is something at the destination already.
+TEST_F(CopySymlink, CopiesTheContentWhenTheSymlinkCannotBeCreated) {
+  // The target exists relative to the working directory, but the destination exists too.
   writeFile(directory / "target", "content");
   writeFile(to, "old");
   fs::create_symlink("target", from);
@@ -288,7 +288,7 @@ TEST_F(CopySymlink, FallsBackToTheContentWhereTheLinkCannotBeMade) {
   EXPECT_EQ(readFile(to), "old");
 }
 
-TEST_F(CopySymlink, FallsBackToTheContentWhereTheParentsCannotBeMade) {
+TEST_F(CopySymlink, CopiesTheContentWhenTheParentsCannotBeCreated) {
   writeFile(directory / "file", "old");
   fs::create_symlink("target", from);
   const fs::path path = directory / "file/to";
@@ -315,7 +315,7 @@ TEST_F(CopyDirectory, CopiesATree) {
   expectSilence();
 }
 
-TEST_F(CopyDirectory, FollowsALinkToTheSource) {
+TEST_F(CopyDirectory, FollowsASymlinkToTheSource) {
   writeFile(directory / "real/file", "content");
   fs::create_directory_symlink("real", from);
   Filesystem::copyDirectory(from, to);
@@ -341,7 +341,7 @@ TEST_F(CopyDirectory, AddsToAnExistingDirectory) {
   expectSilence();
 }
 
-TEST_F(CopyDirectory, RefusesWhatIsNoDirectory) {
+TEST_F(CopyDirectory, RefusesOtherTypes) {
   writeFile(directory / "file", "");
   fs::create_symlink("file", directory / "link");
   fs::create_symlink("missing", directory / "dangling");
@@ -354,7 +354,7 @@ TEST_F(CopyDirectory, RefusesWhatIsNoDirectory) {
   expectSilence();
 }
 
-TEST_F(CopyDirectory, FailsWhereTheDestinationCannotBeMade) {
+TEST_F(CopyDirectory, FailsWhenTheDestinationCannotBeCreated) {
   writeFile(from / "file", "new");
   writeFile(directory / "file", "old");
   fs::create_symlink("missing", directory / "dangling");
@@ -368,7 +368,7 @@ TEST_F(CopyDirectory, FailsWhereTheDestinationCannotBeMade) {
   expectSilence();
 }
 
-TEST_F(CopyDirectory, IsNotCopiedIntoItself) {
+TEST_F(CopyDirectory, RefusesToCopyADirectoryIntoItself) {
   writeFile(from / "sub/file", "content");
   fs::create_directory_symlink("from", directory / "link");
   fs::create_directory_symlink("from/sub", directory / "to sub");
@@ -387,7 +387,7 @@ TEST_F(CopyDirectory, IsNotCopiedIntoItself) {
   expectSilence();
 }
 
-TEST_F(CopyDirectory, IsCopiedBesideItself) {
+TEST_F(CopyDirectory, CopiesADirectoryBesideItself) {
   writeFile(from / "file", "content");
   for (const char* name : {"from2", "fro", "x/from", "from/../y", "z/../from3"}) {
     Filesystem::copyDirectory(from, directory / name);
@@ -396,14 +396,14 @@ TEST_F(CopyDirectory, IsCopiedBesideItself) {
   expectSilence();
 }
 
-TEST_F(CopyDirectory, IsCopiedIntoADirectoryAboveIt) {
+TEST_F(CopyDirectory, CopiesADirectoryIntoAnAncestor) {
   writeFile(directory / "above/from/file", "content");
   Filesystem::copyDirectory(directory / "above/from", directory / "above");
   EXPECT_EQ(readFile(directory / "above/file"), "content");
   expectSilence();
 }
 
-TEST_F(CopyDirectory, LeavesTheSourceWhenItFailsIntoADirectoryAboveIt) {
+TEST_F(CopyDirectory, KeepsTheSourceWhenCopyingIntoAnAncestorFails) {
   writeFile(directory / "above/from/from", "content");
   const fs::path source = directory / "above/from";
   const fs::path above = directory / "above";
@@ -415,7 +415,7 @@ TEST_F(CopyDirectory, LeavesTheSourceWhenItFailsIntoADirectoryAboveIt) {
   EXPECT_EQ(describeTree(directory.path()), before);
 }
 
-TEST_F(CopyDirectory, LeavesNothingOfATreeThatCannotBeCopied) {
+TEST_F(CopyDirectory, RemovesThePartialTreeOnFailure) {
   struct Case {
     const char* name;
     std::function<void(const fs::path&)> make;
@@ -436,7 +436,7 @@ TEST_F(CopyDirectory, LeavesNothingOfATreeThatCannotBeCopied) {
   expectSilence();
 }
 
-TEST_F(CopyDirectory, KeepsTheParentsItMadeWhenItFails) {
+TEST_F(CopyDirectory, KeepsCreatedParentsOnFailure) {
   fs::create_directory(from);
   Support::makeFifo(from / "fifo");
   EXPECT_EQ(errorOf([&] { Filesystem::copyDirectory(from, directory / "a/b/to"); }),
@@ -444,7 +444,7 @@ TEST_F(CopyDirectory, KeepsTheParentsItMadeWhenItFails) {
   EXPECT_EQ(describeTree(directory / "a"), "directory\nb: directory\n");
 }
 
-TEST_F(CopyDirectory, RemovesAlsoWhatWasThereWhenItFails) {
+TEST_F(CopyDirectory, RemovesExistingContentOfTheDestinationOnFailure) {
   writeFile(from / "file", "new");
   writeFile(to / "file", "old");
   writeFile(to / "sub/other", "old");
@@ -456,8 +456,8 @@ TEST_F(CopyDirectory, RemovesAlsoWhatWasThereWhenItFails) {
   expectSilence();
 }
 
-TEST_F(CopyDirectory, PassesTheErrorOfTheListingOnAndLeavesNothing) {
-  // A listing reads the time of what a link leads to.
+TEST_F(CopyDirectory, PassesOnTheErrorOfTheListingAndRemovesTheDestination) {
+  // The listing reads the modification time of a symlink's target.
   fs::create_directories(from / "sub");
   fs::create_symlink("missing", from / "sub/dangling");
   EXPECT_EQ(errorOf([&] { Filesystem::copyDirectory(from, to); }),
@@ -466,7 +466,7 @@ TEST_F(CopyDirectory, PassesTheErrorOfTheListingOnAndLeavesNothing) {
   EXPECT_EQ(describeTree(to), "nothing\n");
 }
 
-TEST_F(CopyDirectory, SaysWhatItCouldNotCleanUpAndThenWhatWentWrong) {
+TEST_F(CopyDirectory, LogsAFailedCleanupBeforeTheError) {
   fs::create_directory(from);
   Support::makeFifo(from / "fifo");
   writeFile(to / "closed/file", "old");
@@ -480,7 +480,7 @@ TEST_F(CopyDirectory, SaysWhatItCouldNotCleanUpAndThenWhatWentWrong) {
   EXPECT_EQ(readFile(to / "closed/file"), "old");
 }
 
-TEST_F(CopyDirectory, CopiesTheContentOfLinksThatLeadElsewhere) {
+TEST_F(CopyDirectory, CopiesTheContentOfSymlinksToOtherDirectories) {
   writeFile(directory / "target", "content");
   fs::create_directory(from);
   fs::create_symlink(directory / "target", from / "link");
@@ -491,7 +491,7 @@ TEST_F(CopyDirectory, CopiesTheContentOfLinksThatLeadElsewhere) {
   EXPECT_EQ(readFile(to / "link"), "content");
 }
 
-TEST_F(CopyAttributes, OfTheFilesOfATreeAndNotOfItsDirectories) {
+TEST_F(CopyAttributes, CopiesAttributesOfFilesButNotOfDirectories) {
   writeFile(from / "sub/file", "content");
   attach(from / "sub/file", "user.plain", "value");
   attach(from / "sub/file", "user.zeros", zeros);
@@ -503,7 +503,7 @@ TEST_F(CopyAttributes, OfTheFilesOfATreeAndNotOfItsDirectories) {
   EXPECT_TRUE(errorOf([&] { Filesystem::copyDirectory(from, to); }).ends_with(" (path already exists)"));
 }
 
-TEST_F(CopyAttributes, LeaveNothingOfATreeWithAFileThatDoesNotTakeThem) {
+TEST_F(CopyAttributes, RemovesTheTreeWhenSettingAnAttributeFails) {
   writeFile(from / "sub/file", "content");
   writeFile(from / "other", "content");
   attach(from / "sub/file", "user.plain", "value");
@@ -519,21 +519,21 @@ TEST_F(CopyAttributes, LeaveNothingOfATreeWithAFileThatDoesNotTakeThem) {
 
 // ---- any entry
 
-TEST_F(Copy, PicksTheKindOfTheEntry) {
+TEST_F(Copy, ChoosesTheOperationByType) {
   writeFile(directory / "file", "content");
   writeFile(directory / "directory/below", "content");
   fs::create_symlink("file", directory / "link");
   fs::create_directory_symlink("directory", directory / "link to directory");
   for (const char* name : {"file", "directory", "link", "link to directory"}) {
     const fs::path path = directory / "copies" / name;
-    // Beside the copies, so that the copied links lead somewhere.
+    // In the folder of the copies, so that the copied symlinks do not dangle.
     Filesystem::copy(directory / name, path);
     EXPECT_EQ(describeTree(path), describeTree(directory / name));
   }
   expectSilence();
 }
 
-TEST_F(Copy, RefusesWhatDoesNotExist) {
+TEST_F(Copy, RefusesAMissingSource) {
   fs::create_symlink("missing", directory / "dangling");
   writeFile(to, "old");
   for (const fs::path& source : {directory / "missing", directory / "dangling", directory / "to/below", fs::path()})
@@ -545,7 +545,7 @@ TEST_F(Copy, RefusesWhatDoesNotExist) {
   expectSilence();
 }
 
-TEST_F(Copy, SaysWhyTheSourceCannotBeAskedAbout) {
+TEST_F(Copy, LogsTheReasonWhenStatOfTheSourceFails) {
   fs::create_symlink("loop", directory / "loop");
   const fs::path loop = directory / "loop";
   EXPECT_EQ(errorOf([&] { Filesystem::copy(loop, to); }), "Filesystem: Couldn't copy " + loop.string() + " to " +
@@ -572,7 +572,7 @@ TEST_F(Copy, RefusesADestinationThatExists) {
   expectSilence();
 }
 
-TEST_F(Copy, FailsOverADanglingLinkInTheWayOfEachKind) {
+TEST_F(Copy, FailsForADanglingSymlinkAsDestination) {
   writeFile(directory / "file", "new");
   writeFile(directory / "tree/file", "new");
   fs::create_symlink("missing", to);
@@ -595,7 +595,7 @@ TEST_F(Copy, RefusesADirectoryBelowItself) {
   expectSilence();
 }
 
-TEST_F(Copy, RefusesPipesSocketsAndDevices) {
+TEST_F(Copy, RefusesFifosSocketsAndDevices) {
   Support::makeFifo(directory / "fifo");
   Support::makeSocket(directory / "socket");
   for (const fs::path& path : {directory / "fifo", directory / "socket", fs::path("/dev/null")})
@@ -605,7 +605,7 @@ TEST_F(Copy, RefusesPipesSocketsAndDevices) {
   expectSilence();
 }
 
-TEST_F(Copy, FallsBackToContentForALinkToAPipe) {
+TEST_F(Copy, FailsForASymlinkToAFifoInAnotherDirectory) {
   Support::makeFifo(directory / "fifo");
   fs::create_symlink(directory / "fifo", from);
   EXPECT_EQ(errorOf([&] { Filesystem::copy(from, to); }),

@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/entry.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/special_files.h"
-#include "tests/support/temp_directory.h"
-#include "tests/support/thrown.h"
-#include "tests/support/working_directory.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/process/ordinary_user.h"
+#include "tests/support/process/temp_directory.h"
+#include "tests/support/process/working_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -29,7 +29,7 @@ using Support::writeFile;
 
 constexpr fs::perms ownerAll = fs::perms::owner_all;
 
-/// The queries that answer without ever throwing, each with the call of the library that it stands for.
+/// The queries that never throw, each with the std::filesystem function that it wraps.
 struct Query {
   const char* name;
   std::function<bool(const fs::path&)> ask;
@@ -48,7 +48,7 @@ const std::vector<Query>& queries() {
   return all;
 }
 
-/// The names of the queries that answer yes.
+/// The names of the queries that return true.
 std::string answersFor(const fs::path& path) {
   std::string names;
   for (const Query& query : queries())
@@ -57,7 +57,7 @@ std::string answersFor(const fs::path& path) {
   return names;
 }
 
-/// Runs an action that must fail: the library's reason in the log, `message` in the error.
+/// Expects the action to fail: `reason` in the log, `message` in the error.
 void expectFailure(const std::function<void()>& action, const std::string& reason, const std::string& message) {
   ASSERT_NE(reason, "no exception");
   const CapturedLog log;
@@ -65,14 +65,14 @@ void expectFailure(const std::function<void()>& action, const std::string& reaso
   EXPECT_EQ(log.text(), "[E] " + reason + "\n");
 }
 
-/// Runs an action that must be refused without a line in the log.
+/// Expects the action to throw without a log line.
 void expectRefusal(const std::function<void()>& action, const std::string& message) {
   const CapturedLog log;
   EXPECT_EQ(errorOf(action), "Filesystem: " + message);
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(Entry, QueriesTellTheTypesApart) {
+TEST(Entry, QueriesDistinguishTheTypes) {
   const TempDirectory directory;
   writeFile(directory / "file", "");
   fs::create_directory(directory / "directory");
@@ -99,7 +99,7 @@ TEST(Entry, QueriesTellTheTypesApart) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(Entry, QueriesLogAnOverlongNameAndAnswerNo) {
+TEST(Entry, QueriesLogAnOverlongNameAndReturnFalse) {
   const TempDirectory directory;
   const fs::path path = directory / std::string(300, 'x');
   for (const Query& query : queries()) {
@@ -109,7 +109,7 @@ TEST(Entry, QueriesLogAnOverlongNameAndAnswerNo) {
   }
 }
 
-TEST(Entry, QueriesLogADirectoryThatMayNotBeSearchedAndAnswerNo) {
+TEST(Entry, QueriesLogAnUnsearchableDirectoryAndReturnFalse) {
   const TempDirectory directory;
   writeFile(directory / "closed/file", "");
   const Support::OrdinaryUser user(directory.path());
@@ -123,7 +123,7 @@ TEST(Entry, QueriesLogADirectoryThatMayNotBeSearchedAndAnswerNo) {
   }
 }
 
-TEST(Entry, QueriesThatFollowLinksLogALoopAndAnswerNo) {
+TEST(Entry, QueriesThatFollowSymlinksLogALoopAndReturnFalse) {
   const TempDirectory directory;
   fs::create_symlink("loop", directory / "loop");
   for (const Query& query : queries()) {
@@ -135,7 +135,7 @@ TEST(Entry, QueriesThatFollowLinksLogALoopAndAnswerNo) {
   }
 }
 
-TEST(Entry, HasPermissionsWhenOneOfThemIsSet) {
+TEST(Entry, HasPermissionsIfOneBitIsSet) {
   const TempDirectory directory;
   writeFile(directory / "file", "");
   fs::permissions(directory / "file", static_cast<fs::perms>(0644));
@@ -165,7 +165,7 @@ TEST(Entry, OnlyRegularFilesHavePermissions) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(Entry, HasPermissionsThrowsWhenTheFileCannotBeAskedAbout) {
+TEST(Entry, HasPermissionsThrowsWhenStatFails) {
   const TempDirectory directory;
   const fs::path loop = directory / "loop";
   fs::create_symlink("loop", loop);
@@ -173,7 +173,7 @@ TEST(Entry, HasPermissionsThrowsWhenTheFileCannotBeAskedAbout) {
                 "Couldn't get permissions for: " + loop.string());
 }
 
-TEST(Entry, DirectoriesAreEmptyOrNot) {
+TEST(Entry, TellsEmptyDirectoriesFromOthers) {
   const TempDirectory directory;
   fs::create_directory(directory / "empty");
   writeFile(directory / "full/file", "");
@@ -190,7 +190,7 @@ TEST(Entry, DirectoriesAreEmptyOrNot) {
 constexpr const char* notADirectory =
     "Attempt to check if the path is an empty directory, but the path is not a directory";
 
-TEST(Entry, WhatIsNoDirectoryIsNoEmptyOneEither) {
+TEST(Entry, IsEmptyDirectoryThrowsForOtherTypes) {
   const TempDirectory directory;
   writeFile(directory / "file", "");
   fs::create_symlink("missing", directory / "dangling");
@@ -198,7 +198,7 @@ TEST(Entry, WhatIsNoDirectoryIsNoEmptyOneEither) {
     expectRefusal([&] { Filesystem::isEmptyDirectory(directory / name); }, notADirectory);
 }
 
-TEST(Entry, WhatCannotBeAskedAboutIsNoDirectory) {
+TEST(Entry, IsEmptyDirectoryThrowsWhenStatFails) {
   const TempDirectory directory;
   const fs::path loop = directory / "loop";
   fs::create_symlink("loop", loop);
@@ -206,7 +206,7 @@ TEST(Entry, WhatCannotBeAskedAboutIsNoDirectory) {
                 notADirectory);
 }
 
-TEST(Entry, ADirectoryThatMayNotBeReadCountsAsNotEmpty) {
+TEST(Entry, AnUnreadableDirectoryCountsAsNotEmpty) {
   const TempDirectory directory;
   const fs::path closed = directory / "closed";
   fs::create_directory(closed);
@@ -219,7 +219,7 @@ TEST(Entry, ADirectoryThatMayNotBeReadCountsAsNotEmpty) {
   EXPECT_EQ(log.text(), "[E] " + reason + "\n");
 }
 
-TEST(Entry, RemovesFilesAndTreesAndNothingElse) {
+TEST(Entry, RemovesOnlyTheGivenFileOrTree) {
   const TempDirectory directory;
   writeFile(directory / "file", "");
   writeFile(directory / "tree/below/file", "");
@@ -237,7 +237,7 @@ TEST(Entry, RemovesFilesAndTreesAndNothingElse) {
   EXPECT_EQ(left, (std::vector<fs::path>{directory / "kept", directory / "kept/file"}));
 }
 
-TEST(Entry, RemovesWhatIsMissingSilently) {
+TEST(Entry, RemovesAMissingEntryWithoutError) {
   const TempDirectory directory;
   const CapturedLog log;
   Filesystem::remove(directory / "missing");
@@ -245,7 +245,7 @@ TEST(Entry, RemovesWhatIsMissingSilently) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(Entry, ReportsWhatItMayNotRemove) {
+TEST(Entry, ReportsARemovalWithoutPermission) {
   const TempDirectory directory;
   writeFile(directory / "closed/file", "");
   const Support::OrdinaryUser user(directory.path());
@@ -293,7 +293,7 @@ TEST(Entry, ReportsPermissionsThatCannotBeSet) {
                 "Couldn't set permissions for " + missing.string());
 }
 
-TEST(Entry, ReadsTheTextOfALink) {
+TEST(Entry, ReadsTheTargetOfASymlink) {
   const TempDirectory directory;
   for (const std::string text : {"missing", "../up//and/./down/", "/absolute", "a b\"\\"}) {
     fs::create_symlink(text, directory / "link");
@@ -302,7 +302,7 @@ TEST(Entry, ReadsTheTextOfALink) {
   }
 }
 
-TEST(Entry, ReportsALinkThatCannotBeRead) {
+TEST(Entry, ReportsAnUnreadableSymlink) {
   const TempDirectory directory;
   writeFile(directory / "file", "");
   for (const char* name : {"file", "missing"})
@@ -329,7 +329,7 @@ TEST(Entry, MovesIntoAMissingDirectory) {
   EXPECT_EQ(Support::readFile(directory / "a/b/to"), "content");
 }
 
-TEST(Entry, MovesALinkAndNotItsTarget) {
+TEST(Entry, MovesASymlinkAndNotItsTarget) {
   const TempDirectory directory;
   writeFile(directory / "target", "");
   fs::create_symlink("target", directory / "link");
@@ -338,7 +338,7 @@ TEST(Entry, MovesALinkAndNotItsTarget) {
   EXPECT_TRUE(fs::exists(directory / "target"));
 }
 
-TEST(Entry, MakesNoParentsForABareName) {
+TEST(Entry, CreatesNoParentsForABareName) {
   const TempDirectory directory;
   writeFile(directory / "from", "content");
   const ScopedWorkingDirectory working(directory.path());
@@ -351,7 +351,7 @@ TEST(Entry, MakesNoParentsForABareName) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(Entry, ReportsAMoveThatFailsAndKeepsTheParentsItMade) {
+TEST(Entry, ReportsAFailedMoveAndKeepsCreatedParents) {
   const TempDirectory directory;
   const fs::path from = directory / "missing";
   const fs::path to = directory / "a/to";
@@ -362,7 +362,7 @@ TEST(Entry, ReportsAMoveThatFailsAndKeepsTheParentsItMade) {
   EXPECT_TRUE(fs::is_directory(directory / "a"));
 }
 
-TEST(Entry, ReportsAMoveWhoseParentsCannotBeMadeOnce) {
+TEST(Entry, ReportsAMoveWithUncreatableParentsOnce) {
   const TempDirectory directory;
   writeFile(directory / "from", "");
   writeFile(directory / "file", "");
@@ -373,7 +373,7 @@ TEST(Entry, ReportsAMoveWhoseParentsCannotBeMadeOnce) {
   EXPECT_TRUE(fs::exists(directory / "from"));
 }
 
-/// The two kinds of link, which are made by the same steps.
+/// Symlinks and hard links, which are created by the same steps.
 struct LinkKind {
   const char* name;
   void (*make)(const fs::path& target, const fs::path& link);
@@ -394,7 +394,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EntryLink,
                                          LinkKind{"hardlink", Filesystem::createHardlink, fs::create_hard_link}),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
-TEST_P(EntryLink, IsMadeWithItsParents) {
+TEST_P(EntryLink, IsCreatedWithItsParents) {
   writeFile(directory / "target", "content");
   const CapturedLog log;
   GetParam().make(directory / "target", directory / "a/b/link");
@@ -402,7 +402,7 @@ TEST_P(EntryLink, IsMadeWithItsParents) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST_P(EntryLink, IsRefusedWhereSomethingExists) {
+TEST_P(EntryLink, IsRefusedIfThePathExists) {
   writeFile(directory / "target", "content");
   writeFile(directory / "link", "old");
   fs::create_symlink("target", directory / "to target");
@@ -412,7 +412,7 @@ TEST_P(EntryLink, IsRefusedWhereSomethingExists) {
   EXPECT_EQ(Support::readFile(directory / "link"), "old");
 }
 
-TEST_P(EntryLink, FailsPlainlyOverADanglingLink) {
+TEST_P(EntryLink, FailsAtADanglingSymlink) {
   writeFile(directory / "target", "");
   const fs::path link = directory / "link";
   fs::create_symlink("missing", link);
@@ -421,7 +421,7 @@ TEST_P(EntryLink, FailsPlainlyOverADanglingLink) {
   EXPECT_EQ(fs::read_symlink(link), "missing");
 }
 
-TEST_P(EntryLink, FailsWhenItsParentsCannotBeMade) {
+TEST_P(EntryLink, FailsWhenItsParentsCannotBeCreated) {
   writeFile(directory / "target", "");
   writeFile(directory / "file", "");
   const fs::path link = directory / "file/link";
@@ -429,7 +429,7 @@ TEST_P(EntryLink, FailsWhenItsParentsCannotBeMade) {
                 reasonOf([&] { fs::create_directories(directory / "file"); }), message(directory / "target", link));
 }
 
-TEST(EntryLinkText, IsKeptAsItStands) {
+TEST(EntryLinkText, IsNotChanged) {
   const TempDirectory directory;
   Filesystem::createSymlink("c", directory / "a/b");
   EXPECT_EQ(fs::read_symlink(directory / "a/b").native(), "c");
@@ -437,7 +437,7 @@ TEST(EntryLinkText, IsKeptAsItStands) {
   EXPECT_EQ(fs::read_symlink(directory / "d").native(), "../x//./y/");
 }
 
-TEST(EntryHardlink, IsAFurtherNameOfTheSameFile) {
+TEST(EntryHardlink, IsAnotherNameOfTheSameFile) {
   const TempDirectory directory;
   writeFile(directory / "target", "");
   Filesystem::createHardlink(directory / "target", directory / "link");
@@ -445,7 +445,7 @@ TEST(EntryHardlink, IsAFurtherNameOfTheSameFile) {
   EXPECT_EQ(fs::hard_link_count(directory / "target"), 2U);
 }
 
-TEST(EntryHardlink, FailsForAMissingTargetAndKeepsTheParentsItMade) {
+TEST(EntryHardlink, FailsForAMissingTargetAndKeepsCreatedParents) {
   const TempDirectory directory;
   const fs::path target = directory / "missing";
   const fs::path link = directory / "a/link";

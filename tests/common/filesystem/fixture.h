@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/captured_log.h"
-#include "tests/support/temp_directory.h"
-#include "tests/support/tree.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/files/tree.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -12,11 +12,11 @@
 #include <iostream>
 #include <string>
 
-/// A folder to work in and the log of the whole test.
+/// A temporary folder, and the log of the whole test.
 class FilesystemTest : public testing::Test {
 protected:
   void TearDown() override {
-    // GoogleTest has told the captured output what failed, too.
+    // GoogleTest's report of the failure is in the captured output too.
     if (HasFailure())
       std::cerr << log.text();
   }
@@ -29,7 +29,7 @@ protected:
   const Support::CapturedLog log;
 };
 
-/// On a file system that keeps attributes.
+/// Skipped if the file system does not keep attributes.
 class AttributesTest : public FilesystemTest {
 protected:
   void SetUp() override {
@@ -38,10 +38,10 @@ protected:
   }
 };
 
-/// A value that is no text.
+/// A value with zero bytes.
 inline const std::string zeros("a\0b\0\0", 5);
 
-/// A path as the log has it. For names without quotation marks and backslashes.
+/// A path as the log shows it, for names without quotation marks and backslashes.
 inline std::string quoted(const std::filesystem::path& path) {
   return '"' + path.string() + '"';
 }

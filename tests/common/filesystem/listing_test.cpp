@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/listing.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/special_files.h"
-#include "tests/support/temp_directory.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/process/ordinary_user.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ void setTime(const fs::path& path, std::chrono::seconds time) {
   fs::last_write_time(path, fs::file_time_type(time));
 }
 
-/// A file whose time is that far from the zero of the file clock, which lies in the year 2174.
+/// Creates a file whose modification time is `time` after the epoch of the file clock, in the year 2174.
 void writeFileOf(const fs::path& path, std::chrono::seconds time) {
   writeFile(path, "");
   setTime(path, time);
@@ -47,7 +47,7 @@ long positionOf(const std::vector<fs::path>& paths, const fs::path& path) {
   return std::ranges::find(paths, path) - paths.begin();
 }
 
-/// Lists `directory`, which must fail with the reason `reason` and nothing else in the log.
+/// Expects the listing to fail with only the log line `reason`.
 void expectFailure(const fs::path& directory, ListOptions options, const std::string& reason) {
   const CapturedLog log;
   EXPECT_EQ(errorOf([&] { listDirectory(directory, options); }),
@@ -63,7 +63,7 @@ TEST(ListOptions, AreASetOfBits) {
   EXPECT_TRUE((std::is_same_v<std::underlying_type_t<ListOptions>, std::uint32_t>));
 }
 
-TEST(Listing, OfAnEmptyDirectoryIsEmpty) {
+TEST(Listing, IsEmptyForAnEmptyDirectory) {
   const TempDirectory directory;
   const CapturedLog log;
   for (const ListOptions options : allOptions)
@@ -87,12 +87,12 @@ TEST(Listing, FailsForAFile) {
   expectFailure(file, ListOptions::Recursive, reasonOf([&] { fs::recursive_directory_iterator{file}; }));
 }
 
-TEST(Listing, NamesTheDirectoryAsItWasPassed) {
+TEST(Listing, NamesTheDirectoryAsPassed) {
   const fs::path missing = TempDirectory().path() / "./missing//x/";
   expectFailure(missing, ListOptions::None, reasonOf([&] { fs::directory_iterator{missing}; }));
 }
 
-TEST(Listing, FailsForADirectoryThatMayNotBeRead) {
+TEST(Listing, FailsForAnUnreadableDirectory) {
   const TempDirectory directory;
   fs::create_directory(directory / "closed");
   const Support::OrdinaryUser user(directory.path());
@@ -102,7 +102,7 @@ TEST(Listing, FailsForADirectoryThatMayNotBeRead) {
   expectFailure(directory / "closed", ListOptions::None, reason);
 }
 
-TEST(Listing, FailsAsAWholeForASubdirectoryThatMayNotBeRead) {
+TEST(Listing, FailsForAnUnreadableSubdirectory) {
   const TempDirectory directory;
   writeFile(directory / "file", "");
   fs::create_directory(directory / "closed");
@@ -118,7 +118,7 @@ TEST(Listing, FailsAsAWholeForASubdirectoryThatMayNotBeRead) {
               UnorderedElementsAre(directory / "file", directory / "closed"));
 }
 
-TEST(Listing, FailsAsAWholeForADanglingLink) {
+TEST(Listing, FailsForADanglingSymlink) {
   const TempDirectory directory;
   writeFile(directory / "file", "");
   fs::create_symlink("missing", directory / "link");
@@ -127,7 +127,7 @@ TEST(Listing, FailsAsAWholeForADanglingLink) {
     expectFailure(directory.path(), options, reason);
 }
 
-TEST(Listing, FailsForADanglingLinkBelowASubdirectoryOnlyWhenItGetsThere) {
+TEST(Listing, FailsForADanglingSymlinkInASubdirectoryOnlyIfRecursive) {
   const TempDirectory directory;
   fs::create_directory(directory / "sub");
   fs::create_symlink("missing", directory / "sub/link");
@@ -174,7 +174,7 @@ TEST(Listing, IsOneLevelDeepByDefault) {
   EXPECT_THAT(listDirectory(directory.path(), ListOptions::None), ElementsAre(directory / "sub"));
 }
 
-TEST(Listing, DescendsWhenAskedTo) {
+TEST(Listing, DescendsIfRecursive) {
   const TempDirectory directory;
   writeFile(directory / "one/two/deep", "");
   writeFile(directory / "one/shallow", "");
@@ -186,7 +186,7 @@ TEST(Listing, DescendsWhenAskedTo) {
   EXPECT_EQ(positionOf(paths, directory / "one/two") + 1, positionOf(paths, directory / "one/two/deep"));
 }
 
-TEST(Listing, DoesNotDescendIntoLinksToDirectories) {
+TEST(Listing, DoesNotFollowSymlinksToSubdirectories) {
   const TempDirectory directory;
   writeFile(directory / "outside/file", "");
   fs::create_directory(directory / "listed");
@@ -196,14 +196,14 @@ TEST(Listing, DoesNotDescendIntoLinksToDirectories) {
               UnorderedElementsAre(directory / "listed/link", directory / "listed/loop"));
 }
 
-TEST(Listing, FollowsALinkThatIsItselfListed) {
+TEST(Listing, FollowsASymlinkAsTheListedDirectory) {
   const TempDirectory directory;
   writeFile(directory / "real/file", "");
   fs::create_directory_symlink("real", directory / "link");
   EXPECT_THAT(listDirectory(directory / "link", ListOptions::None), ElementsAre(directory / "link/file"));
 }
 
-TEST(Listing, JoinsNamesToTheDirectoryAsItWasPassed) {
+TEST(Listing, JoinsNamesToTheDirectoryAsPassed) {
   const TempDirectory directory;
   writeFile(directory / "sub/file", "");
   const std::string relative = fs::relative(directory.path()).string();
@@ -229,7 +229,7 @@ TEST(Listing, KeepsTheOrderOfTheDirectory) {
 TEST(Listing, SortsFromTheOldestToTheNewest) {
   using std::chrono::seconds;
   const TempDirectory directory;
-  // Whatever order the directory has, one of these assignments disagrees with it.
+  // The order of the directory differs from at least one of these assignments.
   for (const std::vector<const char*>& names : {std::vector{"a", "b", "c"}, {"c", "b", "a"}, {"b", "c", "a"}}) {
     writeFileOf(directory / names[0], seconds(-6'000'000'010));
     writeFileOf(directory / names[1], seconds(-6'000'000'030));
@@ -239,7 +239,7 @@ TEST(Listing, SortsFromTheOldestToTheNewest) {
   }
 }
 
-TEST(Listing, SortsTimesBeforeAndAfterTheZeroOfTheClock) {
+TEST(Listing, SortsTimesBeforeAndAfterTheEpoch) {
   using std::chrono::seconds;
   const TempDirectory directory;
   writeFileOf(directory / "after", seconds(1000));
@@ -252,7 +252,7 @@ TEST(Listing, SortsTimesBeforeAndAfterTheZeroOfTheClock) {
               ElementsAre(directory / "1960", directory / "before", directory / "zero", directory / "after"));
 }
 
-TEST(Listing, SortsByTheTimeOfALinksTarget) {
+TEST(Listing, SortsByTheTimeOfASymlinksTarget) {
   using std::chrono::seconds;
   const TempDirectory directory;
   const TempDirectory elsewhere;
@@ -282,7 +282,7 @@ TEST(Listing, SortsAcrossSubdirectoriesAndIgnoresUnknownOptions) {
               UnorderedElementsAre(directory / "middle", directory / "sub"));
 }
 
-TEST(Listing, HasRoomForItsPathsAndNoMore) {
+TEST(Listing, AllocatesNoSpareMemory) {
   const TempDirectory directory;
   for (int i = 0; i < 33; ++i)
     writeFile(directory / std::to_string(i), "");

@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/locations.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/environment.h"
-#include "tests/support/process.h"
-#include "tests/support/temp_directory.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,7 +25,7 @@ using Support::ScopedEnvironment;
 using Support::TempDirectory;
 using testing::MatchesRegex;
 
-TEST(HomeDirectory, IsTheVariableAsItStands) {
+TEST(HomeDirectory, IsTheUnchangedValueOfTheVariable) {
   const CapturedLog log;
   for (const std::string value : {"/home/alice", "", "relative/../x//", "/no such/place", " "}) {
     const ScopedEnvironment home("HOME", value);
@@ -41,11 +41,11 @@ TEST(HomeDirectory, IsAnErrorWithoutTheVariable) {
   EXPECT_EQ(log.text(), "");
 }
 
-/// What the probe prints on a system whose group database is `groups`.
+/// The output of the probe on a system whose group database is `groups`.
 std::string homesWith(const std::string& groups, const std::optional<std::string>& root) {
   const TempDirectory directory;
   Support::writeFile(directory / "group", groups);
-  // The database of the users is not asked; alice's own home and her primary group play no part.
+  // The user database is not read: alice's own home and primary group do not matter.
   Support::writeFile(directory / "passwd", "alice:x:1000:100::/elsewhere:/bin/sh\n"
                                            "carol:x:1001:100::/home/carol:/bin/sh\n");
   const char* asan = std::getenv("ASAN_OPTIONS");
@@ -62,7 +62,7 @@ std::string homesWith(const std::string& groups, const std::optional<std::string
   return result.output;
 }
 
-TEST(UsersHomeDirectories, AreThoseOfTheMembersInTheOrderOfTheGroup) {
+TEST(UsersHomeDirectories, FollowTheOrderOfTheGroupMembers) {
   EXPECT_EQ(homesWith("wheel:x:10:bob\nusers:x:100:alice,bob\n", std::nullopt), "/home/alice\n/home/bob\nno error\n");
   EXPECT_EQ(homesWith("users:x:100:bob,alice\n", std::nullopt), "/home/bob\n/home/alice\nno error\n");
 }
@@ -78,7 +78,7 @@ TEST(UsersHomeDirectories, AreBelowTheRoot) {
   EXPECT_EQ(homesWith("users:x:100:alice\n", ""), "home/alice\nno error\n");
 }
 
-TEST(UsersHomeDirectories, AreNoneForAGroupWithoutMembers) {
+TEST(UsersHomeDirectories, AreEmptyForAGroupWithoutMembers) {
   EXPECT_EQ(homesWith("users:x:100:\n", std::nullopt), "no error\n");
 }
 
@@ -87,7 +87,7 @@ TEST(UsersHomeDirectories, AreAnErrorWithoutTheGroup) {
             "Internal: Couldn't retrieve information about 'users' group\n");
 }
 
-TEST(TempDirectory, IsTheOneOfTheEnvironment) {
+TEST(TempDirectory, IsTakenFromTheEnvironment) {
   const CapturedLog log;
   const TempDirectory directory;
   const ScopedEnvironment temporary("TMPDIR", directory.path());
@@ -95,7 +95,7 @@ TEST(TempDirectory, IsTheOneOfTheEnvironment) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(TempDirectory, IsTmpWithoutOne) {
+TEST(TempDirectory, IsTmpByDefault) {
   const ScopedEnvironment first("TMPDIR", std::nullopt);
   const ScopedEnvironment second("TMP", std::nullopt);
   const ScopedEnvironment third("TEMP", std::nullopt);
@@ -103,7 +103,7 @@ TEST(TempDirectory, IsTmpWithoutOne) {
   EXPECT_EQ(Filesystem::tempDirectory(), "/tmp");
 }
 
-TEST(TempDirectory, IsAnErrorWhenItIsNoDirectory) {
+TEST(TempDirectory, IsAnErrorIfItIsNotADirectory) {
   const TempDirectory directory;
   Support::writeFile(directory / "file", "");
   for (const char* name : {"missing", "file"}) {
@@ -114,7 +114,7 @@ TEST(TempDirectory, IsAnErrorWhenItIsNoDirectory) {
   }
 }
 
-TEST(UniquePath, ReplacesPercentSignsOnly) {
+TEST(UniquePath, ReplacesOnlyPercentSigns) {
   EXPECT_THAT(Filesystem::uniquePath("pkg-%%%%.tmp").native(), MatchesRegex("pkg-[0-9a-f]{4}\\.tmp"));
   EXPECT_THAT(Filesystem::uniquePath("/a%/../b//%c\xff \"\\/%").native(),
               MatchesRegex("/a[0-9a-f]/\\.\\./b//[0-9a-f]c\xff \"\\\\/[0-9a-f]"));
@@ -126,8 +126,8 @@ TEST(UniquePath, KeepsAModelWithoutPercentSigns) {
     EXPECT_EQ(Filesystem::uniquePath(model).native(), model);
 }
 
-TEST(UniquePath, DrawsEveryDigitAtEveryPlace) {
-  // That one of 16 digits stays away from one of 3 places in 2,000 draws is as good as impossible (10^-54).
+TEST(UniquePath, UsesEveryDigitAtEveryPlace) {
+  // The chance that one of 16 digits is missing at one of 3 places after 2,000 draws is about 10^-54.
   std::set<char> digits[3];
   for (int draw = 0; draw < 2000; ++draw) {
     const std::string name = Filesystem::uniquePath("%%%").native();
@@ -138,7 +138,7 @@ TEST(UniquePath, DrawsEveryDigitAtEveryPlace) {
     EXPECT_EQ(std::string(seen.begin(), seen.end()), "0123456789abcdef");
 }
 
-TEST(UniquePath, DiffersFromDrawToDraw) {
+TEST(UniquePath, DiffersFromCallToCall) {
   std::set<fs::path> names;
   for (int draw = 0; draw < 1000; ++draw)
     names.insert(Filesystem::uniquePath("%%%%%%%%%%%%%%%%"));

@@ -22,13 +22,19 @@ int failing(int error) {
   return -1;
 }
 
+/// Not syscall(2): on 32-bit processors the offset and the size take two arguments each.
+int reallyFallocate(int descriptor, int mode, off_t offset, off_t size) {
+  return reinterpret_cast<int (*)(int, int, off_t, off_t)>(dlsym(RTLD_NEXT, "fallocate64"))(descriptor, mode, offset,
+                                                                                            size);
+}
+
 int reallyOpen(const char* path, int flags, mode_t mode) {
   return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }
 
 extern "C" {
 
-/// AddressSanitizer would end the program where there is no memory for what is asked of it.
+/// By default AddressSanitizer ends the program if an allocation fails.
 const char* __asan_default_options() {
   return "allocator_may_return_null=1";
 }
@@ -67,6 +73,18 @@ ssize_t copy_file_range(int from, off64_t* fromOffset, int to, off64_t* toOffset
   if (oddSystem().copyFileRange)
     return oddSystem().copyFileRange(from, to, size);
   return syscall(SYS_copy_file_range, from, fromOffset, to, toOffset, size, flags);
+}
+
+ssize_t read(int descriptor, void* buffer, size_t size) {
+  if (oddSystem().read)
+    return oddSystem().read(descriptor, buffer, size);
+  return syscall(SYS_read, descriptor, buffer, size);
+}
+
+int fallocate(int descriptor, int mode, off_t offset, off_t size) {
+  if (oddSystem().fallocate)
+    return oddSystem().fallocate(descriptor, mode, offset, size);
+  return reallyFallocate(descriptor, mode, offset, size);
 }
 
 int open(const char* path, int flags, ...) {

@@ -5,9 +5,10 @@
 #include "common/filesystem/xattr.h"
 #include "tests/common/filesystem/fixture.h"
 #include "tests/common/filesystem/odd_system.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/special_files.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/process/ordinary_user.h"
+#include "tests/support/process/scoped_mask.h"
 
 #include <boost/version.hpp>
 #include <gmock/gmock.h>
@@ -22,6 +23,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -35,8 +37,8 @@ using Support::errorOf;
 using Support::reasonOf;
 using Support::writeFile;
 
-/// Answers one call after the other with the next of `counts`, of which -1 is a failure, and writes `bytes` into every
-/// buffer. Remembers what the calls offered.
+/// Returns the next of `counts` for each call, -1 for a failure, and writes `bytes` into every buffer. Records the size
+/// that each call passed.
 struct Answers {
   std::vector<ssize_t> counts;
   std::string bytes;
@@ -53,7 +55,7 @@ struct Answers {
   }
 };
 
-/// The system is itself again after each test.
+/// Removes all replacements after each test.
 class OddSystemTest : public FilesystemTest {
 protected:
   void TearDown() override {
@@ -73,7 +75,7 @@ protected:
   Answers names;
 };
 
-TEST_F(OddAttributes, AValueThatShrinksKeepsTheLengthItHadFirst) {
+TEST_F(OddAttributes, AValueThatShrinksKeepsItsFirstLength) {
   values = {{5, 2}, "ab"};
   EXPECT_EQ(Filesystem::getXattr("/x", "user.value"), std::string("ab\0\0\0", 5));
 }
@@ -92,14 +94,14 @@ TEST_F(OddAttributes, AValueWithoutASizeIsAnError) {
   expectSilence();
 }
 
-TEST_F(OddAttributes, AnEmptyValueIsReadWithoutABufferTwice) {
+TEST_F(OddAttributes, AnEmptyValueIsReadTwiceWithoutABuffer) {
   values = {{0, 7}, ""};
   EXPECT_EQ(Filesystem::getXattr("/x", "user.value"), "");
   EXPECT_EQ(values.buffers, (std::vector<bool>{false, false}));
   EXPECT_EQ(values.sizes, (std::vector<size_t>{0, 0}));
 }
 
-TEST_F(OddAttributes, AnEmptyValueThatIsGoneWhenReadIsAnError) {
+TEST_F(OddAttributes, AnEmptyValueThatDisappearsIsAnError) {
   values = {{0, -1}, ""};
   EXPECT_EQ(errorOf([] { Filesystem::getXattr("/x", "user.value"); }),
             "Filesystem: Couldn't retrieve user.value extended attribute: /x");
@@ -111,14 +113,14 @@ TEST_F(OddAttributes, AreListedInTheOrderOfTheSystem) {
   EXPECT_EQ(Filesystem::listXattrs("/x"), (XattrList{{"user.b", "x"}, {"user.a", "x"}}));
 }
 
-TEST_F(OddAttributes, OfAnEmptyListAreAskedForTwiceWithoutABuffer) {
+TEST_F(OddAttributes, AnEmptyListIsReadTwiceWithoutABuffer) {
   names = {{0, 0}, ""};
   EXPECT_EQ(Filesystem::listXattrs("/x"), XattrList());
   EXPECT_EQ(names.buffers, (std::vector<bool>{false, false}));
   EXPECT_EQ(names.sizes, (std::vector<size_t>{0, 0}));
 }
 
-TEST_F(OddAttributes, OfAListThatGrowsAreAnError) {
+TEST_F(OddAttributes, AListThatGrowsIsAnError) {
   for (const ssize_t first : {0, 7}) {
     names = {{first, -1}, ""};
     EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }), "Filesystem: Couldn't retrieve extended attributes: /x");
@@ -126,35 +128,35 @@ TEST_F(OddAttributes, OfAListThatGrowsAreAnError) {
   expectSilence();
 }
 
-TEST_F(OddAttributes, OfAListWithoutASizeAreAnError) {
+TEST_F(OddAttributes, AListWithoutASizeIsAnError) {
   names = {{-1}, ""};
   EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }),
             "Filesystem: Couldn't retrieve size of extended attributes: /x");
   expectSilence();
 }
 
-TEST_F(OddAttributes, OfAListThatShrinksAreReadToItsFirstSize) {
-  // Behind the names that are left the buffer is zeros: as many empty names.
+TEST_F(OddAttributes, AListThatShrinksIsReadToItsFirstSize) {
+  // The rest of the buffer is zeros, which are read as empty names.
   names = {{14, 7}, std::string("user.a\0", 7)};
   values = {{1, 1, -1}, "x"};
   EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }),
             "Filesystem: Couldn't retrieve size of  extended attribute: /x");
 }
 
-TEST_F(OddAttributes, OfAListPassTheErrorOfAValueOn) {
+TEST_F(OddAttributes, AListPassesOnTheErrorOfAValue) {
   names = {{7, 7}, std::string("user.a\0", 7)};
   values = {{3, -1}, ""};
   EXPECT_EQ(errorOf([] { Filesystem::listXattrs("/x"); }),
             "Filesystem: Couldn't retrieve user.a extended attribute: /x");
 }
 
-TEST_F(OddAttributes, OfANameWithoutAnEndAreStillReadWithinTheBuffer) {
+TEST_F(OddAttributes, AnUnterminatedNameIsReadWithinTheBuffer) {
   names = {{6, 6}, "user.a"};
   values = {{1, 1}, "x"};
   EXPECT_EQ(Filesystem::listXattrs("/x"), (XattrList{{"user.a", "x"}}));
 }
 
-TEST_F(OddAttributes, AreAttachedAsTheyAreAndReplaced) {
+TEST_F(OddAttributes, AreSetUnchangedAndReplaced) {
   struct Call {
     std::string path, name, value;
     int flags;
@@ -186,7 +188,7 @@ protected:
   }
 };
 
-TEST_F(RefusedAttributes, TakeTheCopyOfAFileAway) {
+TEST_F(RefusedAttributes, RemoveTheCopyOfAFile) {
   writeFile(from, "content");
   for (const int error : {ENOTSUP, ERANGE, E2BIG, ENOSPC, EPERM}) {
     oddSystem().lsetxattr = [&](const char*, const char*, const void*, size_t, int) { return failing(error); };
@@ -197,7 +199,7 @@ TEST_F(RefusedAttributes, TakeTheCopyOfAFileAway) {
   expectSilence();
 }
 
-TEST_F(RefusedAttributes, ThatCannotEvenBeReadTakeTheCopyOfAFileAway) {
+TEST_F(RefusedAttributes, RemoveTheCopyWhenTheyCannotBeRead) {
   writeFile(from, "content");
   oddSystem().getxattr = [](const char*, void*, size_t) { return failing(EIO); };
   EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
@@ -210,7 +212,7 @@ TEST_F(RefusedAttributes, ThatCannotEvenBeReadTakeTheCopyOfAFileAway) {
   expectSilence();
 }
 
-TEST_F(RefusedAttributes, AreTheErrorAlsoWhenTheCopyCannotBeTakenAway) {
+TEST_F(RefusedAttributes, AreTheErrorEvenIfTheCopyCannotBeRemoved) {
   writeFile(from, "content");
   const fs::path copied = directory / "folder/copy";
   fs::create_directory(directory / "folder");
@@ -228,7 +230,7 @@ TEST_F(RefusedAttributes, AreTheErrorAlsoWhenTheCopyCannotBeTakenAway) {
   EXPECT_EQ(describeTree(copied), describeTree(from));
 }
 
-TEST_F(RefusedAttributes, LeaveNothingOfATree) {
+TEST_F(RefusedAttributes, RemoveTheCopyOfATree) {
   writeFile(from / "a/b/file", "content");
   writeFile(from / "other", "content");
   const std::string before = describeTree(from);
@@ -241,18 +243,19 @@ TEST_F(RefusedAttributes, LeaveNothingOfATree) {
   expectSilence();
 }
 
-TEST_F(RefusedAttributes, TakeTheContentOfALinkAwayToo) {
+TEST_F(RefusedAttributes, RemoveTheCopiedContentOfASymlink) {
   writeFile(directory / "target", "content");
+  const std::string before = describeTree(directory / "target");
   fs::create_symlink(directory / "target", from);
   EXPECT_EQ(errorOf([&] { Filesystem::copySymlink(from, to); }),
             "Filesystem: Couldn't attach user.a extended attribute to " + to.string());
   EXPECT_EQ(describeTree(to), "nothing\n");
-  EXPECT_EQ(describeTree(directory / "target"), "file 644 \"content\"\n");
+  EXPECT_EQ(describeTree(directory / "target"), before);
 }
 
-TEST_F(RefusedAttributes, OfAnyKindOfExceptionTakeTheCopyAway) {
+TEST_F(RefusedAttributes, RemoveTheCopyAfterAnyException) {
   writeFile(from / "file", "content");
-  // There is no memory for a list of that size.
+  // No memory can be allocated for this size.
   oddSystem().listxattr = [](char*, size_t) -> ssize_t { return SSIZE_MAX; };
   EXPECT_THROW(Filesystem::copyFile(from / "file", to), std::bad_alloc);
   EXPECT_EQ(describeTree(to), "nothing\n");
@@ -265,7 +268,7 @@ class OddContent : public OddSystemTest {};
 class OddGroup : public OddSystemTest {};
 class OddRandomSource : public OddSystemTest {};
 
-TEST_F(OddContent, IsReadFromWhereTheSystemStoppedCopyingIt) {
+TEST_F(OddContent, IsReadFromWhereCopyFileRangeStopped) {
   const std::string content(200'000, 'x');
   writeFile(from, content + "end");
   for (const int error : {0, ENOSYS, EXDEV, EINVAL, EIO}) {
@@ -283,7 +286,20 @@ TEST_F(OddContent, IsReadFromWhereTheSystemStoppedCopyingIt) {
   expectSilence();
 }
 
-TEST_F(OddContent, ThatIsLostAtTheVeryEndIsAnError) {
+TEST_F(OddContent, IsReadToTheEndDespiteShortReads) {
+  writeFile(from, std::string(100, 'x') + "end");
+  oddSystem().copyFileRange = [](int, int, size_t) { return failing(EXDEV); };
+  int calls = 0;
+  oddSystem().read = [&](int file, void* buffer, size_t size) -> ssize_t {
+    return ++calls % 3 == 2 ? failing(EINTR) : syscall(SYS_read, file, buffer, std::min<size_t>(size, 7));
+  };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(Support::readFile(to), std::string(100, 'x') + "end");
+  EXPECT_GT(calls, 100 / 7);
+  expectSilence();
+}
+
+TEST_F(OddContent, IsAnErrorIfCloseFails) {
   writeFile(from, "content");
   oddSystem().close = [](int descriptor) {
     const bool written = (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY;
@@ -297,7 +313,51 @@ TEST_F(OddContent, ThatIsLostAtTheVeryEndIsAnError) {
                             to.string() + "]\n");
 }
 
-/// Something that comes into the way of the second of two files of a tree while the first is copied.
+TEST_F(OddContent, IsNeverReadableByMoreUsersThanTheSource) {
+  writeFile(from, "secret");
+  fs::permissions(from, fs::perms(0600));
+  const Support::ScopedMask mask(0);
+  std::vector<mode_t> modes;
+  oddSystem().open = [&](const char* path, int flags, mode_t mode) {
+    const int file = reallyOpen(path, flags, mode);
+    struct stat status {};
+    if ((flags & O_CREAT) != 0 && fstat(file, &status) == 0)
+      modes.push_back(status.st_mode & ALLPERMS);
+    return file;
+  };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(modes, std::vector<mode_t>{0600});
+}
+
+TEST_F(OddContent, EndsWhereTheSourceEndsIfItShrinks) {
+  writeFile(from, std::string(2 << 20, 'x'));
+  int calls = 0;
+  oddSystem().fallocate = [&](int file, int mode, off_t offset, off_t size) {
+    ++calls;
+    fs::resize_file(from, 10);
+    return reallyFallocate(file, mode, offset, size);
+  };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(calls, 1);
+  EXPECT_TRUE(Support::readFile(to) == std::string(10, 'x'));
+  expectSilence();
+}
+
+TEST_F(OddContent, GetsNoBlocksForHoles) {
+  writeFile(from, "content");
+  fs::resize_file(from, 2 << 20);
+  struct stat status {};
+  ASSERT_EQ(stat(from.c_str(), &status), 0);
+  if (status.st_blocks * 512 >= status.st_size)
+    GTEST_SKIP() << "no holes in files in " << directory.path();
+  int calls = 0;
+  oddSystem().fallocate = [&](int, int, off_t, off_t) { return ++calls; };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(calls, 0);
+  EXPECT_TRUE(Support::readFile(to) == Support::readFile(from));
+}
+
+/// Creates an entry at the destination of the second of two files while the first is copied.
 class InTheWay : public OddSystemTest {
 protected:
   InTheWay() {
@@ -306,7 +366,7 @@ protected:
     writeFile(directory / "stranger", "kept");
   }
 
-  /// Copies the tree. `take` puts something at the path it is given.
+  /// Copies the tree. `take` creates an entry at the path that it gets.
   std::string errorOfCopy(const std::function<void(const fs::path&)>& take) {
     oddSystem().listxattr = [&, take](char*, size_t) -> ssize_t {
       if (taken.empty()) {
@@ -323,7 +383,7 @@ protected:
   fs::path taken;
 };
 
-TEST_F(InTheWay, IsRefusedAsIfItHadBeenThereBefore) {
+TEST_F(InTheWay, IsRefusedLikeAnExistingEntry) {
   for (const auto& take : std::vector<std::function<void(const fs::path&)>>{
            [](const fs::path& path) { writeFile(path, "other"); },
            [](const fs::path& path) { fs::create_directory(path); }, Support::makeFifo,
@@ -337,8 +397,8 @@ TEST_F(InTheWay, IsRefusedAsIfItHadBeenThereBefore) {
   expectSilence();
 }
 
-// A dangling link does not exist, but no file can be made there.
-TEST_F(InTheWay, IsAFailureOfTheCopyWhenItIsADanglingLink) {
+// A dangling symlink counts as missing, but no file can be created at its path.
+TEST_F(InTheWay, FailsTheCopyIfItIsADanglingSymlink) {
   const std::string error = errorOfCopy([&](const fs::path& path) { fs::create_symlink("missing", path); });
   EXPECT_EQ(error, "Filesystem: Coulnd't copy file " + subject());
   EXPECT_EQ(log.text(), "[E] filesystem error: cannot copy file: File exists [" + (from / taken).string() + "] [" +
@@ -346,7 +406,7 @@ TEST_F(InTheWay, IsAFailureOfTheCopyWhenItIsADanglingLink) {
   EXPECT_EQ(describeTree(to), "nothing\n");
 }
 
-TEST_F(InTheWay, OfASingleFileIsRefusedToo) {
+TEST_F(InTheWay, IsRefusedForASingleFileToo) {
   oddSystem().open = [&](const char* path, int flags, mode_t mode) {
     if ((flags & O_CREAT) != 0)
       fs::create_symlink(directory / "stranger", path);
@@ -358,15 +418,15 @@ TEST_F(InTheWay, OfASingleFileIsRefusedToo) {
   expectSilence();
 }
 
-/// A file under a lease, for the end of which only an open that may block waits.
+/// A file with a lease; only a blocking open waits for the end of the lease.
 class LeasedContent : public OddSystemTest {
 protected:
   LeasedContent() {
     writeFile(from, "content");
     oddSystem().open = [this](const char* path, int flags, mode_t mode) {
-      if ((flags & O_NONBLOCK) != 0)
-        beforeSecondLook();
-      else if ((flags & O_PATH) == 0)
+      if ((flags & O_PATH) != 0)
+        beforeLooking();
+      else
         beforeOpening();
       return (flags & O_NONBLOCK) != 0 ? failing(EWOULDBLOCK) : reallyOpen(path, flags, mode);
     };
@@ -377,7 +437,7 @@ protected:
     Support::makeFifo(from);
   }
 
-  std::function<void()> beforeSecondLook = [] {};
+  std::function<void()> beforeLooking = [] {};
   std::function<void()> beforeOpening = [] {};
 };
 
@@ -387,8 +447,8 @@ TEST_F(LeasedContent, IsCopied) {
   expectSilence();
 }
 
-TEST_F(LeasedContent, IsNotConfusedWithAFifoThatTakesItsPlace) {
-  beforeSecondLook = [this] { replaceByFifo(); };
+TEST_F(LeasedContent, IsNotConfusedWithAFifoThatReplacesIt) {
+  beforeLooking = [this] { replaceByFifo(); };
   EXPECT_EQ(errorOf([&] { Filesystem::copyFile(from, to); }),
             "Filesystem: Coulnd't copy file " + from.string() + " to " + to.string());
   EXPECT_EQ(log.text(), "[E] filesystem error: cannot copy file: Operation not supported [" + from.string() + "] [" +
@@ -396,11 +456,28 @@ TEST_F(LeasedContent, IsNotConfusedWithAFifoThatTakesItsPlace) {
   EXPECT_EQ(describeTree(to), "nothing\n");
 }
 
-TEST_F(LeasedContent, IsCopiedFromTheFileThatWasSeenToBeOne) {
+TEST_F(LeasedContent, IsCopiedFromTheCheckedFile) {
   beforeOpening = [this] {
     if (fs::is_regular_file(from))
       replaceByFifo();
   };
+  Filesystem::copyFile(from, to);
+  EXPECT_EQ(Support::readFile(to), "content");
+  expectSilence();
+}
+
+/// Makes every open of a path in /proc fail, as where it is not mounted.
+class ContentWithoutProc : public OddSystemTest {
+protected:
+  ContentWithoutProc() {
+    oddSystem().open = [](const char* path, int flags, mode_t mode) {
+      return std::string_view(path).starts_with("/proc/") ? failing(ENOENT) : reallyOpen(path, flags, mode);
+    };
+  }
+};
+
+TEST_F(ContentWithoutProc, IsCopied) {
+  writeFile(from, "content");
   Filesystem::copyFile(from, to);
   EXPECT_EQ(Support::readFile(to), "content");
   expectSilence();
@@ -436,8 +513,8 @@ TEST_F(OddGroup, WithoutAMemberListIsAnError) {
   expectSilence();
 }
 
-TEST_F(OddRandomSource, PassesItsErrorOn) {
-  // Boost 1.78 began to put the error's category and number behind its text.
+TEST_F(OddRandomSource, ThrowsItsError) {
+  // Since 1.78 Boost appends the error's category and number to its text.
   const std::string suffix = BOOST_VERSION >= 107800 ? " [system:5]" : "";
   oddSystem().getrandom = [](void*, size_t, unsigned) { return failing(EIO); };
   EXPECT_EQ(reasonOf([] { Filesystem::uniquePath("pkg-%%%%.tmp"); }),

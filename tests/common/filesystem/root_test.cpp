@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/root.h"
-#include "tests/support/environment.h"
+#include "tests/support/process/environment.h"
 
 #include <gtest/gtest.h>
 
@@ -13,13 +13,13 @@ namespace {
 using Common::Filesystem::rootDirectory;
 using Support::ScopedEnvironment;
 
-TEST(Root, IsASlashWhenTheVariableIsNotDefined) {
+TEST(Root, IsASlashWithoutTheVariable) {
   const ScopedEnvironment root("KRV_ROOT_FS", std::nullopt);
   EXPECT_EQ(rootDirectory().native(), "/");
   EXPECT_EQ((rootDirectory() / "var/lib/krv/registry").native(), "/var/lib/krv/registry");
 }
 
-TEST(Root, IsTheValueAsItStands) {
+TEST(Root, IsTheUnchangedValueOfTheVariable) {
   for (const std::string value :
        {"", "/", "/mnt/image", "/mnt/image/", "mnt/image", "//mnt/./x/../y", " ", "/no such"}) {
     const ScopedEnvironment root("KRV_ROOT_FS", value);
@@ -41,7 +41,7 @@ TEST(Root, IsFollowedByOneSeparator) {
   }
 }
 
-TEST(Root, IsReadAfreshOnEachCall) {
+TEST(Root, IsReadAgainAtEachCall) {
   const ScopedEnvironment first("KRV_ROOT_FS", "/one");
   EXPECT_EQ(rootDirectory(), "/one");
   const ScopedEnvironment second("KRV_ROOT_FS", "/two");

@@ -1,13 +1,13 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/filesystem/locations.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
 
 #include <filesystem>
 #include <iostream>
 
-/// Prints what usersHomeDirectories() returns, a line each, or its error. A program, so that a test can put another
-/// group database in front of it.
+/// Prints the result of usersHomeDirectories(), one per line, or its error. It is a program of its own, so that a test
+/// can preload another group database.
 int main() {
   const std::string error = Support::errorOf([] {
     for (const std::filesystem::path& directory : Common::Filesystem::usersHomeDirectories())

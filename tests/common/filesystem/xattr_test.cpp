@@ -3,7 +3,7 @@
 #include "common/filesystem/xattr.h"
 #include "common/posix/file_descriptor.h"
 #include "tests/common/filesystem/fixture.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,7 +23,7 @@ using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
 
-/// A file, a link to it and a missing one.
+/// A file, a symlink to it and a missing file.
 class Xattr : public AttributesTest {
 protected:
   Xattr() {
@@ -43,19 +43,19 @@ TEST_F(Xattr, IsReadByteForByte) {
   }
 }
 
-TEST_F(Xattr, ThatIsEmptyIsReadAsSuch) {
+TEST_F(Xattr, ReadsAnEmptyValue) {
   Support::attach(file, "user.empty", "");
   EXPECT_EQ(Filesystem::getXattr(file, "user.empty"), "");
   EXPECT_THAT(Filesystem::listXattrs(file), testing::ElementsAre(Pair("user.empty", "")));
 }
 
-TEST_F(Xattr, IsReadThroughALink) {
+TEST_F(Xattr, IsReadThroughASymlink) {
   Support::attach(file, "user.value", "x");
   EXPECT_EQ(Filesystem::getXattr(link, "user.value"), "x");
   EXPECT_THAT(Filesystem::listXattrs(link), testing::ElementsAre(Pair("user.value", "x")));
 }
 
-TEST_F(Xattr, ThatIsMissingCannotBeRead) {
+TEST_F(Xattr, FailsForAMissingAttribute) {
   fs::create_symlink("missing", directory / "dangling");
   for (const fs::path& path : {file, link, missing, directory / "dangling"})
     EXPECT_EQ(errorOf([&] { Filesystem::getXattr(path, "user.value"); }),
@@ -78,7 +78,7 @@ TEST_F(Xattr, ListHasEveryNameWithItsValue) {
                                    Pair("user.name with spaces, a \"quote\" and \xc3\xa4", "2")));
 }
 
-TEST_F(Xattr, ListOfAnOpenFileIsReadWhateverBecameOfItsName) {
+TEST_F(Xattr, ListOfAnOpenFileIsReadAfterItsNameIsGone) {
   Support::attach(file, "user.zeros", zeros);
   Support::attach(file, "user.empty", "");
   const Common::Posix::FileDescriptor open(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
@@ -93,7 +93,7 @@ TEST_F(Xattr, ListOfAClosedDescriptorCannotBeRead) {
   expectSilence();
 }
 
-TEST_F(Xattr, ListOfADirectoryIsReadToo) {
+TEST_F(Xattr, ListOfADirectoryIsRead) {
   Support::attach(directory.path(), "user.value", "x");
   EXPECT_THAT(Filesystem::listXattrs(directory.path()), testing::ElementsAre(Pair("user.value", "x")));
 }
@@ -106,14 +106,14 @@ TEST_F(Xattr, ListOfAMissingPathCannotBeRead) {
   expectSilence();
 }
 
-TEST_F(Xattr, IsAttachedAndReplaced) {
+TEST_F(Xattr, IsSetAndReplaced) {
   Filesystem::setXattr(file, "user.value", "a longer one");
   Filesystem::setXattr(file, "user.value", zeros);
   Filesystem::setXattr(file, "user.other", "x");
   EXPECT_THAT(Filesystem::listXattrs(file), UnorderedElementsAre(Pair("user.value", zeros), Pair("user.other", "x")));
 }
 
-TEST_F(Xattr, WithAnEmptyValueIsNotAttached) {
+TEST_F(Xattr, IsNotSetToAnEmptyValue) {
   Support::attach(file, "user.value", "x");
   const std::string before = describeTree(directory.path());
   Filesystem::setXattr(file, "user.value", "");
@@ -124,8 +124,8 @@ TEST_F(Xattr, WithAnEmptyValueIsNotAttached) {
   EXPECT_EQ(describeTree(directory.path()), before);
 }
 
-TEST_F(Xattr, IsNotAttachedThroughALink) {
-  // Links take no attributes of the user namespace: that it fails shows that the link itself was meant.
+TEST_F(Xattr, IsNotSetThroughASymlink) {
+  // Symlinks cannot have attributes of the user namespace: the failure shows that the symlink itself was used.
   const std::string before = describeTree(directory.path());
   EXPECT_EQ(errorOf([&] { Filesystem::setXattr(link, "user.value", "x"); }),
             "Filesystem: Couldn't attach user.value extended attribute to " + link.string());
@@ -133,7 +133,7 @@ TEST_F(Xattr, IsNotAttachedThroughALink) {
   expectSilence();
 }
 
-TEST_F(Xattr, ThatIsRefusedIsAnError) {
+TEST_F(Xattr, FailsForARefusedAttribute) {
   struct Case {
     fs::path path;
     std::string name;

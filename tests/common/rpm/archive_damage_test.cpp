@@ -1,10 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/rpm/archive.h"
+#include "common/rpm/handles.h"
 #include "tests/common/rpm/archive_fixture.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/process.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/process/process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -38,7 +39,7 @@ const Compressor uncompressed = {"none", "w.ufdio"};
 
 class ArchiveDamage : public ArchiveTest::Fixture {
 protected:
-  /// Whether extraction fails. If it does not, it has to give what the sound package gives.
+  /// Whether extraction fails or has the same events as the undamaged package.
   bool failsOrGives(const Events& sound) const {
     const std::string error = errorOf([&] { EXPECT_EQ(extracted(), sound); });
     EXPECT_TRUE(error == contentError || error == "no error") << error;
@@ -56,7 +57,7 @@ protected:
     EXPECT_EQ(errorOf([&] { open(); }), openError);
   }
 
-  /// Makes the header claim a size for one file.
+  /// Sets the size of one file in the header.
   void claim(std::size_t index, std::uint64_t size) const {
     changeHeader(package(), [&](Header header) {
       const auto data = Common::Rpm::ownTagData(rpmtdNew());
@@ -71,7 +72,7 @@ protected:
     });
   }
 
-  /// Expects that the only file can neither be written nor read.
+  /// Expects writing and reading the only file to fail.
   void expectBadContent() const {
     const std::filesystem::path destination = m_sandbox.path() / "made";
     const auto extractWith = [&](const std::function<void(ArchiveReader&)>& use) {
@@ -93,7 +94,7 @@ protected:
 
 class DamagedPayload : public ArchiveDamage, public testing::WithParamInterface<Compressor> {};
 
-TEST_P(DamagedPayload, IsNoticedWhereverThePackageIsCut) {
+TEST_P(DamagedPayload, IsDetectedWhereverThePackageIsCut) {
   build(mixedPackage, GetParam());
   const std::string whole = readFile(package());
   for (std::size_t size = Support::payloadOffset(whole); size < whole.size(); ++size) {
@@ -103,9 +104,9 @@ TEST_P(DamagedPayload, IsNoticedWhereverThePackageIsCut) {
   }
 }
 
-// Without the help of the size in the signature header the very end of a compressed stream, at most an index and a
-// check sum, may be missing: all that is in it has been read by then.
-TEST_P(DamagedPayload, IsNoticedAsLongAsAnythingIsMissing) {
+// Without the size in the signature header, only the last bytes of a compressed stream (an index or a checksum) may be
+// missing unnoticed, because all content has been read by then.
+TEST_P(DamagedPayload, IsDetectedWithoutTheSizeInTheSignatureHeader) {
   build(mixedPackage, GetParam());
   const Events sound = extracted();
   const std::string payload = payloadOf(package());
@@ -119,7 +120,7 @@ TEST_P(DamagedPayload, IsNoticedAsLongAsAnythingIsMissing) {
   EXPECT_LT(silent, 64U);
 }
 
-TEST_P(DamagedPayload, NeverGivesAnythingElse) {
+TEST_P(DamagedPayload, NeverGivesOtherContent) {
   build(mixedPackage, GetParam());
   const Events sound = extracted();
   const std::string payload = payloadOf(package());
@@ -140,7 +141,7 @@ TEST_P(DamagedPayload, NeverGivesAnythingElse) {
 INSTANTIATE_TEST_SUITE_P(Table, DamagedPayload, testing::ValuesIn(ArchiveTest::compressors),
                          [](const auto& instance) { return instance.param.name; });
 
-TEST_F(ArchiveDamage, IsNoticedWhenAnEntryIsMissing) {
+TEST_F(ArchiveDamage, IsDetectedWhenAnEntryIsMissing) {
   build(mixedPackage, uncompressed);
   const std::vector<std::string> entries = entriesOf(payloadOf(package()));
   ASSERT_EQ(entries.size(), 9U);
@@ -153,8 +154,8 @@ TEST_F(ArchiveDamage, IsNoticedWhenAnEntryIsMissing) {
   }
 }
 
-// librpm passes over all that comes between the members of a hard-link group, and looks for the last of them first.
-TEST_F(ArchiveDamage, IsNoticedWhenHardLinksAreOutOfOrder) {
+// librpm skips all entries between the members of a hard-link group, because it looks for the last member first.
+TEST_F(ArchiveDamage, IsDetectedWhenHardLinksAreOutOfOrder) {
   build(mixedPackage, uncompressed);
   std::vector<std::string> entries = entriesOf(payloadOf(package()));
   std::rotate(entries.begin(), entries.end() - 2, entries.end() - 1);
@@ -162,7 +163,7 @@ TEST_F(ArchiveDamage, IsNoticedWhenHardLinksAreOutOfOrder) {
   expectDamaged();
 }
 
-TEST_F(ArchiveDamage, IsNoticedWhenAnEntryIsNotInTheHeader) {
+TEST_F(ArchiveDamage, IsDetectedWhenAnEntryIsNotInTheHeader) {
   build(mixedPackage, uncompressed);
   std::string payload = payloadOf(package());
   payload.replace(payload.find("./opt/sample/second"), 19, "./opt/sample/SECOND");
@@ -170,14 +171,14 @@ TEST_F(ArchiveDamage, IsNoticedWhenAnEntryIsNotInTheHeader) {
   expectDamaged();
 }
 
-TEST_F(ArchiveDamage, IsNoticedWhenThePayloadIsMissing) {
+TEST_F(ArchiveDamage, IsDetectedWhenThePayloadIsMissing) {
   build({.install = "", .files = ""});
   EXPECT_THAT(extracted(), IsEmpty());
   replacePayload(package(), "");
   expectDamaged();
 }
 
-TEST_F(ArchiveDamage, LeavesWhatWasHandedOut) {
+TEST_F(ArchiveDamage, KeepsTheEntriesExtractedBefore) {
   build(mixedPackage, uncompressed);
   const std::string payload = payloadOf(package());
   replacePayload(package(), std::string_view(payload).substr(0, payload.find("./opt/sample/link")));
@@ -190,7 +191,7 @@ TEST_F(ArchiveDamage, LeavesWhatWasHandedOut) {
                           "3 file /target/opt/sample/folder/first 644 ima: first\n"));
 }
 
-TEST_F(ArchiveDamage, KeepsHardLinksBackWhenItFails) {
+TEST_F(ArchiveDamage, CallsNoHardLinkHandlerAfterAFailure) {
   build(mixedPackage, uncompressed);
   const std::string payload = payloadOf(package());
   replacePayload(package(), std::string_view(payload).substr(0, payload.size() - 100));
@@ -200,7 +201,7 @@ TEST_F(ArchiveDamage, KeepsHardLinksBackWhenItFails) {
   EXPECT_EQ(events.back(), "5 file /target/opt/sample/one 644 ima: shared\n");
 }
 
-TEST_F(ArchiveDamage, IsNoticedWhenContentHasNotItsDigest) {
+TEST_F(ArchiveDamage, IsDetectedWhenContentDoesNotMatchItsDigest) {
   build({.files = "/opt/sample/file"}, uncompressed);
   std::string payload = payloadOf(package());
   payload.replace(payload.find("content\n"), 7, "CONTENT");
@@ -209,7 +210,7 @@ TEST_F(ArchiveDamage, IsNoticedWhenContentHasNotItsDigest) {
   EXPECT_EQ(readFile(m_sandbox.path() / "made"), "CONTENT\n");
 }
 
-TEST_F(ArchiveDamage, IsNoticedByAnOldDigest) {
+TEST_F(ArchiveDamage, IsDetectedByAnMd5Digest) {
   build({.files = "/opt/sample/file", .globals = "%global _binary_filedigest_algorithm 1\n"}, uncompressed);
   EXPECT_THAT(extracted(), ElementsAre("0 file /target/opt/sample/file 644 ima: content\n"));
   std::string payload = payloadOf(package());
@@ -218,14 +219,32 @@ TEST_F(ArchiveDamage, IsNoticedByAnOldDigest) {
   expectBadContent();
 }
 
-TEST_F(ArchiveDamage, CannotBeSeenWithoutDigests) {
+TEST_F(ArchiveDamage, IsDetectedByEachByteOfADigest) {
+  build({.files = "/opt/sample/file"}, uncompressed);
+  for (const std::size_t position : {0U, 31U, 63U}) {
+    const auto flip = [&](Header header) {
+      const Common::Rpm::TagDataHandle value = Common::Rpm::ownTagData(rpmtdNew());
+      headerGet(header, RPMTAG_FILEDIGESTS, value.get(), HEADERGET_ALLOC);
+      std::string digest = rpmtdGetString(value.get());
+      digest.at(position) = digest.at(position) == '0' ? '1' : '0';
+      headerDel(header, RPMTAG_FILEDIGESTS);
+      headerPutString(header, RPMTAG_FILEDIGESTS, digest.c_str());
+    };
+    const std::string sound = readFile(package());
+    changeHeader(package(), flip);
+    expectBadContent();
+    writeFile(package(), sound);
+  }
+}
+
+TEST_F(ArchiveDamage, IsNotDetectedWithoutDigests) {
   build({.files = "/opt/sample/file"}, uncompressed);
   Support::hideTag(package(), RPMTAG_FILEDIGESTS);
   EXPECT_THAT(extracted(), ElementsAre("0 file /target/opt/sample/file 644 ima: content\n"));
 }
 
-// Old packages have zeros there.
-TEST_F(ArchiveDamage, IsNotLookedForInAnEmptyFile) {
+// Old packages have zeros as the digest of an empty file.
+TEST_F(ArchiveDamage, IsNotCheckedForAnEmptyFile) {
   build({.install = "mkdir -p %{buildroot}/opt; : > %{buildroot}/opt/file", .files = "/opt/file"});
   changeHeader(package(), [](Header header) {
     headerDel(header, RPMTAG_FILEDIGESTS);
@@ -234,7 +253,7 @@ TEST_F(ArchiveDamage, IsNotLookedForInAnEmptyFile) {
   EXPECT_THAT(extracted(), ElementsAre("0 file /target/opt/file 644 ima: "));
 }
 
-TEST_F(ArchiveDamage, ShowsWithTheFirstEntryForAnUnknownCompressor) {
+TEST_F(ArchiveDamage, IsDetectedAtTheFirstEntryForAnUnknownCompressor) {
   for (const std::string& name : {std::string("unknown"), std::string(""), std::string(5000, 'x'), std::string("w9")}) {
     SCOPED_TRACE(name);
     build(mixedPackage, {"xz", "w6.xzdio"});
@@ -246,8 +265,8 @@ TEST_F(ArchiveDamage, ShowsWithTheFirstEntryForAnUnknownCompressor) {
   }
 }
 
-// A payload is decompressed once, by the compressor that the header names.
-TEST_F(ArchiveDamage, IsACompressionThatTheHeaderDoesNotName) {
+// A payload is decompressed only once, by the compressor that the header names.
+TEST_F(ArchiveDamage, IsDetectedForACompressionThatTheHeaderDoesNotName) {
   build(mixedPackage, {"gzip", "w9.gzdio"});
   nameCompressor("unknown");
   expectDamaged();
@@ -261,7 +280,7 @@ TEST_F(ArchiveDamage, IsACompressionThatTheHeaderDoesNotName) {
   expectDamaged();
 }
 
-TEST_F(ArchiveDamage, DoesNotBelieveALargeSize) {
+TEST_F(ArchiveDamage, DoesNotAllocateALargeClaimedSize) {
   for (const std::uint64_t size : {std::uint64_t{9}, std::uint64_t{1} << 32, std::uint64_t{1} << 62}) {
     SCOPED_TRACE(size);
     build({.files = "/opt/sample/file"}, uncompressed);
@@ -270,14 +289,14 @@ TEST_F(ArchiveDamage, DoesNotBelieveALargeSize) {
   }
 }
 
-TEST_F(ArchiveDamage, IsNoticedWhenAFileIsLongerThanItsSize) {
+TEST_F(ArchiveDamage, IsDetectedWhenAFileIsLongerThanItsSize) {
   build({.files = "/opt/sample/file"}, uncompressed);
   claim(0, 7);
   expectBadContent();
 }
 
 // With such a size librpm would write past its buffers.
-TEST_F(ArchiveDamage, IsNotOpenedWithANegativeSize) {
+TEST_F(ArchiveDamage, RefusesToOpenWithANegativeSize) {
   for (const std::uint64_t size : {~std::uint64_t{0}, std::uint64_t{1} << 63}) {
     SCOPED_TRACE(size);
     build({.files = "/opt/sample/file"}, uncompressed);
@@ -286,8 +305,8 @@ TEST_F(ArchiveDamage, IsNotOpenedWithANegativeSize) {
   }
 }
 
-// librpm would allocate as much, or end the process.
-TEST_F(ArchiveDamage, IsNotOpenedWithALinkLongerThanAPath) {
+// librpm would allocate this size, or abort the process.
+TEST_F(ArchiveDamage, RefusesToOpenWithASymlinkLongerThanAPath) {
   for (const std::uint64_t size : {std::uint64_t{4097}, std::uint64_t{1} << 62, ~std::uint64_t{0}}) {
     SCOPED_TRACE(size);
     build(mixedPackage, uncompressed);
@@ -296,20 +315,20 @@ TEST_F(ArchiveDamage, IsNotOpenedWithALinkLongerThanAPath) {
   }
 }
 
-TEST_F(ArchiveDamage, IsNoticedWhenALinkIsShorterThanItsSize) {
+TEST_F(ArchiveDamage, IsDetectedWhenASymlinkIsShorterThanItsSize) {
   build(mixedPackage, uncompressed);
   claim(4, 4096);
   expectDamaged();
 }
 
-TEST_F(ArchiveDamage, IsNotOpenedWithABrokenFileList) {
+TEST_F(ArchiveDamage, RefusesToOpenWithABrokenFileList) {
   build(mixedPackage);
   Support::hideTag(package(), RPMTAG_DIRINDEXES);
   expectUnopenable();
   EXPECT_EQ(errorOf([&] { ArchiveReader::openFileList(package().string()); }), openError);
 }
 
-TEST_F(ArchiveDamage, DoesNotNeedTheTextOfALink) {
+TEST_F(ArchiveDamage, AcceptsAMissingSymlinkTarget) {
   build(mixedPackage);
   Support::hideTag(package(), RPMTAG_FILELINKTOS);
   EXPECT_THAT(extracted(), testing::Contains("4 link /target/opt/sample/link 777 ima"));

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/archive_fixture.h"
 
-#include "tests/support/package_surgery.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/packages/package_surgery.h"
 
 #include <iomanip>
 #include <sstream>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "common/rpm/archive.h"
-#include "tests/support/rpm_sandbox.h"
+#include "tests/support/packages/rpm_sandbox.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-/// What tests of the extraction reader share.
+/// Helpers for tests of ArchiveReader.
 namespace ArchiveTest {
 
 using Events = std::vector<std::string>;
@@ -20,23 +20,23 @@ std::string textOf(const std::vector<std::byte>& bytes);
 
 std::string payloadOf(const std::filesystem::path& package);
 
-/// The entries of an uncompressed payload with all that belongs to each, the trailer last. An entry has a header of
-/// 110 characters, a name and content; name and content are filled up to a multiple of four.
+/// The entries of an uncompressed payload, each with its header, name and content; the trailer is the last one. An
+/// entry has a header of 110 characters, a name and content; name and content are padded to a multiple of four.
 std::vector<std::string> entriesOf(const std::string& payload);
 
 std::string joined(const std::vector<std::string>& entries);
 
-/// One line for an entry, without its content: index, type, path, permissions in octal digits, "ima" if it is to be
-/// signed, and the target of a link.
+/// One line for an entry, without its content: index, type, path, octal permissions, "ima" if it gets an IMA signature,
+/// and the target of a symlink.
 std::string describe(const Common::Rpm::ArchiveEntry& entry);
 
-/// Handlers that write down in `events` what they are called with, and the content of regular files.
+/// Handlers that record their calls, and the content of regular files, in `events`.
 Common::Rpm::ExtractionHandlers recording(Common::Rpm::ArchiveReader& archive, Events& events);
 
-/// A package below /opt/sample with a directory, files, a link and a hard-link group of two.
+/// A package with a directory, files, a symlink and a hard-link group of two below /opt/sample.
 extern const Support::PackageInput mixedPackage;
 
-/// The values of %_binary_payload for all the compressors that librpm writes, by their names.
+/// The values of %_binary_payload for all compressors that librpm can write.
 struct Compressor {
   std::string name;
   std::string payload;

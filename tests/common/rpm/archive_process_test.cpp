@@ -1,8 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/archive_fixture.h"
-#include "tests/support/process.h"
-#include "tests/support/wait.h"
+#include "tests/support/faults/supervised.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/wait.h"
 
 #include <gtest/gtest.h>
 
@@ -23,7 +24,7 @@ namespace {
 using Common::Rpm::ArchiveEntry;
 using Common::Rpm::ArchiveReader;
 
-/// Handlers that call `atFile` for each file and make nothing.
+/// Handlers that call `atFile` for each file and create nothing.
 Common::Rpm::ExtractionHandlers callingAtFiles(const std::function<void()>& atFile) {
   return {.directory = [](const ArchiveEntry&) {},
           .regularFile =
@@ -37,13 +38,23 @@ Common::Rpm::ExtractionHandlers callingAtFiles(const std::function<void()>& atFi
 
 class ArchiveProcess : public ArchiveTest::Fixture {
 protected:
-  /// A package with one file, of which more is left at its beginning than waits between the two threads.
+  /// A package with one file that does not fit into the pipe between the two threads.
   ArchiveProcess() {
     build({.install = "mkdir -p %{buildroot}/opt; truncate -s 3M %{buildroot}/opt/file", .files = "/opt/file"});
   }
 };
 
-TEST_F(ArchiveProcess, EndsBeforeAProgramThatAHandlerStarted) {
+TEST_F(ArchiveProcess, OpensAPackageWithoutProc) {
+  if (!Support::canSupervise())
+    GTEST_SKIP() << "the kernel, or what confines this process, does not let processes be supervised";
+  const std::filesystem::path target = m_sandbox.path() / "target";
+  std::filesystem::create_directory(target);
+  const std::vector<std::string> command = {Support::program("extract-package"), package().string(), target.string()};
+  const auto isInProc = Support::failNth("open", 2, package(), ENOENT);
+  EXPECT_EQ(Support::runSupervised(command, {}, m_sandbox.path(), {}, isInProc).process.status, 0);
+}
+
+TEST_F(ArchiveProcess, ReturnsBeforeAProgramOfAHandlerEnds) {
   std::optional<Support::Process> program;
   ArchiveReader archive = open();
   const auto begin = std::chrono::steady_clock::now();
@@ -52,7 +63,7 @@ TEST_F(ArchiveProcess, EndsBeforeAProgramThatAHandlerStarted) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }
 
-TEST_F(ArchiveProcess, CanBeGivenUpBeforeAProgramEndsThatAHandlerStarted) {
+TEST_F(ArchiveProcess, CanBeAbortedBeforeAProgramOfAHandlerEnds) {
   std::optional<Support::Process> program;
   const auto begin = std::chrono::steady_clock::now();
   {
@@ -69,7 +80,7 @@ TEST_F(ArchiveProcess, CanBeGivenUpBeforeAProgramEndsThatAHandlerStarted) {
 
 constexpr std::array endingSignals = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM};
 
-/// A process that waits for the payload of a package without end: a child of it keeps the pipe of the payload open.
+/// A process whose read of the payload blocks forever, because its child keeps the pipe of the payload open.
 class WaitingExtraction {
 public:
   explicit WaitingExtraction(const std::string& package) : m_id(fork()) {
@@ -85,7 +96,7 @@ public:
   WaitingExtraction(const WaitingExtraction&) = delete;
   WaitingExtraction& operator=(const WaitingExtraction&) = delete;
 
-  /// Whether it sleeps while signals are kept from it.
+  /// Whether it sleeps with blocked signals.
   bool waits() const {
     std::istringstream status(Support::readFile("/proc/" + std::to_string(m_id) + "/status"));
     bool isAsleep = false;
@@ -99,7 +110,7 @@ public:
     return isAsleep && (blocked >> (SIGUSR2 - 1) & 1) != 0;
   }
 
-  /// The signal that has ended it; nothing when it does not end, or otherwise.
+  /// The signal that ended it; nothing if it did not end or was not ended by a signal.
   std::optional<int> endAfter(int signal) {
     kill(m_id, signal);
     int status = 0;
@@ -112,7 +123,7 @@ public:
 private:
   [[noreturn]] static void extract(const std::string& package) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    for (const int number : endingSignals) // a shell starts its background jobs with some of them ignored
+    for (const int number : endingSignals) // a shell starts background jobs with some of them ignored
       signal(number, SIG_DFL);
     ArchiveReader archive = ArchiveReader::openForExtraction(package);
     archive.extract("/target", callingAtFiles([] {
@@ -139,7 +150,7 @@ TEST_P(ArchiveSignal, EndsAProcessThatWaitsForThePayload) {
 INSTANTIATE_TEST_SUITE_P(Table, ArchiveSignal, testing::ValuesIn(endingSignals),
                          [](const auto& instance) { return std::string(sigabbrev_np(instance.param)); });
 
-TEST_F(ArchiveProcess, LeavesASignalBlockedThatItsCallerBlocked) {
+TEST_F(ArchiveProcess, KeepsSignalsBlockedThatTheCallerBlocked) {
   const ArchiveTest::Events sound = extracted();
   sigset_t termination;
   sigemptyset(&termination);

@@ -1,11 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/rpm/archive.h"
+#include "common/rpm/handles.h"
 #include "tests/common/rpm/archive_fixture.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/thrown.h"
-#include "tests/support/wait.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/process/wait.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -38,7 +39,7 @@ constexpr const char* contentError = "Internal: Couldn't read content from rpm p
 
 class Archive : public ArchiveTest::Fixture {
 protected:
-  /// Extracts with `regularFile` alone: the package has nothing but files.
+  /// Extracts with only the handler `regularFile`, because the package has only files.
   void extractFiles(const std::function<std::any(ArchiveReader&, const ArchiveEntry&)>& regularFile) const {
     ArchiveReader archive = open();
     archive.extract("/target", {.directory = {},
@@ -70,14 +71,14 @@ std::ptrdiff_t threads() {
   return std::distance(begin(tasks), end(tasks));
 }
 
-/// Lets the process open no more than this many descriptors.
+/// Limits the process to this many more descriptors.
 class DescriptorLimit {
 public:
   explicit DescriptorLimit(std::size_t count) {
     getrlimit(RLIMIT_NOFILE, &m_before);
     std::vector<int> numbers;
     while (numbers.size() < count)
-      numbers.push_back(dup(STDIN_FILENO));
+      numbers.push_back(dup(STDERR_FILENO));
     const rlimit limit = {static_cast<rlim_t>(numbers.back()) + 1, m_before.rlim_max};
     std::ranges::for_each(numbers, close);
     setrlimit(RLIMIT_NOFILE, &limit);
@@ -97,7 +98,7 @@ Support::PackageInput fileOf(std::size_t size) {
           .files = "/opt/file"};
 }
 
-TEST_F(Archive, HandsOutEveryEntryOnce) {
+TEST_F(Archive, PassesEveryEntryOnce) {
   build(mixedPackage);
   EXPECT_THAT(extracted(),
               ElementsAre("0 directory /target/opt/sample 755 ima", //
@@ -152,7 +153,7 @@ TEST_F(Archive, DropsSetIdAndStickyBits) {
                           "2 file /target/opt/user 711 ima: x\n"));
 }
 
-TEST_F(Archive, WarnsOfEachSpecialFileAndGoesOn) {
+TEST_F(Archive, WarnsAboutEachSpecialFileAndContinues) {
   build({.install = "mkdir -p %{buildroot}/opt; cd %{buildroot}/opt; mkfifo b; echo x > a; echo y > e",
          .files = "/opt/*\n%dev(c, 1, 3) /opt/c\n%dev(b, 7, 0) /opt/d"});
   const Support::CapturedLog log;
@@ -161,7 +162,7 @@ TEST_F(Archive, WarnsOfEachSpecialFileAndGoesOn) {
                         "[W] Unexpected entry type in rpm package\n");
 }
 
-TEST_F(Archive, HasNoGhostFiles) {
+TEST_F(Archive, SkipsGhostFiles) {
   build({.install = "mkdir -p %{buildroot}/opt; cd %{buildroot}/opt; echo x > a; echo x > b; ln b c",
          .files = "/opt/a\n%ghost /opt/b\n%ghost /opt/c\n%ghost /opt/never"});
   EXPECT_THAT(extracted(), ElementsAre("0 file /target/opt/a 644 ima: x\n"));
@@ -169,26 +170,26 @@ TEST_F(Archive, HasNoGhostFiles) {
                                     "2 file /target/opt/c 644 ima", "3 file /target/opt/never 000 ima"));
 }
 
-TEST_F(Archive, LeavesAGhostOutOfItsHardLinkGroup) {
+TEST_F(Archive, OmitsAGhostFromItsHardLinkGroup) {
   build({.install = "mkdir -p %{buildroot}/opt; cd %{buildroot}/opt; echo x > a; ln a b; ln a c",
          .files = "%ghost /opt/a\n/opt/b\n/opt/c"});
   EXPECT_THAT(extracted(), ElementsAre("1 file /target/opt/b 644 ima: x\n", "/target/opt/b is also 2 /target/opt/c"));
 }
 
-TEST_F(Archive, HasNothingInAPackageWithoutFiles) {
+TEST_F(Archive, IsEmptyForAPackageWithoutFiles) {
   build({.install = "", .files = ""});
   EXPECT_THAT(extracted(), IsEmpty());
   EXPECT_THAT(listed(), IsEmpty());
 }
 
-TEST_F(Archive, LogsNothingOfOrdinaryEntries) {
+TEST_F(Archive, LogsNothingForOrdinaryEntries) {
   build(mixedPackage);
   const Support::CapturedLog log;
   extracted();
   EXPECT_EQ(log.text(), "");
 }
 
-TEST_F(Archive, SignsConfigurationFilesOnlyIfTheyCanBeExecuted) {
+TEST_F(Archive, SignsOnlyExecutableConfigurationFiles) {
   build({.install = "mkdir -p %{buildroot}/opt; cd %{buildroot}/opt; echo > a; echo > b; echo > c; echo > d",
          .files = "%config %attr(644, root, root) /opt/a\n%config %attr(654, root, root) /opt/b\n"
                   "%config(noreplace) %attr(640, root, root) /opt/c\n%attr(600, root, root) /opt/d"});
@@ -196,7 +197,7 @@ TEST_F(Archive, SignsConfigurationFilesOnlyIfTheyCanBeExecuted) {
                                     "2 file /target/opt/c 640", "3 file /target/opt/d 600 ima"));
 }
 
-TEST_F(Archive, SignsAllConfigurationFilesWhenTheMacroSaysSo) {
+TEST_F(Archive, SignsAllConfigurationFilesIfTheMacroIsSet) {
   build({.files = "%config /opt/sample/file"});
   rpmDefineMacro(nullptr, "_ima_sign_config_files 1", RMIL_CMDLINE);
   EXPECT_THAT(listed(), ElementsAre("0 file /target/opt/sample/file 644 ima"));
@@ -206,7 +207,7 @@ TEST_F(Archive, SignsAllConfigurationFilesWhenTheMacroSaysSo) {
   rpmPopMacro(nullptr, "_ima_sign_config_files");
 }
 
-TEST_F(Archive, RaisesBadFunctionCallForAHandlerThatIsNotSet) {
+TEST_F(Archive, ThrowsBadFunctionCallForAMissingHandler) {
   build(mixedPackage);
   const auto extractWithout = [&](auto member) {
     ArchiveReader archive = open();
@@ -221,7 +222,7 @@ TEST_F(Archive, RaisesBadFunctionCallForAHandlerThatIsNotSet) {
   EXPECT_THROW(extractWithout(&ExtractionHandlers::hardLinks), std::bad_function_call);
 }
 
-TEST_F(Archive, EndsWithWhatAHandlerThrows) {
+TEST_F(Archive, PassesOnTheExceptionOfAHandler) {
   build(mixedPackage);
   ArchiveReader archive = open();
   Events events;
@@ -231,7 +232,7 @@ TEST_F(Archive, EndsWithWhatAHandlerThrows) {
   EXPECT_EQ(events.size(), 4U);
 }
 
-TEST_F(Archive, PassesOverContentThatNobodyReads) {
+TEST_F(Archive, SkipsUnreadContent) {
   build(mixedPackage);
   ArchiveReader archive = open();
   Events events;
@@ -251,7 +252,7 @@ TEST_F(Archive, WritesContentLongerThanItsBuffer) {
   EXPECT_EQ(Support::readFile(destination), std::string(300000, 'x'));
 }
 
-TEST_F(Archive, ReplacesWhatTheDestinationHeld) {
+TEST_F(Archive, ReplacesTheContentOfTheDestination) {
   build({.files = "/opt/sample/file"});
   const std::filesystem::path destination = m_sandbox.path() / "made";
   Support::writeFile(destination, "something longer than that");
@@ -262,7 +263,7 @@ TEST_F(Archive, ReplacesWhatTheDestinationHeld) {
   EXPECT_EQ(Support::readFile(destination), "content\n");
 }
 
-TEST_F(Archive, MakesAnEmptyDestinationOfAnEmptyFile) {
+TEST_F(Archive, CreatesAnEmptyDestinationForAnEmptyFile) {
   build(fileOf(0));
   const std::filesystem::path destination = m_sandbox.path() / "made";
   extractFiles([&](ArchiveReader& archive, const ArchiveEntry&) {
@@ -280,7 +281,7 @@ TEST_F(Archive, ReadsContentIntoMemory) {
   });
 }
 
-TEST_F(Archive, CannotOpenADestination) {
+TEST_F(Archive, ReportsADestinationThatCannotBeOpened) {
   build(fileOf(10));
   expectWriteError(m_sandbox.path() / "missing/file", "Couldn't open file for writing rpm content: ");
   expectWriteError(m_sandbox.path(), "Couldn't open file for writing rpm content: ");
@@ -291,13 +292,13 @@ TEST_F(Archive, FailsOnAFullDevice) {
   expectWriteError("/dev/full", "Couldn't write rpm package content to ");
 }
 
-// So little stays in a buffer until the file is closed.
+// These few bytes stay in a buffer until the file is closed.
 TEST_F(Archive, FailsOnAFullDeviceWithTheFirstBytes) {
   build(fileOf(10));
   expectWriteError("/dev/full", "Couldn't write rpm package content to ");
 }
 
-TEST_F(Archive, FailsAtTheLimitOfAFilesSize) {
+TEST_F(Archive, FailsAtTheFileSizeLimit) {
   build(fileOf(300000));
   const auto before = std::signal(SIGXFSZ, SIG_IGN);
   rlimit limit = {};
@@ -309,8 +310,8 @@ TEST_F(Archive, FailsAtTheLimitOfAFilesSize) {
   std::signal(SIGXFSZ, before);
 }
 
-TEST_F(Archive, EndsItsThreadWhenItIsGivenUp) {
-  build(fileOf(3'000'000)); // more than waits between the two threads
+TEST_F(Archive, EndsItsThreadWhenTheExtractionIsAborted) {
+  build(fileOf(3'000'000)); // more than fits into the pipe between the two threads
   {
     const ArchiveReader unread = open();
     EXPECT_EQ(threads(), 2);
@@ -322,7 +323,7 @@ TEST_F(Archive, EndsItsThreadWhenItIsGivenUp) {
   EXPECT_TRUE(Support::waitUntil([] { return threads() == 2; }));
 }
 
-TEST_F(Archive, LeavesTheSignalsToItsCaller) {
+TEST_F(Archive, LeavesSignalsToItsCaller) {
   build(fileOf(10));
   const auto blocked = [] {
     sigset_t mask;
@@ -339,7 +340,7 @@ TEST_F(Archive, LeavesTheSignalsToItsCaller) {
   EXPECT_EQ(blocked(), before);
 }
 
-TEST_F(Archive, IsNotDisturbedBySignals) {
+TEST_F(Archive, IsNotInterruptedBySignals) {
   build(fileOf(3'000'000));
   struct sigaction interrupting = {}; // without SA_RESTART
   interrupting.sa_handler = [](int) { alarms = alarms + 1; };
@@ -361,17 +362,17 @@ TEST_F(Archive, IsNotDisturbedBySignals) {
   sigaction(SIGALRM, &before, nullptr);
 }
 
-TEST_F(Archive, CannotBeOpenedWithoutDescriptors) {
+TEST_F(Archive, ReportsThatNoDescriptorIsFree) {
 #if defined(__SANITIZE_ADDRESS__)
   GTEST_SKIP() << "the sanitizers look at an exception through a pipe of their own, which they cannot have here";
 #endif
   build(fileOf(10));
-  open(); // what librpm keeps open is open now
+  open(); // now the files that librpm keeps open are open
   {
-    const DescriptorLimit limit(1); // the file is found with one and opened with another
+    const DescriptorLimit limit(1); // one descriptor finds the file, another one opens it
     EXPECT_EQ(errorOf([&] { open(); }), "FileNotFound: Couldn't open rpm package");
   }
-  // One for the file, two for the pipe, and librpm's duplicates of the two.
+  // One for the file, two for the pipe, and librpm's duplicates of the pipe's ends.
   for (const std::size_t descriptors : {2U, 3U, 4U}) {
     const DescriptorLimit limit(descriptors);
     EXPECT_EQ(errorOf([&] { open(); }), "BadPackageFileFormat: Couldn't open rpm package for extraction");
@@ -380,7 +381,7 @@ TEST_F(Archive, CannotBeOpenedWithoutDescriptors) {
   EXPECT_THAT(extracted(), ElementsAre("0 file /target/opt/file 644 ima: xxxxxxxxxx"));
 }
 
-TEST_F(Archive, HasContentForTheHandlerOfRegularFilesAlone) {
+TEST_F(Archive, HasContentOnlyInTheHandlerOfRegularFiles) {
   build(mixedPackage);
   ArchiveReader archive = open();
   const std::filesystem::path destination = m_sandbox.path() / "made";
@@ -396,7 +397,7 @@ TEST_F(Archive, HasContentForTheHandlerOfRegularFilesAlone) {
   EXPECT_FALSE(std::filesystem::exists(destination));
 }
 
-TEST_F(Archive, HasContentOnce) {
+TEST_F(Archive, ReadsContentOnlyOnce) {
   build(fileOf(10));
   extractFiles([&](ArchiveReader& archive, const ArchiveEntry&) {
     archive.readContent();
@@ -405,7 +406,7 @@ TEST_F(Archive, HasContentOnce) {
   });
 }
 
-TEST_F(Archive, IsWalkedOnce) {
+TEST_F(Archive, ExtractsOnlyOnce) {
   build(mixedPackage);
   ArchiveReader archive = open();
   Events events;
@@ -453,18 +454,18 @@ TEST_F(Archive, ListsTheFilesWithoutTouchingThePayload) {
   EXPECT_EQ(events.size(), 8U);
 }
 
-TEST_F(Archive, RaisesBadFunctionCallForAnEmptyVisitor) {
+TEST_F(Archive, ThrowsBadFunctionCallForAnEmptyVisitor) {
   build(mixedPackage);
   const ArchiveReader archive = ArchiveReader::openFileList(package().string());
   EXPECT_THROW(archive.forEachFile("/target", nullptr), std::bad_function_call);
 }
 
-TEST_F(Archive, StillAnswersForTheHeader) {
+TEST_F(Archive, StillReadsHeaderTags) {
   build(mixedPackage);
   EXPECT_EQ(open().tag(Common::Rpm::Tag::Name), "sample");
 }
 
-TEST_F(Archive, FailsLikeAReaderForWhatIsNoPackage) {
+TEST_F(Archive, FailsLikeAReaderForOtherFiles) {
   EXPECT_EQ(errorOf([&] { ArchiveReader::openForExtraction((m_sandbox.path() / "missing.rpm").string()); }),
             "FileNotFound: Couldn't open rpm package");
   EXPECT_EQ(errorOf([&] { ArchiveReader::openFileList((m_sandbox.path() / "missing.rpm").string()); }),

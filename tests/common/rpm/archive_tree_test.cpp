@@ -1,10 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/archive_fixture.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/extract_tree.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/process.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/extraction/extract_tree.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/scoped_mask.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +18,7 @@ using Support::listTree;
 
 class ArchiveTree : public ArchiveTest::Fixture {
 public:
-  /// Folders that may not be written into could not be removed.
+  /// Folders without write permission could not be removed.
   ~ArchiveTree() override {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(m_sandbox.path())) {
       if (entry.symlink_status().type() == std::filesystem::file_type::directory)
@@ -43,7 +44,7 @@ protected:
     return listTree(folder);
   }
 
-  /// What the standard tools unpack. They do not leave special files out.
+  /// The tree that the standard tools unpack. Unlike ArchiveReader they do not skip special files.
   std::string treeOfTheStandardTools() const {
     const std::filesystem::path folder = freshFolder("theirs");
     Support::runOrThrow({"bash", "-c",
@@ -116,7 +117,7 @@ std::vector<Sample> samples() {
 
 class SamplePackage : public ArchiveTree, public testing::WithParamInterface<Sample> {};
 
-TEST_P(SamplePackage, IsUnpackedAsByTheStandardTools) {
+TEST_P(SamplePackage, IsUnpackedLikeByTheStandardTools) {
   build(GetParam().input);
   EXPECT_EQ(extractedTree(), treeOfTheStandardTools());
 }
@@ -124,8 +125,9 @@ TEST_P(SamplePackage, IsUnpackedAsByTheStandardTools) {
 INSTANTIATE_TEST_SUITE_P(Table, SamplePackage, testing::ValuesIn(samples()),
                          [](const auto& instance) { return instance.param.name; });
 
-// So that the comparison above is one of whole trees.
+// Proves that the comparison above covers the whole tree.
 TEST_F(ArchiveTree, IsDescribedEntryByEntry) {
+  const Support::ScopedMask ofUnlistedDirectories(0022);
   build(mixedPackage);
   const std::string file = " 7 " + std::to_string(std::hash<std::string>()("shared\n"));
   const std::string tree = extractedTree();
@@ -136,7 +138,7 @@ TEST_F(ArchiveTree, IsDescribedEntryByEntry) {
   EXPECT_NE(tree.find("\nopt/sample/two file 644" + file + " opt/sample/one\n"), std::string::npos);
 }
 
-TEST_F(ArchiveTree, StaysInsideItsFolderWhenNamesClimb) {
+TEST_F(ArchiveTree, StaysInItsFolderWhenNamesContainDotDot) {
   build(mixedPackage, {"none", "w.ufdio"});
   const std::filesystem::path folder = freshFolder("folder");
   Support::replaceEverywhere(package(), "/opt/sample/", "/../../out//");
@@ -147,7 +149,8 @@ TEST_F(ArchiveTree, StaysInsideItsFolderWhenNamesClimb) {
   EXPECT_FALSE(std::filesystem::exists(m_sandbox.path().parent_path() / "out"));
 }
 
-TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkLeadsOut) {
+TEST_F(ArchiveTree, StaysInItsFolderWhenASymlinkLeadsOut) {
+  const Support::ScopedMask ofUnlistedDirectories(0022);
   const std::filesystem::path outside = freshFolder("outside");
   build(
       {.install = "mkdir -p %{buildroot}/opt/b; cd %{buildroot}/opt; ln -s " + outside.string() + " a; echo x > b/file",
@@ -160,8 +163,8 @@ TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkLeadsOut) {
   EXPECT_EQ(listTree(outside), "");
 }
 
-// Two names of the header that are one on the disk: the link, and then a file.
-TEST_F(ArchiveTree, StaysInsideItsFolderWhenALinkIsReplaced) {
+// Two names in the header with the same path on disk: a symlink, then a file.
+TEST_F(ArchiveTree, StaysInItsFolderWhenAFileReplacesASymlink) {
   const std::filesystem::path outside = freshFolder("outside");
   build({.install =
              "mkdir -p %{buildroot}/opt/bb; cd %{buildroot}/opt; ln -s " + outside.string() + "/new a; echo x > bb/a",

@@ -2,26 +2,27 @@
 // SPDX-License-Identifier: MIT
 #include "common/rpm/configuration.h"
 #include "common/rpm/reader.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/environment.h"
-#include "tests/support/rpm_sandbox.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/diagnostics/captured_log.h"
+#include "tests/support/diagnostics/own_process.h"
+#include "tests/support/packages/open_pgp_key.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gmock/gmock.h>
-#include <rpm/rpmmacro.h>
 #include <rpm/rpmtag.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <memory>
 
 namespace {
 
 using Support::CapturedLog;
 
 TEST(RpmConfiguration, IsReadOnceAndSilently) {
+  if (Support::ranInItsOwnProcess())
+    return;
   const Support::RpmSandbox sandbox;
   const CapturedLog log;
   EXPECT_FALSE(Common::Rpm::isRpmConfigured());
@@ -31,7 +32,9 @@ TEST(RpmConfiguration, IsReadOnceAndSilently) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(RpmConfiguration, IsTriedAgainAfterAFailure) {
+TEST(RpmConfiguration, IsReadAgainAfterAFailure) {
+  if (Support::ranInItsOwnProcess())
+    return;
   const Support::RpmSandbox sandbox;
   sandbox.build({}, sandbox.path() / "sample.rpm");
   const std::filesystem::path folder = sandbox.path() / "configuration";
@@ -51,14 +54,36 @@ TEST(RpmConfiguration, IsTriedAgainAfterAFailure) {
   EXPECT_EQ(log.text(), "");
 }
 
-/// Collects what reaches standard error.
+// The keyring is in the database, whose place the configuration says.
+TEST(RpmConfiguration, ProvidesTheKeyringAfterAFailureToo) {
+  if (Support::ranInItsOwnProcess())
+    return;
+  const Support::RpmSandbox sandbox;
+  const std::string package = (sandbox.path() / "sample.rpm").string();
+  const std::string sealed = (sandbox.path() / "sealed.rpm").string();
+  sandbox.build({}, package);
+  sandbox.build({.name = "sealed"}, sealed);
+  const Support::OpenPgpKey key(sandbox);
+  key.sign(sealed);
+  key.import();
+  {
+    const Support::ScopedEnvironment configuration("RPM_CONFIGDIR", (sandbox.path() / "missing").string());
+    EXPECT_EQ(Common::Rpm::Reader(package).tag(RPMTAG_NAME), "sample");
+    EXPECT_FALSE(Common::Rpm::isRpmConfigured());
+  }
+  EXPECT_EQ(Common::Rpm::Reader(sealed).tag(RPMTAG_NAME), "sealed");
+}
+
+/// The output of `action` on standard error.
 std::string errorsOf(const std::function<void()>& action) {
   testing::internal::CaptureStderr();
   action();
   return testing::internal::GetCapturedStderr();
 }
 
-TEST(RpmConfiguration, LetsNoticesGoToStandardError) {
+TEST(RpmConfiguration, PrintsNoticesToStandardError) {
+  if (Support::ranInItsOwnProcess())
+    return;
   const Support::RpmSandbox sandbox;
   sandbox.build({}, sandbox.path() / "sample.rpm");
   Support::writeFile(sandbox.home() / ".rpmmacros", "%_dbpath %{echo:a notice}" + sandbox.database().string() + "\n");
@@ -67,18 +92,6 @@ TEST(RpmConfiguration, LetsNoticesGoToStandardError) {
               testing::StartsWith("a notice\n"));
   std::fflush(stdout);
   EXPECT_EQ(log.text(), "");
-}
-
-// Macros are expanded in the path again.
-TEST(RpmConfiguration, TakesPercentSignsInTheDatabasesFolderAsTheyAre) {
-  const Support::RpmSandbox sandbox;
-  for (const char* name : {"100%", "%{name}", "%%_dbpath", "%(echo x)"}) {
-    const std::filesystem::path folder = sandbox.path() / name;
-    Common::Rpm::setDatabaseFolder(folder);
-    const std::unique_ptr<char, decltype(&std::free)> path(rpmExpand("%{_dbpath}", nullptr), &std::free);
-    EXPECT_EQ(path.get(), folder.string());
-    rpmPopMacro(nullptr, "_dbpath");
-  }
 }
 
 } // namespace

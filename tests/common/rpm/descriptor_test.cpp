@@ -13,11 +13,11 @@
 
 namespace {
 
-std::atomic<int> badCloses = 0; // a payload's thread closes files too
+std::atomic<int> badCloses = 0; // atomic, because a payload's thread closes files too
 
 } // namespace
 
-// Takes the place of the C library's function for this program and the libraries that it loads.
+// Replaces the C library's function for this program and its libraries.
 extern "C" int close(int descriptor) {
   const int result = static_cast<int>(syscall(SYS_close, descriptor));
   if (result != 0 && errno == EBADF)
@@ -38,7 +38,7 @@ class Descriptor : public ArchiveTest::Fixture, public testing::WithParamInterfa
 
 TEST_P(Descriptor, IsClosedOnce) {
   build(ArchiveTest::mixedPackage, GetParam());
-  extracted(); // librpm opens its database and keeps it
+  extracted(); // now librpm has opened its database, which it keeps open
   badCloses = 0;
   const std::ptrdiff_t before = openDescriptors();
   extracted();
@@ -46,14 +46,14 @@ TEST_P(Descriptor, IsClosedOnce) {
   EXPECT_EQ(badCloses, 0);
 }
 
-TEST_P(Descriptor, IsClosedOnceWhenTheExtractionIsGivenUp) {
+TEST_P(Descriptor, IsClosedOnceWhenTheExtractionIsAborted) {
   build(ArchiveTest::mixedPackage, GetParam());
   open();
   badCloses = 0;
   const std::ptrdiff_t before = openDescriptors();
   {
     ArchiveReader archive = open();
-    EXPECT_GE(openDescriptors(), before + 2); // the file, the end of the pipe, and its other one until all is in it
+    EXPECT_GE(openDescriptors(), before + 2); // the file and the read end of the pipe
     EXPECT_THROW(archive.extract("/target", {}), std::bad_function_call);
   }
   EXPECT_EQ(openDescriptors(), before);

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/differential_cases.h"
 
-#include "tests/support/open_pgp_key.h"
-#include "tests/support/rpm_version.h"
+#include "tests/support/packages/open_pgp_key.h"
+#include "tests/support/packages/rpm_version.h"
 
 #include <cctype>
 #include <map>
@@ -17,7 +17,7 @@ using Support::PackageInput;
 
 using Cases = std::vector<Case>;
 
-/// A name that a test may have, of a text with other characters.
+/// Replaces the characters that a test name must not have.
 std::string asName(const std::string& text) {
   std::string name;
   for (const char character : text)
@@ -25,7 +25,7 @@ std::string asName(const std::string& text) {
   return name;
 }
 
-/// Different texts may be one name.
+/// Makes equal names different.
 Cases withUniqueNames(Cases cases) {
   std::map<std::string, int> counts;
   for (Case& each : cases) {
@@ -35,12 +35,12 @@ Cases withUniqueNames(Cases cases) {
   return cases;
 }
 
-/// A tree with something of everything that a payload can hold without special rights.
+/// A tree with all types of entries that need no special rights.
 const std::string makeTree = "mkdir -p %{buildroot}/opt/%{name}/folder; cd %{buildroot}/opt/%{name}\n"
                              "echo first > folder/first; seq 3000 > numbers; : > empty; echo shared > one; ln one two\n"
                              "ln -s folder/first link";
 
-/// A tree, with these macros for it.
+/// The tree, built with these macros.
 Case withMacros(const std::string& name, const std::string& globals) {
   return {name, {.install = makeTree, .globals = globals}};
 }
@@ -53,7 +53,7 @@ Case withSections(const std::string& name, const std::string& sections) {
   return {name, {.sections = sections}};
 }
 
-/// Files below /opt/sample, in which the lines of %install begin.
+/// Files below /opt/sample; the lines of %install start in that folder.
 Case withFiles(const std::string& name, const std::string& install, const std::string& files) {
   return {name,
           {.install = "mkdir -p %{buildroot}/opt/sample; cd %{buildroot}/opt/sample\n" + install, .files = files}};
@@ -214,8 +214,8 @@ void addTriggers(Cases& cases) {
   }
   cases.push_back(withSections("TriggersOfAllKinds", "%triggerin -- a\n1\n%triggerin -- b\n2\n%triggerun -- a\n3\n"
                                                      "%filetriggerin -- /opt\n4\n%transfiletriggerin -- /opt\n5"));
-  // rpmbuild warns and makes the package; the second condition leads to the first script.
-  if (!Support::librpmIsAtLeast("4.20")) // which refuses to build it
+  // rpmbuild only warns; the second condition belongs to the first script.
+  if (!Support::librpmIsAtLeast("4.20")) // 4.20 refuses to build it
     cases.push_back(withSections("TriggersWithTheSameCondition", "%triggerin -- other\n1\n%triggerin -- other\n2"));
   cases.push_back(
       withSections("FileTriggersWithTheSameCondition", "%filetriggerin -- /opt\n1\n%filetriggerin -- /opt\n2"));
@@ -304,7 +304,7 @@ void addContents(Cases& cases) {
   cases.push_back(withFiles("ManyFolders", "for i in $(seq 300); do mkdir $i; echo $i > $i/file; done", all));
   cases.push_back(
       withFiles("DeepFolders", "d=x; for i in $(seq 60); do mkdir -p $d; echo x > $d/f; d=$d/x; done", all));
-  // A ghost is in no payload, so that its size costs nothing. It needs the 64-bit form of the sizes.
+  // A ghost is not in the payload, so its size costs nothing. It needs the 64-bit size tags.
   cases.push_back(withFiles("GhostOf5GiB", "truncate -s 5G a; echo x > b", "%ghost /opt/sample/a\n/opt/sample/b"));
   cases.push_back(withFiles("Program", "cp /bin/true a; printf '#!/bin/sh\\n' > b; chmod 755 b", all));
   cases.back().input.globals =
@@ -337,7 +337,7 @@ void addSourcePackages(Cases& cases) {
     addSource("Payload_" + asName(mode), {.globals = "%global _source_payload " + std::string(mode)});
 }
 
-/// Signs with rpmsign and the arguments.
+/// Cases that are signed with rpmsign and these arguments.
 void addSignatures(Cases& cases) {
   const auto sign = [](const Support::RpmSandbox& sandbox, const std::filesystem::path& package) {
     const Support::OpenPgpKey key(sandbox);

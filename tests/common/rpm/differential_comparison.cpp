@@ -2,12 +2,14 @@
 // SPDX-License-Identifier: MIT
 #include "tests/common/rpm/differential_comparison.h"
 
+#include "acceptance/file_list.h"
 #include "common/error/error.h"
 #include "common/rpm/archive.h"
-#include "common/rpm/file_list.h"
-#include "tests/support/extract_tree.h"
-#include "tests/support/process.h"
-#include "tests/support/temp_directory.h"
+#include "common/rpm/file_entry.h"
+#include "common/rpm/handles.h"
+#include "tests/support/extraction/extract_tree.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <rpm/rpmtag.h>
 
@@ -35,10 +37,10 @@ using std::filesystem::path;
 const std::string accepted = "accepted";
 const std::string refused = "refused";
 
-/// A changed package has lost digests; those that it has have to hold.
+/// A changed package has lost some digests; the others must be valid.
 const std::string digestsWhereTheyAre = "_pkgverify_level none";
 
-/// What `work` gives; "refused" when it throws an error of the library, or one of the careful handlers of a tree.
+/// The result of `work`; "refused" if it throws an error of the library or of the tree's handlers.
 std::string unlessRefused(const std::function<std::string()>& work) {
   try {
     return work();
@@ -49,11 +51,11 @@ std::string unlessRefused(const std::function<std::string()>& work) {
   }
 }
 
-/// What a program of librpm writes; "refused" when it fails, and how it ended if that was by a signal.
+/// The output of a program of librpm; "refused" if it fails, with the signal if one ended it.
 std::string outputOf(const std::vector<std::string>& command, const path& folder) {
   const Support::ProcessResult result = Support::run(command, {}, folder);
   constexpr int firstSignal = 128;
-  if (result.status > firstSignal && result.status < firstSignal + NSIG) // 254 and 255 are librpm's own
+  if (result.status > firstSignal && result.status < firstSignal + NSIG) // librpm itself uses 254 and 255
     return "ended by signal " + std::to_string(result.status - firstSignal);
   return result.status == 0 ? result.output : refused;
 }
@@ -67,7 +69,7 @@ struct TextTag {
   rpmTagVal number;
 };
 
-/// All tags that librpm knows a text for.
+/// All tags that have a text in librpm.
 std::vector<TextTag> textTags() {
   const Common::Rpm::TagDataHandle names = Common::Rpm::ownTagData(rpmtdNew());
   rpmTagGetNames(names.get(), 0);
@@ -129,7 +131,7 @@ private:
       std::string theirs;
       if (verdictOf(answer) == accepted)
         std::getline(values, theirs, endOfTag);
-      else // one that cannot be told takes all others with it
+      else // one tag without a result makes the whole query fail
         theirs = theirTexts("[%{" + tag.name + "}" + endOfText + "]");
       compare("tag " + tag.name, {textsOf(*m_reader, tag.number), theirs});
     }
@@ -145,14 +147,14 @@ private:
 
   std::string ourFiles() const {
     std::ostringstream lines;
-    for (const Common::Rpm::PackagedFile& file : Common::Rpm::fileList(*m_reader))
+    for (const Acceptance::PackagedFile& file : Acceptance::fileList(*m_reader))
       lines << file.name << ' ' << file.size << ' ' << std::oct << static_cast<unsigned>(file.permissions) << std::dec
             << ' ' << file.digest << ' ' << file.target << '\n';
     return lines.str();
   }
 
-  /// Size, modification time, digest, mode, owner, group, two flags, device and target follow the name; where there is
-  /// no digest are zeros, and X where there is no target.
+  /// After the name: size, modification time, digest, mode, owner, group, two flags, device and target. A missing
+  /// digest is zeros, a missing target is X.
   std::string theirFiles() const {
     static const std::regex form("(.*) ([0-9]+) -?[0-9]+ ([0-9a-f]*) 0([0-7]+) \\S+ \\S+ [01] [01] [0-9]+ (.*)");
     const std::string answer = outputOf({"rpm", "-qp", "--dump", m_package.string()}, m_folder);
@@ -194,7 +196,7 @@ private:
     return m_reader && headerIsEntry(m_reader->header().get(), RPMTAG_SOURCERPM) != 0 && !hasFifo();
   }
 
-  /// librpm 4.18 waits without end for a writer of the FIFO that it has made.
+  /// librpm 4.18 waits forever for a writer of the FIFO that it has created.
   bool hasFifo() const {
     const Common::Rpm::FileSetHandle files = m_reader->files();
     for (int index = 0; files && index < static_cast<int>(rpmfilesFC(files.get())); ++index) {
@@ -218,7 +220,7 @@ private:
     return folder;
   }
 
-  /// The tree that a command leaves, without special files, which extraction leaves out.
+  /// The tree that a command creates, without special files, which extraction skips.
   std::string treeAfter(const std::vector<std::string>& command, const path& tree) const {
     const std::string answer = outputOf(command, m_folder);
     if (verdictOf(answer) != accepted)

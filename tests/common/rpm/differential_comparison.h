@@ -8,7 +8,7 @@
 
 namespace Differential {
 
-/// One answer of this project's code and librpm's own.
+/// One result of this project's code and librpm's result.
 struct Answers {
   std::string ours;
   std::string theirs;
@@ -27,7 +27,7 @@ inline const std::string installedTree = "installed tree";
 ///   source packages.
 using Differences = std::map<std::string, Answers>;
 
-/// Asks both about one package file. `folder` exists and is empty; all that is made is made there.
+/// Compares both for one package file. `folder` must exist and be empty; all files are created in it.
 Differences compare(const std::filesystem::path& package, const std::filesystem::path& folder);
 
 } // namespace Differential

@@ -1,9 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "common/rpm/handles.h"
 #include "tests/common/rpm/archive_fixture.h"
 #include "tests/common/rpm/differential_cases.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/process.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/process/process.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -17,7 +18,7 @@ using Support::PackageInput;
 using Cases = std::vector<Case>;
 using std::filesystem::path;
 
-/// A package with all kinds of entries, dependencies, scripts and triggers, and a payload that is not compressed.
+/// A package with all kinds of entries, dependencies, scripts and triggers, and an uncompressed payload.
 PackageInput sample() {
   PackageInput input = ArchiveTest::mixedPackage;
   input.preamble = "Requires: a >= 1, b\nRecommends: c\nConflicts: d < 2\nVendor: Somebody";
@@ -54,7 +55,7 @@ Case withPayload(const std::string& name, const std::function<std::string(const 
           }};
 }
 
-/// Puts a value of any type there, which librpm's own functions for the types refuse.
+/// Sets a tag to a value of any type; librpm's typed functions would refuse wrong types.
 void set(Header header, rpmTagVal tag, rpm_tagtype_t type, const void* value, std::size_t count) {
   headerDel(header, tag);
   const auto data = Common::Rpm::ownHandle<rpmtdFree>(rpmtdNew());
@@ -73,14 +74,14 @@ void setNumbers(Header header, rpmTagVal tag, const std::vector<std::uint32_t>& 
   set(header, tag, RPM_INT32_TYPE, numbers.data(), numbers.size());
 }
 
-/// Leaves out the last value of a list, whatever its type.
+/// Removes the last value of a list of any type.
 void shorten(Header header, rpmTagVal tag) {
   const auto data = Common::Rpm::ownTagData(rpmtdNew());
   headerGet(header, tag, data.get(), HEADERGET_ALLOC);
   set(header, tag, data->type, data->data, data->count - 1);
 }
 
-/// Adds one more of its first value.
+/// Appends a copy of the first value.
 void lengthen(Header header, rpmTagVal tag) {
   const auto data = Common::Rpm::ownTagData(rpmtdNew());
   headerGet(header, tag, data.get(), HEADERGET_ALLOC);
@@ -221,7 +222,7 @@ void addFileLists(Cases& cases) {
       withHeader("ConvertedToVersion3", [](Header header) { headerConvert(header, HEADERCONV_RETROFIT_V3); }));
 }
 
-/// Names in the header and in the payload, changed alike.
+/// Names that are changed both in the header and in the payload.
 void addNames(Cases& cases) {
   const auto replace = [&](const std::string& name, const std::string& from, const std::string& to) {
     cases.push_back({name, sample(), [from, to](const Support::RpmSandbox&, const path& package) {
@@ -308,7 +309,7 @@ void addCompressors(Cases& cases) {
   }
 }
 
-/// Damage that digests show, and bytes that nobody looks at.
+/// Damage that digests detect, and changes of unused bytes.
 void addBytes(Cases& cases) {
   const auto flip = [&](const std::string& name, const std::function<std::size_t(const std::string&)>& place) {
     cases.push_back(withBytes("Flipped" + name, [place](std::string& bytes) {

@@ -2,13 +2,13 @@
 // SPDX-License-Identifier: MIT
 //
 // Packages with values that do not fit each other, all of which librpm's own tools take.
-#include "common/rpm/file_list.h"
+#include "acceptance/file_list.h"
 #include "common/rpm/transaction.h"
 #include "tests/common/rpm/archive_fixture.h"
-#include "tests/support/package_surgery.h"
-#include "tests/support/process.h"
-#include "tests/support/rpm_version.h"
-#include "tests/support/thrown.h"
+#include "tests/support/diagnostics/thrown.h"
+#include "tests/support/packages/package_surgery.h"
+#include "tests/support/packages/rpm_version.h"
+#include "tests/support/process/process.h"
 
 #include <gmock/gmock.h>
 #include <rpm/rpmtag.h>
@@ -25,8 +25,8 @@ using testing::IsEmpty;
 
 struct Oddity {
   std::string name;
-  std::function<void(Header)> change; ///< of the header that rpmbuild has made
-  std::size_t excess = 0;             ///< of the size in the signature header
+  std::function<void(Header)> change; ///< changes the header that rpmbuild made
+  std::size_t excess = 0;             ///< is added to the size in the signature header
   std::string secondCondition = "two";
 
   friend void PrintTo(const Oddity& oddity, std::ostream* stream) { *stream << oddity.name; }
@@ -87,7 +87,7 @@ protected:
   ArchiveTest::Events m_sound;
 };
 
-TEST_P(OddPackage, IsTakenByTheToolsOfRpm) {
+TEST_P(OddPackage, IsAcceptedByTheToolsOfRpm) {
   Support::runOrThrow({"rpm", "-qp", package().string()});
   Support::runOrThrow({"rpm", "-K", "--nosignature", package().string()});
   Support::runOrThrow({"rpm", "-i", "--test", "--nodeps", package().string()});
@@ -110,7 +110,7 @@ TEST_P(OddPackage, HasItsDependencies) {
 }
 
 TEST_P(OddPackage, HasItsFiles) {
-  EXPECT_EQ(Common::Rpm::fileList(Reader(package().string())).size(), 8U);
+  EXPECT_EQ(Acceptance::fileList(Reader(package().string())).size(), 8U);
   EXPECT_EQ(extracted(), m_sound);
 }
 
@@ -122,9 +122,9 @@ protected:
   void buildWith(const std::string& triggers) { build({.sections = triggers}); }
 };
 
-// rpmbuild warns of it. The second script gets no condition, and librpm would give, and free, what happened to be in
-// memory for the type of it.
-TEST_F(TriggerPackage, WithTwoScriptsForOneConditionHasConditionsAndNoTypes) {
+// rpmbuild only warns. The second script has no condition; for its type librpm would return, and free, uninitialised
+// memory.
+TEST_F(TriggerPackage, WithTwoScriptsForOneConditionHasOnlyConditions) {
   if (Support::librpmIsAtLeast("4.20"))
     GTEST_SKIP() << "rpmbuild refuses such a package from version 4.20 on";
   buildWith("%triggerin -- one\ntrue\n%triggerin -- one\nfalse");
@@ -136,7 +136,7 @@ TEST_F(TriggerPackage, WithTwoScriptsForOneConditionHasConditionsAndNoTypes) {
   EXPECT_THAT(reader.texts(RPMTAG_TRIGGERTYPE), IsEmpty());
 }
 
-TEST_F(TriggerPackage, WithSoundTriggersHasTheirConditionsAndTypes) {
+TEST_F(TriggerPackage, WithValidTriggersHasConditionsAndTypes) {
   buildWith("%triggerin -- one, two < 3\ntrue\n%triggerun -- four\nfalse\n%filetriggerin -- /opt\ntrue");
   const Reader reader(package().string());
   EXPECT_THAT(reader.texts(RPMTAG_TRIGGERCONDS), ElementsAre("one, two < 3", "four"));

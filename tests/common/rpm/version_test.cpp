@@ -17,7 +17,7 @@ struct Case {
 
 class VersionTable : public testing::TestWithParam<Case> {};
 
-TEST_P(VersionTable, AreComparedByTheRulesOfRpm) {
+TEST_P(VersionTable, IsComparedByTheRulesOfRpm) {
   EXPECT_EQ(compareVersions(GetParam().candidate, GetParam().installed), GetParam().expected)
       << GetParam().candidate << " against " << GetParam().installed;
 }
@@ -35,7 +35,7 @@ INSTANTIATE_TEST_SUITE_P(Table, VersionTable,
                                          Case{"", "1.0-1", VersionComparison::Unparsable},
                                          Case{"", "", VersionComparison::Unparsable}));
 
-TEST(Versions, OfMoreThanOneMebibyteAreNotCompared) {
+TEST(Versions, AreNotComparedAboveOneMebibyte) {
   const std::string longest(1024 * 1024, '1');
   EXPECT_EQ(compareVersions(longest, "1.0-1"), VersionComparison::Newer);
   EXPECT_EQ(compareVersions("1.0-1", longest), VersionComparison::LowerOrEqual);

@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "common/signatures/package_cmses.h"
 #include "tests/common/signatures/raised.h"
-#include "tests/support/environment.h"
-#include "tests/support/pki.h"
-#include "tests/support/rpm_sandbox.h"
-#include "tests/support/special_files.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 
@@ -47,7 +47,7 @@ private:
   Support::ScopedEnvironment m_root;
 };
 
-TEST_F(PackageCmses, AreReadInTheirOrder) {
+TEST_F(PackageCmses, AreReadInOrder) {
   Support::sign(package(), "source");
   Support::sign(package(), "alice");
   const std::vector<Cms> cmses = readPackageCmses(package(), false);
@@ -56,7 +56,7 @@ TEST_F(PackageCmses, AreReadInTheirOrder) {
   EXPECT_EQ(cmses[1].certificate()->keyId(), keyId("alice"));
 }
 
-TEST_F(PackageCmses, CannotBeReadFromWhatIsNoPackage) {
+TEST_F(PackageCmses, CannotBeReadFromOtherFiles) {
   Support::makeFifo(root() / "fifo");
   Support::writeFile(root() / "text.rpm", "text\n");
   for (const char* name : {"missing.rpm", "text.rpm", "fifo", "", "a \"b\"\n\xff"}) {
@@ -67,13 +67,13 @@ TEST_F(PackageCmses, CannotBeReadFromWhatIsNoPackage) {
   }
 }
 
-TEST_F(PackageCmses, OfAPackageThatNobodySignedAreNone) {
+TEST_F(PackageCmses, AreEmptyForAnUnsignedPackage) {
   EXPECT_TRUE(readPackageCmses(package(), false).empty());
   EXPECT_EQ(verificationError(),
             (Raised{ErrorCode::MissingDeveloperSignature, "Package doesn't have developer certificate"}));
 }
 
-TEST_F(PackageCmses, VerifyForADeveloperAlone) {
+TEST_F(PackageCmses, VerifyForADeveloperWithoutASource) {
   Support::sign(package(), "alice");
   EXPECT_EQ(readPackageCmses(package(), true).size(), 1U);
 }
@@ -84,7 +84,7 @@ TEST_F(PackageCmses, VerifyForADeveloperAndASource) {
   EXPECT_EQ(readPackageCmses(package(), true).size(), 2U);
 }
 
-TEST_F(PackageCmses, DoNotVerifyForASourceAlone) {
+TEST_F(PackageCmses, DoNotVerifyForASourceWithoutADeveloper) {
   Support::sign(package(), "source");
   EXPECT_EQ(verificationError(),
             (Raised{ErrorCode::MissingDeveloperSignature, "Package doesn't have developer certificate"}));
@@ -126,7 +126,7 @@ TEST_F(PackageCmses, ReportTheDeveloperBeforeTheSourceBeforeTheContent) {
   EXPECT_EQ(verificationError()->code, ErrorCode::IllegalSourceCertificate);
 }
 
-TEST_F(PackageCmses, TrustTheAuthoritiesOfTheRootOnly) {
+TEST_F(PackageCmses, TrustOnlyTheAuthoritiesUnderTheRoot) {
   Support::sign(package(), "alice");
   const Support::ScopedEnvironment elsewhere("KRV_ROOT_FS", (root() / "elsewhere").string());
   EXPECT_EQ(verificationError()->code, ErrorCode::IllegalDeveloperCertificate);
@@ -147,7 +147,7 @@ TEST_F(PackageCmses, GiveTheDevelopersIdentity) {
   EXPECT_EQ(found.previousKeyIds, (std::vector{keyId("alice"), keyId("bob")}));
 }
 
-TEST_F(PackageCmses, GiveNoPreviousKeysForADeveloperWhoNeverRotated) {
+TEST_F(PackageCmses, GiveNoPreviousKeysWithoutARotation) {
   Support::sign(package(), "extended");
   EXPECT_EQ(identity().subgroup, "extended");
   EXPECT_TRUE(identity().previousKeyIds.empty());
@@ -164,7 +164,7 @@ TEST_F(PackageCmses, StillGiveTheIdentityWhenForged) {
   EXPECT_EQ(identity().previousKeyIds, std::vector{keyId("alice")});
 }
 
-TEST_F(PackageCmses, GiveNoIdentityForASourceAlone) {
+TEST_F(PackageCmses, GiveNoIdentityForASourceWithoutADeveloper) {
   Support::sign(package(), "source");
   const std::vector<Cms> cmses = readPackageCmses(package(), false);
   EXPECT_EQ(raisedBy([&] { developerIdentity(cmses); }),

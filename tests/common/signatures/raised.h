@@ -10,7 +10,7 @@
 #include <ostream>
 #include <string>
 
-/// What a Common::Error says, for comparison in one go.
+/// Code and message of a Common::Error, for one comparison.
 struct Raised {
   Common::ErrorCode code;
   std::string message;
@@ -22,7 +22,7 @@ inline std::ostream& operator<<(std::ostream& out, const Raised& raised) {
   return out << static_cast<int>(raised.code) << " \"" << raised.message << '"';
 }
 
-/// The error that `action` raises; nothing when it ends well.
+/// The error that `action` throws; nothing if it does not throw.
 template <typename Action>
 std::optional<Raised> raisedBy(Action action) {
   try {

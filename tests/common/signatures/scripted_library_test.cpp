@@ -18,7 +18,7 @@ struct Script {
   bool developerIsLegal = true;
   bool sourceIsLegal = true;
   bool signaturesHold = true;
-  /// Who was asked to verify, with which directory.
+  /// The calls to verify, with their directory.
   std::vector<std::string> calls = {};
 };
 
@@ -134,7 +134,7 @@ TEST(SignatureChecks, AreMadeInOrderUntilOneFails) {
   }
 }
 
-TEST(SignatureChecks, AreNotMadeWithoutBeingAskedFor) {
+TEST(SignatureChecks, AreMadeOnlyOnRequest) {
   script = {.hasDeveloper = false, .developerIsLegal = false, .sourceIsLegal = false, .signaturesHold = false};
   EXPECT_EQ(raisedBy([] { Common::readPackageCmses("x", false); }), std::nullopt);
   EXPECT_EQ(script.calls, std::vector<std::string>());
@@ -154,7 +154,7 @@ TEST(SignatureChecks, NeedTheDevelopersCertificate) {
   }
 }
 
-TEST(SignatureChecks, TakeTheIdentityAsTheLibraryRendersIt) {
+TEST(SignatureChecks, TakeTheIdentityUnchangedFromTheLibrary) {
   script = {};
   const Common::DeveloperIdentity identity = Common::developerIdentity({});
   EXPECT_EQ(identity.keyId, "developer's key");

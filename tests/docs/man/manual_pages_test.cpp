@@ -3,9 +3,9 @@
 #include "core/registry.h"
 #include "tests/docs/man/message_texts.h"
 #include "tests/driver/device.h"
-#include "tests/support/environment.h"
-#include "tests/support/pki.h"
-#include "tests/support/private_bus.h"
+#include "tests/support/bus/private_bus.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 
@@ -26,20 +26,20 @@ using Support::writeFile;
 const fs::path sources = KRV_SOURCE_DIRECTORY;
 const fs::path pages = sources / "docs/man";
 
-/// In the program, because they share a file with what it needs, but never written by it. A program that begins to
-/// write one has to explain it in its page.
+/// Texts that are in the program, because they share a file with needed code, but that it never writes. If the program
+/// begins to write one, the manual page must explain it.
 const MessageTexts neverWritten = {
-    // It reads the signatures without verifying them.
+    // The program reads the signatures without verifying them.
     "[E] Package doesn't have developer certificate",
     "[E] Package is signed with a non-legal developer certificate",
     "[E] Package is signed with a non-legal source certificate",
     "[E] Package signature verification failed",
-    // It reads the registry and never writes it.
+    // The program reads the registry and never writes it.
     "[E] Couldn't atomically update registry: ",
     "[E] Couldn't load registry records",
     "[E] Couldn't move ",
     "[E] Couldn't write records to the next registry: ",
-    // Of the actions on file-system entries it only makes directories.
+    // The program's only action on file-system entries is to create directories.
     " (path already exists)",
     " pointing to ",
     " to ",
@@ -52,10 +52,10 @@ const MessageTexts neverWritten = {
     "[E] Couldn't set permissions for ",
 };
 
-/// The general messages of the error codes: the log shows the message of the thrower instead.
+/// The general messages of the error codes: the log shows the message of the throwing code instead.
 const fs::path generalMessages = sources / "common/error/error_table.h";
 
-/// Whether the program holds a text as a string of its own.
+/// Whether the program contains the text as a string of its own.
 bool holds(const std::string& program, const std::string& text) {
   const std::string withoutMark = text.starts_with('[') ? text.substr(4) : text;
   return program.find(withoutMark + '\0') != std::string::npos;
@@ -81,7 +81,7 @@ std::vector<PageMessage> documentedMessages() {
   return messagesOfPage(readFile(pages / "krv-pre-installer.8"));
 }
 
-/// One line per text, so that a difference shows as lines.
+/// One line per text, so that a failed comparison shows lines.
 std::string lines(const MessageTexts& texts) {
   std::string result;
   for (const std::string& text : texts)
@@ -97,7 +97,7 @@ std::vector<std::string> split(const std::string& text) {
   return result;
 }
 
-TEST(ManualPages, ExplainEveryMessageOfTheToolAndNoOther) {
+TEST(ManualPages, ExplainExactlyTheMessagesOfTheTool) {
   MessageTexts known = neverWritten;
   for (const PageMessage& message : documentedMessages())
     known.insert(message.texts.begin(), message.texts.end());
@@ -112,7 +112,7 @@ TEST(ManualPages, ExplainNoMessageTwice) {
   EXPECT_EQ(patterns.size(), different.size());
 }
 
-TEST(ManualPages, ReadTheTextsOfASource) {
+TEST(ManualPages, FindTheTextsOfASourceFile) {
   EXPECT_EQ(
       textsOfSource(R"x(#include "no piece"
     // "a comment" isn't one
@@ -126,7 +126,7 @@ TEST(ManualPages, ReadTheTextsOfASource) {
       (MessageTexts{"[W] Broken in two: ", " to ", "[I] Said \"so\" twice", "[E] Went wrong", "[W] Not wanted: "}));
 }
 
-/// The lines of the log in the code spans of a Markdown document, up to what is filled in.
+/// The log lines in the code spans of a Markdown document, up to the first placeholder.
 MessageTexts quotedLines(const std::string& document) {
   static const std::regex quote("`(\\[[IWE]\\] [^`]+)`");
   MessageTexts quoted;
@@ -137,7 +137,7 @@ MessageTexts quotedLines(const std::string& document) {
   return quoted;
 }
 
-/// Whether a bus says this, as far as it is quoted, when the service is missing or does not start.
+/// Whether this is a text of a bus if the service is missing or does not start; only the quoted part is compared.
 bool isOfABus(const std::string& line) {
   return std::ranges::any_of(Support::textsOfEveryBus(), [&](const Support::BusTexts& bus) {
     return ("[E] " + bus.noService).starts_with(line) || ("[E] " + bus.deadService).starts_with(line);
@@ -157,7 +157,7 @@ TEST(Documents, QuoteTheLogLetterByLetter) {
 
 class PagesAndTheLog : public testing::Test {
 protected:
-  /// A run with a good deal of messages of all levels.
+  /// The log of a run with many messages of all levels.
   std::string eventfulLog() {
     m_device.add({.name = "notes"});
     m_device.add({.name = "unsigned"}, "");
@@ -191,7 +191,7 @@ TEST_F(PagesAndTheLog, AgreeOnEachLine) {
   EXPECT_EQ(unexplained, "");
 }
 
-/// The commands by which the page looks into the journal, as the reader sees them.
+/// The journal commands of the page, as the reader sees them.
 std::vector<std::string> documentedCommands() {
   const std::string page = Support::runOrThrow({"mandoc", "-T", "markdown", (pages / "krv-pre-installer.8").string()});
   static const std::regex command("\n\t(journalctl [^\n]*)");
@@ -201,7 +201,7 @@ std::vector<std::string> documentedCommands() {
   return commands;
 }
 
-/// Makes a journal of one boot in which the unit has written `log`.
+/// Makes a journal of one boot that contains `log` of the unit.
 void writeJournal(const fs::path& journal, const std::string& log) {
   std::string entries;
   for (const std::string& line : split(log))
@@ -238,7 +238,7 @@ TEST_F(PagesAndTheLog, FindLinesInTheJournalAsDocumented) {
             (std::vector{log, linesWith(log, isError), linesWith(log, isNotable), linesWith(log, isAboutNotes)}));
 }
 
-TEST(ManualPages, ShowWhatTheRegistryBecomes) {
+TEST(ManualPages, ShowTheResultingRegistry) {
   static const std::regex block("\\.Bd[^\n]*\n((timestamp=[^\n]*\n)*)\\.Ed");
   const std::string page = std::regex_replace(readFile(pages / "krv-registry.5"), std::regex("\\\\-"), "-");
   std::vector<std::string> examples;
@@ -254,7 +254,7 @@ TEST(ManualPages, ShowWhatTheRegistryBecomes) {
   EXPECT_EQ(readFile(root / "var/lib/krv/registry"), examples[1]);
 }
 
-TEST(ManualPages, AreGoodMdoc) {
+TEST(ManualPages, AreValidMdoc) {
   for (const char* page : {"krv-pre-installer.8", "krv-registry.5", "krv-package-signature.1"}) {
     const Support::ProcessResult lint =
         Support::run({"mandoc", "-T", "lint", "-W", "warning", (pages / page).string()});

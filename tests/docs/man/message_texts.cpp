@@ -31,7 +31,7 @@ std::string withoutEscapes(std::string text) {
   return text;
 }
 
-/// The words of a macro line; what stands in double quotes is one word.
+/// The words of a macro line; text in double quotes is one word.
 std::vector<std::string> wordsOf(const std::string& line) {
   static const std::regex word("\"([^\"]*)\"|([^ \"]+)");
   std::vector<std::string> words;
@@ -40,7 +40,7 @@ std::vector<std::string> wordsOf(const std::string& line) {
   return words;
 }
 
-/// The line of the log that an .It line shows, each value a placeholder; in double quotes after Qq.
+/// The log line of an .It line, with each value as a placeholder; in double quotes after Qq.
 std::string shownLine(const std::string& line) {
   std::string shown;
   bool isSpaceDue = false, isQuoted = false;
@@ -77,7 +77,7 @@ PageMessage messageFrom(const std::string& shown) {
     } else {
       message.pattern += std::string("[](){}.*+?^$|\\").find(shown[i]) == std::string::npos ? "" : "\\";
       message.pattern += shown[i];
-      // The double quotes come with the value.
+      // The double quotes belong to the value.
       if (shown[i] != '"')
         piece += shown[i];
     }
@@ -116,7 +116,7 @@ private:
     std::string text;
     for (skip(1); !m_rest.empty() && m_rest.front() != quote; skip(1)) {
       if (m_rest.front() == '\\')
-        skip(1); // no message has more than an escaped quote
+        skip(1); // an escaped quote is the only escape in messages
       text += m_rest.front();
     }
     skip(1);
@@ -126,7 +126,7 @@ private:
   void readOther() {
     const char character = m_rest.front();
     if (std::isspace(static_cast<unsigned char>(character)) != 0)
-      return skip(1); // what follows may go on with the literal
+      return skip(1); // the literal may continue after it
     finishLiteral();
     if (std::isalnum(static_cast<unsigned char>(character)) != 0 || character == '_')
       return readWord();
@@ -138,7 +138,7 @@ private:
       m_mark = "[E] ";
   }
 
-  /// Numbers are words too, with the quotes between their digits.
+  /// Numbers count as words, with the quotes between their digits.
   void readWord() {
     const auto end = std::ranges::find_if(m_rest, [](unsigned char character) {
       return std::isalnum(character) == 0 && character != '_' && character != ':' && character != '\'';

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
-#include "tests/support/process.h"
+#include "tests/support/process/process.h"
 
 #include <openssl/ess.h>
 #include <openssl/pem.h>
@@ -16,8 +16,8 @@ using PackageSignatures::SigningKey;
 const std::string arc = "2.25.157019916226857759528849042802738373896";
 const std::string signingCertificateV2 = "1.2.840.113549.1.9.16.2.47";
 
-/// One key with two certificates of the same authority: whether a signature by the first can be passed off as one by
-/// the second.
+/// One key with two certificates of the same authority: checks that a signature made with the first certificate is not
+/// accepted with the second.
 class Binding : public PackageTest {
 protected:
   Binding() {
@@ -26,7 +26,7 @@ protected:
     Support::writeFile(inSandbox("config"), "[req]\ndistinguished_name = subject\n[subject]\n");
   }
 
-  /// Certifies the key. The serial number is `digit`, again and again.
+  /// Certifies the key. The serial number is `digit`, repeated.
   void certify(const std::string& name, char digit, const std::string& subject, const std::string& usage) const {
     Support::runOrThrow({"openssl", "req", "-x509", "-config", inSandbox("config"), "-key", inSandbox("key.pem"), "-CA",
                          pki().certificate("ca"), "-CAkey", pki().key("ca"), "-subj", subject, "-addext",
@@ -38,7 +38,7 @@ protected:
     return {.key = SigningKey::fromFiles(inSandbox("key.pem"), inSandbox(certificate))};
   }
 
-  /// The message with another certificate, which its signer's identifier then names. Nobody needs a key for that.
+  /// The message with another certificate, named by its signer identifier. No key is needed for this change.
   std::string withCertificate(const std::string& message, const std::string& name, char oldDigit, char newDigit) const {
     const auto file = owned(BIO_new_file(inSandbox(name).c_str(), "r"), &BIO_free);
     const auto certificate = owned(PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr), &X509_free);
@@ -51,12 +51,12 @@ protected:
     std::string changed(bytes, bytes + size);
     OPENSSL_free(bytes);
     const auto serial = [](char digit) { return std::string(8, static_cast<char>((digit - '0') * 0x11)); };
-    // Its first place is in the certificate.
+    // The first occurrence is in the certificate.
     const std::size_t place = changed.find(serial(oldDigit), changed.find(serial(oldDigit)) + 8);
     return changed.replace(place, 8, serial(newDigit));
   }
 
-  /// An attribute that names the certificate of `name` by a digest of it.
+  /// An attribute that names the certificate of `name` by its digest.
   Attribute naming(const std::string& name, const EVP_MD* digest) const {
     const auto file = owned(BIO_new_file(pki().certificate(name).c_str(), "r"), &BIO_free);
     const auto certificate = owned(PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr), &X509_free);
@@ -94,7 +94,7 @@ TEST_F(Binding, KeepsTheRole) {
   EXPECT_TRUE(PackageSignatures::developerCmsFromVector({onlyCms()}));
 }
 
-TEST_F(Binding, AcceptsWhatOpensslsLibraryBinds) {
+TEST_F(Binding, AcceptsABindingByOpensslsLibrary) {
   EXPECT_TRUE(verifiesAs(cmsWithAttribute("alice", {"1.2.3.4", {der('\x04', "x")}})));
   EXPECT_TRUE(verifiesAs(cmsWithAttribute("alice", naming("alice", EVP_sha256()), 0)));
 }

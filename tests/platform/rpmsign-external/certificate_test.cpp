@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
-#include "tests/support/process.h"
+#include "tests/support/process/process.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ using PackageSignatures::subgroupToString;
 
 class CertificateTest : public PackageTest {
 protected:
-  /// Signs the package with a fresh certificate. `extensions` are in the form of `openssl req -addext`.
+  /// Signs the package with a new certificate. `extensions` are in the form of `openssl req -addext`.
   void signWith(const std::string& subject, const std::vector<std::string>& extensions) const {
     std::vector<std::string> command = {"openssl",
                                         "req",
@@ -95,7 +95,7 @@ TEST_F(CertificateTest, ComparesRolesAsWholeIdentifiers) {
   EXPECT_EQ(roleWith({}), std::nullopt);
 }
 
-TEST_F(CertificateTest, TheFirstSignatureWithTheRoleCounts) {
+TEST_F(CertificateTest, UsesTheFirstSignatureWithTheRole) {
   std::string container;
   for (const char* name : {"roleless", "source", "bob", "alice"})
     container += opensslCms({"SIGNER:" + std::string(name)});

@@ -4,6 +4,6 @@
 
 #include <cstddef>
 
-/// The largest block of memory that the program asked for since this was set to 0. The program's `operator new` is
-/// replaced to that end.
+/// The largest memory block that the program has requested since this was set to 0. Replaces the program's `operator
+/// new`.
 extern std::size_t largestRequest;

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
 
-#include "tests/support/process.h"
+#include "tests/support/process/process.h"
 
 #include <openssl/pem.h>
 
@@ -20,7 +20,7 @@ PackageTest::PackageTest() : m_package(inSandbox("sample.rpm")) {
 
 std::string PackageTest::container() const {
   std::string bytes;
-  for (const PackageLayout::Range& range : PackageSignatures::packageLayout(package()).cmses)
+  for (const PackageLayout::StoredCms& range : PackageSignatures::packageLayout(package()).cmses)
     bytes += Support::readFile(package()).substr(static_cast<std::size_t>(range.offset), range.size);
   return bytes;
 }
@@ -68,8 +68,8 @@ std::string PackageTest::cmsWithAttribute(const std::string& name, const Attribu
   const auto attribute = owned(X509_ATTRIBUTE_new(), &X509_ATTRIBUTE_free);
   X509_ATTRIBUTE_set1_object(attribute.get(), object.get());
   for (const std::string& value : added.values) {
-    // The first byte of a DER value is its type, as X509_ATTRIBUTE_set1_data() numbers them. It wants the content of
-    // primitive types, and the whole of constructed ones.
+    // The first byte of a DER value is its type in the numbering of X509_ATTRIBUTE_set1_data(), which needs only the
+    // content of a primitive value but the whole of a constructed value.
     const bool constructed = (value[0] & 0x20) != 0;
     const std::string content = constructed ? value : value.substr(2);
     X509_ATTRIBUTE_set1_data(attribute.get(), value[0] & 0x1F, content.data(), static_cast<int>(content.size()));

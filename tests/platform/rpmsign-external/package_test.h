@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/support/pki.h"
-#include "tests/support/rpm_sandbox.h"
+#include "tests/support/packages/rpm_sandbox.h"
+#include "tests/support/signing/pki.h"
 
 #include <gtest/gtest.h>
 #include <openssl/cms.h>
@@ -19,8 +19,7 @@
 #include <string_view>
 #include <vector>
 
-/// A package that nobody has signed yet, and short forms for what the tests do with it. No test may leave anything in
-/// OpenSSL's error queue.
+/// An unsigned package, and helpers for the tests. Checks that no test leaves anything in OpenSSL's error queue.
 class PackageTest : public testing::Test {
 protected:
   PackageTest();
@@ -31,7 +30,7 @@ protected:
   const Support::RpmSandbox& sandbox() const { return m_sandbox; }
   std::string inSandbox(const std::string& name) const { return m_sandbox.path() / name; }
 
-  /// The stored signatures of a package, undivided.
+  /// The stored signatures of a package as one string.
   std::string container() const;
 
   bool isReadable() const { return PackageSignatures::FileWithCmses::fromPath(package()) != nullptr; }
@@ -40,18 +39,18 @@ protected:
   /// The only signature of the package.
   PackageSignatures::Cms onlyCms() const;
 
-  /// One DER message by stock OpenSSL over the content of the package, or over another file of the sandbox. `options`
-  /// are of `openssl cms -sign`; a "SIGNER:name" among them stands for the options that name a signer of the PKI. The
+  /// A DER message that the openssl program makes for the content of the package, or for another file of the sandbox.
+  /// `options` are those of `openssl cms -sign`; "SIGNER:name" stands for the options of a signer of the PKI. The
   /// message names its certificate in a signed attribute, unless one of the options is "UNBOUND".
   std::string opensslCms(const std::vector<std::string>& options, const std::string& file = "content") const;
 
-  /// Another signed attribute of a message: its object identifier, and its values, each of them in DER.
+  /// A further signed attribute of a message: its object identifier, and its values in DER.
   struct Attribute {
     std::string identifier;
     std::vector<std::string> values;
   };
 
-  /// A message over the content of the package made with OpenSSL's library, with one more attribute. `flags` are those
+  /// A message for the content of the package with one more attribute, made with OpenSSL's library. `flags` are those
   /// of CMS_add1_signer().
   std::string cmsWithAttribute(const std::string& name, const Attribute& attribute,
                                unsigned int flags = CMS_CADES) const;
@@ -61,13 +60,13 @@ private:
   std::string m_package;
 };
 
-/// A DER value. Lengths of four bytes at most.
+/// A DER value; its length has at most four bytes.
 std::string der(char tag, const std::string& content);
 
-/// A DER value with a length of two bytes, which gets one byte more than it needs.
+/// The DER value, whose length has two bytes, with one byte more than needed in its length.
 std::string withLongerLength(std::string der);
 
-/// A handle of OpenSSL with the function that releases it. Throws when there is none.
+/// Owns a handle of OpenSSL. Throws if it is null.
 template <typename Handle, typename Free>
 std::unique_ptr<Handle, Free> owned(Handle* handle, Free release) {
   if (handle == nullptr)
@@ -75,10 +74,10 @@ std::unique_ptr<Handle, Free> owned(Handle* handle, Free release) {
   return {handle, release};
 }
 
-/// `bytes` with one occurrence of `from` replaced, which has to be there.
+/// `bytes` with one occurrence of `from` replaced. Throws if there is none.
 std::string replaced(std::string bytes, std::string_view from, std::string_view to);
 
-/// A number as headers hold it, in four bytes.
+/// A number in the form of headers, four bytes.
 std::string bigEndian(std::size_t value);
 
 /// `bytes` with one bit changed.

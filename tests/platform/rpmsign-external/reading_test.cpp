@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/largest_request.h"
 #include "tests/platform/rpmsign-external/package_test.h"
-#include "tests/support/process.h"
-#include "tests/support/special_files.h"
-#include "tests/support/wait.h"
+#include "tests/support/files/special_files.h"
+#include "tests/support/process/process.h"
+#include "tests/support/process/wait.h"
 
 #include <csignal>
 #include <future>
@@ -25,8 +25,8 @@ constexpr std::size_t firstEntryOffset = 112;
 constexpr std::string_view containerTag{"\x4b\x52\x56\x43", 4};
 constexpr std::size_t mostSignatures = 256 * 1024;
 
-/// Takes the DER value at the front of `bytes` and encodes it anew. The `chosen`-th of the values in it gets a length
-/// of one byte more than it needs; `count` counts them.
+/// Removes the first DER value from `bytes` and encodes it again. The length of nested value number `chosen` gets one
+/// byte more than it needs; `count` counts the values.
 std::string lengthened(std::string_view& bytes, std::size_t chosen, std::size_t& count) {
   const char tag = bytes.at(0);
   const auto first = static_cast<unsigned char>(bytes.at(1));
@@ -61,7 +61,7 @@ protected:
     Support::writeFile(package(), Support::readFile(package()).replace(offset, bytes.size(), bytes));
   }
 
-  /// Where the entry of the container begins; its type, offset and count follow in steps of four bytes.
+  /// The offset of the container's entry. Its type, offset and count follow, four bytes each.
   std::size_t containerEntry() const { return Support::readFile(package()).find(containerTag, firstEntryOffset); }
 
   bool readsAs(const std::string& container) const {
@@ -70,7 +70,7 @@ protected:
   }
 };
 
-TEST_F(Reading, GivesNoSignaturesForAPackageThatWasNeverSigned) {
+TEST_F(Reading, GivesNoSignaturesForAnUnsignedPackage) {
   const auto file = FileWithCmses::fromPath(package());
   ASSERT_TRUE(file);
   EXPECT_TRUE(file->cmses().empty());
@@ -85,28 +85,28 @@ TEST_F(Reading, GivesTheSignaturesInTheOrderInWhichTheyWereAdded) {
   EXPECT_EQ(cmses[1].certificate()->keyId(), pki().keyId("alice"));
 }
 
-TEST_F(Reading, AcceptsWhatStockOpensslMakes) {
+TEST_F(Reading, AcceptsSignaturesOfTheOpensslProgram) {
   EXPECT_TRUE(readsAs(opensslCms({"SIGNER:alice"})));
   EXPECT_TRUE(readsAs(opensslCms({"SIGNER:alice", "-keyid"})));
   EXPECT_TRUE(verifies());
 }
 
-TEST_F(Reading, FollowsLinks) {
+TEST_F(Reading, FollowsSymlinks) {
   std::filesystem::create_symlink(package(), inSandbox("link"));
   EXPECT_TRUE(FileWithCmses::fromPath(inSandbox("link")));
 }
 
-TEST_F(Reading, TakesAnyBytesInAPath) {
+TEST_F(Reading, AcceptsAnyBytesInAPath) {
   const std::string path = inSandbox("a \"b\"\n\\c \xff\xfe.rpm");
   std::filesystem::copy_file(package(), path);
   EXPECT_TRUE(FileWithCmses::fromPath(path));
 }
 
-TEST_F(Reading, DoesNotCutAPathAtANullByte) {
+TEST_F(Reading, RefusesAPathWithANullByte) {
   EXPECT_FALSE(FileWithCmses::fromPath(package() + std::string("\0.rpm", 5)));
 }
 
-TEST_F(Reading, GivesNothingForWhatIsNoRegularFile) {
+TEST_F(Reading, RefusesOtherTypesOfFiles) {
   Support::makeFifo(inSandbox("fifo"));
   Support::makeSocket(inSandbox("socket"));
   std::filesystem::create_symlink("nowhere", inSandbox("dangling"));
@@ -117,15 +117,15 @@ TEST_F(Reading, GivesNothingForWhatIsNoRegularFile) {
   EXPECT_FALSE(FileWithCmses::fromPath(""));
 }
 
-TEST_F(Reading, DoesNotReadWhatHasNoSize) {
-  // Reading this one waits for the next message of the kernel.
+TEST_F(Reading, DoesNotReadAFileOfSizeZero) {
+  // Reading /proc/kmsg blocks until the kernel's next message.
   std::filesystem::create_symlink("/proc/kmsg", inSandbox("kmsg"));
   EXPECT_FALSE(FileWithCmses::fromPath(inSandbox("kmsg")));
 }
 
-TEST_F(Reading, WaitsForTheHolderOfALease) {
+TEST_F(Reading, WaitsForTheEndOfALease) {
   Support::sign(package(), "alice");
-  const auto before = std::signal(SIGIO, SIG_IGN); // tells the holder that somebody waits
+  const auto before = std::signal(SIGIO, SIG_IGN); // the signal that tells the holder of the lease about the open
   const int holder = open(package().c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(fcntl(holder, F_SETLEASE, F_WRLCK), 0) << std::generic_category().message(errno);
   auto reading = std::async(std::launch::async, [this] { return isReadable(); });
@@ -137,7 +137,7 @@ TEST_F(Reading, WaitsForTheHolderOfALease) {
   std::signal(SIGIO, before);
 }
 
-TEST_F(Reading, GivesNothingForWhatIsNoPackage) {
+TEST_F(Reading, RefusesFilesThatAreNotPackages) {
   const std::string good = Support::readFile(package());
   for (const std::string& content : {std::string(), std::string("text\n"), std::string(4096, '\0'), good.substr(96)}) {
     Support::writeFile(package(), content);
@@ -160,7 +160,7 @@ TEST_F(Reading, ChecksTheLead) {
   EXPECT_TRUE(isReadable());
 }
 
-TEST_F(Reading, GivesNothingForAPackageThatEndsBeforeItsContent) {
+TEST_F(Reading, RefusesAPackageThatEndsBeforeItsContent) {
   Support::sign(package(), "alice");
   const auto contentOffset = static_cast<std::size_t>(PackageSignatures::packageLayout(package()).contentOffset);
   EXPECT_EQ(truncate(package().c_str(), static_cast<off_t>(contentOffset)), 0);
@@ -171,7 +171,7 @@ TEST_F(Reading, GivesNothingForAPackageThatEndsBeforeItsContent) {
   }
 }
 
-TEST_F(Reading, DoesNotBelieveClaimedSizes) {
+TEST_F(Reading, DoesNotAllocateClaimedSizes) {
   Support::sign(package(), "alice");
   const std::string good = Support::readFile(package());
   const std::size_t entry = containerEntry();
@@ -194,7 +194,7 @@ TEST_F(Reading, RefusesAHeaderWithoutEntriesOrWithMoreThanRpmReads) {
   }
 }
 
-TEST_F(Reading, RefusesAContainerThatIsOutOfForm) {
+TEST_F(Reading, RefusesAMalformedContainer) {
   Support::sign(package(), "alice");
   const std::string good = Support::readFile(package());
   const std::size_t entry = containerEntry();
@@ -214,7 +214,7 @@ TEST_F(Reading, RefusesTwoContainers) {
   EXPECT_FALSE(isReadable());
 }
 
-TEST_F(Reading, RefusesAContainerThatIsCutOrHasMoreBehindIt) {
+TEST_F(Reading, RefusesATruncatedOrExtendedContainer) {
   Support::sign(package(), "alice");
   const std::string one = container();
   Support::sign(package(), "source");
@@ -243,7 +243,7 @@ TEST_F(Reading, RefusesAMessageOfAnotherForm) {
   EXPECT_FALSE(readsAs(Support::readFile(inSandbox("data")))) << "not signed at all";
 }
 
-TEST_F(Reading, RefusesALengthThatIsLongerThanNeeded) {
+TEST_F(Reading, RefusesLengthsThatAreNotMinimal) {
   Support::sign(package(), "alice");
   const std::string message = container();
   std::size_t count = 1;
@@ -278,7 +278,7 @@ TEST_F(Reading, RefusesCertificatesOutOfOrder) {
   EXPECT_FALSE(readsAs(replaced(two, first + second, second + first)));
 }
 
-TEST_F(Reading, RefusesTwoCertificatesThatCouldBothBeTheSigners) {
+TEST_F(Reading, RefusesTwoCertificatesWithTheSignersIdentifier) {
   const std::string serial =
       Support::runOrThrow({"openssl", "x509", "-in", pki().certificate("alice"), "-noout", "-serial"});
   Support::runOrThrow({"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-noenc",
@@ -288,7 +288,7 @@ TEST_F(Reading, RefusesTwoCertificatesThatCouldBothBeTheSigners) {
   EXPECT_TRUE(readsAs(opensslCms({"SIGNER:alice", "-certfile", pki().certificate("ca").string()})));
 }
 
-TEST_F(Reading, TakesAsManySignaturesAsThereIsRoomFor) {
+TEST_F(Reading, AcceptsSignaturesUpToTheLimit) {
   Support::sign(package(), "alice");
   const std::string one = container();
   const std::size_t count = mostSignatures / one.size();
@@ -299,10 +299,10 @@ TEST_F(Reading, TakesAsManySignaturesAsThereIsRoomFor) {
   EXPECT_EQ(FileWithCmses::fromPath(package())->cmses().size(), count);
 }
 
-TEST_F(Reading, RefusesMoreSignaturesThanCostASecond) {
+TEST_F(Reading, RefusesSignaturesAboveTheLimit) {
   Support::sign(package(), "alice");
   const std::string one = container();
-  // All of them are good, and they lie where a reader looks for them.
+  // Every signature is valid and at the expected place.
   std::string header("\x8e\xad\xe8\x01\0\0\0\0\0\0\0\1", 12);
   std::string many;
   while (many.size() <= mostSignatures)
@@ -341,7 +341,7 @@ TEST_F(Reading, SurvivesEveryFlippedBitOfTheHeader) {
   }
 }
 
-TEST_F(Reading, EmptiesAnErrorQueueThatWasNotEmpty) {
+TEST_F(Reading, EmptiesTheErrorQueue) {
   ERR_raise(ERR_LIB_USER, 1);
   EXPECT_TRUE(isReadable());
 }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
-#include "tests/support/process.h"
+#include "tests/support/process/process.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ class Rotation : public PackageTest {
 protected:
   using Chain = std::vector<std::string>;
 
-  /// One link as stock OpenSSL makes it, so that anything can be signed by anybody.
+  /// A link made with the openssl program, with any signer and any text.
   std::string link(const std::string& name, const std::string& text,
                    const std::vector<std::string>& options = {}) const {
     Support::writeFile(inSandbox("text"), text);
@@ -32,7 +32,7 @@ protected:
     return link(name, "krv-key-rotation:" + pki().keyId(next));
   }
 
-  /// Signs the package with a true signature by `name` whose rotation attributes are `values`, each one DER.
+  /// Signs the package as `name`, with a valid signature and the rotation attributes `values`, each in DER.
   void signWithAttributes(const std::string& name, const Chain& values) const {
     replaceContainer(package(), cmsWithAttribute(name, {"2.25.157019916226857759528849042802738373896.3", values}));
   }
@@ -50,7 +50,7 @@ protected:
   }
 };
 
-TEST_F(Rotation, GivesNoKeysForADeveloperWhoNeverRotated) {
+TEST_F(Rotation, GivesNoKeysWithoutARotation) {
   Support::sign(package(), "alice");
   EXPECT_EQ(previous(), Chain());
 }
@@ -61,7 +61,7 @@ TEST_F(Rotation, GivesTheEarlierKeysOldestFirst) {
   EXPECT_TRUE(verifies());
 }
 
-TEST_F(Rotation, AcceptsLinksThatStockOpensslMade) {
+TEST_F(Rotation, AcceptsLinksOfTheOpensslProgram) {
   signWithChain("alice-3", {linkTo("alice", "alice-2"), linkTo("alice-2", "alice-3")});
   EXPECT_EQ(previous(), keyIds({"alice", "alice-2"}));
   EXPECT_TRUE(verifies());
@@ -79,7 +79,7 @@ TEST_F(Rotation, AcceptsAnEmptyChain) {
   EXPECT_TRUE(verifies());
 }
 
-TEST_F(Rotation, TakesLongChains) {
+TEST_F(Rotation, AcceptsLongChains) {
   Support::sign(package(), "alice", Chain(50, "bob"));
   EXPECT_EQ(previous(), keyIds(Chain(50, "bob")));
   EXPECT_TRUE(verifies());
@@ -104,7 +104,7 @@ TEST_F(Rotation, RefusesAChainThatNamesAnotherKey) {
   }
 }
 
-TEST_F(Rotation, RefusesLinksByWhoMustNotVouch) {
+TEST_F(Rotation, RefusesLinksByOthersThanTrustedDevelopers) {
   for (const char* name : {"source", "both", "roleless", "foreign", "branch"}) {
     signWithChain("bob", {linkTo(name, "bob")});
     EXPECT_EQ(previous(), keyIds({name}));
@@ -119,8 +119,8 @@ TEST_F(Rotation, NeverTrustsAnAuthorityInALink) {
   EXPECT_FALSE(verifies());
 }
 
-TEST_F(Rotation, RefusesALinkWhoseSignatureDoesNotHold) {
-  // The text is replaced by the one that would be needed; the signature is for the other.
+TEST_F(Rotation, RefusesALinkWithAnInvalidSignature) {
+  // The text is replaced by the expected one; the signature is still for the old text.
   const std::string forged = replaced(linkTo("alice", "alice-2"), pki().keyId("alice-2"), pki().keyId("bob"));
   signWithChain("bob", {forged});
   EXPECT_EQ(previous(), keyIds({"alice"}));
@@ -162,7 +162,7 @@ TEST_F(Rotation, RefusesAChainThatCannotBeRead) {
   }
 }
 
-TEST_F(Rotation, RefusesToVouchWithWhatIsNoDevelopersKey) {
+TEST_F(Rotation, RefusesToSignWithAnEarlierKeyThatIsNotADevelopers) {
   EXPECT_THROW(Support::sign(package(), "alice", {"source"}), PackageSignatures::SigningError);
   EXPECT_EQ(PackageSignatures::packageLayout(package()).cmses.size(), 0U);
 }

@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
-#include "tests/support/open_pgp_key.h"
-#include "tests/support/ordinary_user.h"
-#include "tests/support/process.h"
+#include "tests/support/packages/open_pgp_key.h"
+#include "tests/support/process/ordinary_user.h"
+#include "tests/support/process/process.h"
 
 namespace {
 
@@ -11,10 +11,10 @@ using PackageSignatures::replaceContainer;
 using PackageSignatures::SigningError;
 using PackageSignatures::SigningKey;
 
-/// The most data that RPM reads in a signature header.
+/// RPM's limit for the data of a signature header.
 constexpr std::size_t mostData = 64 * 1024 * 1024;
 
-/// The most bytes of signatures that are read.
+/// The limit for the signatures of a package.
 constexpr std::size_t mostSignatures = 256 * 1024;
 
 class Signing : public PackageTest {
@@ -36,7 +36,7 @@ protected:
   }
   std::string content() const { return Support::readFile(package()).substr(contentOffset()); }
 
-  /// What `rpm -K` says of the package.
+  /// The output of `rpm -K` for the package.
   std::string digests() const { return Support::run({"rpm", "-K", package()}).output; }
 
   std::string openPgpSignature() const {
@@ -67,7 +67,7 @@ TEST_F(Signing, LeavesThePackageReadableForRpm) {
   EXPECT_EQ(Support::runOrThrow({"rpm", "-qpl", package()}), "/opt/sample\n/opt/sample/file\n");
 }
 
-TEST_F(Signing, TakesTheSpaceThatIsReservedForSignatures) {
+TEST_F(Signing, UsesTheSpaceReservedForSignatures) {
   const std::size_t before = contentOffset();
   Support::sign(package(), "alice");
   EXPECT_EQ(contentOffset(), before);
@@ -75,7 +75,7 @@ TEST_F(Signing, TakesTheSpaceThatIsReservedForSignatures) {
   EXPECT_EQ(contentOffset(), before);
 }
 
-TEST_F(Signing, GivesTheFileBackAsItWasWhenTheSignaturesAreRemoved) {
+TEST_F(Signing, RestoresTheFileWhenTheSignaturesAreRemoved) {
   const std::string before = Support::readFile(package());
   Support::sign(package(), "alice");
   EXPECT_FALSE(Support::readFile(package()) == before);
@@ -109,7 +109,7 @@ TEST_F(Signing, ReplacesTheSignatureOfTheSameRole) {
   EXPECT_TRUE(verifies());
 }
 
-TEST_F(Signing, ReplacesAllSignaturesOfTheSameRoleAndNoOther) {
+TEST_F(Signing, ReplacesExactlyTheSignaturesOfTheSameRole) {
   const std::string roleless = opensslCms({"SIGNER:roleless"});
   replaceContainer(package(), roleless + opensslCms({"SIGNER:alice"}) + opensslCms({"SIGNER:bob"}));
   Support::sign(package(), "alice-2");
@@ -137,7 +137,7 @@ TEST_F(Signing, IsKeptByAnOpenPgpSignature) {
   EXPECT_TRUE(verifies());
 }
 
-TEST_F(Signing, RefusesMoreSignaturesThanAreRead) {
+TEST_F(Signing, RefusesSignaturesAboveTheLimit) {
   EXPECT_EQ(failure([&] { replaceContainer(package(), std::string(mostSignatures, 'x')); }), "no failure");
   EXPECT_EQ(digests(), package() + ": digests OK\n");
   const std::string before = Support::readFile(package());
@@ -147,7 +147,7 @@ TEST_F(Signing, RefusesMoreSignaturesThanAreRead) {
 }
 
 TEST_F(Signing, RefusesMoreDataThanRpmReads) {
-  // The region, which the header does not have yet, and one byte of signatures come to the data of the tag.
+  // The tag's data gets two additions: the region, which the header does not have yet, and one byte of signatures.
   constexpr std::size_t others = 16 + 1;
   writeHeader(1, mostData - others + 1);
   const std::string before = Support::readFile(package());
@@ -165,12 +165,12 @@ TEST_F(Signing, RefusesAKeyThatDefinesItsCurve) {
                        inSandbox("certificate.pem"), "-subj", "/CN=Curve", "-addext",
                        "extendedKeyUsage=2.25.157019916226857759528849042802738373896.1"});
   const PackageSignatures::Signer signer{SigningKey::fromFiles(inSandbox("key.pem"), inSandbox("certificate.pem"))};
-  EXPECT_EQ(failure([&] { signPackage(package(), signer); }), "a key defines its curve, and has to name it");
+  EXPECT_EQ(failure([&] { signPackage(package(), signer); }), "a key defines its curve instead of naming it");
   EXPECT_EQ(PackageSignatures::packageLayout(package()).cmses.size(), 0U);
 }
 
-TEST_F(Signing, RefusesAnEntryTooMany) {
-  // With the container and the region, which the header does not have yet, there are two more.
+TEST_F(Signing, RefusesMoreEntriesThanRpmReads) {
+  // Signing adds two entries: the container and the region, which the header does not have yet.
   writeHeader(31, 1);
   const std::string before = Support::readFile(package());
   EXPECT_EQ(failure([&] { Support::sign(package(), "alice"); }),
@@ -182,11 +182,11 @@ TEST_F(Signing, RefusesAnEntryTooMany) {
   EXPECT_EQ(Support::runOrThrow({"rpm", "-qp", package()}), "sample-1.0-1.noarch\n");
 }
 
-TEST_F(Signing, RefusesWhatCannotBeSigned) {
+TEST_F(Signing, RefusesFilesThatCannotBeSigned) {
   const PackageSignatures::Signer alice = pki().signer("alice");
   Support::writeFile(inSandbox("text"), "text");
   const auto failureAt = [&](const std::string& path) { return failure([&] { signPackage(path, alice); }); };
-  EXPECT_EQ(failureAt(inSandbox("text")), "it is no RPM package");
+  EXPECT_EQ(failureAt(inSandbox("text")), "it is not an RPM package");
   EXPECT_EQ(failureAt(inSandbox("missing")), "it cannot be opened: No such file or directory");
   EXPECT_EQ(failureAt(sandbox().path()), "it is not a regular file");
   EXPECT_EQ(failureAt("/dev/null"), "it is not a regular file");
@@ -197,25 +197,25 @@ TEST_F(Signing, RefusesWhatCannotBeSigned) {
   EXPECT_TRUE(Support::readFile(package()) == before);
 }
 
-TEST_F(Signing, RefusesContentThatIsNoHeader) {
+TEST_F(Signing, RefusesContentThatIsNotAHeader) {
   const std::string before = Support::readFile(package()).substr(0, contentOffset());
   for (const std::string& content : {std::string(), std::string("\x8e\xad\xe8\x01", 4), std::string("text"),
                                      "krv-key-rotation:" + pki().keyId("bob")}) {
     Support::writeFile(package(), before + content);
-    EXPECT_EQ(failure([&] { Support::sign(package(), "alice"); }), "its content is no RPM header");
+    EXPECT_EQ(failure([&] { Support::sign(package(), "alice"); }), "its content is not an RPM header");
     EXPECT_EQ(failure([&] { PackageSignatures::makeCms(package(), pki().signer("alice")); }),
-              "its content is no RPM header");
+              "its content is not an RPM header");
     EXPECT_TRUE(Support::readFile(package()) == before + content);
   }
 }
 
-TEST_F(Signing, ReportsAFolderInWhichNothingCanBeMade) {
+TEST_F(Signing, ReportsAFolderThatCannotBeWritten) {
   const PackageSignatures::Signer alice = pki().signer("alice");
   const std::string before = Support::readFile(package());
   const Support::OrdinaryUser user(sandbox().path());
   const Support::ScopedPermissions closed(sandbox().path(),
                                           std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
-  EXPECT_EQ(failure([&] { signPackage(package(), alice); }), "no file can be made beside it: Permission denied");
+  EXPECT_EQ(failure([&] { signPackage(package(), alice); }), "no file can be created beside it: Permission denied");
   EXPECT_TRUE(Support::readFile(package()) == before);
 }
 
@@ -258,15 +258,15 @@ TEST_F(Signing, ReadsKeysAndCertificates) {
   EXPECT_EQ(failureWith("/nowhere", certificate), "/nowhere cannot be opened: No such file or directory");
   EXPECT_EQ(failureWith(key, "/nowhere"), "/nowhere cannot be opened: No such file or directory");
   EXPECT_EQ(failureWith(certificate, certificate),
-            certificate + " holds no private key in PEM form without a pass phrase");
-  EXPECT_EQ(failureWith(key, key), key + " holds no certificate in PEM form");
+            certificate + " is not a PEM file of a private key without a pass phrase");
+  EXPECT_EQ(failureWith(key, key), key + " is not a PEM file of a certificate");
   Support::runOrThrow(
       {"openssl", "pkcs8", "-topk8", "-in", key, "-out", inSandbox("locked.pem"), "-passout", "pass:secret"});
   EXPECT_EQ(failureWith(inSandbox("locked.pem"), certificate),
-            inSandbox("locked.pem") + " holds no private key in PEM form without a pass phrase");
+            inSandbox("locked.pem") + " is not a PEM file of a private key without a pass phrase");
 }
 
-TEST_F(Signing, ReadsTheCertificatesInBetween) {
+TEST_F(Signing, ReadsIntermediateCertificates) {
   PackageSignatures::Signer signer = pki().signer("branch");
   const auto failureWith = [&](const std::string& path) {
     signer.chainPath = path;
@@ -274,18 +274,17 @@ TEST_F(Signing, ReadsTheCertificatesInBetween) {
   };
   EXPECT_EQ(failureWith("/nowhere"), "/nowhere cannot be opened: No such file or directory");
   const std::string key = pki().key("alice");
-  EXPECT_EQ(failureWith(key), key + " holds no certificate in PEM form, or something that is none");
+  EXPECT_EQ(failureWith(key), key + " is not a PEM file of certificates");
   Support::writeFile(inSandbox("both.pem"),
                      Support::readFile(pki().certificate("branch-ca")) + Support::readFile(pki().certificate("ca")));
   EXPECT_EQ(failureWith(inSandbox("both.pem")), "no failure");
   EXPECT_TRUE(verifies());
   Support::writeFile(inSandbox("cut.pem"), Support::readFile(pki().certificate("branch-ca")) +
                                                "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n");
-  EXPECT_EQ(failureWith(inSandbox("cut.pem")),
-            inSandbox("cut.pem") + " holds no certificate in PEM form, or something that is none");
+  EXPECT_EQ(failureWith(inSandbox("cut.pem")), inSandbox("cut.pem") + " is not a PEM file of certificates");
 }
 
-TEST_F(Signing, TellsTheRoleOfAKey) {
+TEST_F(Signing, ReturnsTheRoleOfAKey) {
   const auto roleOf = [&](const std::string& name) {
     return SigningKey::fromFiles(pki().key(name), pki().certificate(name)).role();
   };
@@ -295,7 +294,7 @@ TEST_F(Signing, TellsTheRoleOfAKey) {
   EXPECT_EQ(roleOf("roleless"), std::nullopt);
 }
 
-TEST_F(Signing, KnowsWhereTheSignaturesAre) {
+TEST_F(Signing, ReturnsThePlacesOfTheSignatures) {
   Support::sign(package(), "alice");
   Support::sign(package(), "source");
   const PackageSignatures::PackageLayout layout = PackageSignatures::packageLayout(package());

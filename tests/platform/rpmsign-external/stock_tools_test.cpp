@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
-#include "tests/support/process.h"
+#include "tests/support/process/process.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ protected:
   }
 };
 
-TEST_F(StockTools, VerifyWhatWasSigned) {
+TEST_F(StockTools, VerifyASignedPackage) {
   for (const char* name : {"alice", "source", "roleless"}) {
     PackageSignatures::replaceContainer(package(), opensslCms({"SIGNER:" + std::string(name)}));
     EXPECT_EQ(verifyWithStockTools().status, 0) << name;
@@ -32,7 +32,7 @@ TEST_F(StockTools, VerifyWhatWasSigned) {
   EXPECT_EQ(result.errors, "CAdES Verification successful\n");
 }
 
-TEST_F(StockTools, RefuseWhatWasTamperedWith) {
+TEST_F(StockTools, RefuseAChangedPackage) {
   Support::sign(package(), "alice");
   const std::string good = Support::readFile(package());
   Support::writeFile(package(), flipped(good, 8 * good.size() - 1));
@@ -46,7 +46,7 @@ TEST_F(StockTools, RefuseAMessageThatDoesNotNameItsCertificate) {
   EXPECT_EQ(verifyWithStockTools().status, 4);
 }
 
-TEST_F(StockTools, RefuseContentThatIsNoHeader) {
+TEST_F(StockTools, RefuseContentThatIsNotAHeader) {
   const auto content = static_cast<std::size_t>(PackageSignatures::packageLayout(package()).contentOffset);
   Support::writeFile(inSandbox("content"), "text");
   Support::writeFile(package(), Support::readFile(package()).substr(0, content) + "text");

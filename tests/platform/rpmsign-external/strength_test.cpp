@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
-#include "tests/support/process.h"
+#include "tests/support/process/process.h"
 
 namespace {
 
@@ -11,9 +11,9 @@ using PackageSignatures::SigningKey;
 
 const std::string arc = "2.25.157019916226857759528849042802738373896";
 
-/// How a certificate is made.
+/// The properties of a certificate.
 struct Request {
-  std::string authority = "root"; ///< empty for one that signs itself
+  std::string authority = "root"; ///< empty for a self-signed certificate
   std::string key = "ec";
   std::string digest = "sha256";
   std::vector<std::string> extensions = {"extendedKeyUsage=" + arc + ".1"};
@@ -21,7 +21,7 @@ struct Request {
 
 const std::vector<std::string> ofAnAuthority = {"basicConstraints=critical,CA:TRUE", "keyUsage=keyCertSign,cRLSign"};
 
-/// Which certificates are good enough. An authority "root", which is trusted, is made for each test.
+/// Tests which certificates are strong enough. Each test has its own trusted authority "root".
 class Strength : public PackageTest {
 protected:
   Strength() {
@@ -66,7 +66,7 @@ default_md = sha256
     std::filesystem::copy_file(pem(name), trusted() / (hashOf(name) + ".0"));
   }
 
-  /// Puts a list of what was revoked so far into the folder, in the place of one by `authority`. `options` are of
+  /// Writes the authority's current revocation list into the folder, over an existing one. `options` are those of
   /// `openssl ca`.
   void publishList(const std::string& authority, const std::vector<std::string>& options = {"-crldays", "30"}) const {
     std::vector<std::string> command = {"openssl",
@@ -91,7 +91,7 @@ default_md = sha256
 
   SigningKey signingKey(const std::string& name) const { return SigningKey::fromFiles(key(name), pem(name)); }
 
-  /// Whether the package verifies when `name` signs it, with the certificate of `chain` between it and the authority.
+  /// Whether a package signed by `name` verifies, with the certificate of `chain` as an intermediate.
   bool accepts(const std::string& name, const std::string& chain = "") const {
     PackageSignatures::signPackage(
         package(), {.key = signingKey(name), .previous = {}, .chainPath = chain.empty() ? "" : pem(chain)});
@@ -101,7 +101,7 @@ default_md = sha256
     return verified;
   }
 
-  /// Whether the package verifies when `name` vouches for a good key that signs it.
+  /// Whether a package verifies that a good key signed, with `name` as the earlier key.
   bool acceptsEarlier(const std::string& name, const std::string& chain = "") const {
     if (!std::filesystem::exists(pem("good")))
       certify("good");
@@ -144,7 +144,7 @@ TEST_F(Strength, RefusesAnAuthorityWithAShortKey) {
   EXPECT_FALSE(acceptsEarlier("alice"));
 }
 
-TEST_F(Strength, WantsAKeyThatIsForSignatures) {
+TEST_F(Strength, NeedsAKeyForSignatures) {
   const struct {
     const char* usage;
     bool accepted;
@@ -160,7 +160,7 @@ TEST_F(Strength, WantsAKeyThatIsForSignatures) {
   }
 }
 
-TEST_F(Strength, WantsAuthoritiesThatMayGiveTheRole) {
+TEST_F(Strength, NeedsAuthoritiesThatMayGiveTheRole) {
   certify("alice");
   const struct {
     std::string usage;
@@ -179,7 +179,7 @@ TEST_F(Strength, WantsAuthoritiesThatMayGiveTheRole) {
   }
 }
 
-TEST_F(Strength, WantsATrustedAuthorityThatMayGiveTheRole) {
+TEST_F(Strength, NeedsATrustedAuthorityThatMayGiveTheRole) {
   std::vector<std::string> extensions = ofAnAuthority;
   extensions.push_back("extendedKeyUsage=" + arc + ".2");
   certify("sources", {.authority = "", .extensions = extensions});
@@ -192,7 +192,7 @@ TEST_F(Strength, WantsATrustedAuthorityThatMayGiveTheRole) {
   EXPECT_TRUE(accepts("store"));
 }
 
-TEST_F(Strength, RefusesWhatIsRevoked) {
+TEST_F(Strength, RefusesARevokedCertificate) {
   certify("alice");
   certify("bob");
   revoke("alice");
@@ -204,7 +204,7 @@ TEST_F(Strength, RefusesWhatIsRevoked) {
   EXPECT_TRUE(acceptsEarlier("bob"));
 }
 
-TEST_F(Strength, RefusesWhatARevokedAuthorityCertifies) {
+TEST_F(Strength, RefusesCertificatesOfARevokedAuthority) {
   certify("middle", {.extensions = ofAnAuthority});
   certify("alice", {.authority = "middle"});
   publishList("root");
@@ -216,7 +216,7 @@ TEST_F(Strength, RefusesWhatARevokedAuthorityCertifies) {
   EXPECT_FALSE(acceptsEarlier("alice", "middle"));
 }
 
-TEST_F(Strength, RefusesAllOfAnAuthorityWhoseListIsNoGood) {
+TEST_F(Strength, RefusesCertificatesOfAnAuthorityWithAnInvalidList) {
   certify("alice");
   certify("imitation", {.authority = "", .extensions = ofAnAuthority});
   const std::filesystem::path list = trusted() / (hashOf("root") + ".r0");

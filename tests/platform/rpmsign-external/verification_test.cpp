@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
-#include "tests/support/environment.h"
-#include "tests/support/process.h"
+#include "tests/support/process/environment.h"
+#include "tests/support/process/process.h"
 
 #include <fstream>
 
@@ -40,7 +40,7 @@ TEST_F(Verification, AcceptsADeveloperAndASource) {
   EXPECT_TRUE(verifies());
 }
 
-TEST_F(Verification, AcceptsASourceAlone) {
+TEST_F(Verification, AcceptsASourceWithoutADeveloper) {
   Support::sign(package(), "source");
   EXPECT_TRUE(verifies());
 }
@@ -72,14 +72,14 @@ TEST_F(Verification, RefusesChangedContent) {
   EXPECT_TRUE(verifies());
 }
 
-TEST_F(Verification, DoesNotCoverWhatPrecedesTheContent) {
+TEST_F(Verification, DoesNotCoverTheBytesBeforeTheContent) {
   Support::sign(package(), "alice");
   const std::size_t nameInTheLead = 20;
   Support::writeFile(package(), flipped(Support::readFile(package()), 8 * nameInTheLead));
   EXPECT_TRUE(verifies());
 }
 
-TEST_F(Verification, TellsLineEndsApart) {
+TEST_F(Verification, DistinguishesLineEnds) {
   sandbox().build(
       {.install = R"(mkdir -p %{buildroot}/opt/%{name}; printf 'a\nb\r\nc' > %{buildroot}/opt/%{name}/file)",
        .globals = "%global _binary_payload w.ufdio"},
@@ -97,7 +97,7 @@ TEST_F(Verification, RefusesTheSignatureOfAnotherPackage) {
   EXPECT_FALSE(verifies());
 }
 
-TEST_F(Verification, WantsEverySignatureToHold) {
+TEST_F(Verification, NeedsEverySignatureToBeValid) {
   sandbox().build({.name = "other"}, inSandbox("other.rpm"));
   const std::string good = PackageSignatures::makeCms(package(), pki().signer("alice"));
   const std::string bad = PackageSignatures::makeCms(inSandbox("other.rpm"), pki().signer("source"));
@@ -130,7 +130,7 @@ TEST_F(Verification, ReadsTheContentOnce) {
   EXPECT_LT(bytesReadByThisProcess() - before, size + size / 2);
 }
 
-TEST_F(Verification, RefusesContentThatIsNoHeader) {
+TEST_F(Verification, RefusesContentThatIsNotAHeader) {
   const std::string file = Support::readFile(package()).substr(0, contentOffset());
   for (const std::string& content : {std::string(), std::string("text"), std::string("\x8e\xad\xe8\x01", 4),
                                      "krv-key-rotation:" + pki().keyId("bob")}) {
@@ -155,7 +155,7 @@ TEST_F(Verification, NeverTrustsAnEmbeddedAuthority) {
   EXPECT_FALSE(onlyCms().certificate()->verify(pki().trustedCa().c_str()));
 }
 
-TEST_F(Verification, FillsTheMiddleOfAChainFromTheMessage) {
+TEST_F(Verification, UsesIntermediateCertificatesOfTheMessage) {
   Support::sign(package(), "branch");
   EXPECT_FALSE(verifies());
   EXPECT_FALSE(onlyCms().certificate()->verify(pki().trustedCa().c_str()));
@@ -200,7 +200,7 @@ TEST_F(Verification, NeedsADirectoryOfAuthorities) {
   EXPECT_FALSE(verifiesAgainst("file:/"));
 }
 
-TEST_F(Verification, TakesAColonInTheDirectoryForAPartOfItsName) {
+TEST_F(Verification, TreatsAColonAsPartOfTheDirectoryName) {
   Support::sign(package(), "alice");
   const std::string list = "/:" + pki().trustedCa().string();
   EXPECT_FALSE(verifiesAgainst(list.c_str()));
@@ -208,7 +208,7 @@ TEST_F(Verification, TakesAColonInTheDirectoryForAPartOfItsName) {
   EXPECT_TRUE(verifiesAgainst(inSandbox("a:b").c_str()));
 }
 
-TEST_F(Verification, LooksAtTheFileThatWasRead) {
+TEST_F(Verification, VerifiesTheFileThatWasRead) {
   Support::sign(package(), "alice");
   const auto file = FileWithCmses::fromPath(package());
   sandbox().build({.name = "other"}, inSandbox("other.rpm"));
@@ -217,7 +217,7 @@ TEST_F(Verification, LooksAtTheFileThatWasRead) {
   EXPECT_FALSE(verifies());
 }
 
-TEST_F(Verification, NeverTakesAFlippedBitForAnotherSigner) {
+TEST_F(Verification, NeverAcceptsAnotherSignerAfterABitFlip) {
   Support::sign(package(), "alice-2", {"alice"});
   const std::string good = container();
   const std::size_t offset = static_cast<std::size_t>(PackageSignatures::packageLayout(package()).cmses.at(0).offset);
@@ -229,7 +229,7 @@ TEST_F(Verification, NeverTakesAFlippedBitForAnotherSigner) {
     if (!changed || !changed->verifyCmses(pki().trustedCa().c_str())) {
       ++refused;
     } else {
-      // A few bytes, such as version numbers, are signed by nobody.
+      // A few bytes, such as version numbers, are not signed.
       EXPECT_EQ(onlyCms().certificate()->keyId(), pki().keyId("alice-2")) << bit;
       EXPECT_EQ(onlyCms().rotationChain().previousKeyids(), std::vector{pki().keyId("alice")}) << bit;
     }
@@ -244,17 +244,17 @@ TEST_F(Verification, EmptiesTheErrorQueueWhenItFails) {
   EXPECT_FALSE(verifies());
 }
 
-TEST(DefaultCaPath, IsUnderTheRootOfTheFileSystem) {
+TEST(DefaultCaPath, IsUnderSlashByDefault) {
   const Support::ScopedEnvironment root("KRV_ROOT_FS", std::nullopt);
   EXPECT_EQ(PackageSignatures::defaultCaPath(), "/etc/krv/trusted-ca");
 }
 
-TEST(DefaultCaPath, MovesWithTheRoot) {
+TEST(DefaultCaPath, IsUnderTheRootOfTheVariable) {
   const Support::ScopedEnvironment root("KRV_ROOT_FS", "/mnt/image/");
   EXPECT_EQ(PackageSignatures::defaultCaPath(), "/mnt/image/etc/krv/trusted-ca");
 }
 
-TEST(DefaultCaPath, IsNotUnderTheWorkingDirectoryWhenTheRootIsEmpty) {
+TEST(DefaultCaPath, IsUnderSlashIfTheVariableIsEmpty) {
   const Support::ScopedEnvironment root("KRV_ROOT_FS", "");
   EXPECT_EQ(PackageSignatures::defaultCaPath(), "/etc/krv/trusted-ca");
 }

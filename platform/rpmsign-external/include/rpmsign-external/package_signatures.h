@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-/// The CMS signatures of an RPM package: who signed it, and whether that holds.
+/// Reads and verifies the CMS signatures of an RPM package.
 ///
-/// Whatever a package contains, no operation of this header throws because of it, crashes, or allocates more than the
-/// file really holds. None of them leaves anything in OpenSSL's error queue (what was in it before is gone as well).
-/// The values share immutable state, so copies are cheap and outlive the file that they came from.
+/// A malformed package makes no function of this header throw or crash, and no function allocates more than the size of
+/// the file. Every function empties OpenSSL's error queue, including entries that were there before. The values share
+/// immutable state: copies are cheap and outlive the file that they came from.
 namespace PackageSignatures {
 
 /// The kind of a developer, from the certificate's subject.
@@ -25,35 +25,35 @@ enum class Subgroup {
 /// "regular", "system", "extended" or "unknown".
 std::string subgroupToString(Subgroup subgroup);
 
-/// The certificate of a signer, together with the other certificates that came with it.
+/// The certificate of a signer, with the other certificates of its CMS.
 class Certificate {
 public:
   struct Impl;
   explicit Certificate(std::shared_ptr<const Impl> impl);
 
-  /// True when the certificate is valid today, may be used for signatures and chains to a certificate authority of
-  /// `caPath`, a directory in the form of openssl-rehash(1). What came with the certificate may fill the middle of the
-  /// chain and is never trusted. No certificate of the chain may be weak or revoked by a list in the directory, and no
-  /// authority in it may be restricted to other roles: docs/signature-format.md has the whole of it.
-  bool verify(const char* caPath) const;
+  /// True if the certificate is valid today, may be used for signatures and chains to a certificate authority in
+  /// `caPath`, a directory made with openssl-rehash(1). The other certificates of the CMS may be intermediates of the
+  /// chain and are never trusted. No certificate of the chain may be weak or revoked by a list in the directory, and no
+  /// authority in it may be restricted to other roles. docs/signature-format.md has the full rules.
+  [[nodiscard]] bool verify(const char* caPath) const;
 
   /// SHA-256 of the DER form of the certificate's SubjectPublicKeyInfo, as 64 lower-case hexadecimal digits.
   std::string keyId() const;
 
-  /// From the subject's first organizational unit: "system", "extended", none at all (regular); any other is unknown.
+  /// The subject's first organizational unit: "system", "extended", or no unit (regular); any other unit is unknown.
   Subgroup subgroup() const;
 
 private:
   std::shared_ptr<const Impl> m_impl;
 };
 
-/// The keys that a signer used before the present one. Each of them vouches for the next.
+/// The keys that a signer used before the current one. Each key has signed the next one.
 class RotationChain {
 public:
   struct Impl;
   explicit RotationChain(std::shared_ptr<const Impl> impl);
 
-  /// The key ids, oldest first. Empty when the CMS has no chain and when its chain cannot be read. Nothing is verified.
+  /// The key ids, oldest first. Empty if the CMS has no chain or an unreadable one. Nothing is verified.
   std::vector<std::string> previousKeyids() const;
 
 private:
@@ -67,7 +67,7 @@ public:
   struct Impl;
   explicit Cms(std::shared_ptr<const Impl> impl);
 
-  /// The signer's certificate; null when the CMS does not carry it. The files of this library always do.
+  /// The signer's certificate; null if the CMS does not contain it. The files of this library always contain it.
   std::shared_ptr<const Certificate> certificate() const;
 
   RotationChain rotationChain() const;
@@ -80,18 +80,18 @@ private:
 /// The first CMS whose signer is a developer.
 std::optional<Cms> developerCmsFromVector(const std::vector<Cms>& cmses);
 
-/// The first CMS whose signer is a source, that is, somebody who distributes packages of others.
+/// The first CMS whose signer is a source: a distributor of other developers' packages.
 std::optional<Cms> clientCmsFromVector(const std::vector<Cms>& cmses);
 
-/// A package and the signatures stored in it. The file stays open: what was read is what verifyCmses looks at, even
-/// when another file has taken the path meanwhile.
+/// A package and its signatures. The file stays open: verifyCmses() checks the file that was read, even if the path has
+/// been replaced meanwhile.
 class FileWithCmses {
 public:
-  /// Opens the package at `path`, links followed, and reads its signatures; the content is not touched. A package that
-  /// was never signed has no CMSes. Null when the path is not a regular file that can be opened, when the file is no
-  /// package, and when anything about its signatures is out of form. It waits for the holder of a lease on the file, as
-  /// every open does, and never for the other end of a FIFO.
-  static std::unique_ptr<FileWithCmses> fromPath(const std::string& path);
+  /// Opens the package at `path`, symlinks followed, and reads its signatures, not its content. A package that was
+  /// never signed has no CMSes. Returns null if the path is not a regular file or cannot be opened, if the file is not
+  /// a package, or if its signatures are malformed. Blocks while another process has a lease on the file, never for the
+  /// other end of a FIFO.
+  [[nodiscard]] static std::unique_ptr<FileWithCmses> fromPath(const std::string& path);
   ~FileWithCmses();
   FileWithCmses(const FileWithCmses&) = delete;
   FileWithCmses& operator=(const FileWithCmses&) = delete;
@@ -99,10 +99,11 @@ public:
   /// All CMSes, in the order in which they were added.
   std::vector<Cms> cmses() const;
 
-  /// True when the content begins with an RPM header, there is at least one CMS, no two have the same role, and each of
-  /// them has a signer with a role whose certificate verifies against `caPath`, a signature that holds for the content
-  /// and for that certificate, and a rotation chain, if any, that holds in every link. Reads the whole file, once.
-  bool verifyCmses(const char* caPath);
+  /// True if the content begins with an RPM header, there is at least one CMS, no two have the same role, and each of
+  /// them has: a signer with a role whose certificate verifies against `caPath`; a signature that is valid for the
+  /// content and for that certificate; no rotation chain or one in which every link is valid. Reads the whole file,
+  /// once.
+  [[nodiscard]] bool verifyCmses(const char* caPath);
 
 private:
   struct Impl;
@@ -110,9 +111,8 @@ private:
   std::unique_ptr<Impl> m_impl;
 };
 
-/// The system's directory of trusted certificate authorities: etc/krv/trusted-ca under the directory that the
-/// environment variable KRV_ROOT_FS names, unless that is empty or the program runs with raised privileges; else under
-/// "/".
+/// The system's directory of trusted certificate authorities: etc/krv/trusted-ca under the directory in the environment
+/// variable KRV_ROOT_FS, or under "/" if the variable is unset or empty or the program runs with raised privileges.
 std::string defaultCaPath();
 
 } // namespace PackageSignatures

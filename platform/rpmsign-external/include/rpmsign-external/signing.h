@@ -2,6 +2,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <rpmsign-external/package_signatures.h>
+#include <rpmsign-external/role.h>
+
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -12,19 +15,14 @@
 
 #include <sys/types.h>
 
-/// Making signatures and looking at how they are stored. Only the hand tool and tests need this; every operation
-/// throws SigningError when it cannot do what it says.
+/// Makes signatures and shows how they are stored. Only krv-package-signature and the tests need it. Every function
+/// throws SigningError on failure.
 namespace PackageSignatures {
 
-/// what() is a complete sentence part without the path of the package.
+/// what() gives the reason, without the path of the package.
 class SigningError : public std::runtime_error {
 public:
   using std::runtime_error::runtime_error;
-};
-
-enum class Role {
-  Developer,
-  Source,
 };
 
 /// A private key with its certificate.
@@ -32,13 +30,13 @@ class SigningKey {
 public:
   struct Impl;
 
-  /// Reads two PEM files. Throws when one of them cannot be read, when the key is protected by a pass phrase (nobody
-  /// is asked for one) and when the two do not belong together.
+  /// Reads two PEM files. Throws SigningError if one cannot be read, if the key has a pass phrase (there is no prompt),
+  /// or if the key and the certificate do not belong together.
   static SigningKey fromFiles(const std::string& keyPath, const std::string& certificatePath);
 
   std::string keyId() const;
 
-  /// The role in which this certificate signs packages; none when it has neither or both.
+  /// The role in which this certificate signs packages; nothing if it has neither or both.
   std::optional<Role> role() const;
 
   const Impl& impl() const { return *m_impl; }
@@ -48,39 +46,40 @@ private:
   std::shared_ptr<const Impl> m_impl;
 };
 
-/// Everything that goes into a signature.
+/// The keys and certificates of a new signature.
 struct Signer {
   SigningKey key;
-  /// The signer's earlier keys, oldest first. They have to be a developer's.
+  /// The signer's earlier keys, oldest first. Each must have a developer's certificate.
   std::vector<SigningKey> previous = {};
-  /// PEM file with certificates between the signer's and the certificate authority; empty for none.
+  /// PEM file with the certificates between the signer's and the certificate authority's; may be empty.
   std::string chainPath = {};
 };
 
-/// Where a package keeps its signatures and what they cover, in bytes from the start of the file.
+/// The places of the signatures and of the signed content, in bytes from the start of the file.
 struct PackageLayout {
-  struct Range {
+  struct StoredCms {
+    Cms cms;
     off_t offset;
     std::size_t size;
   };
-  std::vector<Range> cmses; ///< in the order of FileWithCmses::cmses
-  off_t contentOffset;      ///< the signed content reaches from here to the end of the file
+  std::vector<StoredCms> cmses; ///< in the order of FileWithCmses::cmses()
+  off_t contentOffset;          ///< the signed content reaches from here to the end of the file
 };
 
+/// Opens the package once, symlinks followed.
 PackageLayout packageLayout(const std::string& packagePath);
 
-/// A detached CMS over the content of the package, in DER. The file is not changed. Nothing but content that begins
-/// with the magic of an RPM header is signed.
+/// A detached CMS over the content of the package, in DER. The file is not changed. Throws SigningError unless the
+/// content begins with the magic of an RPM header.
 std::string makeCms(const std::string& packagePath, const Signer& signer);
 
-/// Replaces the stored signatures by `container`, whatever it holds, or removes them when it is empty; the rest of
-/// the package stays. The new file takes the old one's place in one step, with its mode, owner and extended
-/// attributes. A symlink is followed, once: the file that was opened is the one that is replaced, in the directory that
-/// was opened, and a file that has taken its place meanwhile is left alone, with an error. On failure the old file is
-/// untouched and no other file stays behind.
+/// Replaces the stored signatures by `container`, which is not checked, or removes them if it is empty; the rest of the
+/// package stays. The new file replaces the old one in one rename and keeps its mode, owner and extended attributes. A
+/// symlink is resolved once. If the path of the opened file holds another file by then, that file is left alone and
+/// SigningError is thrown. On failure the old file is unchanged and the temporary file is removed.
 void replaceContainer(const std::string& packagePath, std::string_view container);
 
-/// Adds a signature to the package, in the manner of replaceContainer. It takes the place of one of the same role.
+/// Adds a signature to the package like replaceContainer(). A signature of the same role is replaced.
 void signPackage(const std::string& packagePath, const Signer& signer);
 
 } // namespace PackageSignatures
