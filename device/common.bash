@@ -20,7 +20,11 @@ fail() {
 # namespace.
 prepare() { # script, its arguments...
   [ -z "${KRV_DEVICE_IN_NAMESPACE:-}" ] || return 0
-  "$project/scripts/setup" device || fail "the tools for the virtual device are not there"
+  local said
+  exec 3>&1
+  said=$("$project/scripts/setup" device 2>&1 >&3) ||
+    fail "the tools for the virtual device are not there: ${said##*$'\n'}"
+  exec 3>&-
   "$project/scripts/build-release" || fail "the build failed"
   cmake --build "$project/build/release" --target device-guest >/dev/null ||
     fail "the programs for the virtual device could not be built"

@@ -58,6 +58,17 @@ class Scene:
     def values(self, name):
         return dict(line.split("=", 1) for line in self.lines(name) if "=" in line)
 
+    def order(self):
+        """The units of the boot: name to property to value; moments are microseconds since the kernel's start."""
+        units, unit = {}, {}
+        for line in self.lines("order") + [""]:
+            name, _, value = line.partition("=")
+            unit[name] = int(value) if value.isdecimal() else value
+            if not line:
+                units[unit.get("Id")] = unit
+                unit = {}
+        return units
+
     def equal(self, what, found, expected):
         if found != expected:
             self.complaints.append(f"{what}: {found!r} instead of {expected!r}")

@@ -21,16 +21,10 @@ NOT_PROVIDED = {"dbus-daemon": "The name velta.KRV was not provided by any .serv
 
 def boot_order(scene):
     """The tool has ended before anybody may log in, and the boot went on to its end."""
-    units, unit = {}, {}
-    for line in scene.lines("order") + [""]:
-        name, _, value = line.partition("=")
-        unit[name] = value
-        if not line:
-            units[unit.get("Id")] = unit
-            unit = {}
+    units = scene.order()
 
     def time(name, moment):
-        return int(units.get(name, {}).get(moment, 0))
+        return units.get(name, {}).get(moment, 0)
 
     end = int(scene.values("times").get("ExecMainExitTimestampMonotonic", 0))
     sessions = time("systemd-user-sessions.service", "InactiveExitTimestampMonotonic")

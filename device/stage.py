@@ -2,14 +2,15 @@
 # SPDX-License-Identifier: MIT
 """Plays the scenes: two devices at a time, each history on a disk of its own, on both buses."""
 import os
-from concurrent.futures import ThreadPoolExecutor
+from concurrent.futures import FIRST_EXCEPTION, ThreadPoolExecutor, wait
+from functools import partial
 
 import disk
 import scenes
 from machine import Machine
 
 BUSES = ["dbus-daemon", "dbus-broker"]
-LIMIT = 180
+LIMIT = 300
 
 
 class Device:
@@ -71,14 +72,19 @@ def play(device, history, bus):
     return results
 
 
-def play_all(device, chosen=None):
-    """All histories, or those with a boot whose name is chosen; results as those of play()."""
-    runs = [(history, bus) for history in scenes.HISTORIES for bus in BUSES
-            if not chosen or any(boot.name in chosen for boot in history)]
-    with ThreadPoolExecutor(max_workers=2) as pool:
-        played = [pool.submit(play, device, history, bus) for history, bus in runs]
-        try:
-            return [result for future in played for result in future.result()]
-        except BaseException:
-            pool.shutdown(wait=False, cancel_futures=True)
-            raise
+def in_parallel(jobs):
+    """The results of functions, in their order; two run at a time. Raises the first exception without waiting for the
+    other functions: the caller has to end the process then."""
+    pool = ThreadPoolExecutor(max_workers=2)
+    running = [pool.submit(job) for job in jobs]
+    try:
+        wait(running, return_when=FIRST_EXCEPTION)
+        return [future.result() for future in running if future.done()]
+    finally:
+        pool.shutdown(wait=False, cancel_futures=True)
+
+
+def play_all(device):
+    """All histories on both buses; results as those of play()."""
+    played = in_parallel([partial(play, device, history, bus) for history in scenes.HISTORIES for bus in BUSES])
+    return [result for results in played for result in results]

@@ -12,16 +12,18 @@ could not be done.
 import os
 import random
 import signal
+import subprocess
 import sys
 import time
-from concurrent.futures import ThreadPoolExecutor
+from functools import partial
 
 import disk
 import power
 import reboot
 import stage
-from machine import NoReport, accelerator
+from machine import NoReport, accelerator, die_with_parent
 from recording import RecordingFailed, nevr, record
+from write_log import LogError
 
 FIRST = [f"apps/1.0/app{number:03}" for number in range(1, 13)]
 UPDATED = [f"apps/2.0/app{number:03}" for number in range(1, 9)]
@@ -68,18 +70,17 @@ class Test:
 
     def _record(self):
         self._say("Recording first boots, updates with removals, and a first boot without syncs")
-        with ThreadPoolExecutor(max_workers=2) as pool:
-            def first(bus):
-                return record(self._device, f"first boot on {bus}", self._image, FIRST, bus=bus)
 
-            def update(bus, done):
-                return record(self._device, f"update on {bus}", done.after, UPDATED, remove=REMOVED, bus=bus,
-                              installed=[nevr(package) for package in FIRST])
+        def first_and_update(bus):
+            first = record(self._device, f"first boot on {bus}", self._image, FIRST, bus=bus)
+            return first, record(self._device, f"update on {bus}", first.after, UPDATED, remove=REMOVED, bus=bus,
+                                 installed=[nevr(package) for package in FIRST])
 
-            firsts = [pool.submit(first, bus) for bus in ("nvme", "virtio")]
-            unsynced = pool.submit(record, self._device, "first boot without syncs", self._image, FIRST, unsynced=True)
-            updates = [pool.submit(update, done.result().bus, done.result()) for done in firsts]
-            return [done.result() for done in [*firsts, *updates, unsynced]]
+        def unsynced():
+            return [record(self._device, "first boot without syncs", self._image, FIRST, unsynced=True)]
+
+        recorded = stage.in_parallel([lambda: first_and_update("nvme"), lambda: first_and_update("virtio"), unsynced])
+        return [recording for recordings in recorded for recording in recordings]
 
     def _power(self, recording, points, kind):
         verdicts = self._judge.judge(recording, points)
@@ -102,24 +103,31 @@ class Test:
     def _reboot(self, recordings):
         self._say(f"Booting {REBOOTS} of these states; --seed {self._seed} chooses the same ones")
         chosen = reboot.choose(recordings, random.Random(self._seed), REBOOTS)
-        with ThreadPoolExecutor(max_workers=2) as pool:
-            for name, complaints in pool.map(lambda case: reboot.boot(self._device, *case), chosen):
-                self._failures += bool(complaints)
-                self._say(f"  {'FAILED' if complaints else 'ok'}: {name}")
-                for complaint in complaints[:SHOWN]:
-                    self._say(f"    {complaint}")
+        for name, complaints in stage.in_parallel([partial(reboot.boot, self._device, *case) for case in chosen]):
+            self._failures += bool(complaints)
+            self._say(f"  {'FAILED' if complaints else 'ok'}: {name}")
+            for complaint in complaints[:SHOWN]:
+                self._say(f"    {complaint}")
 
 
 def main(arguments):
     project, images, packages, programs, folder, seed = arguments
+    die_with_parent()
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
-        signal.signal(number, lambda received, _: sys.exit(128 + received))
+        signal.signal(number, lambda received, _: leave(128 + received))
     try:
         return Test(project, images, packages, programs, folder, int(seed)).run()
-    except (NoReport, RecordingFailed, disk.DiskError, OSError) as error:
+    except (NoReport, RecordingFailed, LogError, disk.DiskError, OSError, subprocess.CalledProcessError) as error:
         print(f"scripts/device-test: {error}", file=sys.stderr)
         return 2
 
 
+def leave(status):
+    """Ends this process at once, without waiting for its threads. All processes that it has started die with it."""
+    sys.stdout.flush()
+    sys.stderr.flush()
+    os._exit(status)
+
+
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    leave(main(sys.argv[1:]))
