@@ -54,6 +54,7 @@ class OnDebian(unittest.TestCase):
         self.write("project/scripts/test", "#!/bin/sh\necho test in $PWD\n")
         self.script = os.path.join(self.directory, "project/scripts/on-debian")
         shutil.copy(SCRIPT, self.script)
+        shutil.copy(os.path.join(os.path.dirname(SCRIPT), "mirror.bash"), os.path.dirname(self.script))
         for name in ("demo", "test"):
             os.chmod(os.path.join(self.directory, "project/scripts", name), 0o755)
         git = ["git", "-C", os.path.join(self.directory, "project"), "-c", "user.name=n", "-c", "user.email=e"]
