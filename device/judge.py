@@ -30,9 +30,11 @@ EMPTY = hashlib.sha256().hexdigest()
 
 @dataclass
 class Found:
-    """What is on the device. `raw_registry` is the registry before the service has started; `failure` tells why the
-    service did not start, or why the file system or the database could not be read."""
+    """What is on the device. `raw_registry` is the registry before the service has started, and `under_way` whether it
+    had a transaction to recover; `failure` tells why the service did not start, or why the file system or the database
+    could not be read."""
     raw_registry: str
+    under_way: bool
     registry: str
     packages: list
     files: dict
@@ -99,7 +101,7 @@ def judge(found, allowed, contents):
         return [found.failure]
     complaints = []
     texts = [state.registry for state in allowed]
-    if found.raw_registry not in texts:
+    if found.raw_registry not in texts and not found.under_way:
         complaints.append("before the service starts, the registry is " + describe(found.raw_registry, texts))
     state = next((state for state in allowed if sorted(state.packages) == sorted(found.packages)), None)
     if state is None:
@@ -113,6 +115,11 @@ def judge(found, allowed, contents):
         complaints.append("the registry does not fit the database: it is " + describe(found.registry, texts))
     complaints += [f"left behind: {path}" for path in found.leftovers]
     return complaints + wrong_files(found.files, state.packages, contents)
+
+
+def is_repaired(found, allowed):
+    """Whether only the recovery of the service has made the registry one of those that are allowed."""
+    return not found.failure and found.under_way and found.raw_registry not in [state.registry for state in allowed]
 
 
 def describe(registry, texts):

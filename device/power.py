@@ -6,7 +6,7 @@ import os
 import shutil
 from dataclasses import dataclass
 
-from judge import judge, manifests
+from judge import is_repaired, judge, manifests
 from machine import die_with_parent
 from replay import Inspector, Replica
 from write_log import WriteLog, epochs
@@ -26,8 +26,10 @@ class Point:
 
 @dataclass
 class Verdict:
+    """What is wrong at a point, and whether the service has repaired the registry."""
     point: Point
     complaints: list
+    repaired: bool
 
 
 def prefixes(recording):
@@ -37,8 +39,9 @@ def prefixes(recording):
             for index in range(recording.marks[0], len(entries)) if entries[index].is_write]
 
 
-def reorderings(recording):
-    """Of the writes after the last flush, the disk has written only one, or all but one. Prefixes are left out."""
+def reorderings(recording, chance):
+    """Between two flushes the disk may write in any order. Of each such group of writes, the disk has written only one,
+    and all but one, which chance chooses. Prefixes are left out."""
     points = []
     for group in epochs(WriteLog(recording.log).entries):
         writes = [index for index, entry in group if entry.offset < recording.size]
@@ -46,11 +49,12 @@ def reorderings(recording):
         if end <= recording.marks[0] or len(writes) < 2:
             continue
         start = group[0][0]
-        for index in writes[1:]:
-            points.append(Point(f"entry {index} alone of {writes[0]} to {writes[-1]}", start, (index,), end))
-        for index in writes[:-1] if len(writes) > 2 else []:
-            rest = tuple(other for other in writes if other != index)
-            points.append(Point(f"entry {index} missing of {writes[0]} to {writes[-1]}", start, rest, end))
+        alone = chance.choice(writes[1:])
+        points.append(Point(f"entry {alone} alone of {writes[0]} to {writes[-1]}", start, (alone,), end))
+        if len(writes) > 2:
+            missing = chance.choice(writes[:-1])
+            rest = tuple(index for index in writes if index != missing)
+            points.append(Point(f"entry {missing} missing of {writes[0]} to {writes[-1]}", start, rest, end))
     return points
 
 
@@ -63,16 +67,14 @@ def allowed(recording, point):
 class Judge:
     """Judges points of recordings, in worker processes that have a replica of the disk each."""
 
-    def __init__(self, device, project, programs, unsynced):
+    def __init__(self, device, project, programs, libraries):
         self._device = device
-        self._inspection = (project, programs, unsynced)
+        self._inspection = (project, programs, libraries)
         self._contents = {}
 
     def judge(self, recording, points):
         """A verdict for each point, in their order."""
-        packages = [self._device.path_of(f"apps/{version}/{os.path.basename(package)}") for package in recording.ship
-                    for version in ("1.0", "2.0")]
-        self._contents = manifests(packages)
+        self._contents = manifests([self._device.path_of(package) for package in recording.packages])
         shares = [points[len(points) * share // WORKERS:len(points) * (share + 1) // WORKERS]
                   for share in range(WORKERS)]
         with multiprocessing.get_context("fork").Pool(WORKERS, initializer=die_with_parent) as pool:
@@ -98,7 +100,8 @@ class Judge:
                     replica.apply(entry)
                 found = inspector.look(replica.path)
                 replica.restore(saved)
-                verdicts.append(Verdict(point, judge(found, allowed(recording, point), self._contents)))
+                states = allowed(recording, point)
+                verdicts.append(Verdict(point, judge(found, states, self._contents), is_repaired(found, states)))
         finally:
             inspector.close()
             replica.close()

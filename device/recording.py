@@ -20,7 +20,8 @@ class RecordingFailed(Exception):
 
 @dataclass
 class Recording:
-    """What is needed to judge a boot: the disk before it, the log of writes, and what the marks acknowledge."""
+    """What is needed to judge a boot: the disk before it, the log of writes, what the marks acknowledge, the packages of
+    the image, and all packages that were or are installed."""
     name: str
     bus: str
     before: str
@@ -30,6 +31,7 @@ class Recording:
     marks: list
     size: int
     ship: list
+    packages: list
 
 
 def nevr(package):
@@ -58,7 +60,7 @@ def prepare(device, image, path, ship, *, bus, unsynced=False):
 
 
 def record(device, name, image, ship, *, installed=(), remove=(), bus="nvme", unsynced=False):
-    """Boots a copy of `image` that carries the packages `ship`, on which `installed` are installed already, and where
+    """Boots a copy of `image` that carries the packages `ship`, on which the packages `installed` are installed already, and where
     the user removes some after the boot. Raises RecordingFailed if not all of it was done."""
     home = device.make(name)
     before, after, log = (os.path.join(home, part) for part in ("before", "after", "log"))
@@ -75,5 +77,6 @@ def record(device, name, image, ship, *, installed=(), remove=(), bus="nvme", un
         raise RecordingFailed(f"{name}: {len(marked)} marks instead of {expected + 1}; the tool's log: "
                               + report.get("boot/log", "").strip()[-500:])
     versions = {os.path.basename(package): nevr(package) for package in ship}
-    return Recording(name, bus, before, after, log, states([text for _, text in marked], versions, installed),
-                     [index for index, _ in marked], size, ship)
+    acknowledged = states([text for _, text in marked], versions, [nevr(package) for package in installed])
+    return Recording(name, bus, before, after, log, acknowledged, [index for index, _ in marked], size, ship,
+                     [*installed, *ship])

@@ -14,6 +14,7 @@ from machine import die_with_parent
 
 START_LIMIT = 30
 # What the service may touch.
+CHANGED = ["/opt", "/var/lib/krv"]
 FOLDERS = ["/opt", "/var/lib/krv", "/var/lib/rpm", "/etc/krv"]
 HARMLESS = re.compile(r"e2fsck [0-9.]+ |Pass \d|.*: recovering journal|.*: \d+/\d+ files |"
                       r".*\*\*\*\*\* FILE SYSTEM WAS MODIFIED \*\*\*\*\*|Clearing orphaned inode |"
@@ -51,9 +52,10 @@ class Replica:
 class Inspector:
     """Looks at a disk as the next boot would: replays the journal of the file system, starts the package-manager
     service on the files, which recovers what was under way, and reads files, database and registry. The disk is
-    unchanged afterwards. `unsynced` is a library that makes syncs do nothing, because no plug is pulled here."""
+    unchanged afterwards. `libraries` is a folder with device-unsynced-shim.so, because no plug is pulled here, and
+    device-inode-shim.so."""
 
-    def __init__(self, folder, project, programs, unsynced):
+    def __init__(self, folder, project, programs, libraries):
         self._root = os.path.join(folder, "root")
         self._undo = os.path.join(folder, "undo")
         self._service = os.path.join(programs, "krv-sandbox-service")
@@ -62,11 +64,15 @@ class Inspector:
         with open(configuration, "w", encoding="utf-8") as file:
             subprocess.run(["bash", "-c", 'source "$0/sandbox/bus.bash" && bus_configuration "$1"', project, address],
                            check=True, stdout=file)
-        self._environment = {**os.environ, "LC_ALL": "C", "DBUS_SYSTEM_BUS_ADDRESS": address, "LD_PRELOAD": unsynced}
+        self._inodes = os.path.join(folder, "inodes")
+        unsynced, inodes = (os.path.join(libraries, f"device-{name}-shim.so") for name in ("unsynced", "inode"))
+        self._environment = {**os.environ, "LC_ALL": "C", "LD_PRELOAD": unsynced}
+        self._environment_of_service = {**self._environment, "DBUS_SYSTEM_BUS_ADDRESS": address,
+                                        "LD_PRELOAD": f"{unsynced}:{inodes}", "KRV_INODES": self._inodes}
         self._bus = subprocess.Popen(["dbus-daemon", "--nofork", "--print-address", "--config-file", configuration],
                                      stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, preexec_fn=die_with_parent)
         self._bus.stdout.readline()
-        self._known = {}
+        self._files, self._found = None, None
 
     def close(self):
         self._bus.kill()
@@ -89,19 +95,37 @@ class Inspector:
             for folder in FOLDERS:
                 os.makedirs(self._root + os.path.dirname(folder), exist_ok=True)
             disk.debugfs(path, [f"rdump {folder} {self._root}{os.path.dirname(folder)}" for folder in FOLDERS])
+            # Many writes change nothing that a program can see, and from the same files the service recovers the same.
+            files = tree(self._root, "")
+            if files == self._files:
+                return self._found
+            self._save_inodes(path)
         finally:
             undone = self._run("e2undo", self._undo, path)
             if undone.returncode != 0:
                 raise disk.DiskError(f"e2undo failed: {undone.stdout}")
-        # Many writes change nothing that a program can see, and from the same files the service recovers the same.
-        files = repr(sorted(tree(self._root, "").items()))
-        if files not in self._known:
-            self._known = {files: self._recovered()}
-        return self._known[files]
+        self._files, self._found = files, self._recovered()
+        return self._found
+
+    def _save_inodes(self, path):
+        """Writes the file for device-inode-shim.so."""
+        folders = [folder.removeprefix(self._root) for top in CHANGED for folder, _, _ in os.walk(self._root + top)]
+        folder = ""
+        with open(self._inodes, "w", encoding="utf-8") as file:
+            for line in disk.debugfs(path, [f"ls -p {name}" for name in folders]).splitlines():
+                if line.startswith("debugfs: ls -p "):
+                    folder = line.removeprefix("debugfs: ls -p ")
+                elif line.startswith("/"):
+                    _, inode, _, _, _, name, *_ = line.split("/")
+                    here = os.path.join(self._root + folder, name)
+                    if name != ".." and os.path.lexists(here):
+                        file.write(f"{os.lstat(here).st_ino} {inode}\n")
 
     def _recovered(self):
         registry = os.path.join(self._root, "var/lib/krv/registry")
         raw = text_of(registry)
+        home = os.path.join(self._root, "var/lib/krv/sandbox")
+        under_way = os.path.exists(os.path.join(home, "transaction"))
         complaint = self._start_service()
         if complaint:
             return failure(complaint)
@@ -110,15 +134,15 @@ class Inspector:
                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         if query.returncode != 0 or query.stderr:
             return failure("the database is damaged: " + query.stderr.strip())
-        home = os.path.join(self._root, "var/lib/krv/sandbox")
         leftovers = [name for name in os.listdir(home) if name not in ("lock",)]
-        return Found(raw, text_of(registry), query.stdout.splitlines(), tree(self._root, "opt"), leftovers)
+        return Found(raw, under_way, text_of(registry), query.stdout.splitlines(), tree(self._root, "opt"), leftovers)
 
     def _start_service(self):
         """Starts the service and ends it; why it did not start."""
         lines = []
-        with subprocess.Popen([self._service, "--root", self._root], text=True, env=self._environment,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, preexec_fn=die_with_parent) as service:
+        with subprocess.Popen([self._service, "--root", self._root], text=True,
+                              env=self._environment_of_service, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                              preexec_fn=die_with_parent) as service:
             watchdog = threading.Timer(START_LIMIT, service.kill)
             watchdog.start()
             for line in service.stdout:
@@ -131,7 +155,7 @@ class Inspector:
 
 
 def failure(reason):
-    return Found("", "", [], {}, [], reason)
+    return Found("", False, "", [], {}, [], reason)
 
 
 def text_of(path):
