@@ -55,11 +55,10 @@ is_cached() { # folder
   [ -d "$1" ] && touch -- "$1"
 }
 
-# Moves a finished folder into the cache, and removes those of its kind that have not been used for a day.
+# Moves a finished folder into the cache, and removes those of its kind that have not been used for an hour.
 keep() { # finished folder, folder in the cache
-  local old
   mv -T -- "$1" "$2" 2>/dev/null || [ -d "$2" ] || fail "the cache cannot be written: $2"
-  find "$cache" -mindepth 1 -maxdepth 1 -name "$(basename "${2%-*}")-*" -mmin +1440 -exec rm -rf -- {} +
+  find "$cache" -mindepth 1 -maxdepth 1 -name "$(basename "${2%-*}")-*" -mmin +60 -exec rm -rf -- {} +
 }
 
 require_space() { # MiB

@@ -4,6 +4,7 @@
 import multiprocessing
 import os
 import shutil
+import signal
 from dataclasses import dataclass
 
 from judge import is_repaired, judge, manifests
@@ -64,6 +65,13 @@ def allowed(recording, point):
     return recording.states[acknowledged:acknowledged + 2]
 
 
+def become_worker():
+    """A worker ends with its parent, and at a signal at once: the pool ends its workers with SIGTERM."""
+    die_with_parent()
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, signal.SIG_DFL)
+
+
 class Judge:
     """Judges points of recordings, in worker processes that have a replica of the disk each."""
 
@@ -77,7 +85,7 @@ class Judge:
         self._contents = manifests([self._device.path_of(package) for package in recording.packages])
         shares = [points[len(points) * share // WORKERS:len(points) * (share + 1) // WORKERS]
                   for share in range(WORKERS)]
-        with multiprocessing.get_context("fork").Pool(WORKERS, initializer=die_with_parent) as pool:
+        with multiprocessing.get_context("fork").Pool(WORKERS, initializer=become_worker) as pool:
             return [verdict for verdicts in pool.map(self._work, [(recording, share, number)
                                                                   for number, share in enumerate(shares)], chunksize=1)
                     for verdict in verdicts]

@@ -227,8 +227,11 @@ def order_service_late(disk, _):
     disk.write(DROP_IN, "[Unit]\nAfter=systemd-user-sessions.service\n")
 
 
-# The boots of one list follow each other on the same disk; the longest list comes first.
+# The boots of one list follow each other on the same disk. While one device waits in vain for the late service, another
+# uses the processor.
 HISTORIES = [
+    [Boot("late service", OLD_IMAGE, {"service ordered after logins": ordered_after_logins}, ["boot"],
+          order_service_late)],
     [Boot("first boot", OLD_IMAGE, {"first boot": first_boot}, ["boot"], carry_big),
      Boot("second boot", OLD_IMAGE,
           {"second boot changes nothing": second_boot, "confinement": confinement, "start limits": start_limits,
@@ -237,8 +240,6 @@ HISTORIES = [
           ["boot", "confinement", "limits", "timeout", "stop", "remove"], arguments=["krv.remove=player"]),
      Boot("update", NEW_IMAGE, {"update of the image, with a removed, a rotated, a foreign and a damaged package": update},
           ["boot", "again"])],
-    [Boot("late service", OLD_IMAGE, {"service ordered after logins": ordered_after_logins}, ["boot"],
-          order_service_late)],
     [Boot("dying service", OLD_IMAGE, {"service that dies at every call": dying_service}, ["boot"], make_service_die)],
     [Boot("no service", OLD_IMAGE, {"no service, status 1": without_service}, ["boot"], lose_service)],
 ]

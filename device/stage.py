@@ -3,6 +3,7 @@
 """Plays the scenes: two devices at a time, each history on a disk of its own, on both buses."""
 import os
 from concurrent.futures import FIRST_EXCEPTION, ThreadPoolExecutor, wait
+from dataclasses import dataclass
 from functools import partial
 
 import disk
@@ -45,8 +46,15 @@ class Device:
         return report
 
 
+@dataclass
+class Result:
+    """A scene that was played, and what was not as expected."""
+    name: str
+    complaints: list
+
+
 def play(device, history, bus):
-    """One history on one bus; a list of scenes, each with its complaints."""
+    """One history on one bus; a list of Result."""
     home = device.make(f"{bus}-{history[0].name}")
     path = os.path.join(home, "disk")
     disk.copy(os.path.join(device.images, bus + ".ext4"), path)
@@ -60,14 +68,15 @@ def play(device, history, bus):
                              ["krv.steps=" + ",".join(boot.steps), *boot.arguments])
         for name, judge in boot.scenes.items():
             scene = judge(report, bus, reports)
-            results.append((f"{name}, {bus}", scene.complaints))
+            results.append(Result(name, scene.complaints))
             device.say(f"  {'FAILED' if scene.complaints else 'ok'}: {name}, on {bus}")
             for complaint in scene.complaints:
                 device.say(f"    {complaint}")
         reports[boot.name] = report
     dirt = disk.check(path)
     if dirt:
-        results.append((f"file system after {history[-1].name}, {bus}", [dirt]))
+        device.say(f"  FAILED: file system after {history[-1].name}, on {bus}: {dirt}")
+        results.append(Result("file system", [dirt]))
     os.remove(path)
     return results
 
@@ -84,7 +93,6 @@ def in_parallel(jobs):
         pool.shutdown(wait=False, cancel_futures=True)
 
 
-def play_all(device):
-    """All histories on both buses; results as those of play()."""
-    played = in_parallel([partial(play, device, history, bus) for history in scenes.HISTORIES for bus in BUSES])
-    return [result for results in played for result in results]
+def plays(device):
+    """Functions that play all histories on both buses."""
+    return [partial(play, device, history, bus) for bus in BUSES for history in scenes.HISTORIES]

@@ -22,7 +22,7 @@ import power
 import reboot
 import stage
 from machine import NoReport, accelerator, die_with_parent
-from recording import RecordingFailed, record
+from recording import Recording, RecordingFailed, record
 from write_log import LogError
 
 FIRST = [f"apps/1.0/app{number:03}" for number in range(1, 7)]
@@ -54,34 +54,34 @@ class Test:
         print(f"{time.monotonic() - self._begin:5.0f} s  {line}", flush=True)
 
     def run(self):
-        self._say("Scenes")
-        results = stage.play_all(self._device)
-        self._failures += sum(bool(complaints) for _, complaints in results)
-        recordings = self._record()
-        unsynced = recordings.pop()
+        self._say("Scenes, and recordings of first boots and of updates with removals")
+        played = stage.in_parallel([*stage.plays(self._device), *self._recordings()])
+        scenes = [result for results in played for result in results if isinstance(result, stage.Result)]
+        *recordings, unsynced = [result for results in played for result in results if isinstance(result, Recording)]
+        self._failures += sum(bool(scene.complaints) for scene in scenes)
+
+        self._say("Power losses")
         for recording in recordings:
             self._power(recording, power.prefixes(recording), "crash points")
             if recording.bus == "virtio":
                 self._power(recording, power.reorderings(recording, self._chance), "reorderings")
         self._prove(unsynced)
         self._reboot(recordings)
-        print(f"{len(results)} scenes ({self._failures} failed), {self._points} crash points, {self._losses} losses",
+        print(f"{len(scenes)} scenes, {self._points} crash points, {self._losses} losses, {self._failures} failures",
               flush=True)
         return 1 if self._failures or self._losses else 0
 
-    def _record(self):
-        self._say("Recording first boots, updates with removals, and a first boot without syncs")
-
+    def _recordings(self):
+        """Functions that make recordings; the last one is the one without syncs."""
         def first_and_update(bus):
             first = record(self._device, f"first boot on {bus}", self._image, FIRST, bus=bus)
-            return first, record(self._device, f"update on {bus}", first.after, UPDATED, remove=REMOVED, bus=bus,
-                                 installed=FIRST)
+            return [first, record(self._device, f"update on {bus}", first.after, UPDATED, remove=REMOVED, bus=bus,
+                                  installed=FIRST)]
 
-        def unsynced():
+        def without_syncs():
             return [record(self._device, "first boot without syncs", self._image, FIRST, unsynced=True)]
 
-        recorded = stage.in_parallel([lambda: first_and_update("nvme"), lambda: first_and_update("virtio"), unsynced])
-        return [recording for recordings in recorded for recording in recordings]
+        return [partial(first_and_update, "nvme"), partial(first_and_update, "virtio"), without_syncs]
 
     def _power(self, recording, points, kind):
         verdicts = self._judge.judge(recording, points)
