@@ -22,6 +22,11 @@ def debugfs(disk, commands, writable=False):
     return result.stdout
 
 
+def quoted(name):
+    """A name as an argument of a command of debugfs."""
+    return '"' + name.replace('"', '""') + '"'
+
+
 def copy(image, disk):
     """A disk of its own from an image; holes stay holes."""
     subprocess.run(["cp", "--reflink=auto", "--sparse=always", image, disk], check=True)
@@ -37,19 +42,20 @@ class Disk:
 
     def put(self, source, target, mode=0o644):
         """Copies a file of the host to `target`, whose folder must be there. A file in the way is replaced."""
-        self._commands += [f"rm {target}", f"write {source} {target}", f"sif {target} mode 0{0o100000 | mode:o}",
-                           f"sif {target} uid 0", f"sif {target} gid 0"]
+        name = quoted(target)
+        self._commands += [f"rm {name}", f"write {quoted(source)} {name}", f"sif {name} mode 0{0o100000 | mode:o}",
+                           f"sif {name} uid 0", f"sif {name} gid 0"]
 
     def write(self, target, text):
         """Writes a file, and makes its folder."""
         source = os.path.join(self._files.name, str(len(self._commands)))
         with open(source, "w", encoding="utf-8") as file:
             file.write(text)
-        self._commands.append(f"mkdir {os.path.dirname(target)}")
+        self._commands.append(f"mkdir {quoted(os.path.dirname(target))}")
         self.put(source, target)
 
     def remove(self, target):
-        self._commands.append(f"rm {target}")
+        self._commands.append(f"rm {quoted(target)}")
 
     def ship(self, packages):
         """The image carries these packages and nothing else."""

@@ -33,8 +33,10 @@ def accelerator(kernel, folder):
             try:
                 end = time.monotonic() + 5
                 while time.monotonic() < end and qemu.poll() is None:
-                    if os.path.exists(output) and b"Linux version" in open(output, "rb").read():
-                        return "kvm"
+                    if os.path.exists(output):
+                        with open(output, "rb") as lines:
+                            if b"Linux version" in lines.read():
+                                return "kvm"
                     time.sleep(0.05)
             finally:
                 qemu.kill()

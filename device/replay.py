@@ -13,6 +13,7 @@ from judge import Found, tree
 from machine import die_with_parent
 
 START_LIMIT = 30
+UNSYNCED, INODES = "device-unsynced-shim.so", "device-inode-shim.so"
 # What the service may touch.
 CHANGED = ["/opt", "/var/lib/krv"]
 FOLDERS = ["/opt", "/var/lib/krv", "/var/lib/rpm", "/etc/krv"]
@@ -52,8 +53,8 @@ class Replica:
 class Inspector:
     """Looks at a disk as the next boot would: replays the journal of the file system, starts the package-manager
     service on the files, which recovers what was under way, and reads files, database and registry. The disk is
-    unchanged afterwards. `libraries` is a folder with device-unsynced-shim.so, because no plug is pulled here, and
-    device-inode-shim.so."""
+    unchanged afterwards. `libraries` is the folder of the two preloaded libraries: syncs do nothing, because no plug is
+    pulled here, and the copied files keep their inode numbers."""
 
     def __init__(self, folder, project, programs, libraries):
         self._root = os.path.join(folder, "root")
@@ -65,10 +66,13 @@ class Inspector:
             subprocess.run(["bash", "-c", 'source "$0/sandbox/bus.bash" && bus_configuration "$1"', project, address],
                            check=True, stdout=file)
         self._inodes = os.path.join(folder, "inodes")
-        unsynced, inodes = (os.path.join(libraries, f"device-{name}-shim.so") for name in ("unsynced", "inode"))
-        self._environment = {**os.environ, "LC_ALL": "C", "LD_PRELOAD": unsynced}
+        # Names and a path of libraries, because LD_PRELOAD cannot have paths with spaces. AddressSanitizer would refuse
+        # to start behind another library.
+        sanitizer = os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
+        self._environment = {**os.environ, "LC_ALL": "C", "LD_LIBRARY_PATH": libraries, "ASAN_OPTIONS": sanitizer,
+                             "LD_PRELOAD": UNSYNCED}
         self._environment_of_service = {**self._environment, "DBUS_SYSTEM_BUS_ADDRESS": address,
-                                        "LD_PRELOAD": f"{unsynced}:{inodes}", "KRV_INODES": self._inodes}
+                                        "LD_PRELOAD": f"{UNSYNCED} {INODES}", "KRV_INODES": self._inodes}
         self._bus = subprocess.Popen(["dbus-daemon", "--nofork", "--print-address", "--config-file", configuration],
                                      stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, preexec_fn=die_with_parent)
         self._bus.stdout.readline()
@@ -94,7 +98,7 @@ class Inspector:
             shutil.rmtree(self._root, ignore_errors=True)
             for folder in FOLDERS:
                 os.makedirs(self._root + os.path.dirname(folder), exist_ok=True)
-            disk.debugfs(path, [f"rdump {folder} {self._root}{os.path.dirname(folder)}" for folder in FOLDERS])
+            disk.debugfs(path, [f"rdump {folder} {disk.quoted(self._root + os.path.dirname(folder))}" for folder in FOLDERS])
             # Many writes change nothing that a program can see, and from the same files the service recovers the same.
             files = tree(self._root, "")
             if files == self._files:

@@ -4,7 +4,7 @@
 """Tests the replay of recordings without a virtual machine: a real file system, on which the real service has installed a
 package, and recordings that are made here from the difference of two disks.
 
-usage: replay_test.py PROJECT PROGRAMS
+usage: replay_test.py PROJECT PROGRAMS LIBRARIES
 """
 import os
 import shutil
@@ -15,8 +15,8 @@ import tempfile
 import unittest
 
 sys.dont_write_bytecode = True
-PROJECT, PROGRAMS = sys.argv[1:3]
-del sys.argv[1:3]
+PROJECT, PROGRAMS, LIBRARIES = sys.argv[1:4]
+del sys.argv[1:4]
 sys.path.insert(0, os.path.join(PROJECT, "device"))
 os.environ["PATH"] += ":/usr/sbin:/sbin"
 
@@ -65,7 +65,8 @@ def setUpModule():
 
 
 def make_disk(tree, path):
-    subprocess.run(["mke2fs", "-q", "-t", "ext4", "-d", tree, path, "16M"], check=True, stderr=subprocess.DEVNULL)
+    subprocess.run(["mke2fs", "-q", "-t", "ext4", "-d", tree, path, "16M"], check=True, stdout=subprocess.DEVNULL,
+                   stderr=subprocess.DEVNULL)
 
 
 def blocks_of(path):
@@ -105,7 +106,7 @@ class Replay(unittest.TestCase):
             replica.apply(entry)
         with open(replica.path, "rb") as file:
             content = file.read()
-        inspector = Inspector(self.folder, PROJECT, PROGRAMS, "")
+        inspector = Inspector(self.folder, PROJECT, PROGRAMS, LIBRARIES)
         self.addCleanup(inspector.close)
         found = inspector.look(replica.path)
         with open(replica.path, "rb") as file:
