@@ -3,8 +3,8 @@
 
 // A library for LD_PRELOAD in krv-sandbox-service on files that were copied out of a disk. The journal of a transaction
 // knows files by their inode numbers, which a copy does not have. So fstatat tells the numbers that the files had: the
-// file that KRV_INODES names has a line for each, with the number here and the number there. All other files get numbers
-// that no disk has.
+// file that KRV_INODES names has a line for each, with the number here and the number there. All other files get
+// numbers that no disk has.
 #include <cstdlib>
 #include <fstream>
 #include <unordered_map>
