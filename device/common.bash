@@ -1,8 +1,8 @@
 # SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 # SPDX-License-Identifier: MIT
 #
-# To be sourced by the scripts of the virtual device. Those in device/ print the folder of their result on standard output
-# and progress on standard error. Exit status 2: something could not be made.
+# To be sourced by the scripts of the virtual device. Those in device/ print the folder of their result on standard
+# output and progress on standard error. Exit status 2: something could not be made.
 set -euo pipefail
 unset CDPATH
 
@@ -32,6 +32,24 @@ prepare() { # script, its arguments...
   unshare --map-root-user --map-auto true 2>/dev/null ||
     fail "needs root, or user namespaces with newuidmap and a range in /etc/subuid"
   exec env KRV_DEVICE_IN_NAMESPACE=yes unshare --map-root-user --map-auto -- "$@"
+}
+
+# Runs a command in a process group of its own, which end_group ends with all that the command has started.
+group=
+run() { # command...
+  local status=0
+  set -m
+  "$@" &
+  group=$!
+  set +m
+  wait "$group" || status=$?
+  group=
+  return "$status"
+}
+end_group() {
+  [ -n "$group" ] || return 0
+  kill -TERM -- "-$group" 2>/dev/null || true
+  wait "$group" || true
 }
 
 # Everything is made in $work, which is in the cache, so that a finished folder is moved into place by one rename.

@@ -5,8 +5,8 @@
 
 usage: console.py IMAGES FOLDER DISK COMMAND PACKAGE...
 
-IMAGES is from device/image. DISK is booted if it is there, and made if it is not. COMMAND is run instead of a shell unless
-it is empty. FOLDER takes what is temporary. scripts/device calls this.
+IMAGES is from device/image. DISK is booted if it is there, and made if it is not. COMMAND is run instead of a shell
+unless it is empty. FOLDER takes what is temporary. scripts/device calls this.
 """
 import os
 import signal

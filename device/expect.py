@@ -108,7 +108,8 @@ class Scene:
     def registry(self, *events):
         """The registry has these events, "I notes", in any order."""
         records = [dict(word.split("=", 1) for word in line.split()) for line in self.lines("registry")]
-        self.equal_lists("registry", [f"{record.get('event')} {record.get('package')}" for record in records], list(events))
+        self.equal_lists("registry", [f"{record.get('event')} {record.get('package')}" for record in records],
+                         list(events))
         self.holds("a key of the registry has not 64 digits",
                    all(re.fullmatch("[0-9a-f]{64}", record.get("keyid", "")) for record in records))
 

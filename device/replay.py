@@ -98,7 +98,8 @@ class Inspector:
             shutil.rmtree(self._root, ignore_errors=True)
             for folder in FOLDERS:
                 os.makedirs(self._root + os.path.dirname(folder), exist_ok=True)
-            disk.debugfs(path, [f"rdump {folder} {disk.quoted(self._root + os.path.dirname(folder))}" for folder in FOLDERS])
+            disk.debugfs(path, [f"rdump {folder} {disk.quoted(self._root + os.path.dirname(folder))}"
+                                for folder in FOLDERS])
             # Many writes change nothing that a program can see, and from the same files the service recovers the same.
             files = tree(self._root, "")
             if files == self._files:
@@ -138,7 +139,7 @@ class Inspector:
                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         if query.returncode != 0 or query.stderr:
             return failure("the database is damaged: " + query.stderr.strip())
-        leftovers = [name for name in os.listdir(home) if name not in ("lock",)]
+        leftovers = [name for name in os.listdir(home) if name != "lock"]
         return Found(raw, under_way, text_of(registry), query.stdout.splitlines(), tree(self._root, "opt"), leftovers)
 
     def _start_service(self):

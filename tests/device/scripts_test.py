@@ -127,19 +127,24 @@ class DeviceTest(Scripts):
         self.stand_in("project/device/image", "echo 'image: no luck' >&2; exit 2")
         self.assert_refused("image: no luck", "scripts/device-test")
 
-    def test_ends_the_test_at_a_signal(self):
-        self.stand_in("project/device/test.py", f"echo $$ >{self.folder}/pid; exec sleep 1000")
+    def test_ends_all_that_it_has_started_at_a_signal(self):
+        for script in ("device/image", "device/test.py"):
+            with self.subTest(script):
+                self.stand_in("project/" + script, f"echo $$ >{self.folder}/pid; sleep 1000")
+                self.end_by_signal(os.path.join(self.folder, "pid"))
+
+    def end_by_signal(self, pid):
         with subprocess.Popen([os.path.join(self.folder, "project/scripts/device-test")], env=self.environment,
                               stdout=subprocess.DEVNULL) as script:
-            pid = os.path.join(self.folder, "pid")
             end = time.monotonic() + 30
             while not (os.path.exists(pid) and os.path.getsize(pid)):
-                self.assertLess(time.monotonic(), end, "the test did not start")
+                self.assertLess(time.monotonic(), end, "the stand-in did not start")
                 time.sleep(0.01)
             script.send_signal(signal.SIGTERM)
             self.assertEqual(script.wait(30), 143)
         with open(pid, encoding="utf-8") as file:
-            self.assertFalse(os.path.exists(f"/proc/{file.read().strip()}"), "the test is still running")
+            self.assertFalse(os.path.exists(f"/proc/{file.read().strip()}"), "the stand-in is still running")
+        os.unlink(pid)
         self.assertEqual(os.listdir(self.temporary), [])
 
 
