@@ -60,7 +60,8 @@ class Inspector:
         self._root = os.path.join(folder, "root")
         self._undo = os.path.join(folder, "undo")
         self._service = os.path.join(programs, "krv-sandbox-service")
-        address = "unix:path=" + os.path.join(folder, "bus")
+        # The socket has a relative path, because the path of a socket is limited to 107 bytes.
+        self._folder, address = folder, "unix:path=bus"
         configuration = os.path.join(folder, "bus.conf")
         with open(configuration, "w", encoding="utf-8") as file:
             subprocess.run(["bash", "-c", 'source "$0/sandbox/bus.bash" && bus_configuration "$1"', project, address],
@@ -74,7 +75,8 @@ class Inspector:
         self._environment_of_service = {**self._environment, "DBUS_SYSTEM_BUS_ADDRESS": address,
                                         "LD_PRELOAD": f"{UNSYNCED} {INODES}", "KRV_INODES": self._inodes}
         self._bus = subprocess.Popen(["dbus-daemon", "--nofork", "--print-address", "--config-file", configuration],
-                                     stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, preexec_fn=die_with_parent)
+                                     stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, cwd=folder,
+                                     preexec_fn=die_with_parent)
         self._bus.stdout.readline()
         self._files, self._found = None, None
 
@@ -145,7 +147,7 @@ class Inspector:
     def _start_service(self):
         """Starts the service and ends it; why it did not start."""
         lines = []
-        with subprocess.Popen([self._service, "--root", self._root], text=True,
+        with subprocess.Popen([self._service, "--root", self._root], text=True, cwd=self._folder,
                               env=self._environment_of_service, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                               preexec_fn=die_with_parent) as service:
             watchdog = threading.Timer(START_LIMIT, service.kill)

@@ -76,7 +76,9 @@ def blocks_of(path):
 
 class Replay(unittest.TestCase):
     def setUp(self):
-        self.folder = tempfile.mkdtemp(dir=FOLDER)
+        # A path with a space, and too long for a socket.
+        self.folder = os.path.join(tempfile.mkdtemp(dir=FOLDER), "long " * 30 + "path")
+        os.mkdir(self.folder)
         self.before = os.path.join(FOLDER, "before.ext4")
         self.after = os.path.join(self.folder, "after.ext4")
         shutil.copy(os.path.join(FOLDER, "after.ext4"), self.after)
@@ -137,7 +139,7 @@ class Replay(unittest.TestCase):
         torn = os.path.join(self.folder, "torn")
         with open(torn, "w", encoding="utf-8") as file:
             file.write(self.registry[:-10])
-        self.change("rm /var/lib/krv/registry", f"write {torn} /var/lib/krv/registry")
+        self.change("rm /var/lib/krv/registry", f"write {disk.quoted(torn)} /var/lib/krv/registry")
         self.assertIn("before the service starts, the registry is torn", self.complaints([self.new]))
 
     def test_finds_a_damaged_database(self):
