@@ -64,8 +64,10 @@ begin() {
 
 # A digest of files and folders: names, contents and modes.
 digest() { # path...
-  tar -c -P --sort=name --mtime=@0 --owner=0 --group=0 --transform "s,^$work,," --transform "s,^$project,," -- "$@" |
-    sha256sum | head -c 16
+  local path
+  for path; do
+    tar -c --sort=name --mtime=@0 --owner=0 --group=0 -C "$(dirname -- "$path")" -- "$(basename -- "$path")"
+  done | sha256sum | head -c 16
 }
 
 # Whether the cache has the result. The time of the folder is that of its last use.

@@ -25,6 +25,7 @@ def accelerator(kernel, folder):
     """KVM if a guest prints its first line with it within some seconds: there may be a /dev/kvm that runs none."""
     if os.access("/dev/kvm", os.R_OK | os.W_OK):
         output = os.path.join(folder, "kvm")
+        open(output, "wb").close()
         command = ["qemu-system-x86_64", "-machine", "q35,accel=kvm", "-cpu", "host", "-m", "256", "-nodefaults",
                    "-display", "none", "-no-reboot", "-kernel", kernel, "-append", "console=ttyS0 earlyprintk=ttyS0",
                    "-serial", "file:" + output]
@@ -33,13 +34,13 @@ def accelerator(kernel, folder):
             try:
                 end = time.monotonic() + 5
                 while time.monotonic() < end and qemu.poll() is None:
-                    if os.path.exists(output):
-                        with open(output, "rb") as lines:
-                            if b"Linux version" in lines.read():
-                                return "kvm"
+                    with open(output, "rb") as lines:
+                        if b"Linux version" in lines.read():
+                            return "kvm"
                     time.sleep(0.05)
             finally:
                 qemu.kill()
+                os.remove(output)
     return "tcg"
 
 

@@ -123,7 +123,6 @@ class Kvm(WithQemu):
         self.qemu('echo "Linux version 6" >"$console"; exec sleep 1000')
         self.assertEqual(accelerator("kernel", self.folder), "kvm")
         self.assert_gone(self.await_pid())
-        os.unlink(os.path.join(self.folder, "kvm"))
         self.qemu('echo "emulation failure" >&2; exit 1')
         self.assertEqual(accelerator("kernel", self.folder), "tcg")
 
