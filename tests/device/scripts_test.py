@@ -119,8 +119,8 @@ class DeviceTest(Scripts):
         self.assertRegex(result.stdout, r"(?m)^test\.py .* 5$")
 
     def test_needs_space(self):
-        self.stand_in("bin/df", "echo Avail; echo 4999")
-        self.assert_refused(f"device-test: no space: 5000 MiB are needed below {self.temporary} (TMPDIR moves it), and 4999 "
+        self.stand_in("bin/df", "echo Avail; echo 3999")
+        self.assert_refused(f"device-test: no space: 4000 MiB are needed below {self.temporary} (TMPDIR moves it), and 3999 "
                             "are free", "scripts/device-test")
 
     def test_ends_if_the_image_cannot_be_made(self):
