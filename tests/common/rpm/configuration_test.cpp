@@ -10,6 +10,7 @@
 #include "tests/support/process/temp_directory.h"
 
 #include <gmock/gmock.h>
+#include <rpm/rpmmacro.h>
 #include <rpm/rpmtag.h>
 
 #include <cstdio>
@@ -54,11 +55,12 @@ TEST(RpmConfiguration, IsReadAgainAfterAFailure) {
   EXPECT_EQ(log.text(), "");
 }
 
-// The keyring is in the database, whose place the configuration says.
+// The keyring is in the database, and only the configuration says where that is.
 TEST(RpmConfiguration, ProvidesTheKeyringAfterAFailureToo) {
   if (Support::ranInItsOwnProcess())
     return;
   const Support::RpmSandbox sandbox;
+  rpmPopMacro(nullptr, "_dbpath"); // the one that the sandbox has defined in this process
   const std::string package = (sandbox.path() / "sample.rpm").string();
   const std::string sealed = (sandbox.path() / "sealed.rpm").string();
   sandbox.build({}, package);
@@ -66,11 +68,11 @@ TEST(RpmConfiguration, ProvidesTheKeyringAfterAFailureToo) {
   const Support::OpenPgpKey key(sandbox);
   key.sign(sealed);
   key.import();
-  {
-    const Support::ScopedEnvironment configuration("RPM_CONFIGDIR", (sandbox.path() / "missing").string());
-    EXPECT_EQ(Common::Rpm::Reader(package).tag(RPMTAG_NAME), "sample");
-    EXPECT_FALSE(Common::Rpm::isRpmConfigured());
-  }
+  const std::filesystem::path folder = sandbox.path() / "configuration";
+  const Support::ScopedEnvironment configuration("RPM_CONFIGDIR", folder.string());
+  EXPECT_EQ(Common::Rpm::Reader(package).tag(RPMTAG_NAME), "sample");
+  EXPECT_FALSE(Common::Rpm::isRpmConfigured());
+  std::filesystem::create_directory_symlink("/usr/lib/rpm", folder);
   EXPECT_EQ(Common::Rpm::Reader(sealed).tag(RPMTAG_NAME), "sealed");
 }
 

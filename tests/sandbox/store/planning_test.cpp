@@ -45,16 +45,18 @@ TEST(InstallationPlan, KeepsTheStickyBitsOfDirectories) {
   PackagedFiles files;
   for (const char* path : {"opt", "opt/a", "opt/b"}) {
     fs::create_directory(root / path);
+    fs::permissions(root / path, fs::perms(0755));
     files.emplace(path, packaged(fs::file_type::directory, fs::perms::all));
   }
   fs::permissions(root / "opt/a", fs::perms::all | fs::perms::sticky_bit);
   files.emplace("opt/c", packaged(fs::file_type::directory, fs::perms(07777)));
   const ChangePlan plan =
       Sandbox::planInstallation(Sandbox::Directory(root.path()), files, {.earlier = files, .others = {}});
-  const std::vector<DirectoryMode> modes = {{.path = "opt/c", .permissions = fs::perms(01777)},
-                                            {.path = "opt/b", .permissions = fs::perms(0777)},
-                                            {.path = "opt/a", .permissions = fs::perms(01777)},
-                                            {.path = "opt", .permissions = fs::perms(0777)}};
+  const std::vector<DirectoryMode> modes = {
+      {.path = "opt/c", .permissions = fs::perms(01777)},
+      {.path = "opt/b", .permissions = fs::perms(0777), .earlier = fs::perms(0755)},
+      {.path = "opt/a", .permissions = fs::perms(01777), .earlier = fs::perms(01777)},
+      {.path = "opt", .permissions = fs::perms(0777), .earlier = fs::perms(0755)}};
   EXPECT_EQ(plan.directoryModes, modes);
 }
 

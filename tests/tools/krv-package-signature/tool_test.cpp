@@ -533,14 +533,14 @@ TEST_F(DisturbedTool, ReadsThePackageThatItFoundIfAFifoReplacesIt) {
       "a.rpm: OK\n", "");
 }
 
-TEST_F(DisturbedTool, DoesNotWaitForAFifoWithoutTheDescriptorsInProc) {
+TEST_F(DisturbedTool, DoesNotBlockAtAFifoWithoutProc) {
   const auto replace = [this](const Support::SeenCall&) {
     std::filesystem::remove(folder() / "a.rpm");
     Support::makeFifo(folder() / "a.rpm");
     return ENOENT;
   };
   expectResult(runTool({"show", "a.rpm"}, Support::beforeNth("open", 2, "*/a.rpm", replace)), 1, "",
-               tool + "a.rpm: it is not a regular file\n");
+               tool + "a.rpm: it is not an RPM package\n");
 }
 
 // The package is opened by name first, then through its descriptor.
