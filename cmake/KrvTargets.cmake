@@ -69,5 +69,5 @@ function(krv_test name)
     ${name}
     DISCOVERY_MODE PRE_TEST
     NO_PRETTY_VALUES
-    PROPERTIES TIMEOUT 120)
+    PROPERTIES TIMEOUT 300)
 endfunction()

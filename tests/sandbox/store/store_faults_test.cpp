@@ -83,7 +83,7 @@ protected:
   std::size_t m_kills = 0;
 };
 
-constexpr std::size_t slices = 4;
+constexpr std::size_t slices = 8;
 
 TEST_P(StoreFaults, LeaveAllOrNothingWhenTheyKill) {
   const std::size_t slice = std::get<std::size_t>(GetParam());
