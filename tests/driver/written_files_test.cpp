@@ -23,11 +23,11 @@ using Support::writeFile;
 
 /// Calls that change no file, and calls on a descriptor that can write only if it was opened for writing. Every other
 /// call counts as a change.
-const std::set<std::string> harmlessCalls = {"access",     "chdir",      "close",      "dup",       "dup2",  "dup3",
-                                             "execve",     "faccessat",  "faccessat2", "fadvise64", "fcntl", "fstat",
-                                             "fstatfs",    "fsync",      "getdents64", "ioctl",     "lseek", "lstat",
-                                             "mmap",       "newfstatat", "pread64",    "pwrite64",  "read",  "readlink",
-                                             "readlinkat", "stat",       "statfs",     "statx",     "write", "writev"};
+const std::set<std::string> harmlessCalls = {
+    "access",     "chdir",      "close", "dup",    "dup2",       "dup3",    "execve",   "faccessat",
+    "faccessat2", "fadvise64",  "fcntl", "fstat",  "fstatfs",    "fsync",   "getdents", "getdents64",
+    "ioctl",      "lseek",      "lstat", "mmap",   "newfstatat", "pread64", "pwrite64", "read",
+    "readlink",   "readlinkat", "stat",  "statfs", "statx",      "write",   "writev"};
 
 /// Calls of the bus connection. Its socket has an abstract name, so it is not a file.
 const std::set<long> busCalls = {SYS_bind,       SYS_eventfd2, SYS_getpeername, SYS_getsockname,
