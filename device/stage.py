@@ -82,9 +82,9 @@ def play(device, history, bus):
 
 
 def in_parallel(jobs):
-    """The results of functions, in their order; two run at a time. Raises the first exception without waiting for the
-    other functions: the caller has to end the process then."""
-    pool = ThreadPoolExecutor(max_workers=2)
+    """The results of functions, in their order. Three run at a time on two processors, because devices often wait. Raises
+    the first exception without waiting for the other functions: the caller has to end the process then."""
+    pool = ThreadPoolExecutor(max_workers=3)
     running = [pool.submit(job) for job in jobs]
     try:
         wait(running, return_when=FIRST_EXCEPTION)
