@@ -74,7 +74,7 @@ class Disk:
 
 
 def check(disk):
-    """What e2fsck says against the file system; nothing if it is clean. Changes nothing."""
+    """The errors that e2fsck finds in the file system, which it does not change; empty if the file system is clean."""
     result = subprocess.run(["e2fsck", "-fn", disk], text=True, check=False, stdout=subprocess.PIPE,
                             stderr=subprocess.STDOUT)
     return "" if result.returncode == 0 else result.stdout

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 # SPDX-License-Identifier: MIT
-"""What a scene expects of the report of a device."""
+"""The expectations of a scene about the report of a device."""
 import re
 
 FOLDER = "/usr/share/krv/pre-install-apps"

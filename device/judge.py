@@ -10,14 +10,14 @@ from dataclasses import dataclass
 
 @dataclass(frozen=True)
 class State:
-    """What has been acknowledged: the registry, and the installed packages as NAME-VERSION-RELEASE."""
+    """The acknowledged state: the registry, and the installed packages as NAME-VERSION-RELEASE."""
     registry: str
     packages: frozenset
 
 
 @dataclass(frozen=True)
 class File:
-    """What matters of a packaged file: its type and permissions, and the digest of its content or the link's target."""
+    """The compared facts of a packaged file: its type and permissions, and the digest of its content or its target."""
     mode: int
     content: str
 
@@ -30,7 +30,7 @@ EMPTY = hashlib.sha256().hexdigest()
 
 @dataclass
 class Found:
-    """What is on the device. `raw_registry` is the registry before the service has started, and `under_way` whether it
+    """The state of the device. `raw_registry` is the registry before the service has started, and `under_way` whether it
     had a transaction to recover; `failure` tells why the service did not start, or why the file system or the database
     could not be read."""
     raw_registry: str

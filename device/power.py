@@ -27,7 +27,7 @@ class Point:
 
 @dataclass
 class Verdict:
-    """What is wrong at a point, and whether the service has repaired the registry."""
+    """The mistakes found at a crash point, and whether the service has repaired the registry."""
     point: Point
     complaints: list
     repaired: bool

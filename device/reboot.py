@@ -22,7 +22,7 @@ def choose(recordings, chance, count):
 
 
 def with_image(state, ship):
-    """What is installed when a state has the packages of the image in addition, or newer ones in their place."""
+    """The installed packages after the packages of the image were added to a state or have replaced older ones."""
     packages = {name.rsplit("-", 2)[0]: name for name in state.packages}
     packages.update({os.path.basename(package): nevr(package) for package in ship})
     return set(packages.values())

@@ -20,7 +20,7 @@ class RecordingFailed(Exception):
 
 @dataclass
 class Recording:
-    """What is needed to judge a boot: the disk before it, the log of writes, what the marks acknowledge, the packages of
+    """The facts to judge a boot: the disk before it, the log of writes, what the marks acknowledge, the packages of
     the image, and all packages that were or are installed."""
     name: str
     bus: str

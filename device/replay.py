@@ -14,7 +14,7 @@ from machine import die_with_parent
 
 START_LIMIT = 30
 UNSYNCED, INODES = "device-unsynced-shim.so", "device-inode-shim.so"
-# What the service may touch.
+# The folders that the service may change.
 CHANGED = ["/opt", "/var/lib/krv"]
 FOLDERS = ["/opt", "/var/lib/krv", "/var/lib/rpm", "/etc/krv"]
 HARMLESS = re.compile(r"e2fsck [0-9.]+ |Pass \d|.*: recovering journal|.*: \d+/\d+ files |"
@@ -41,7 +41,7 @@ class Replica:
             os.pwrite(self._file, self._log.data(entry), entry.offset)
 
     def save(self, entries):
-        """What is in the places of these writes now, for restore()."""
+        """The present content of the places of these writes, for restore()."""
         return [(entry.offset, os.pread(self._file, entry.length, entry.offset)) for entry in entries
                 if entry.is_write and entry.offset < self._size]
 
@@ -89,7 +89,7 @@ class Inspector:
                               stderr=subprocess.STDOUT)
 
     def look(self, path):
-        """What is on this disk after the service has started."""
+        """The state of this disk after the service has started."""
         if os.path.exists(self._undo):
             os.remove(self._undo)
         checked = self._run("e2fsck", "-fy", "-z", self._undo, path)

@@ -60,7 +60,7 @@ def second_boot(report, bus, earlier):
     return scene
 
 
-# What the unit allows; and the errors of what it forbids.
+# The accesses that the unit allows, and the errors of those that it forbids.
 ALLOWED = ["write the registry's folder", "write the folder of RPM's database", "open a local socket"]
 FORBIDDEN = {
     "write /usr": "EROFS", "write /etc": "EROFS", "write /opt": "EROFS", "write the image's packages": "EROFS",

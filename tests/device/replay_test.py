@@ -101,7 +101,7 @@ class Replay(unittest.TestCase):
         return WriteLog(path)
 
     def complaints(self, allowed, count=None):
-        """What is wrong after the first requests of the log, or after all of them."""
+        """The mistakes after the first requests of the log, or after all of them."""
         log = self.log()
         replica = Replica(self.before, os.path.join(self.folder, "replica"), log)
         for entry in log.entries[:count]:

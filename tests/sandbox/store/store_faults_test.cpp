@@ -30,7 +30,7 @@ protected:
     prepare(std::get<Operation>(GetParam()));
   }
 
-  /// What scripts/faults adds up.
+  /// scripts/faults adds up the numbers of these lines.
   void TearDown() override {
     if (!IsSkipped())
       std::cout << testing::UnitTest::GetInstance()->current_test_info()->name() << ": " << m_disturbedCalls
@@ -40,7 +40,7 @@ protected:
 
   static bool isOfTheDatabase(const SeenCall& call) { return call.path.find("/var/lib/rpm") != call.path.npos; }
 
-  /// The errors that a call is made to fail with: the three of them for what changes something, one for all others.
+  /// The errors to inject into a call: all three for a call that changes something, EIO for all others.
   std::vector<int> errorsFor(const SeenCall& call) const {
     std::vector<int> errors = {EIO};
     if (isChange(call) && !isOfTheDatabase(call))
@@ -101,7 +101,7 @@ TEST_P(StoreFaults, LeaveAllOrNothingWhenTheyKill) {
 TEST_P(StoreFaults, AreFailuresThatChangeNothing) {
   for (std::size_t i = std::get<std::size_t>(GetParam()); i < m_calls.size(); i += slices) {
     const std::vector<int> errors = errorsFor(m_calls[i]);
-    // Most calls by far are those of SQLite, which do the same again and again.
+    // Most calls are those of SQLite, which repeats the same few.
     if (isOfTheDatabase(m_calls[i]) && (!isChange(m_calls[i]) || i % 3 != 0)) {
       m_leftOut += errors.size();
       continue;

@@ -12,7 +12,7 @@
 
 namespace StoreTest {
 
-/// What a process does to a store in which another package is installed.
+/// An operation of a process on a store in which another package is installed.
 enum class Operation { Installation, Update, Removal };
 
 std::string nameOf(Operation operation);

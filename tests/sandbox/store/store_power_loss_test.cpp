@@ -102,7 +102,7 @@ private:
   static std::string database(const fs::path& root) { return root / "var/lib/rpm"; }
 };
 
-/// What a call is a part of. Nothing for those that change nothing.
+/// The step of the transaction that a call belongs to; nothing for calls that change nothing.
 std::string stepOf(const SeenCall& call, const fs::path& root) {
   const std::string path = fs::path(call.path).lexically_relative(root);
   const std::string folder = "var/lib/krv/sandbox/transaction/";
