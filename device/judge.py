@@ -30,7 +30,7 @@ EMPTY = hashlib.sha256().hexdigest()
 
 @dataclass
 class Found:
-    """The state of the device. `raw_registry` is the registry before the service has started, and `under_way` whether it
+    """The device's state. `raw_registry` is the registry before the service has started, and `under_way` whether it
     had a transaction to recover; `failure` tells why the service did not start, or why the file system or the database
     could not be read."""
     raw_registry: str
