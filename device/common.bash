@@ -8,13 +8,10 @@ unset CDPATH
 
 device=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
 project=${device%/*}
+source "$project/scripts/options.bash"
 cache=${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/krv-pre-installer/device
 
 step() { echo "== $1" >&2; }
-fail() {
-  echo "${0##*/}: $1" >&2
-  exit 2
-}
 
 # For the scripts that users call: installs what is missing, builds the programs, and becomes root, at least in a user
 # namespace.

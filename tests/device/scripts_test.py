@@ -44,7 +44,8 @@ class Scripts(unittest.TestCase):
         self.addCleanup(shutil.rmtree, self.folder)
         self.temporary = os.path.join(self.folder, "temporary")
         os.mkdir(self.temporary)
-        for script in ("scripts/device", "scripts/device-test", "scripts/mirror.bash", "device/common.bash", "device/base"):
+        for script in ("scripts/device", "scripts/device-test", "scripts/mirror.bash", "scripts/options.bash",
+                       "device/common.bash", "device/base"):
             target = os.path.join(self.folder, "project", script)
             os.makedirs(os.path.dirname(target), exist_ok=True)
             shutil.copy(os.path.join(PROJECT, script), target)
@@ -89,27 +90,27 @@ class DeviceTest(Scripts):
         self.assertEqual(result.stdout, "Building build/release\n"
                          f"test.py {project} images packages {project}/build/release/bin {kept} 5\n")
         self.assertEqual(os.listdir(kept), ["report"])
-        self.assert_refused(f"device-test: {kept} is there already and no empty folder", "scripts/device-test", "--keep", kept)
+        self.assert_refused(f"scripts/device-test: {kept} is there already and no empty folder", "scripts/device-test", "--keep", kept)
 
     def test_measures_boot_times(self):
         result = self.run_script("scripts/device-test", "--boot-times")
         self.assertRegex(result.stdout, r"(?m)^boot_times\.py images packages ")
 
     def test_refuses_wrong_arguments(self):
-        self.assert_refused("device-test: unknown argument: --speed", "scripts/device-test", "--speed")
-        self.assert_refused("device-test: --keep needs a value", "scripts/device-test", "--keep")
-        self.assert_refused("device-test: the seed is no number: x", "scripts/device-test", "--seed", "x")
+        self.assert_refused("scripts/device-test: unknown option: --speed; --help explains", "scripts/device-test", "--speed")
+        self.assert_refused("scripts/device-test: --keep needs a value", "scripts/device-test", "--keep")
+        self.assert_refused("scripts/device-test: the seed is no number: x", "scripts/device-test", "--seed", "x")
 
     def test_says_which_tool_is_missing(self):
         self.stand_in("project/scripts/setup", "echo 'Installing: qemu-system-x86'; echo noise >&2; "
                       "echo 'scripts/setup: still missing after installation: qemu-system-x86' >&2; exit 1")
-        self.assert_refused("device-test: the tools for the virtual device are not there: "
+        self.assert_refused("scripts/device-test: the tools for the virtual device are not there: "
                             "scripts/setup: still missing after installation: qemu-system-x86", "scripts/device-test")
 
     def test_needs_root_or_user_namespaces(self):
         self.stand_in("bin/id", "echo 1000")
         self.stand_in("bin/unshare", "exit 1")
-        self.assert_refused("device-test: needs root, or user namespaces with newuidmap and a range in /etc/subuid",
+        self.assert_refused("scripts/device-test: needs root, or user namespaces with newuidmap and a range in /etc/subuid",
                             "scripts/device-test")
 
     def test_runs_in_a_user_namespace(self):
@@ -120,7 +121,7 @@ class DeviceTest(Scripts):
 
     def test_needs_space(self):
         self.stand_in("bin/df", "echo Avail; echo 3999")
-        self.assert_refused(f"device-test: no space: 4000 MiB are needed below {self.temporary} (TMPDIR moves it), and 3999 "
+        self.assert_refused(f"scripts/device-test: no space: 4000 MiB are needed below {self.temporary} (TMPDIR moves it), and 3999 "
                             "are free", "scripts/device-test")
 
     def test_ends_if_the_image_cannot_be_made(self):
@@ -154,18 +155,18 @@ class Base(Scripts):
                       "echo 'E: run_hooks failed'; exit 1")
         result = self.run_script("device/base")
         self.assertEqual(result.stderr.splitlines()[-1],
-                         "base: mmdebstrap failed: E: no kernel package linux-image-cloud-amd64")
+                         "device/base: mmdebstrap failed: E: no kernel package linux-image-cloud-amd64")
         self.assertEqual(result.returncode, 2)
         self.assertEqual(os.listdir(os.path.join(self.folder, "cache/krv-pre-installer/device")), [])
 
     def test_needs_space(self):
         self.stand_in("bin/df", "echo Avail; echo 1499")
         cache = os.path.join(self.folder, "cache/krv-pre-installer/device")
-        self.assert_refused(f"base: no space: 1500 MiB are needed in {cache}, and 1499 are free", "device/base")
+        self.assert_refused(f"device/base: no space: 1500 MiB are needed in {cache}, and 1499 are free", "device/base")
 
     def test_needs_amd64(self):
         self.stand_in("bin/dpkg", "echo arm64")
-        self.assert_refused("base: the virtual device needs a Debian of amd64", "device/base")
+        self.assert_refused("device/base: the virtual device needs a Debian of amd64", "device/base")
 
 
 class Device(Scripts):
@@ -196,10 +197,10 @@ class Device(Scripts):
                                           r"/\S+/packages/my.rpm\n$")
 
     def test_refuses_wrong_arguments(self):
-        self.assert_refused("device: unknown option: -x", "scripts/device", "-x")
-        self.assert_refused("device: no such file: none.rpm", "scripts/device", "none.rpm")
-        self.assert_refused("device: no command after --", "scripts/device", "--")
-        self.assert_refused("device: --disk needs a value", "scripts/device", "--disk")
+        self.assert_refused("scripts/device: unknown option: -x; --help explains", "scripts/device", "-x")
+        self.assert_refused("scripts/device: no such file: none.rpm", "scripts/device", "none.rpm")
+        self.assert_refused("scripts/device: no command after --", "scripts/device", "--")
+        self.assert_refused("scripts/device: --disk needs a value", "scripts/device", "--disk")
 
 
 if __name__ == "__main__":
