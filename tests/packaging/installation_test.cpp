@@ -4,6 +4,7 @@
 #include "tests/support/process/process.h"
 #include "tests/support/process/temp_directory.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -53,6 +54,7 @@ protected:
 
 TEST_F(Installation, HasExactlyTheseFiles) {
   EXPECT_EQ(files(), "755 bin/krv-package-signature\n"
+                     "644 lib/systemd/system-preset/80-krv-pre-installer.preset\n"
                      "644 lib/systemd/system/krv-pre-installer.service\n"
                      "644 lib/tmpfiles.d/krv-pre-installer.conf\n"
                      "755 sbin/krv-pre-installer\n"
@@ -135,6 +137,20 @@ TEST_F(Installation, CreatesAnEmptyRegistryAndKeepsAnExistingOne) {
   fs::permissions(root / "var/lib/krv", fs::perms(0700));
   EXPECT_EQ(create(), "");
   EXPECT_EQ(registryBelow(root.path()), "700 644 'records'");
+}
+
+TEST_F(Installation, IsEnabledByTheDefaultsOfADistributionThatDisablesUnits) {
+  // `systemctl preset-all` goes by the first preset that matches; such a distribution ends with this one.
+  const fs::path presets = m_directory / "usr/lib/systemd/system-preset";
+  fs::create_directories(presets);
+  Support::writeFile(presets / "99-default.preset", "disable *\n");
+  Support::runOrThrow({"systemctl", "--root=" + m_directory.path().string(), "preset-all"});
+  EXPECT_TRUE(fs::is_symlink(m_directory / "etc/systemd/system/multi-user.target.wants/krv-pre-installer.service"));
+}
+
+TEST(Tool, CarriesItsVersion) {
+  EXPECT_THAT(Support::runOrThrow({"readelf", "--string-dump=.note.package", Support::program("krv-pre-installer")}),
+              testing::HasSubstr("{\"name\":\"krv-pre-installer\",\"version\":\"" KRV_VERSION "\"}\n"));
 }
 
 TEST(SpecFile, HasTheVersionOfTheProject) {
