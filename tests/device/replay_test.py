@@ -143,7 +143,7 @@ class Replay(unittest.TestCase):
         self.assertIn("before the service starts, the registry is torn", self.complaints([self.new]))
 
     def test_finds_a_damaged_database(self):
-        self.change("rm /var/lib/rpm/rpmdb.sqlite", f"write {__file__} /var/lib/rpm/rpmdb.sqlite")
+        self.change("rm /var/lib/rpm/rpmdb.sqlite", f"write {disk.quoted(__file__)} /var/lib/rpm/rpmdb.sqlite")
         self.assertRegex(";".join(self.complaints([self.new])), "^the service does not start: ")
 
     def test_finds_a_damaged_file_system(self):
