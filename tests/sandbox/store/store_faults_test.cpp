@@ -18,6 +18,7 @@
 namespace {
 
 using StoreTest::Operation;
+using StoreTest::sample;
 using Support::Fault;
 using Support::SeenCall;
 
@@ -84,14 +85,6 @@ protected:
 };
 
 constexpr std::size_t slices = 8;
-
-/// One of this many calls is disturbed. The sanitizers make each operation several times slower, and the errors of
-/// neighbouring calls take nearly the same way.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr std::size_t sample = 4;
-#else
-constexpr std::size_t sample = 1;
-#endif
 
 /// Whether the call with this number is in the slice and in the sample.
 bool isDue(std::size_t number, std::size_t slice) {
