@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/krv-package-signature/options.h"
 
+#include "tools/krv-package-signature/dates.h"
+
 #include <CLI/CLI.hpp>
 
 namespace {
@@ -60,5 +62,15 @@ CLI::App* addVerify(CLI::App& app, Options& options) {
                    "The directory of trusted authorities, as openssl-rehash(1) makes it; default: etc/krv/trusted-ca "
                    "under $KRV_ROOT_FS or /")
       ->type_name("DIR");
+  command
+      ->add_option_function<std::string>(
+          "--at",
+          [&options](const std::string& text) {
+            options.at = parseDay(text);
+            if (!options.at)
+              throw CLI::ValidationError("--at", "expected YYYY-MM-DD, not " + text);
+          },
+          "The day, in UTC, on which certificates and revocation lists must be valid; default: now")
+      ->type_name("YYYY-MM-DD");
   return command;
 }

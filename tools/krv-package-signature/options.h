@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,6 +24,7 @@ struct Options {
   std::vector<KeyFiles> previous = {};
   bool json = false;
   std::optional<std::string> caPath = {};
+  std::optional<std::time_t> at = {};
 };
 
 /// Adds a command to `app`; parsing fills `options`, which must outlive `app`. Returns the command, owned by `app`.

@@ -4,6 +4,8 @@
 #include "tools/krv-package-signature/commands.h"
 #include "tools/krv-package-signature/packages.h"
 
+#include <rpmsign-external/signing.h>
+
 #include <csignal>
 
 using PackageSignatures::SigningKey;
@@ -19,5 +21,6 @@ bool sign(const Options& options) {
     // Ctrl-C must not leave a half-written file beside the package.
     const Common::Posix::BlockedSignals untilItIsDone;
     PackageSignatures::signPackage(path, signer);
+    return std::vector<std::string>();
   });
 }

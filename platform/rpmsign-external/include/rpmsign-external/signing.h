@@ -69,6 +69,9 @@ struct PackageLayout {
 /// Opens the package once, symlinks followed.
 PackageLayout packageLayout(const std::string& packagePath);
 
+/// The same for a package that is already open; the descriptor stays the caller's.
+PackageLayout packageLayout(int descriptor);
+
 /// A detached CMS over the content of the package, in DER. The file is not changed. Throws SigningError unless the
 /// content begins with the magic of an RPM header.
 std::string makeCms(const std::string& packagePath, const Signer& signer);
