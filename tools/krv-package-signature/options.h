@@ -12,7 +12,7 @@ class App;
 }
 
 struct KeyFiles {
-  std::string key;
+  std::string key; ///< a file, or a URI of a token
   std::string certificate;
 };
 
@@ -22,6 +22,7 @@ struct Options {
   KeyFiles signer = {};
   std::string chainPath = {};
   std::vector<KeyFiles> previous = {};
+  std::optional<std::string> passPhraseFile = {};
   bool json = false;
   std::optional<std::string> caPath = {};
   std::optional<std::time_t> at = {};

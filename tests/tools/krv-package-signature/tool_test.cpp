@@ -6,6 +6,7 @@
 #include "tests/support/process/process.h"
 #include "tests/support/signing/authority.h"
 #include "tests/support/signing/pki.h"
+#include "tests/tools/krv-package-signature/tool_fixture.h"
 
 #include <gtest/gtest.h>
 #include <rpmsign-external/package_signatures.h>
@@ -31,64 +32,8 @@ using Support::Pki;
 using Support::ProcessResult;
 using Support::readFile;
 
-const std::string tool = "krv-package-signature: ";
 /// The temporary file that replaces a package.
 const std::string newFile = "*/.krv-package-*";
-
-/// Runs the tool in a folder with the unsigned package "a.rpm".
-class PackageSignatureTool : public testing::Test {
-protected:
-  PackageSignatureTool() { m_sandbox.build({}, folder() / "a.rpm"); }
-
-  std::filesystem::path folder() const { return m_sandbox.path() / "packages"; }
-  const Support::RpmSandbox& sandbox() const { return m_sandbox; }
-  std::string package() const { return readFile(folder() / "a.rpm"); }
-
-  ProcessResult runTool(std::vector<std::string> arguments, const Support::Environment& environment = {}) const {
-    arguments.insert(arguments.begin(), Support::program("krv-package-signature"));
-    return Support::run(arguments, environment, folder());
-  }
-
-  /// Runs "sign" with the key of `name` and further arguments.
-  ProcessResult signAs(const std::string& name, const std::vector<std::string>& rest) const {
-    return runTool(signing(name, rest));
-  }
-
-  static std::vector<std::string> signing(const std::string& name, const std::vector<std::string>& rest) {
-    std::vector<std::string> arguments = {"sign", "--key", Pki::instance().key(name), "--cert",
-                                          Pki::instance().certificate(name)};
-    arguments.insert(arguments.end(), rest.begin(), rest.end());
-    return arguments;
-  }
-
-  ProcessResult verifyTool(const std::vector<std::string>& packages) const {
-    std::vector<std::string> arguments = {"verify", "--ca-path", Pki::instance().trustedCa()};
-    arguments.insert(arguments.end(), packages.begin(), packages.end());
-    return runTool(arguments);
-  }
-
-  static std::string previous(const std::string& name) {
-    return Pki::instance().key(name).string() + "," + Pki::instance().certificate(name).string();
-  }
-
-  /// The names in the folder, to find files that were left behind.
-  std::vector<std::string> names() const {
-    std::vector<std::string> result;
-    for (const auto& entry : std::filesystem::directory_iterator(folder()))
-      result.push_back(entry.path().filename());
-    std::sort(result.begin(), result.end());
-    return result;
-  }
-
-private:
-  Support::RpmSandbox m_sandbox;
-};
-
-void expectResult(const ProcessResult& result, int status, const std::string& output, const std::string& errors) {
-  EXPECT_EQ(result.status, status);
-  EXPECT_EQ(result.output, output);
-  EXPECT_EQ(result.errors, errors);
-}
 
 TEST_F(PackageSignatureTool, SignsInPlaceAndVerifies) {
   expectResult(signAs("alice", {"a.rpm"}), 0, "", "");
@@ -325,7 +270,7 @@ protected:
   }
 
   PackageSignatures::SigningKey key(const std::string& name) const {
-    return PackageSignatures::SigningKey::fromFiles(root().key(name), root().pem(name));
+    return PackageSignatures::SigningKey::load(root().key(name), root().pem(name));
   }
 
   ProcessResult verify(const std::vector<std::string>& options = {}) const {
@@ -528,56 +473,22 @@ TEST_F(PackageSignatureTool, IgnoresTheVariableIfItHasMorePrivilegesThanItsUser)
                tool + "the directory of authorities \"/etc/krv/trusted-ca\" is missing\n");
 }
 
-/// A controlling terminal for a child process.
-class Terminal {
-public:
-  Terminal() : m_master(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
-    if (m_master < 0 || grantpt(m_master) != 0 || unlockpt(m_master) != 0)
-      throw std::system_error(errno, std::generic_category(), "no terminal");
-    m_name = ptsname(m_master);
-  }
-  ~Terminal() { close(m_master); }
-  Terminal(const Terminal&) = delete;
-  Terminal& operator=(const Terminal&) = delete;
-
-  /// For the child before it starts its program.
-  void control() const {
-    if (setsid() < 0 || open(m_name.c_str(), O_RDWR | O_CLOEXEC) < 0)
-      _exit(125);
-  }
-
-  /// What the child has written to it.
-  std::string text() const {
-    char bytes[1000];
-    const ssize_t size = read(m_master, bytes, sizeof bytes);
-    return {bytes, size < 0 ? 0 : static_cast<std::size_t>(size)};
-  }
-
-private:
-  int m_master;
-  std::string m_name;
-};
-
-TEST_F(PackageSignatureTool, AsksForNoPassPhrase) {
+TEST_F(PackageSignatureTool, AsksForNoPassPhraseOfACertificate) {
   const Pki& pki = Pki::instance();
-  const std::filesystem::path lockedKey = folder() / "key.pem";
-  Support::runOrThrow({"openssl", "pkcs8", "-topk8", "-in", pki.key("alice"), "-out", lockedKey, "-passout", "pass:x"});
-  const std::filesystem::path lockedCertificate = folder() / "certificate.pem";
+  const std::filesystem::path locked = folder() / "certificate.pem";
   std::string text = readFile(pki.certificate("alice"));
   text.insert(text.find('\n', text.find("-----BEGIN")) + 1,
               "Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-256-CBC,00112233445566778899AABBCCDDEEFF\n\n");
-  Support::writeFile(lockedCertificate, text);
+  Support::writeFile(locked, text);
   const std::string key = pki.key("alice");
   const std::string certificate = pki.certificate("alice");
   const struct {
     std::vector<std::string> arguments;
     std::string error;
   } cases[] = {
-      {{"--key", lockedKey, "--cert", certificate},
-       lockedKey.string() + " is not a PEM file of a private key without a pass phrase"},
-      {{"--key", key, "--cert", lockedCertificate}, lockedCertificate.string() + " is not a PEM file of a certificate"},
-      {{"--key", key, "--cert", certificate, "--chain", lockedCertificate},
-       "a.rpm: " + lockedCertificate.string() + " is not a PEM file of certificates"},
+      {{"--key", key, "--cert", locked}, locked.string() + " is not a PEM file of a certificate"},
+      {{"--key", key, "--cert", certificate, "--chain", locked},
+       "a.rpm: " + locked.string() + " is not a PEM file of certificates"},
   };
   for (const auto& [arguments, error] : cases) {
     const Terminal terminal;

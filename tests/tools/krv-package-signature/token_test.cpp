@@ -1,0 +1,119 @@
+// SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
+// SPDX-License-Identifier: MIT
+#include "tests/tools/krv-package-signature/tool_fixture.h"
+
+#include <optional>
+
+namespace {
+
+using Support::Environment;
+using Support::Pki;
+using Support::ProcessResult;
+
+/// The first file that one of the patterns matches.
+std::optional<std::string> found(const std::string& patterns) {
+  const std::string file = Support::run({"bash", "-c", "compgen -G \"$1\" || compgen -G \"$2\"", "bash",
+                                         "/usr/lib*/" + patterns, "/usr/lib/*/" + patterns})
+                               .output;
+  return file.empty() ? std::nullopt : std::optional(file.substr(0, file.find('\n')));
+}
+
+/// Signs with a key in a token of SoftHSM.
+class Token : public PackageSignatureTool {
+protected:
+  void SetUp() override {
+    const std::optional<std::string> module = found("softhsm/libsofthsm2.so");
+    if (!module || Support::run({"bash", "-c", "command -v softhsm2-util"}).status != 0)
+      GTEST_SKIP() << "SoftHSM is not installed (package softhsm2)";
+    if (!found("ossl-modules/pkcs11.so"))
+      GTEST_SKIP() << "OpenSSL's provider for PKCS#11 is not installed (package pkcs11-provider)";
+    std::filesystem::create_directory(sandbox().path() / "tokens");
+    Support::writeFile(sandbox().path() / "softhsm2.conf",
+                       "directories.tokendir = " + (sandbox().path() / "tokens").string() + "\nlog.level = ERROR\n");
+    m_environment = {{"SOFTHSM2_CONF", sandbox().path() / "softhsm2.conf"}, {"PKCS11_PROVIDER_MODULE", *module}};
+    Support::runOrThrow(
+        {"softhsm2-util", "--init-token", "--free", "--label", "krv", "--so-pin", "87654321", "--pin", "1234567"},
+        m_environment);
+    int id = 0;
+    for (const std::string name : {"alice", "alice-2"})
+      Support::runOrThrow({"softhsm2-util", "--import", Pki::instance().key(name), "--token", "krv", "--label", name,
+                           "--id", "0" + std::to_string(++id), "--pin", "1234567"},
+                          m_environment);
+    Support::writeFile(pins(), "1234567\n1234567\n");
+  }
+
+  const Environment& environment() const { return m_environment; }
+  std::string pins() const { return sandbox().path() / "pins"; }
+
+  static std::string uri(const std::string& name) { return "pkcs11:token=krv;object=" + name + ";type=private"; }
+
+  ProcessResult sign(const std::string& key, const std::vector<std::string>& rest) const {
+    std::vector<std::string> arguments = {"sign", "a.rpm",  "--key",
+                                          key,    "--cert", Pki::instance().certificate("alice-2")};
+    arguments.insert(arguments.end(), rest.begin(), rest.end());
+    return runTool(arguments, m_environment);
+  }
+
+private:
+  Environment m_environment;
+};
+
+TEST_F(Token, SignsPackages) {
+  expectResult(sign(uri("alice-2"), {"--passphrase-file", pins()}), 0, "", "");
+  expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
+}
+
+TEST_F(Token, SignsWithAnEarlierKey) {
+  expectResult(sign(uri("alice-2"), {"--passphrase-file", pins(), "--previous",
+                                     uri("alice") + "," + Pki::instance().certificate("alice").string()}),
+               0, "", "");
+  expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
+  const ProcessResult shown = runTool({"show", "a.rpm"});
+  EXPECT_NE(shown.output.find("\n    previous key id: " + Pki::instance().keyId("alice") + "\n"), std::string::npos)
+      << shown.output;
+}
+
+TEST_F(Token, AsksForThePinOnTheTerminal) {
+  Terminal terminal;
+  Support::Process process({Support::program("krv-package-signature"), "sign", "--key", uri("alice-2"), "--cert",
+                            Pki::instance().certificate("alice-2"), "a.rpm"},
+                           environment(), folder(), [&] { terminal.control(); });
+  terminal.answer("PIN of " + uri("alice-2") + ": ", "1234567");
+  expectResult(process.wait(), 0, "", "");
+  EXPECT_EQ(terminal.text(), "\r\n");
+  expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
+}
+
+TEST_F(Token, RefusesAWrongPin) {
+  const std::string before = package();
+  Support::writeFile(pins(), "7654321\n");
+  expectResult(sign(uri("alice-2"), {"--passphrase-file", pins()}), 1, "",
+               tool + uri("alice-2") + " cannot be read with this pass phrase\n");
+  EXPECT_TRUE(package() == before);
+}
+
+TEST_F(Token, RefusesAKeyThatIsMissing) {
+  EXPECT_EQ(sign(uri("nobody"), {"--passphrase-file", pins()}).status, 1);
+}
+
+TEST_F(Token, RefusesAKeyOfAnotherCertificate) {
+  expectResult(sign(uri("alice"), {"--passphrase-file", pins()}), 1, "",
+               tool + "the key " + uri("alice") + " does not belong to the certificate " +
+                   Pki::instance().certificate("alice-2").string() + "\n");
+}
+
+TEST_F(PackageSignatureTool, RefusesAPinInAUri) {
+  expectResult(runTool({"sign", "--key", "pkcs11:object=alice?pin-value=1234567", "--cert",
+                        Pki::instance().certificate("alice"), "a.rpm"}),
+               1, "", tool + "the URI of the key contains a PIN, which other users can see\n");
+}
+
+TEST_F(PackageSignatureTool, ReportsAMissingProviderForTokens) {
+  std::filesystem::create_directory(folder() / "empty");
+  expectResult(
+      runTool({"sign", "--key", "pkcs11:object=alice", "--cert", Pki::instance().certificate("alice"), "a.rpm"},
+              {{"OPENSSL_MODULES", folder() / "empty"}, {"OPENSSL_CONF", "/dev/null"}}),
+      1, "", tool + "pkcs11:object=alice cannot be used: OpenSSL has no provider \"pkcs11\"\n");
+}
+
+} // namespace
