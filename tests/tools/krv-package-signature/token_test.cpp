@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "tests/tools/krv-package-signature/tokens.h"
 #include "tests/tools/krv-package-signature/tool_fixture.h"
-
-#include <optional>
 
 namespace {
 
@@ -10,27 +9,13 @@ using Support::Environment;
 using Support::Pki;
 using Support::ProcessResult;
 
-/// The first file that one of the patterns matches.
-std::optional<std::string> found(const std::string& patterns) {
-  const std::string file = Support::run({"bash", "-c", "compgen -G \"$1\" || compgen -G \"$2\"", "bash",
-                                         "/usr/lib*/" + patterns, "/usr/lib/*/" + patterns})
-                               .output;
-  return file.empty() ? std::nullopt : std::optional(file.substr(0, file.find('\n')));
-}
-
 /// Signs with a key in a token of SoftHSM.
 class Token : public PackageSignatureTool {
 protected:
   void SetUp() override {
-    const std::optional<std::string> module = found("softhsm/libsofthsm2.so");
-    if (!module || Support::run({"bash", "-c", "command -v softhsm2-util"}).status != 0)
-      GTEST_SKIP() << "SoftHSM is not installed (package softhsm2)";
-    if (!found("ossl-modules/pkcs11.so"))
-      GTEST_SKIP() << "OpenSSL's provider for PKCS#11 is not installed (package pkcs11-provider)";
-    std::filesystem::create_directory(sandbox().path() / "tokens");
-    Support::writeFile(sandbox().path() / "softhsm2.conf",
-                       "directories.tokendir = " + (sandbox().path() / "tokens").string() + "\nlog.level = ERROR\n");
-    m_environment = {{"SOFTHSM2_CONF", sandbox().path() / "softhsm2.conf"}, {"PKCS11_PROVIDER_MODULE", *module}};
+    if (const std::string missing = missingForTokens(); !missing.empty())
+      GTEST_SKIP() << missing;
+    m_environment = environmentForTokens(sandbox().path());
     Support::runOrThrow(
         {"softhsm2-util", "--init-token", "--free", "--label", "krv", "--so-pin", "87654321", "--pin", "1234567"},
         m_environment);
