@@ -58,18 +58,20 @@ namespace {
 
 constexpr std::string_view tokenScheme = "pkcs11:";
 
-[[noreturn]] void failToLoad(const std::string& key, const PassPhraseQuestion& question, const std::string& otherwise) {
+void requireAnswer(const PassPhraseQuestion& question, const std::string& key, const std::string& needed) {
   if (question.refusal() != nullptr)
-    throw SigningError(key + " needs a pass phrase, and " + question.refusal());
-  throw SigningError(key + (question.wasAsked() ? " cannot be read with this pass phrase" : otherwise));
+    throw SigningError(key + " needs a " + needed + ", and " + question.refusal());
 }
 
 KeyPtr keyFromFile(const std::string& path, const PassPhrases& passPhrases) {
   const BioPtr file = openPem(path);
   PassPhraseQuestion question(passPhrases.impl(), "Pass phrase of " + path + ": ");
   KeyPtr key(PEM_read_bio_PrivateKey(file.get(), nullptr, PassPhraseQuestion::answer, &question));
-  if (!key)
-    failToLoad(path, question, " is not a PEM file of a private key");
+  if (!key) {
+    requireAnswer(question, path, "pass phrase");
+    throw SigningError(
+        path + (question.wasAsked() ? " cannot be read with this pass phrase" : " is not a PEM file of a private key"));
+  }
   return key;
 }
 
@@ -92,8 +94,10 @@ KeyPtr keyFromToken(const std::string& uri, const PassPhrases& passPhrases) {
   const KeyStorePtr store(
       OSSL_STORE_open_ex(uri.c_str(), nullptr, nullptr, method.get(), &question, nullptr, nullptr, nullptr));
   KeyPtr key = store && OSSL_STORE_expect(store.get(), OSSL_STORE_INFO_PKEY) == 1 ? firstKey(store.get()) : nullptr;
-  if (!key)
-    failToLoad(uri, question, " is not a private key of a token");
+  if (!key) {
+    requireAnswer(question, uri, "PIN");
+    throw SigningError(uri + " cannot be loaded: no token has such a private key, or the PIN is wrong");
+  }
   return key;
 }
 
@@ -102,6 +106,9 @@ KeyPtr keyFromToken(const std::string& uri, const PassPhrases& passPhrases) {
 SigningKey SigningKey::load(const std::string& key, const std::string& certificatePath,
                             const PassPhrases& passPhrases) {
   const ErrorQueueCleaner cleaner;
+  // Otherwise OpenSSL closes the sessions of a token while the process exits, after the token's library has destroyed
+  // its own objects (SoftHSM crashes). It counts only before the first use of OpenSSL.
+  OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   Impl impl;
   if (key.starts_with(tokenScheme)) {
     if (key.find("pin-value") != std::string::npos)

@@ -32,6 +32,9 @@ protected:
 
   static std::string uri(const std::string& name) { return "pkcs11:token=krv;object=" + name + ";type=private"; }
 
+  /// Why a key cannot be loaded although a PIN was given.
+  const std::string problem = " cannot be loaded: no token has such a private key, or the PIN is wrong\n";
+
   ProcessResult sign(const std::string& key, const std::vector<std::string>& rest) const {
     std::vector<std::string> arguments = {"sign", "a.rpm",  "--key",
                                           key,    "--cert", Pki::instance().certificate("alice-2")};
@@ -58,6 +61,16 @@ TEST_F(Token, SignsWithAnEarlierKey) {
       << shown.output;
 }
 
+TEST_F(Token, SignsForAnEarlierKeyInAFile) {
+  expectResult(sign(uri("alice-2"), {"--passphrase-file", pins(), "--previous", previous("alice")}), 0, "", "");
+  expectResult(signAs("alice-3",
+                      {"--passphrase-file", pins(), "--previous",
+                       uri("alice-2") + "," + Pki::instance().certificate("alice-2").string(), "a.rpm"},
+                      environment()),
+               0, "", "");
+  expectResult(verifyTool({"a.rpm"}), 0, "a.rpm: OK\n", "");
+}
+
 TEST_F(Token, AsksForThePinOnTheTerminal) {
   Terminal terminal;
   Support::Process process({Support::program("krv-package-signature"), "sign", "--key", uri("alice-2"), "--cert",
@@ -72,13 +85,18 @@ TEST_F(Token, AsksForThePinOnTheTerminal) {
 TEST_F(Token, RefusesAWrongPin) {
   const std::string before = package();
   Support::writeFile(pins(), "7654321\n");
-  expectResult(sign(uri("alice-2"), {"--passphrase-file", pins()}), 1, "",
-               tool + uri("alice-2") + " cannot be read with this pass phrase\n");
+  expectResult(sign(uri("alice-2"), {"--passphrase-file", pins()}), 1, "", tool + uri("alice-2") + problem);
   EXPECT_TRUE(package() == before);
 }
 
 TEST_F(Token, RefusesAKeyThatIsMissing) {
-  EXPECT_EQ(sign(uri("nobody"), {"--passphrase-file", pins()}).status, 1);
+  expectResult(sign(uri("nobody"), {"--passphrase-file", pins()}), 1, "", tool + uri("nobody") + problem);
+}
+
+TEST_F(Token, NeedsAPin) {
+  Support::writeFile(pins(), "");
+  expectResult(sign(uri("alice-2"), {"--passphrase-file", pins()}), 1, "",
+               tool + uri("alice-2") + " needs a PIN, and the file of pass phrases has no usable line for it\n");
 }
 
 TEST_F(Token, RefusesAKeyOfAnotherCertificate) {

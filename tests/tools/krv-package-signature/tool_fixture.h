@@ -42,8 +42,9 @@ protected:
   }
 
   /// Runs "sign" with the key of `name` and further arguments.
-  Support::ProcessResult signAs(const std::string& name, const std::vector<std::string>& rest) const {
-    return runTool(signing(name, rest));
+  Support::ProcessResult signAs(const std::string& name, const std::vector<std::string>& rest,
+                                const Support::Environment& environment = {}) const {
+    return runTool(signing(name, rest), environment);
   }
 
   static std::vector<std::string> signing(const std::string& name, const std::vector<std::string>& rest) {
