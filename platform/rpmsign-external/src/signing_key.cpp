@@ -87,7 +87,20 @@ KeyPtr firstKey(OSSL_STORE_CTX* store) {
   return nullptr;
 }
 
+/// Keeps a provider from asking on its own, on standard input if there is no terminal.
+class NoDialogs {
+public:
+  NoDialogs() : m_before(UI_get_default_method()) { UI_set_default_method(UI_null()); }
+  ~NoDialogs() { UI_set_default_method(m_before); }
+  NoDialogs(const NoDialogs&) = delete;
+  NoDialogs& operator=(const NoDialogs&) = delete;
+
+private:
+  const UI_METHOD* m_before;
+};
+
 KeyPtr keyFromToken(const std::string& uri, const PassPhrases& passPhrases) {
+  const NoDialogs noDialogs;
   PassPhraseQuestion question(passPhrases.impl(), "PIN of " + uri + ": ");
   constexpr int reading = 0;
   const UiMethodPtr method(UI_UTIL_wrap_read_pem_callback(PassPhraseQuestion::answer, reading));
