@@ -6,6 +6,7 @@
 #include "fuzz/support.h"
 
 #include <openssl/err.h>
+#include <rpmsign-external/verification.h>
 
 namespace {
 
@@ -67,7 +68,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   package.assign(packageWith(Fuzz::begin(data, size)));
   if (const auto file = FileWithCmses::fromPath(package.path())) {
     askEverything(*file);
-    if (file->verifyCmses(trustedCa))
+    const bool verified = file->verifyCmses(trustedCa);
+    Fuzz::require(PackageSignatures::verifyPackage(*file, {.caPath = trustedCa}).isGood() == verified,
+                  "a package verifies exactly if no problem is found");
+    if (verified)
       Fuzz::accept();
   }
   Fuzz::require(ERR_peek_error() == 0, "OpenSSL's error queue is left empty");

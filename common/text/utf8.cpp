@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: MIT
 #include "common/text/utf8.h"
 
-#include <cstddef>
-
 namespace Common {
 
 namespace {
@@ -36,15 +34,14 @@ bool begins(std::string_view text, const Sequence& sequence) {
   return true;
 }
 
-/// The length of the first character of `text`, which must not be empty; 0 if it is not valid.
+} // namespace
+
 std::size_t characterLength(std::string_view text) {
   for (const Sequence& sequence : sequences)
     if (begins(text, sequence))
       return sequence.length;
   return 0;
 }
-
-} // namespace
 
 std::string asUtf8(std::string_view text) {
   std::string result;

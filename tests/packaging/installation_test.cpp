@@ -64,6 +64,7 @@ TEST_F(Installation, HasExactlyTheseFiles) {
                      "644 share/doc/krv-pre-installer/docs/decision.svg\n"
                      "644 share/doc/krv-pre-installer/docs/platform.md\n"
                      "644 share/doc/krv-pre-installer/docs/signature-format.md\n"
+                     "644 share/doc/krv-pre-installer/docs/signing.md\n"
                      "644 share/doc/krv-pre-installer/docs/troubleshooting.md\n"
                      "644 share/doc/krv-pre-installer/docs/velta.KRV.xml\n"
                      "644 share/doc/krv-pre-installer/velta.KRV.conf.example\n"

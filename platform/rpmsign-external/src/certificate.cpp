@@ -3,6 +3,7 @@
 #include "platform/rpmsign-external/src/certificate.h"
 
 #include <array>
+#include <bitset>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -61,9 +62,12 @@ bool authoritiesMayGiveRoles(const STACK_OF(X509) * chain) {
   return true;
 }
 
+constexpr auto problemCount = static_cast<std::size_t>(Problem::RotationBroken) + 1;
+
+/// OpenSSL passes it to judge(). The problems are a bit set, because adding to it cannot throw.
 struct Judgement {
-  const char* caPath;
-  Dates dates;
+  const Trust& trust;
+  std::bitset<problemCount> problems = {};
 };
 
 /// True if there is a file for a revocation list of `issuer`, whatever its content, or if that is not certain. It
@@ -78,22 +82,51 @@ bool mayHaveRevocationList(const char* caPath, const X509_NAME* issuer) {
          errno != ENOENT;
 }
 
+/// The problem behind an error of OpenSSL; nothing if the error does not count.
+std::optional<Problem> problemOf(X509_STORE_CTX* context, const Trust& trust) {
+  const bool datesCount = trust.dates == Dates::Checked;
+  switch (X509_STORE_CTX_get_error(context)) {
+  case X509_V_ERR_CERT_HAS_EXPIRED:
+    return datesCount ? std::optional(Problem::Expired) : std::nullopt;
+  case X509_V_ERR_CERT_NOT_YET_VALID:
+    return datesCount ? std::optional(Problem::NotYetValid) : std::nullopt;
+  case X509_V_ERR_CERT_REVOKED:
+    return Problem::Revoked;
+  case X509_V_ERR_UNABLE_TO_GET_CRL: {
+    const X509_NAME* const issuer = X509_get_issuer_name(X509_STORE_CTX_get_current_cert(context));
+    return mayHaveRevocationList(trust.caPath, issuer) ? std::optional(Problem::RevocationListUnusable) : std::nullopt;
+  }
+  case X509_V_ERR_CRL_HAS_EXPIRED:
+  case X509_V_ERR_CRL_NOT_YET_VALID:
+  case X509_V_ERR_CRL_SIGNATURE_FAILURE:
+  case X509_V_ERR_CRL_PATH_VALIDATION_ERROR:
+  case X509_V_ERR_DIFFERENT_CRL_SCOPE:
+  case X509_V_ERR_ERROR_IN_CRL_LAST_UPDATE_FIELD:
+  case X509_V_ERR_ERROR_IN_CRL_NEXT_UPDATE_FIELD:
+  case X509_V_ERR_KEYUSAGE_NO_CRL_SIGN:
+  case X509_V_ERR_UNABLE_TO_DECRYPT_CRL_SIGNATURE:
+  case X509_V_ERR_UNABLE_TO_GET_CRL_ISSUER:
+  case X509_V_ERR_UNHANDLED_CRITICAL_CRL_EXTENSION:
+    return Problem::RevocationListUnusable;
+  case X509_V_ERR_EE_KEY_TOO_SMALL:
+  case X509_V_ERR_CA_KEY_TOO_SMALL:
+  case X509_V_ERR_CA_MD_TOO_WEAK:
+    return Problem::Weak;
+  default:
+    return Problem::Untrusted;
+  }
+}
+
 /// OpenSSL calls this for each error, and once without an error. Returns 1 to continue.
 int judge(int ok, X509_STORE_CTX* context) {
   if (ok == 1)
     return 1;
-  const auto& judgement = *static_cast<const Judgement*>(X509_STORE_CTX_get_app_data(context));
-  switch (X509_STORE_CTX_get_error(context)) {
-  case X509_V_ERR_CERT_HAS_EXPIRED:
-  case X509_V_ERR_CERT_NOT_YET_VALID:
-    return judgement.dates == Dates::Ignored ? 1 : 0;
-  case X509_V_ERR_UNABLE_TO_GET_CRL: {
-    const X509_NAME* const issuer = X509_get_issuer_name(X509_STORE_CTX_get_current_cert(context));
-    return mayHaveRevocationList(judgement.caPath, issuer) ? 0 : 1;
-  }
-  default:
-    return 0;
-  }
+  auto& judgement = *static_cast<Judgement*>(X509_STORE_CTX_get_app_data(context));
+  const std::optional<Problem> problem = problemOf(context, judgement.trust);
+  if (!problem)
+    return 1;
+  judgement.problems.set(static_cast<std::size_t>(*problem));
+  return judgement.trust.extent == Extent::EveryProblem ? 1 : 0;
 }
 
 /// Sets no purpose: OpenSSL's purpose for CMS refuses certificates whose only extended key usage is ours. For
@@ -102,6 +135,8 @@ void prepare(X509_STORE_CTX* context, Judgement& judgement) {
   X509_VERIFY_PARAM* const parameters = X509_STORE_CTX_get0_param(context);
   X509_VERIFY_PARAM_set_auth_level(parameters, 2);
   X509_VERIFY_PARAM_set_flags(parameters, X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL);
+  if (judgement.trust.at)
+    X509_VERIFY_PARAM_set_time(parameters, *judgement.trust.at);
   X509_STORE_CTX_set_app_data(context, &judgement);
   X509_STORE_CTX_set_verify_cb(context, judge);
 }
@@ -139,6 +174,10 @@ std::string keyIdOf(X509* certificate) {
   Digest digest{};
   if (size < 0 || EVP_Digest(der, static_cast<std::size_t>(size), digest.data(), nullptr, EVP_sha256(), nullptr) != 1)
     return {};
+  return hexOf(digest);
+}
+
+std::string hexOf(const Digest& digest) {
   constexpr std::string_view digits = "0123456789abcdef";
   std::string text;
   for (const unsigned char byte : digest) {
@@ -155,23 +194,62 @@ std::optional<Digest> digestOf(X509* certificate) {
   return digest;
 }
 
-bool chainsToAuthority(const Certificate::Impl& certificate, const char* caPath, Dates dates) {
+namespace {
+
+/// The authorities of the directory. Null if it is no directory, or if OpenSSL fails.
+StorePtr openStore(const char* caPath) {
   // The store would also accept a file or a URI.
   std::error_code ignored;
   if (caPath == nullptr || !std::filesystem::is_directory(caPath, ignored))
-    return false;
-  const StorePtr store(X509_STORE_new());
+    return nullptr;
+  StorePtr store(X509_STORE_new());
   // Not X509_STORE_load_path(), which splits the path at each ":".
-  if (!store || X509_STORE_load_store(store.get(), caPath) != 1)
-    return false;
+  return store && X509_STORE_load_store(store.get(), caPath) == 1 ? std::move(store) : nullptr;
+}
+
+std::optional<std::time_t> earliestEndAbove(const STACK_OF(X509) * chain) {
+  std::optional<std::time_t> earliest;
+  for (int i = 1; i < sk_X509_num(chain); ++i) {
+    const std::optional<std::time_t> end = toTime(X509_get0_notAfter(sk_X509_value(chain, i)));
+    if (end && (!earliest || *end < *earliest))
+      earliest = end;
+  }
+  return earliest;
+}
+
+} // namespace
+
+ChainVerdict checkChain(const Certificate::Impl& certificate, const Trust& trust) {
+  const StorePtr store = openStore(trust.caPath);
   const StoreContextPtr context(X509_STORE_CTX_new());
-  if (!context || X509_STORE_CTX_init(context.get(), store.get(), certificate.own.get(), certificate.others.get()) != 1)
-    return false;
-  Judgement judgement{.caPath = caPath, .dates = dates};
+  if (!store || !context ||
+      X509_STORE_CTX_init(context.get(), store.get(), certificate.own.get(), certificate.others.get()) != 1)
+    return {.problems = {Problem::Untrusted}, .authoritiesNotAfter = {}};
+  Judgement judgement{.trust = trust};
   prepare(context.get(), judgement);
+  const bool verified = X509_verify_cert(context.get()) == 1;
+  // Null if OpenSSL failed before it began.
+  const STACK_OF(X509)* const chain = X509_STORE_CTX_get0_chain(context.get());
+
+  ChainVerdict verdict{.problems = {}, .authoritiesNotAfter = earliestEndAbove(chain)};
+  for (std::size_t i = 0; i < problemCount; ++i) {
+    if (judgement.problems.test(i))
+      verdict.problems.insert(static_cast<Problem>(i));
+  }
+  if (!verified && verdict.problems.empty())
+    verdict.problems.insert(Problem::Untrusted);
   // A certificate without key usage may be used for everything.
-  return X509_verify_cert(context.get()) == 1 && authoritiesMayGiveRoles(X509_STORE_CTX_get0_chain(context.get())) &&
-         (X509_get_key_usage(certificate.own.get()) & KU_DIGITAL_SIGNATURE) != 0;
+  if ((X509_get_key_usage(certificate.own.get()) & KU_DIGITAL_SIGNATURE) == 0 ||
+      (sk_X509_num(chain) > 0 && !authoritiesMayGiveRoles(chain)))
+    verdict.problems.insert(Problem::UsageForbidden);
+  return verdict;
+}
+
+std::optional<std::time_t> toTime(const ASN1_TIME* time) {
+  std::tm parts{};
+  if (ASN1_TIME_to_tm(time, &parts) != 1)
+    return std::nullopt;
+  return timegm(&parts);
 }
 
 std::string subgroupToString(Subgroup subgroup) {
@@ -192,7 +270,7 @@ Certificate::Certificate(std::shared_ptr<const Impl> impl) : m_impl(std::move(im
 
 bool Certificate::verify(const char* caPath) const {
   const ErrorQueueCleaner cleaner;
-  return chainsToAuthority(*m_impl, caPath, Dates::Checked);
+  return checkChain(*m_impl, {.caPath = caPath}).problems.empty();
 }
 
 std::string Certificate::keyId() const {

@@ -6,9 +6,12 @@
 
 #include <rpmsign-external/package_signatures.h>
 #include <rpmsign-external/role.h>
+#include <rpmsign-external/verification.h>
 
 #include <array>
+#include <ctime>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace PackageSignatures {
@@ -36,6 +39,9 @@ std::string keyIdOf(X509* certificate);
 
 using Digest = std::array<unsigned char, 32>;
 
+/// Lower-case hexadecimal digits.
+std::string hexOf(const Digest& digest);
+
 /// SHA-256 of the certificate in DER; nothing if OpenSSL fails.
 std::optional<Digest> digestOf(X509* certificate);
 
@@ -45,10 +51,33 @@ enum class Dates {
   Ignored,
 };
 
-/// True if the certificate may sign and chains to an authority in `caPath`. The other certificates of the CMS are used
-/// only as intermediates. Every certificate of the chain must have 112 bits of security and not be revoked by a list in
-/// `caPath`; an authority with an extended key usage must have the role in it. An authority without a list has revoked
-/// nothing. If a list is not valid today or cannot be read, all certificates of its authority are refused.
-[[nodiscard]] bool chainsToAuthority(const Certificate::Impl& certificate, const char* caPath, Dates dates);
+/// How many problems are looked for.
+enum class Extent {
+  FirstProblem,
+  EveryProblem,
+};
+
+/// What a certificate is judged by.
+struct Trust {
+  const char* caPath; ///< may be null, which trusts nobody
+  std::optional<std::time_t> at = {};
+  Dates dates = Dates::Checked;
+  Extent extent = Extent::FirstProblem;
+};
+
+struct ChainVerdict {
+  std::set<Problem> problems;
+  std::optional<std::time_t> authoritiesNotAfter; ///< the earliest; nothing if no authority was found
+};
+
+/// Whether the certificate may sign and chains to an authority in the directory. The other certificates of the CMS are
+/// used only as intermediates. Every certificate of the chain must have 112 bits of security and not be revoked by a
+/// list in the directory; an authority with an extended key usage must have the role in it. An authority without a list
+/// has revoked nothing. If a list is not valid or cannot be read, all certificates of its authority are refused.
+/// `extent` never changes whether there is a problem.
+[[nodiscard]] ChainVerdict checkChain(const Certificate::Impl& certificate, const Trust& trust);
+
+/// The time in seconds since the epoch; nothing if it is out of form.
+std::optional<std::time_t> toTime(const ASN1_TIME* time);
 
 } // namespace PackageSignatures

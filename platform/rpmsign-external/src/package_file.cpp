@@ -16,7 +16,7 @@ namespace PackageSignatures {
 namespace {
 
 constexpr std::string_view leadMagic = "\xed\xab\xee\xdb";
-constexpr std::string_view headerMagic{"\x8e\xad\xe8\x01\0\0\0\0", 8};
+constexpr std::string_view headerMagic{"\x8e\xad\xe8\x01\0\0\0\0", headerMagicSize};
 constexpr std::size_t introSize = 16; ///< magic, number of entries, size of the data
 constexpr std::size_t entrySize = 16; ///< tag, type, offset, count
 constexpr std::uint32_t binaryType = 7;

@@ -56,6 +56,9 @@ enum class Symlink {
 /// ends before the content, or if it has a container of another type, above the limit, or twice.
 [[nodiscard]] std::optional<PackageParts> locateParts(int file);
 
+/// Size of the magic of an RPM header.
+inline constexpr std::size_t headerMagicSize = 8;
+
 /// True if `bytes` begins with the magic of an RPM header, as the content of a package does. A signature over anything
 /// else, above all over the text of a key rotation, must not be made or accepted as the signature of a package.
 bool beginsAsHeader(std::string_view bytes);

@@ -2,8 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/rpmsign-external/src/rotation_chain.h"
 
-#include "platform/rpmsign-external/src/certificate.h"
-
+#include <algorithm>
 #include <utility>
 
 namespace PackageSignatures {
@@ -66,16 +65,24 @@ bool vouchesFor(const SignedData& link, const std::string& nextKeyId) {
 
 } // namespace
 
-bool rotationHolds(const RotationChain::Impl& chain, const std::string& signerKeyId, const char* caPath) {
+std::vector<EarlierKey> checkRotation(const RotationChain::Impl& chain, const std::string& signerKeyId, Trust trust) {
+  trust.dates = Dates::Ignored;
+  std::vector<EarlierKey> keys;
   std::string nextKeyId = signerKeyId;
   for (auto link = chain.links.rbegin(); link != chain.links.rend(); ++link) {
     const Certificate::Impl& certificate = *(*link)->certificate;
-    if (roleOf(certificate.own.get()) != Role::Developer || !chainsToAuthority(certificate, caPath, Dates::Ignored) ||
-        !vouchesFor(**link, nextKeyId))
-      return false;
-    nextKeyId = keyIdOf(certificate.own.get());
+    EarlierKey key{.keyId = keyIdOf(certificate.own.get()), .problems = checkChain(certificate, trust).problems};
+    if (roleOf(certificate.own.get()) != Role::Developer)
+      key.problems.insert(Problem::RoleMissing);
+    if (!vouchesFor(**link, nextKeyId))
+      key.problems.insert(Problem::SignatureBroken);
+    nextKeyId = key.keyId;
+    keys.push_back(std::move(key));
+    if (trust.extent == Extent::FirstProblem && !keys.back().problems.empty())
+      break;
   }
-  return chain.readable;
+  std::ranges::reverse(keys);
+  return keys;
 }
 
 RotationChain::RotationChain(std::shared_ptr<const Impl> impl) : m_impl(std::move(impl)) {}

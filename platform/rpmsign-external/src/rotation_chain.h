@@ -2,9 +2,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "platform/rpmsign-external/src/certificate.h"
 #include "platform/rpmsign-external/src/cms.h"
 
 #include <rpmsign-external/package_signatures.h>
+#include <rpmsign-external/verification.h>
 
 #include <memory>
 #include <string>
@@ -25,8 +27,9 @@ RotationChain::Impl readRotationChain(const SignedData& data);
 /// What an earlier key signs to vouch for the key that follows it.
 std::string rotationText(const std::string& nextKeyId);
 
-/// True when every link was made by a developer of an authority in `caPath` and vouches for the key that follows it,
-/// the last one for `signerKeyId`. Certificates of earlier keys may have expired since.
-[[nodiscard]] bool rotationHolds(const RotationChain::Impl& chain, const std::string& signerKeyId, const char* caPath);
+/// The keys of the chain with their problems, oldest first: each must be a developer's with a good chain to an
+/// authority, whose dates are not checked, and vouch for the key that follows it, the last one for `signerKeyId`. With
+/// Extent::FirstProblem it stops after the first bad link, from the newest to the oldest.
+std::vector<EarlierKey> checkRotation(const RotationChain::Impl& chain, const std::string& signerKeyId, Trust trust);
 
 } // namespace PackageSignatures

@@ -5,12 +5,14 @@
 #include "tests/support/process/process.h"
 
 #include <openssl/pem.h>
+#include <rpmsign-external/verification.h>
 
 #include <algorithm>
 
 using PackageSignatures::Cms;
 using PackageSignatures::FileWithCmses;
 using PackageSignatures::PackageLayout;
+using PackageSignatures::Problem;
 
 PackageTest::PackageTest() : m_package(inSandbox("sample.rpm")) {
   m_sandbox.build({}, m_package);
@@ -27,7 +29,23 @@ std::string PackageTest::container() const {
 
 bool PackageTest::verifies() const {
   const auto file = FileWithCmses::fromPath(package());
-  return file && file->verifyCmses(pki().trustedCa().c_str());
+  return file && verifiesAgainst(*file, pki().trustedCa().c_str());
+}
+
+bool PackageTest::verifiesAgainst(FileWithCmses& file, const char* caPath) {
+  const bool verified = file.verifyCmses(caPath);
+  const PackageSignatures::Verification verification = PackageSignatures::verifyPackage(file, {.caPath = caPath});
+  EXPECT_EQ(verification.isGood(), verified);
+  const std::vector<Cms> cmses = file.cmses();
+  EXPECT_EQ(verification.cmses.size(), cmses.size());
+  for (std::size_t i = 0; i < cmses.size(); ++i) {
+    std::set<Problem> ofTheChain = verification.cmses.at(i).problems;
+    for (const Problem other :
+         {Problem::RoleMissing, Problem::RoleTwice, Problem::SignatureBroken, Problem::RotationBroken})
+      ofTheChain.erase(other);
+    EXPECT_EQ(cmses[i].certificate()->verify(caPath), ofTheChain.empty()) << i;
+  }
+  return verified;
 }
 
 Cms PackageTest::onlyCms() const {
@@ -57,9 +75,14 @@ std::string PackageTest::opensslCms(const std::vector<std::string>& options, con
 }
 
 std::string PackageTest::cmsWithAttribute(const std::string& name, const Attribute& added, unsigned int flags) const {
-  const auto certificateFile = owned(BIO_new_file(pki().certificate(name).c_str(), "r"), &BIO_free);
+  return cmsWithAttribute(pki().certificate(name), pki().key(name), added, flags);
+}
+
+std::string PackageTest::cmsWithAttribute(const std::string& certificatePath, const std::string& keyPath,
+                                          const Attribute& added, unsigned int flags) const {
+  const auto certificateFile = owned(BIO_new_file(certificatePath.c_str(), "r"), &BIO_free);
   const auto certificate = owned(PEM_read_bio_X509(certificateFile.get(), nullptr, nullptr, nullptr), &X509_free);
-  const auto keyFile = owned(BIO_new_file(pki().key(name).c_str(), "r"), &BIO_free);
+  const auto keyFile = owned(BIO_new_file(keyPath.c_str(), "r"), &BIO_free);
   const auto key = owned(PEM_read_bio_PrivateKey(keyFile.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free);
   flags |= CMS_BINARY | CMS_DETACHED | CMS_PARTIAL;
   const auto cms = owned(CMS_sign(nullptr, nullptr, nullptr, nullptr, flags), &CMS_ContentInfo_free);

@@ -36,6 +36,10 @@ protected:
   bool isReadable() const { return PackageSignatures::FileWithCmses::fromPath(package()) != nullptr; }
   bool verifies() const;
 
+  /// The answer of verifyCmses(). Fails the test if verifyPackage() finds a problem where that finds none, or none
+  /// where it finds one.
+  static bool verifiesAgainst(PackageSignatures::FileWithCmses& file, const char* caPath);
+
   /// The only signature of the package.
   PackageSignatures::Cms onlyCms() const;
 
@@ -54,6 +58,10 @@ protected:
   /// of CMS_add1_signer().
   std::string cmsWithAttribute(const std::string& name, const Attribute& attribute,
                                unsigned int flags = CMS_CADES) const;
+
+  /// The same with the files of a certificate and its key.
+  std::string cmsWithAttribute(const std::string& certificatePath, const std::string& keyPath,
+                               const Attribute& attribute, unsigned int flags = CMS_CADES) const;
 
 private:
   Support::RpmSandbox m_sandbox;

@@ -1,102 +1,41 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
-#include "tests/support/process/process.h"
+#include "tests/support/signing/authority.h"
 
 namespace {
 
 using PackageSignatures::FileWithCmses;
-using PackageSignatures::Signer;
 using PackageSignatures::SigningKey;
 
-const std::string arc = "2.25.157019916226857759528849042802738373896";
-
-/// The properties of a certificate.
-struct Request {
-  std::string authority = "root"; ///< empty for a self-signed certificate
-  std::string key = "ec";
-  std::string digest = "sha256";
-  std::vector<std::string> extensions = {"extendedKeyUsage=" + arc + ".1"};
-};
-
-const std::vector<std::string> ofAnAuthority = {"basicConstraints=critical,CA:TRUE", "keyUsage=keyCertSign,cRLSign"};
+const std::string arc = Support::krvArc;
+const std::vector<std::string> ofAnAuthority = Support::ofAnAuthority;
 
 /// Tests which certificates are strong enough. Each test has its own trusted authority "root".
 class Strength : public PackageTest {
 protected:
-  Strength() {
-    Support::writeFile(inSandbox("config"), R"([req]
-distinguished_name = subject
-[subject]
-[ca]
-default_ca = lists
-[lists]
-default_md = sha256
-)"
-                                            "database = " +
-                                                inSandbox("index") + "\n");
-    Support::writeFile(inSandbox("index"), "");
-    std::filesystem::create_directory(trusted());
-    certify("root", {.authority = "", .extensions = ofAnAuthority});
-    trust("root");
+  std::filesystem::path trusted() const { return m_root.trusted(); }
+  std::string pem(const std::string& name) const { return m_root.pem(name); }
+  std::string key(const std::string& name) const { return m_root.key(name); }
+  std::string hashOf(const std::string& name) const { return m_root.hashOf(name); }
+
+  void certify(const std::string& name, const Support::CertificateRequest& request = {}) const {
+    m_root.certify(name, request);
   }
-
-  std::filesystem::path trusted() const { return inSandbox("trusted"); }
-  std::string pem(const std::string& name) const { return inSandbox(name + ".pem"); }
-  std::string key(const std::string& name) const { return inSandbox(name + ".key.pem"); }
-
-  void certify(const std::string& name, const Request& request = {}) const {
-    std::vector<std::string> command = {
-        "openssl", "req",     "-x509", "-config", inSandbox("config"),  "-noenc", "-newkey",    request.key,
-        "-keyout", key(name), "-out",  pem(name), "-" + request.digest, "-subj",  "/CN=" + name};
-    if (request.key == "ec")
-      command.insert(command.end(), {"-pkeyopt", "ec_paramgen_curve:P-256"});
-    if (!request.authority.empty())
-      command.insert(command.end(), {"-CA", pem(request.authority), "-CAkey", key(request.authority)});
-    for (const std::string& extension : request.extensions)
-      command.insert(command.end(), {"-addext", extension});
-    Support::runOrThrow(command);
-  }
-
-  std::string hashOf(const std::string& name) const {
-    return Support::runOrThrow({"openssl", "x509", "-in", pem(name), "-noout", "-subject_hash"}).substr(0, 8);
-  }
-
-  void trust(const std::string& name) const {
-    std::filesystem::copy_file(pem(name), trusted() / (hashOf(name) + ".0"));
-  }
-
-  /// Writes the authority's current revocation list into the folder, over an existing one. `options` are those of
-  /// `openssl ca`.
+  void trust(const std::string& name) const { m_root.trust(name); }
   void publishList(const std::string& authority, const std::vector<std::string>& options = {"-crldays", "30"}) const {
-    std::vector<std::string> command = {"openssl",
-                                        "ca",
-                                        "-gencrl",
-                                        "-config",
-                                        inSandbox("config"),
-                                        "-cert",
-                                        pem(authority),
-                                        "-keyfile",
-                                        key(authority),
-                                        "-out",
-                                        trusted() / (hashOf(authority) + ".r0")};
-    command.insert(command.end(), options.begin(), options.end());
-    Support::runOrThrow(command);
+    m_root.publishList(authority, options);
   }
+  void revoke(const std::string& name) const { m_root.revoke(name); }
 
-  void revoke(const std::string& name) const {
-    Support::runOrThrow({"openssl", "ca", "-config", inSandbox("config"), "-cert", pem("root"), "-keyfile", key("root"),
-                         "-revoke", pem(name)});
-  }
-
-  SigningKey signingKey(const std::string& name) const { return SigningKey::fromFiles(key(name), pem(name)); }
+  SigningKey signingKey(const std::string& name) const { return SigningKey::load(key(name), pem(name)); }
 
   /// Whether a package signed by `name` verifies, with the certificate of `chain` as an intermediate.
   bool accepts(const std::string& name, const std::string& chain = "") const {
     PackageSignatures::signPackage(
         package(), {.key = signingKey(name), .previous = {}, .chainPath = chain.empty() ? "" : pem(chain)});
     const auto file = FileWithCmses::fromPath(package());
-    const bool verified = file->verifyCmses(trusted().c_str());
+    const bool verified = verifiesAgainst(*file, trusted().c_str());
     EXPECT_EQ(file->cmses().at(0).certificate()->verify(trusted().c_str()), verified) << name;
     return verified;
   }
@@ -110,8 +49,11 @@ default_md = sha256
         {.key = signingKey("good"), .previous = {signingKey(name)}, .chainPath = chain.empty() ? "" : pem(chain)});
     const auto file = FileWithCmses::fromPath(package());
     EXPECT_TRUE(file->cmses().at(0).certificate()->verify(trusted().c_str())) << name;
-    return file->verifyCmses(trusted().c_str());
+    return verifiesAgainst(*file, trusted().c_str());
   }
+
+private:
+  Support::Authority m_root{inSandbox("root")};
 };
 
 TEST_F(Strength, AcceptsKeysAndDigestsOf112Bits) {

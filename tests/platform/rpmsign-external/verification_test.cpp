@@ -26,7 +26,9 @@ protected:
     return static_cast<std::size_t>(PackageSignatures::packageLayout(package()).contentOffset);
   }
 
-  bool verifiesAgainst(const char* caPath) const { return FileWithCmses::fromPath(package())->verifyCmses(caPath); }
+  bool verifiesAgainst(const char* caPath) const {
+    return PackageTest::verifiesAgainst(*FileWithCmses::fromPath(package()), caPath);
+  }
 };
 
 TEST_F(Verification, AcceptsADeveloper) {
@@ -226,7 +228,7 @@ TEST_F(Verification, NeverAcceptsAnotherSignerAfterABitFlip) {
   for (std::size_t bit = 0; bit < 8 * good.size(); bit += 17) {
     Support::writeFile(package(), flipped(file, 8 * offset + bit));
     const auto changed = FileWithCmses::fromPath(package());
-    if (!changed || !changed->verifyCmses(pki().trustedCa().c_str())) {
+    if (!changed || !PackageTest::verifiesAgainst(*changed, pki().trustedCa().c_str())) {
       ++refused;
     } else {
       // A few bytes, such as version numbers, are not signed.

@@ -87,6 +87,8 @@ std::optional<Cms> clientCmsFromVector(const std::vector<Cms>& cmses);
 /// been replaced meanwhile.
 class FileWithCmses {
 public:
+  struct Impl;
+
   /// Opens the package at `path`, symlinks followed, and reads its signatures, not its content. A package that was
   /// never signed has no CMSes. Returns null if the path is not a regular file or cannot be opened, if the file is not
   /// a package, or if its signatures are malformed. Blocks while another process has a lease on the file, never for the
@@ -106,7 +108,6 @@ public:
   [[nodiscard]] bool verifyCmses(const char* caPath);
 
 private:
-  struct Impl;
   explicit FileWithCmses(std::unique_ptr<Impl> impl);
   std::unique_ptr<Impl> m_impl;
 };
