@@ -257,13 +257,12 @@ TEST_F(Signing, ReadsKeysAndCertificates) {
             "the key " + key + " does not belong to the certificate " + pki().certificate("bob").string());
   EXPECT_EQ(failureWith("/nowhere", certificate), "/nowhere cannot be opened: No such file or directory");
   EXPECT_EQ(failureWith(key, "/nowhere"), "/nowhere cannot be opened: No such file or directory");
-  EXPECT_EQ(failureWith(certificate, certificate),
-            certificate + " is not a PEM file of a private key without a pass phrase");
+  EXPECT_EQ(failureWith(certificate, certificate), certificate + " is not a PEM file of a private key");
   EXPECT_EQ(failureWith(key, key), key + " is not a PEM file of a certificate");
   Support::runOrThrow(
       {"openssl", "pkcs8", "-topk8", "-in", key, "-out", inSandbox("locked.pem"), "-passout", "pass:secret"});
   EXPECT_EQ(failureWith(inSandbox("locked.pem"), certificate),
-            inSandbox("locked.pem") + " is not a PEM file of a private key without a pass phrase");
+            inSandbox("locked.pem") + " needs a pass phrase, and none is given");
 }
 
 TEST_F(Signing, ReadsIntermediateCertificates) {
