@@ -78,6 +78,9 @@ std::optional<off_t> headerSize(int file, off_t offset) {
   return off_t{sizeof intro} + entrySize * ntohl(intro[2]) + ntohl(intro[3]);
 }
 
+/// Besides the bytes of a header: its index takes at most 2 MiB, the longest list 8 MiB.
+constexpr std::size_t memoryOfIndex = 16 * 1024 * 1024;
+
 /// librpm aborts the process if it gets no memory.
 bool isAvailable(std::size_t memory) {
   void* volatile taken = std::malloc(memory); // without volatile the compiler removes the calls
@@ -89,7 +92,6 @@ bool isAvailable(std::size_t memory) {
 /// for them: librpm allocates the claimed sizes, up to 64 MiB and 256 MiB, before it reads.
 std::optional<off_t> mainHeaderOffset(int file) {
   constexpr off_t leadSize = 96;
-  constexpr off_t others = 16 * 1024 * 1024; // an index takes at most 2 MiB of memory, the longest list 8 MiB
   struct stat status {};
   const std::optional<off_t> signatureHeader = headerSize(file, leadSize);
   if (!signatureHeader || fstat(file, &status) != 0)
@@ -97,7 +99,7 @@ std::optional<off_t> mainHeaderOffset(int file) {
   const off_t begin = leadSize + (*signatureHeader + 7) / 8 * 8;
   const std::optional<off_t> header = headerSize(file, begin);
   if (!header || *header > status.st_size - begin ||
-      !isAvailable(static_cast<std::size_t>(*signatureHeader + *header + others)))
+      !isAvailable(static_cast<std::size_t>(*signatureHeader + *header) + memoryOfIndex))
     return std::nullopt;
   return begin;
 }
@@ -175,6 +177,21 @@ Reader::Reader(const std::string& path) {
   if (readHeader(m_file, path, m_header) != RPMRC_OK)
     throw readError();
   m_sound = std::make_shared<SoundHeader>(m_header);
+}
+
+Reader Reader::unverified(int descriptor, off_t offset) {
+  struct stat status {};
+  const std::optional<off_t> size = headerSize(descriptor, offset);
+  if (!size || fstat(descriptor, &status) != 0 || *size > status.st_size - offset ||
+      !isAvailable(static_cast<std::size_t>(*size) + memoryOfIndex) || lseek(descriptor, offset, SEEK_SET) != offset)
+    throw readError();
+  Reader reader;
+  reader.m_file = ownFile(fdDup(descriptor));
+  reader.m_header = reader.m_file ? ownHeader(headerRead(reader.m_file.get(), HEADER_MAGIC_YES)) : nullptr;
+  if (!reader.m_header)
+    throw readError();
+  reader.m_sound = std::make_shared<SoundHeader>(reader.m_header);
+  return reader;
 }
 
 Reader::Reader(Header header) : Reader(borrowHeader(header)) {}

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/types.h>
+
 namespace Common::Rpm {
 
 class SoundHeader;
@@ -34,6 +36,11 @@ public:
   /// FileNotFound "Couldn't open rpm package"; BadPackageFileFormat "Couldn't read rpm package", also if the signing
   /// key is not imported or there is not enough memory for the headers.
   explicit Reader(const std::string& path);
+
+  /// Reads the main header at `offset` of a package file that is open as `descriptor`, which stays the caller's; its
+  /// position changes. Checks neither signatures nor digests, and opens no RPM database. Throws Common::Error,
+  /// BadPackageFileFormat "Couldn't read rpm package".
+  static Reader unverified(int descriptor, off_t offset);
 
   /// Wraps a header that an RPM database iterator owns. The reader must not outlive the iterator's step.
   explicit Reader(Header header);
@@ -67,6 +74,7 @@ protected:
   const FileHandle& file() const { return m_file; }
 
 private:
+  Reader() = default;
   TagDataHandle value(std::int32_t tag) const;
 
   FileHandle m_file;

@@ -4,11 +4,22 @@
 
 #include "acceptance/package_event.h"
 #include "common/error/error.h"
+#include "common/filesystem/root.h"
+#include "common/posix/regular_file.h"
 #include "core/registry.h"
+#include "core/registry_content.h"
+#include "driver/log/log_message.h"
 
+#include <array>
+#include <cerrno>
 #include <chrono>
+#include <filesystem>
 #include <functional>
+#include <optional>
+#include <sstream>
 #include <vector>
+
+#include <unistd.h>
 
 namespace Sandbox {
 
@@ -25,6 +36,26 @@ void forEachRecord(const std::function<void(const RegistryRecord&)>& visitor) {
     throw registryError("Couldn't read the package registry");
 }
 
+/// The content of the registry, or nothing if there is none. Registry::foreachRecord() takes a registry for missing if
+/// its status cannot be read; here that would take back an installation that was acknowledged. Without the lock,
+/// because writers replace the registry in one rename.
+std::optional<std::string> readRegistry() {
+  const std::filesystem::path path = Common::Filesystem::rootDirectory() / "var/lib/krv/registry";
+  struct stat status {};
+  const auto file = Common::Posix::openRegularFile(path.c_str(), O_RDONLY, 0, status);
+  if (!file && errno == ENOENT)
+    return std::nullopt;
+  std::string content;
+  std::array<char, 65536> buffer;
+  ssize_t count = -1;
+  while (file && (count = TEMP_FAILURE_RETRY(read(file.get(), buffer.data(), buffer.size()))) > 0)
+    content.append(buffer.data(), static_cast<std::size_t>(count));
+  if (count == 0)
+    return content;
+  LogMessage(LogLevel::Error) << "Couldn't open registry: " << path;
+  throw registryError("Couldn't read the package registry");
+}
+
 } // namespace
 
 RegistryRecord newRecord(RegistryRecord::Event event, const StoredPackage& package) {
@@ -38,8 +69,12 @@ RegistryRecord newRecord(RegistryRecord::Event event, const StoredPackage& packa
 }
 
 bool isRecorded(const std::string& line) {
+  const std::optional<std::string> registry = readRegistry();
+  if (!registry)
+    return false;
   bool found = false;
-  forEachRecord([&](const RegistryRecord& record) { found = found || toString(record) == line; });
+  std::istringstream lines(*registry);
+  Core::KRV::readLines(lines, [&](const RegistryRecord& record) { found = found || toString(record) == line; });
   return found;
 }
 

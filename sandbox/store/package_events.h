@@ -14,7 +14,7 @@ namespace Sandbox {
 /// other records of the package.
 Core::KRV::RegistryRecord newRecord(Core::KRV::RegistryRecord::Event event, const StoredPackage& package);
 
-/// Whether the registry contains this line.
+/// Whether the registry contains this line. Throws, after an error line, if the registry exists and cannot be read.
 bool isRecorded(const std::string& line);
 
 /// Writes the record. If it throws, the registry is unchanged.

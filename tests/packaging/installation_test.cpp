@@ -4,6 +4,7 @@
 #include "tests/support/process/process.h"
 #include "tests/support/process/temp_directory.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -54,6 +55,7 @@ protected:
 TEST_F(Installation, HasExactlyTheseFiles) {
   EXPECT_EQ(files(), "755 bin/krv-image-check\n"
                      "755 bin/krv-package-signature\n"
+                     "644 lib/systemd/system-preset/80-krv-pre-installer.preset\n"
                      "644 lib/systemd/system/krv-pre-installer.service\n"
                      "644 lib/tmpfiles.d/krv-pre-installer.conf\n"
                      "755 sbin/krv-pre-installer\n"
@@ -65,6 +67,7 @@ TEST_F(Installation, HasExactlyTheseFiles) {
                      "644 share/doc/krv-pre-installer/docs/image-check.schema.json\n"
                      "644 share/doc/krv-pre-installer/docs/platform.md\n"
                      "644 share/doc/krv-pre-installer/docs/signature-format.md\n"
+                     "644 share/doc/krv-pre-installer/docs/signing.md\n"
                      "644 share/doc/krv-pre-installer/docs/troubleshooting.md\n"
                      "644 share/doc/krv-pre-installer/docs/velta.KRV.xml\n"
                      "644 share/doc/krv-pre-installer/velta.KRV.conf.example\n"
@@ -139,6 +142,20 @@ TEST_F(Installation, CreatesAnEmptyRegistryAndKeepsAnExistingOne) {
   fs::permissions(root / "var/lib/krv", fs::perms(0700));
   EXPECT_EQ(create(), "");
   EXPECT_EQ(registryBelow(root.path()), "700 644 'records'");
+}
+
+TEST_F(Installation, IsEnabledByTheDefaultsOfADistributionThatDisablesUnits) {
+  // `systemctl preset-all` goes by the first preset that matches; such a distribution ends with this one.
+  const fs::path presets = m_directory / "usr/lib/systemd/system-preset";
+  fs::create_directories(presets);
+  Support::writeFile(presets / "99-default.preset", "disable *\n");
+  Support::runOrThrow({"systemctl", "--root=" + m_directory.path().string(), "preset-all"});
+  EXPECT_TRUE(fs::is_symlink(m_directory / "etc/systemd/system/multi-user.target.wants/krv-pre-installer.service"));
+}
+
+TEST(Tool, CarriesItsVersion) {
+  EXPECT_THAT(Support::runOrThrow({"readelf", "--string-dump=.note.package", Support::program("krv-pre-installer")}),
+              testing::HasSubstr("{\"name\":\"krv-pre-installer\",\"version\":\"" KRV_VERSION "\"}\n"));
 }
 
 TEST(SpecFile, HasTheVersionOfTheProject) {

@@ -62,7 +62,7 @@ protected:
   ServiceClient m_client;
 };
 
-// What is installed
+// Installed packages
 
 TEST_F(SandboxService, DescribesAnInstalledPackage) {
   m_client.install(package({.version = "1.2", .release = "3"}));

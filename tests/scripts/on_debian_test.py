@@ -54,6 +54,8 @@ class OnDebian(unittest.TestCase):
         self.write("project/scripts/test", "#!/bin/sh\necho test in $PWD\n")
         self.script = os.path.join(self.directory, "project/scripts/on-debian")
         shutil.copy(SCRIPT, self.script)
+        for name in ("mirror.bash", "options.bash"):
+            shutil.copy(os.path.join(os.path.dirname(SCRIPT), name), os.path.dirname(self.script))
         for name in ("demo", "test"):
             os.chmod(os.path.join(self.directory, "project/scripts", name), 0o755)
         git = ["git", "-C", os.path.join(self.directory, "project"), "-c", "user.name=n", "-c", "user.email=e"]
@@ -98,8 +100,8 @@ class OnDebian(unittest.TestCase):
         self.assertTrue(output.startswith("usage: scripts/on-debian [--arch ARCH] [--cache DIR] SUITE [COMMAND...]\n"))
 
     def test_refuses_wrong_arguments(self):
-        self.assert_refused("no suite given; scripts/on-debian --help explains")
-        self.assert_refused("unknown option: --suite", "--suite", "trixie")
+        self.assert_refused("an argument is missing; --help explains")
+        self.assert_refused("unknown option: --suite; --help explains", "--suite", "trixie")
         self.assert_refused("--cache needs a value", "--cache")
         self.assert_refused("this is no name of a suite: ../x", "../x")
 

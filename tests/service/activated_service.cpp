@@ -8,7 +8,8 @@
 int main() {
   if (const char* const address = std::getenv("DBUS_STARTER_ADDRESS")) // only dbus-daemon sets it
     setenv("DBUS_SYSTEM_BUS_ADDRESS", address, 1);
-  Support::ScriptedService service;
-  service.hasInstalled("started", "1.0-1", "key");
+  using Support::ScriptedService;
+  ScriptedService service(ScriptedService::Claim::OrThrow,
+                          [](ScriptedService& own) { own.hasInstalled("started", "1.0-1", "key"); });
   service.waitForDeparture();
 }

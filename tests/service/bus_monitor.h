@@ -17,7 +17,8 @@ class BusMonitor {
 public:
   BusMonitor();
 
-  /// Waits for a call of `member`, and returns the calls before it that were not returned yet.
+  /// Waits for a call of `member`, and returns the calls before it that were not returned yet, without those of
+  /// systemd.
   std::vector<ReceivedCall> callsBefore(const std::string& member);
 
 private:

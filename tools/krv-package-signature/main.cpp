@@ -3,6 +3,7 @@
 #include "common/command_line/command_line.h"
 #include "tools/krv-package-signature/commands.h"
 #include "tools/krv-package-signature/options.h"
+#include "tools/krv-package-signature/packages.h"
 
 #include <cstdlib>
 #include <exception>
@@ -14,7 +15,7 @@ int perform(bool (*command)(const Options&), const Options& options) {
   const bool allDone = command(options);
   std::cout.flush();
   if (!std::cout)
-    std::cerr << "krv-package-signature: standard output cannot be written\n";
+    complain("standard output cannot be written");
   return allDone && std::cout ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
@@ -34,7 +35,7 @@ int main(int count, char** arguments) {
       return *status;
     return perform(app.got_subcommand(signCommand) ? sign : app.got_subcommand(showCommand) ? show : verify, options);
   } catch (const std::exception& error) {
-    std::cerr << "krv-package-signature: " << error.what() << '\n';
+    complain(error.what());
     return EXIT_FAILURE;
   }
 }

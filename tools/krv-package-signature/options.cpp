@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/krv-package-signature/options.h"
 
+#include "tools/krv-package-signature/dates.h"
+
 #include <CLI/CLI.hpp>
 
 namespace {
@@ -26,9 +28,10 @@ CLI::App* addSign(CLI::App& app, Options& options) {
                                  "Sign each package, in place, in the role that the certificate gives: developer or "
                                  "source. A signature of the same role is replaced.",
                                  options);
-  command->add_option("--key", options.signer.key, "The private key, without a pass phrase")
+  command
+      ->add_option("--key", options.signer.key, "The private key: a PEM file, or the pkcs11: URI of a key in a token")
       ->required()
-      ->type_name("FILE");
+      ->type_name("KEY");
   command->add_option("--cert", options.signer.certificate, "Its certificate")->required()->type_name("FILE");
   command->add_option("--chain", options.chainPath, "Certificates between this one and the authority")
       ->type_name("FILE");
@@ -42,6 +45,11 @@ CLI::App* addSign(CLI::App& app, Options& options) {
           "An earlier key of the developer, which vouches for the next one; once for each key, the oldest first")
       ->allow_extra_args(false)
       ->type_name("KEY,CERT");
+  command
+      ->add_option("--passphrase-file", options.passPhraseFile,
+                   "One pass phrase or PIN per line for the keys that need one: first that of --key, then those of "
+                   "--previous; default: ask on the terminal")
+      ->type_name("FILE");
   return command;
 }
 
@@ -60,5 +68,15 @@ CLI::App* addVerify(CLI::App& app, Options& options) {
                    "The directory of trusted authorities, as openssl-rehash(1) makes it; default: etc/krv/trusted-ca "
                    "under $KRV_ROOT_FS or /")
       ->type_name("DIR");
+  command
+      ->add_option_function<std::string>(
+          "--at",
+          [&options](const std::string& text) {
+            options.at = parseDay(text);
+            if (!options.at)
+              throw CLI::ValidationError("--at", "expected YYYY-MM-DD, not " + text);
+          },
+          "The day, in UTC, on which certificates and revocation lists must be valid; default: now")
+      ->type_name("YYYY-MM-DD");
   return command;
 }

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,7 +12,7 @@ class App;
 }
 
 struct KeyFiles {
-  std::string key;
+  std::string key; ///< a file, or a URI of a token
   std::string certificate;
 };
 
@@ -21,8 +22,10 @@ struct Options {
   KeyFiles signer = {};
   std::string chainPath = {};
   std::vector<KeyFiles> previous = {};
+  std::optional<std::string> passPhraseFile = {};
   bool json = false;
   std::optional<std::string> caPath = {};
+  std::optional<std::time_t> at = {};
 };
 
 /// Adds a command to `app`; parsing fills `options`, which must outlive `app`. Returns the command, owned by `app`.

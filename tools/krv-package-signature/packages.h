@@ -2,44 +2,43 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <rpmsign-external/package_signatures.h>
-#include <rpmsign-external/signing.h>
+#include "common/posix/file_descriptor.h"
+
+#include <rpmsign-external/role.h>
 
 #include <exception>
-#include <iostream>
-#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
-/// Calls `action` with each path. If it throws, prints the path and the reason on standard error and continues with the
-/// next path. Returns true if no call threw.
+/// Prints a message on standard error.
+void complain(const std::string& message);
+
+/// Prints a message about a package or a directory on standard error.
+void complainAbout(const std::string& path, const std::string& message);
+
+/// Opens a package, symlinks followed. Throws PackageSignatures::SigningError with the reason if that fails or the path
+/// is not a regular file.
+Common::Posix::FileDescriptor openPackage(const std::string& path);
+
+/// "developer" or "source"; empty for a signer without a role.
+std::string roleName(std::optional<PackageSignatures::Role> role);
+
+/// Calls `action` with each path; it returns the reasons why the package failed. They and the reason of an exception
+/// are printed on standard error. Returns true if no package failed.
 template <typename Action>
 [[nodiscard]] bool forEachPackage(const std::vector<std::string>& packages, Action action) {
   bool allDone = true;
   for (const std::string& path : packages) {
+    std::vector<std::string> reasons;
     try {
-      action(path);
+      reasons = action(path);
     } catch (const std::exception& error) {
-      std::cerr << "krv-package-signature: " << path << ": " << error.what() << '\n';
-      allDone = false;
+      reasons.push_back(error.what());
     }
+    for (const std::string& reason : reasons)
+      complainAbout(path, reason);
+    allDone = allDone && reasons.empty();
   }
   return allDone;
-}
-
-/// Opens a package. Throws PackageSignatures::SigningError with the reason if its signatures cannot be read.
-inline std::unique_ptr<PackageSignatures::FileWithCmses> openPackage(const std::string& path) {
-  auto file = PackageSignatures::FileWithCmses::fromPath(path);
-  if (!file) {
-    PackageSignatures::packageLayout(path); // throws the reason
-    throw PackageSignatures::SigningError("its signatures cannot be read");
-  }
-  return file;
-}
-
-/// "developer" or "source"; empty for a signer without a role.
-inline std::string roleName(const PackageSignatures::Cms& cms) {
-  if (PackageSignatures::developerCmsFromVector({cms}))
-    return "developer";
-  return PackageSignatures::clientCmsFromVector({cms}) ? "source" : "";
 }

@@ -6,6 +6,7 @@
 #include <openssl/cms.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
+#include <openssl/provider.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
@@ -53,6 +54,7 @@ using DigestContextPtr = std::unique_ptr<EVP_MD_CTX, Release<EVP_MD_CTX_free>>;
 using KeyPtr = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>>;
 using ObjectPtr = std::unique_ptr<ASN1_OBJECT, Release<ASN1_OBJECT_free>>;
 using OctetStringPtr = std::unique_ptr<ASN1_OCTET_STRING, Release<ASN1_OCTET_STRING_free>>;
+using ProviderPtr = std::unique_ptr<OSSL_PROVIDER, Release<OSSL_PROVIDER_unload>>;
 using StoreContextPtr = std::unique_ptr<X509_STORE_CTX, Release<X509_STORE_CTX_free>>;
 using StorePtr = std::unique_ptr<X509_STORE, Release<X509_STORE_free>>;
 using UsagesPtr = std::unique_ptr<STACK_OF(ASN1_OBJECT), Release<freeUsages>>;

@@ -24,6 +24,13 @@ struct OpenPackage {
   PackageParts parts;
 };
 
+OpenPackage openPackage(FileDescriptor file) {
+  const std::optional<PackageParts> parts = locateParts(file.get());
+  if (!parts)
+    throw SigningError("it is not an RPM package");
+  return {std::move(file), *parts};
+}
+
 OpenPackage openPackage(int directory, const std::string& path, Symlink symlink) {
   FileDescriptor file = openRegularFile(directory, path, symlink);
   const int error = errno;
@@ -31,10 +38,7 @@ OpenPackage openPackage(int directory, const std::string& path, Symlink symlink)
     failWithErrno("it cannot be opened", error);
   if (!file)
     throw SigningError("it is not a regular file");
-  const std::optional<PackageParts> parts = locateParts(file.get());
-  if (!parts)
-    throw SigningError("it is not an RPM package");
-  return {std::move(file), *parts};
+  return openPackage(std::move(file));
 }
 
 OpenPackage openPackage(const std::string& path) {
@@ -195,9 +199,9 @@ void forEachMessage(std::string_view container, Action action) {
 
 } // namespace
 
-PackageLayout packageLayout(const std::string& packagePath) {
-  const ErrorQueueCleaner cleaner;
-  const OpenPackage package = openPackage(packagePath);
+namespace {
+
+PackageLayout layoutOf(const OpenPackage& package) {
   PackageLayout layout{.cmses = {}, .contentOffset = package.parts.contentOffset};
   const std::string container = readContainer(package);
   forEachMessage(container, [&](std::string_view bytes, const std::shared_ptr<const SignedData>& data) {
@@ -206,6 +210,21 @@ PackageLayout packageLayout(const std::string& packagePath) {
         {.cms = Cms(std::make_shared<const Cms::Impl>(Cms::Impl{data})), .offset = offset, .size = bytes.size()});
   });
   return layout;
+}
+
+} // namespace
+
+PackageLayout packageLayout(const std::string& packagePath) {
+  const ErrorQueueCleaner cleaner;
+  return layoutOf(openPackage(packagePath));
+}
+
+PackageLayout packageLayout(int descriptor) {
+  const ErrorQueueCleaner cleaner;
+  FileDescriptor file(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+  if (!file)
+    failWithErrno("it cannot be opened", errno);
+  return layoutOf(openPackage(std::move(file)));
 }
 
 std::string makeCms(const std::string& packagePath, const Signer& signer) {

@@ -9,6 +9,7 @@
 namespace PackageSignatures {
 
 struct SigningKey::Impl {
+  ProviderPtr provider; ///< of the key; null for OpenSSL's own ones
   KeyPtr key;
   CertificatePtr certificate;
 };

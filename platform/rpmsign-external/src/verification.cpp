@@ -24,19 +24,20 @@ std::string textOf(const X509_NAME* name) {
   return size > 0 ? std::string(bytes, static_cast<std::size_t>(size)) : std::string();
 }
 
-void describe(const Cms& cms, CmsVerification& result) {
+} // namespace
+
+SignerDescription describeSigner(const Cms& cms) {
+  const ErrorQueueCleaner cleaner;
   const std::shared_ptr<const Certificate> certificate = cms.certificate();
   X509* const own = Cms::Impl::of(cms).data->certificate->own.get();
-  result.role = roleOf(own);
-  result.keyId = certificate->keyId();
-  result.subgroup = certificate->subgroup();
-  result.subject = textOf(X509_get_subject_name(own));
-  result.issuer = textOf(X509_get_issuer_name(own));
-  result.notBefore = toTime(X509_get0_notBefore(own));
-  result.notAfter = toTime(X509_get0_notAfter(own));
+  return {.role = roleOf(own),
+          .keyId = certificate->keyId(),
+          .subgroup = certificate->subgroup(),
+          .subject = textOf(X509_get_subject_name(own)),
+          .issuer = textOf(X509_get_issuer_name(own)),
+          .notBefore = toTime(X509_get0_notBefore(own)),
+          .notAfter = toTime(X509_get0_notAfter(own))};
 }
-
-} // namespace
 
 bool Verification::isGood() const {
   return problems.empty() &&
@@ -48,7 +49,7 @@ Verification verifyPackage(const FileWithCmses& file, const VerificationRequest&
   const FileWithCmses::Impl& impl = FileWithCmses::Impl::of(file);
   Verification result = examine(impl, request, Extent::EveryProblem);
   for (std::size_t i = 0; i < impl.cmses.size(); ++i)
-    describe(impl.cmses[i], result.cmses[i]);
+    static_cast<SignerDescription&>(result.cmses[i]) = describeSigner(impl.cmses[i]);
   return result;
 }
 

@@ -126,11 +126,12 @@ private:
     for (const int number : endingSignals) // a shell starts background jobs with some of them ignored
       signal(number, SIG_DFL);
     ArchiveReader archive = ArchiveReader::openForExtraction(package);
-    archive.extract("/target", callingAtFiles([] {
+    archive.extract("/target", callingAtFiles([parent = getpid()] {
                       if (fork() == 0) {
                         prctl(PR_SET_PDEATHSIG, SIGKILL);
-                        for (;;)
+                        while (getppid() == parent) // it may have ended before the call above
                           pause();
+                        _exit(0);
                       }
                     }));
     _exit(1);

@@ -52,6 +52,42 @@ protected:
   Support::RpmSandbox m_sandbox;
 };
 
+/// Where the main header of the package begins: at the second magic.
+off_t mainHeaderOf(const std::string& bytes) {
+  const std::string magic("\x8e\xad\xe8\x01\0\0\0\0", 8);
+  return static_cast<off_t>(bytes.find(magic, bytes.find(magic) + 1));
+}
+
+TEST_F(RpmReader, ReadsAHeaderWithoutVerifyingIt) {
+  std::string bytes = readFile(package());
+  const off_t offset = mainHeaderOf(bytes);
+  for (std::size_t at = bytes.find("sample", static_cast<std::size_t>(offset)); at != std::string::npos;
+       at = bytes.find("sample", at))
+    bytes.replace(at, 6, "forged");
+  writeFile(package(), bytes);
+  expectUnreadable(package());
+  const Common::Posix::FileDescriptor file(open(package().c_str(), O_RDONLY | O_CLOEXEC));
+  const Reader reader = Reader::unverified(file.get(), offset);
+  EXPECT_EQ(reader.tag(Common::Rpm::Tag::Name), "forged");
+  EXPECT_EQ(reader.tag(Common::Rpm::Tag::FullVersion), "1.0-1");
+}
+
+TEST_F(RpmReader, ReadsNoHeaderThatIsNotInTheFile) {
+  const std::string good = readFile(package());
+  const off_t offset = mainHeaderOf(good);
+  const auto begin = static_cast<std::size_t>(offset);
+  std::string huge = good;
+  huge.replace(begin + 12, 4, "\x0f\xff\xff\xff"); // the size of the data
+  for (const std::string& bytes :
+       {huge, good.substr(0, begin), good.substr(0, begin + 100), good.substr(0, begin) + "x"}) {
+    writeFile(package(), bytes);
+    const Common::Posix::FileDescriptor file(open(package().c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(errorOf([&] { Reader::unverified(file.get(), offset); }),
+              "BadPackageFileFormat: Couldn't read rpm package");
+  }
+  EXPECT_EQ(errorOf([&] { Reader::unverified(-1, 0); }), "BadPackageFileFormat: Couldn't read rpm package");
+}
+
 TEST_F(RpmReader, ReadsNameVersionAndRelease) {
   m_sandbox.build({.name = "krv-app", .version = "1.2.3", .release = "4.el9", .preamble = "Epoch: 7"}, package());
   const Reader reader(package().string());

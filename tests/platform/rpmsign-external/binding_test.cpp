@@ -35,7 +35,7 @@ protected:
   }
 
   Signer signer(const std::string& certificate) const {
-    return {.key = SigningKey::fromFiles(inSandbox("key.pem"), inSandbox(certificate))};
+    return {.key = SigningKey::load(inSandbox("key.pem"), inSandbox(certificate))};
   }
 
   /// The message with another certificate, named by its signer identifier. No key is needed for this change.

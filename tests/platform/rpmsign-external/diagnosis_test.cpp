@@ -33,7 +33,7 @@ class Diagnosis : public PackageTest {
 protected:
   const Support::Authority& root() const { return m_root; }
 
-  SigningKey key(const std::string& name) const { return SigningKey::fromFiles(root().key(name), root().pem(name)); }
+  SigningKey key(const std::string& name) const { return SigningKey::load(root().key(name), root().pem(name)); }
 
   /// Signs the package with a certificate of "root" and the certificate `chain` as an intermediate.
   void signAs(const std::string& name, const std::vector<std::string>& previous = {},

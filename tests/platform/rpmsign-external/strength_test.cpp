@@ -28,7 +28,7 @@ protected:
   }
   void revoke(const std::string& name) const { m_root.revoke(name); }
 
-  SigningKey signingKey(const std::string& name) const { return SigningKey::fromFiles(key(name), pem(name)); }
+  SigningKey signingKey(const std::string& name) const { return SigningKey::load(key(name), pem(name)); }
 
   /// Whether a package signed by `name` verifies, with the certificate of `chain` as an intermediate.
   bool accepts(const std::string& name, const std::string& chain = "") const {

@@ -12,10 +12,18 @@
 
 namespace StoreTest {
 
-/// What a process does to a store in which another package is installed.
+/// An operation of a process on a store in which another package is installed.
 enum class Operation { Installation, Update, Removal };
 
 std::string nameOf(Operation operation);
+
+/// One of this many calls is disturbed. The sanitizers make each operation several times slower, and the errors of
+/// neighbouring calls take nearly the same way.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr std::size_t sample = 4;
+#else
+inline constexpr std::size_t sample = 1;
+#endif
 
 /// Operations that are disturbed. They have everything that an update can meet: files, links and hard links that are
 /// added, replaced and removed, new and obsolete directories, modes, and a file that another package has as well.

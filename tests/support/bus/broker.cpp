@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/process/preload.h"
 #include "tests/support/process/process.h"
+#include "tests/support/process/wait.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -160,10 +161,27 @@ Bus connect(sd_event* event) {
   return owner;
 }
 
+/// The number of connections.
+std::size_t connections(sd_bus* bus) {
+  sd_bus_message* answer = nullptr;
+  check(sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ListNames",
+                           nullptr, &answer, nullptr),
+        "ListNames");
+  const std::unique_ptr<sd_bus_message, sd_bus_message* (*)(sd_bus_message*)> owner(answer, &sd_bus_message_unref);
+  check(sd_bus_message_enter_container(answer, 'a', "s"), "names");
+  std::size_t count = 0;
+  for (const char* name = nullptr; check(sd_bus_message_read(answer, "s", &name), "name") > 0;)
+    count += name[0] == ':' ? 1 : 0;
+  return count;
+}
+
 /// Returns on SIGTERM.
 void serve() {
   const Event event = newEvent();
   const Bus bus = connect(event.get());
+  // The launcher is a client of the bus too. A test that overhears the bus must not find it connecting.
+  if (!Support::waitUntil([&] { return connections(bus.get()) >= 2; }))
+    throw std::runtime_error("the launcher does not connect to its bus");
   const Starter starter(bus.get());
   std::cout << std::getenv("DBUS_SYSTEM_BUS_ADDRESS") << std::endl;
   check(sd_event_loop(event.get()), "loop");

@@ -162,9 +162,12 @@ private:
   Bus m_bus; // is destroyed first, because it still uses the filter
 };
 
-ScriptedService::ScriptedService(Claim claim) : m_claim(claim), m_wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+ScriptedService::ScriptedService(Claim claim, const std::function<void(ScriptedService&)>& script)
+    : m_claim(claim), m_wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   onGetPackage().fail("velta.KRV.Error.PackageNotExist", "The package does not exist");
   onInstall().succeed();
+  if (script)
+    script(*this);
   arrive();
 }
 

@@ -39,8 +39,9 @@ public:
   /// What to do if another connection has the name.
   enum class Claim { OrThrow, OrWait };
 
-  /// Returns when the service has its name or, with OrWait, its place in the queue for it. Throws without a bus.
-  explicit ScriptedService(Claim claim = Claim::OrThrow);
+  /// Returns when the service has its name or, with OrWait, its place in the queue for it. `script` is called before
+  /// that, for a service that must not get a call before it has its script. Throws without a bus.
+  explicit ScriptedService(Claim claim = Claim::OrThrow, const std::function<void(ScriptedService&)>& script = {});
   ~ScriptedService();
   ScriptedService(const ScriptedService&) = delete;
   ScriptedService& operator=(const ScriptedService&) = delete;

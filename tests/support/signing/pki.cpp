@@ -9,7 +9,7 @@ namespace Support {
 namespace {
 
 PackageSignatures::SigningKey signingKey(const Pki& pki, const std::string& name) {
-  return PackageSignatures::SigningKey::fromFiles(pki.key(name), pki.certificate(name));
+  return PackageSignatures::SigningKey::load(pki.key(name), pki.certificate(name));
 }
 
 } // namespace

@@ -4,7 +4,9 @@
 #include "tests/support/files/special_files.h"
 #include "tests/support/packages/rpm_sandbox.h"
 #include "tests/support/process/process.h"
+#include "tests/support/signing/authority.h"
 #include "tests/support/signing/pki.h"
+#include "tests/tools/krv-package-signature/tool_fixture.h"
 
 #include <gtest/gtest.h>
 #include <rpmsign-external/package_signatures.h>
@@ -30,64 +32,8 @@ using Support::Pki;
 using Support::ProcessResult;
 using Support::readFile;
 
-const std::string tool = "krv-package-signature: ";
 /// The temporary file that replaces a package.
 const std::string newFile = "*/.krv-package-*";
-
-/// Runs the tool in a folder with the unsigned package "a.rpm".
-class PackageSignatureTool : public testing::Test {
-protected:
-  PackageSignatureTool() { m_sandbox.build({}, folder() / "a.rpm"); }
-
-  std::filesystem::path folder() const { return m_sandbox.path() / "packages"; }
-  const Support::RpmSandbox& sandbox() const { return m_sandbox; }
-  std::string package() const { return readFile(folder() / "a.rpm"); }
-
-  ProcessResult runTool(std::vector<std::string> arguments, const Support::Environment& environment = {}) const {
-    arguments.insert(arguments.begin(), Support::program("krv-package-signature"));
-    return Support::run(arguments, environment, folder());
-  }
-
-  /// Runs "sign" with the key of `name` and further arguments.
-  ProcessResult signAs(const std::string& name, const std::vector<std::string>& rest) const {
-    return runTool(signing(name, rest));
-  }
-
-  static std::vector<std::string> signing(const std::string& name, const std::vector<std::string>& rest) {
-    std::vector<std::string> arguments = {"sign", "--key", Pki::instance().key(name), "--cert",
-                                          Pki::instance().certificate(name)};
-    arguments.insert(arguments.end(), rest.begin(), rest.end());
-    return arguments;
-  }
-
-  ProcessResult verifyTool(const std::vector<std::string>& packages) const {
-    std::vector<std::string> arguments = {"verify", "--ca-path", Pki::instance().trustedCa()};
-    arguments.insert(arguments.end(), packages.begin(), packages.end());
-    return runTool(arguments);
-  }
-
-  static std::string previous(const std::string& name) {
-    return Pki::instance().key(name).string() + "," + Pki::instance().certificate(name).string();
-  }
-
-  /// The names in the folder, to find files that were left behind.
-  std::vector<std::string> names() const {
-    std::vector<std::string> result;
-    for (const auto& entry : std::filesystem::directory_iterator(folder()))
-      result.push_back(entry.path().filename());
-    std::sort(result.begin(), result.end());
-    return result;
-  }
-
-private:
-  Support::RpmSandbox m_sandbox;
-};
-
-void expectResult(const ProcessResult& result, int status, const std::string& output, const std::string& errors) {
-  EXPECT_EQ(result.status, status);
-  EXPECT_EQ(result.output, output);
-  EXPECT_EQ(result.errors, errors);
-}
 
 TEST_F(PackageSignatureTool, SignsInPlaceAndVerifies) {
   expectResult(signAs("alice", {"a.rpm"}), 0, "", "");
@@ -103,48 +49,111 @@ TEST_F(PackageSignatureTool, AcceptsOptionsAfterThePackages) {
   expectResult(verifyTool({"--", "a.rpm"}), 0, "a.rpm: OK\n", "");
 }
 
+/// A date of a certificate in the form of the tool.
+std::string dateOf(const std::filesystem::path& certificate, const std::string& option) {
+  const std::string date = Support::runOrThrow({"openssl", "x509", "-in", certificate, "-noout", option});
+  return Support::runOrThrow({"date", "--utc", "--date", date.substr(date.find('=') + 1), "+%Y-%m-%dT%H:%M:%SZ"})
+      .substr(0, 20);
+}
+
+std::string identityOfSample(const std::string& file) {
+  return file + "\n  name: sample\n  version: 1.0-1\n  architecture: noarch\n";
+}
+
+/// What the tool shows of a signature behind its first line.
+std::string shownSignature(const PackageSignatures::PackageLayout::StoredCms& stored, const std::string& name,
+                           const std::string& subject) {
+  const Pki& pki = Pki::instance();
+  return "    stored: " + std::to_string(stored.size) + " bytes from byte " + std::to_string(stored.offset) +
+         "\n    key id: " + pki.keyId(name) + "\n    subject: " + subject + "\n    issuer: CN=KRV sandbox authority" +
+         "\n    valid from: " + dateOf(pki.certificate(name), "-startdate") +
+         "\n    valid until: " + dateOf(pki.certificate(name), "-enddate") + "\n    subgroup: regular\n";
+}
+
 TEST_F(PackageSignatureTool, ShowsEachSignature) {
   signAs("alice-3", {"--previous", previous("alice"), "--previous", previous("alice-2"), "a.rpm"});
   signAs("source", {"a.rpm"});
   const PackageSignatures::PackageLayout layout = PackageSignatures::packageLayout(folder() / "a.rpm");
-  const auto stored = [&](std::size_t i) {
-    return std::to_string(layout.cmses.at(i).size) + " bytes from byte " + std::to_string(layout.cmses.at(i).offset);
-  };
   const Pki& pki = Pki::instance();
   expectResult(runTool({"show", "a.rpm"}), 0,
-               "a.rpm\n  content: from byte " + std::to_string(layout.contentOffset) +
-                   "\n  signature 1: developer\n    stored: " + stored(0) + "\n    key id: " + pki.keyId("alice-3") +
-                   "\n    subgroup: regular\n    previous key id: " + pki.keyId("alice") + "\n    previous key id: " +
-                   pki.keyId("alice-2") + "\n  signature 2: source\n    stored: " + stored(1) +
-                   "\n    key id: " + pki.keyId("source") + "\n    subgroup: regular\n",
+               identityOfSample("a.rpm") + "  content: from byte " + std::to_string(layout.contentOffset) +
+                   "\n  signature 1: developer\n" + shownSignature(layout.cmses.at(0), "alice-3", "CN=Alice") +
+                   "    previous key id: " + pki.keyId("alice") + "\n    previous key id: " + pki.keyId("alice-2") +
+                   "\n  signature 2: source\n" + shownSignature(layout.cmses.at(1), "source", "CN=Store"),
                "");
 }
 
 TEST_F(PackageSignatureTool, ShowsAnUnsignedPackage) {
   const std::string offset = std::to_string(PackageSignatures::packageLayout(folder() / "a.rpm").contentOffset);
-  expectResult(runTool({"show", "a.rpm"}), 0, "a.rpm\n  content: from byte " + offset + "\n  not signed\n", "");
+  expectResult(runTool({"show", "a.rpm"}), 0,
+               identityOfSample("a.rpm") + "  content: from byte " + offset + "\n  not signed\n", "");
   expectResult(runTool({"show", "--json", "a.rpm"}), 0,
-               R"([{"path":"a.rpm","contentOffset":)" + offset +
-                   R"(,"cmses":[]}])"
-                   "\n",
+               R"([{"path":"a.rpm","name":"sample","version":"1.0-1","architecture":"noarch","contentOffset":)" +
+                   offset + R"(,"cmses":[]}])" + "\n",
                "");
 }
 
 TEST_F(PackageSignatureTool, ShowsJson) {
-  const std::string name = "a \"b\"\n\\c \xc3\xa9\xff.rpm";
+  const std::string name = "a \"b\"\n\\c \xc3\xa9\xff\x7f.rpm";
+  sandbox().build({.preamble = "Epoch: 3"}, folder() / "a.rpm");
   std::filesystem::rename(folder() / "a.rpm", folder() / name);
   signAs("system", {"--previous", previous("bob"), name});
   const PackageSignatures::PackageLayout layout = PackageSignatures::packageLayout(folder() / name);
-  const std::string expected = R"([{"path":"a \"b\"\n\\c )"
-                               "\xc3\xa9"
-                               "\xef\xbf\xbd"
-                               R"(.rpm","contentOffset":)" +
-                               std::to_string(layout.contentOffset) + R"(,"cmses":[{"role":"developer","keyId":")" +
-                               Pki::instance().keyId("system") + R"(","subgroup":"system","previousKeyIds":[")" +
-                               Pki::instance().keyId("bob") + R"("],"offset":)" +
-                               std::to_string(layout.cmses.at(0).offset) + R"(,"size":)" +
-                               std::to_string(layout.cmses.at(0).size) + "}]}]\n";
+  const Pki& pki = Pki::instance();
+  const std::string expected =
+      R"([{"path":"a \"b\"\n\\c \u00e9\ufffd\u007f.rpm","name":"sample","version":"3:1.0-1","architecture":"noarch",)"
+      R"("contentOffset":)" +
+      std::to_string(layout.contentOffset) + R"(,"cmses":[{"role":"developer","keyId":")" + pki.keyId("system") +
+      R"(","subject":"CN=System developer,OU=system","issuer":"CN=KRV sandbox authority","notBefore":")" +
+      dateOf(pki.certificate("system"), "-startdate") + R"(","notAfter":")" +
+      dateOf(pki.certificate("system"), "-enddate") + R"(","subgroup":"system","previousKeyIds":[")" +
+      pki.keyId("bob") + R"("],"offset":)" + std::to_string(layout.cmses.at(0).offset) + R"(,"size":)" +
+      std::to_string(layout.cmses.at(0).size) + "}]}]\n";
   expectResult(runTool({"show", "--json", name}), 0, expected, "");
+}
+
+TEST_F(PackageSignatureTool, SendsNoControlCharactersOfAPackageToTheTerminal) {
+  const std::string name = "a\x1b[31m\xc2\x9b.rpm";
+  std::string bytes = package();
+  for (std::size_t at = bytes.find(std::string("\0sample\0", 8)); at != std::string::npos;
+       at = bytes.find(std::string("\0sample\0", 8), at + 1))
+    bytes.replace(at + 1, 6, "s\x1b[1m\x9b", 6);
+  Support::writeFile(folder() / name, bytes);
+  const std::string offset = std::to_string(PackageSignatures::packageLayout(folder() / name).contentOffset);
+  expectResult(runTool({"show", name}), 0,
+               R"(a\x1b[31m\xc2\x9b.rpm
+  name: s\x1b[1m\x9b
+  version: 1.0-1
+  architecture: noarch
+  content: from byte )" +
+                   offset + "\n  not signed\n",
+               "");
+  expectResult(runTool({"show", "--json", name}), 0,
+               R"([{"path":"a\u001b[31m\u009b.rpm","name":"s\u001b[1m\ufffd","version":"1.0-1",)"
+               R"("architecture":"noarch","contentOffset":)" +
+                   offset + R"(,"cmses":[]}])" + "\n",
+               "");
+  expectResult(verifyTool({name}), 1, "", tool + R"(a\x1b[31m\xc2\x9b.rpm: it is not signed)" + "\n");
+}
+
+TEST_F(PackageSignatureTool, ShowsThatAPackageSaysNothingAboutItself) {
+  signAs("alice", {"a.rpm"});
+  const PackageSignatures::PackageLayout layout = PackageSignatures::packageLayout(folder() / "a.rpm");
+  Support::writeFile(folder() / "a.rpm", package().substr(0, static_cast<std::size_t>(layout.contentOffset)) + "text");
+  expectResult(runTool({"show", "a.rpm"}), 0,
+               "a.rpm\n  name: unknown\n  version: unknown\n  architecture: unknown\n  content: from byte " +
+                   std::to_string(layout.contentOffset) + "\n  signature 1: developer\n" +
+                   shownSignature(layout.cmses.at(0), "alice", "CN=Alice"),
+               "");
+  const ProcessResult json = runTool({"show", "--json", "a.rpm"});
+  EXPECT_TRUE(json.output.starts_with(R"([{"path":"a.rpm","name":null,"version":null,"architecture":null,)"))
+      << json.output;
+}
+
+TEST_F(PackageSignatureTool, ShowsWithoutAnRpmDatabase) {
+  std::filesystem::remove_all(sandbox().database());
+  EXPECT_EQ(runTool({"show", "a.rpm"}).status, 0);
+  EXPECT_FALSE(std::filesystem::exists(sandbox().database()));
 }
 
 TEST_F(PackageSignatureTool, ShowsUntrustedSigners) {
@@ -248,25 +257,196 @@ TEST_F(PackageSignatureTool, RefusesSignaturesThatCannotBeRead) {
   EXPECT_TRUE(package() == before);
 }
 
-TEST_F(PackageSignatureTool, ReportsWhyAPackageDoesNotVerify) {
-  const std::string authorities = Pki::instance().trustedCa();
-  expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: it is not signed\n");
-  signAs("foreign", {"a.rpm"});
-  expectResult(verifyTool({"a.rpm"}), 1, "",
-               tool + "a.rpm: the developer's certificate does not verify against the authorities in " + authorities +
-                   "\n");
+/// Verifies against an authority whose certificates may be of any kind.
+class Reasons : public PackageSignatureTool {
+protected:
+  const Support::Authority& root() const { return m_root; }
+
+  void sign(const std::string& name, const std::vector<std::string>& previous = {}) const {
+    PackageSignatures::Signer signer{.key = key(name)};
+    for (const std::string& earlier : previous)
+      signer.previous.push_back(key(earlier));
+    PackageSignatures::signPackage(folder() / "a.rpm", signer);
+  }
+
+  PackageSignatures::SigningKey key(const std::string& name) const {
+    return PackageSignatures::SigningKey::load(root().key(name), root().pem(name));
+  }
+
+  ProcessResult verify(const std::vector<std::string>& options = {}) const {
+    std::vector<std::string> arguments = {"verify", "--ca-path", root().trusted(), "a.rpm"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return runTool(arguments);
+  }
+
+  /// Expects that "a.rpm" does not verify, for these reasons.
+  void expectReasons(const std::vector<std::string>& reasons, const std::vector<std::string>& options = {}) const {
+    std::string lines;
+    for (const std::string& reason : reasons)
+      lines += tool + "a.rpm: " + reason + "\n";
+    expectResult(verify(options), 1, "", lines);
+  }
+
+private:
+  Support::Authority m_root{sandbox().path() / "root"};
+};
+
+TEST_F(Reasons, ThereIsNoSignature) {
+  expectReasons({"it is not signed"});
+}
+
+TEST_F(Reasons, TheAuthorityIsUnknown) {
   signAs("alice", {"a.rpm"});
-  signAs("expired-source", {"a.rpm"});
-  expectResult(verifyTool({"a.rpm"}), 1, "",
-               tool + "a.rpm: the source's certificate does not verify against the authorities in " + authorities +
-                   "\n");
   signAs("source", {"a.rpm"});
-  const std::string before = package();
-  const std::string alice = PackageSignatures::makeCms(folder() / "a.rpm", Pki::instance().signer("alice"));
-  PackageSignatures::replaceContainer(folder() / "a.rpm", alice + alice);
-  expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: it has two signatures of a developer\n");
-  Support::writeFile(folder() / "a.rpm", before + '\n');
-  expectResult(verifyTool({"a.rpm"}), 1, "", tool + "a.rpm: its signatures or key rotations are not valid\n");
+  const std::string folder = root().trusted();
+  expectReasons({"the developer's certificate does not come from an authority in \"" + folder + '"',
+                 "the source's certificate does not come from an authority in \"" + folder + '"'});
+}
+
+TEST_F(Reasons, ACertificateHasExpired) {
+  root().certifyBetween("alice", "20000101000000Z", "20010101000000Z");
+  sign("alice");
+  expectReasons({"the developer's certificate expired: it was valid until 2001-01-01T00:00:00Z"});
+}
+
+TEST_F(Reasons, ACertificateIsNotValidYet) {
+  root().certifyBetween("store", "20980101000000Z", "20990101000000Z", "store");
+  sign("store");
+  expectReasons({"the source's certificate is not valid yet: it is valid from 2098-01-01T00:00:00Z"});
+}
+
+TEST_F(Reasons, AnAuthorityHasExpired) {
+  root().certifyBetween("old", "20000101000000Z", "20010101000000Z", "authority", "");
+  root().trust("old");
+  root().certify("alice", {.authority = "old"});
+  sign("alice");
+  expectReasons({"a certificate above the developer's expired: it was valid until 2001-01-01T00:00:00Z"});
+}
+
+TEST_F(Reasons, DependOnTheGivenDay) {
+  root().certifyBetween("old", "20000101000000Z", "20490101000000Z", "authority", "");
+  root().trust("old");
+  root().certifyBetween("alice", "20000601000000Z", "20010101000000Z", "developer", "old");
+  sign("alice");
+  expectResult(verify({"--at", "2000-06-01"}), 0, "a.rpm: OK\n", "");
+  expectReasons({"the developer's certificate is not valid yet: it is valid from 2000-06-01T00:00:00Z"},
+                {"--at", "2000-05-31"});
+}
+
+TEST_F(Reasons, ACertificateIsRevoked) {
+  root().certify("alice");
+  root().revoke("alice");
+  root().publishList("root");
+  sign("alice");
+  expectReasons({"the developer's certificate, or one above it, is revoked"});
+}
+
+TEST_F(Reasons, ARevocationListHasExpired) {
+  root().certify("alice");
+  root().publishList("root", {"-crl_lastupdate", "20000101000000Z", "-crl_nextupdate", "20010101000000Z"});
+  sign("alice");
+  expectReasons({"the developer's certificate, or one above it, needs a revocation list that has expired, is not valid "
+                 "yet or cannot be used"});
+}
+
+TEST_F(Reasons, AKeyIsWeak) {
+  root().certify("alice", {.key = "rsa:1024"});
+  sign("alice");
+  expectReasons({"the developer's certificate, or one above it, has a weak key or digest, below 112 bits"});
+}
+
+TEST_F(Reasons, AKeyIsNotForSignatures) {
+  root().certify("alice", {.extensions = {"extendedKeyUsage=" + Support::krvArc + ".1", "keyUsage=keyAgreement"}});
+  sign("alice");
+  expectReasons({"the developer's certificate, or one above it, must not be used for this signature"});
+}
+
+TEST_F(Reasons, TheContentHasChanged) {
+  root().certify("alice");
+  sign("alice");
+  Support::writeFile(folder() / "a.rpm", package() + '\n');
+  expectReasons({"the developer's signature is broken: it is not valid for the content and the certificate"});
+}
+
+TEST_F(Reasons, TheContentIsNoHeader) {
+  root().certify("alice");
+  sign("alice");
+  const auto offset = static_cast<std::size_t>(PackageSignatures::packageLayout(folder() / "a.rpm").contentOffset);
+  Support::writeFile(folder() / "a.rpm", package().substr(0, offset));
+  expectReasons({"its content is not an RPM header"});
+}
+
+TEST_F(Reasons, ARoleOccursTwice) {
+  root().certify("alice");
+  const std::string cms = PackageSignatures::makeCms(folder() / "a.rpm", {.key = key("alice")});
+  PackageSignatures::replaceContainer(folder() / "a.rpm", cms + cms);
+  expectReasons({"it has two signatures of a developer"});
+}
+
+TEST_F(Reasons, ARoleIsMissing) {
+  root().certify("alice");
+  root().certify("nobody", {.extensions = {}});
+  const auto offset = static_cast<std::size_t>(PackageSignatures::packageLayout(folder() / "a.rpm").contentOffset);
+  Support::writeFile(folder() / "content", package().substr(offset));
+  Support::runOrThrow({"openssl", "cms", "-sign", "-binary", "-cades", "-outform", "DER", "-in", folder() / "content",
+                       "-signer", root().pem("nobody"), "-inkey", root().key("nobody"), "-out", folder() / "cms"});
+  PackageSignatures::replaceContainer(folder() / "a.rpm",
+                                      PackageSignatures::makeCms(folder() / "a.rpm", {.key = key("alice")}) +
+                                          readFile(folder() / "cms"));
+  expectReasons({"signature 2's certificate is neither a developer's nor a source's"});
+}
+
+TEST_F(Reasons, AnEarlierKeyIsRevokedOrUnknown) {
+  root().certify("alice");
+  root().certify("alice-2");
+  root().certify("alice-3");
+  root().certify("other", {.authority = "", .extensions = Support::ofAnAuthority});
+  root().certify("alice", {.authority = "other"});
+  root().revoke("alice-2");
+  root().publishList("root");
+  sign("alice-3", {"alice", "alice-2"});
+  expectReasons({"the earlier key " + key("alice").keyId() + "'s certificate does not come from an authority in \"" +
+                     root().trusted().string() + '"',
+                 "the earlier key " + key("alice-2").keyId() + "'s certificate, or one above it, is revoked"});
+}
+
+TEST_F(Reasons, AreAllGiven) {
+  root().certifyBetween("alice", "20000101000000Z", "20010101000000Z");
+  root().revoke("alice");
+  root().publishList("root");
+  sign("alice");
+  Support::writeFile(folder() / "a.rpm", package() + '\n');
+  expectReasons({"the developer's certificate expired: it was valid until 2001-01-01T00:00:00Z",
+                 "the developer's certificate, or one above it, is revoked",
+                 "the developer's signature is broken: it is not valid for the content and the certificate"});
+}
+
+TEST_F(PackageSignatureTool, ReportsADirectoryOfAuthoritiesThatCannotBeUsed) {
+  signAs("alice", {"a.rpm"});
+  std::filesystem::create_directory(folder() / "plain");
+  std::filesystem::copy_file(Pki::instance().certificate("ca"), folder() / "plain/ca.pem");
+  std::filesystem::create_directory(folder() / "dangling");
+  std::filesystem::create_symlink("nowhere", folder() / "dangling/01234567.0");
+  const std::pair<std::string, std::string> cases[] = {
+      {"", "is missing"},
+      {"missing", "is missing"},
+      {"mis\x1bsing", "is missing"},
+      {"a.rpm", "is not a directory"},
+      {"plain", "has no certificate under the name that openssl-rehash(1) gives"},
+      {"dangling", "cannot be read"},
+  };
+  for (const auto& [path, reason] : cases) {
+    const std::string shown = path == "mis\x1bsing" ? "mis\\x1bsing" : path;
+    expectResult(runTool({"verify", "--ca-path", path, "a.rpm", "a.rpm"}), 1, "",
+                 tool + "the directory of authorities \"" + shown + '"' +
+                     (path == "dangling" ? ", or each certificate in it, " : " ") + reason + "\n");
+  }
+}
+
+TEST_F(PackageSignatureTool, RefusesADayThatDoesNotExist) {
+  for (const std::string day : {"", "2026", "2026-1-1", "2026-02-30", "2026-01-01T00:00:00Z", " 2026-01-01", "today"})
+    expectResult(runTool({"verify", "--at", day, "a.rpm"}), 2, "",
+                 tool + "--at: expected YYYY-MM-DD, not " + day + "\nTry: krv-package-signature --help\n");
 }
 
 TEST_F(PackageSignatureTool, TrustsTheSystemsAuthoritiesByDefault) {
@@ -274,15 +454,8 @@ TEST_F(PackageSignatureTool, TrustsTheSystemsAuthoritiesByDefault) {
   Support::trustAuthorityUnder(sandbox().path());
   expectResult(runTool({"verify", "a.rpm"}, {{"KRV_ROOT_FS", sandbox().path()}}), 0, "a.rpm: OK\n", "");
   expectResult(runTool({"verify", "a.rpm"}, {{"KRV_ROOT_FS", folder()}}), 1, "",
-               tool + "a.rpm: the developer's certificate does not verify against the authorities in " +
-                   (folder() / "etc/krv/trusted-ca").string() + "\n");
-}
-
-TEST_F(PackageSignatureTool, TrustsNobodyInAnUnnamedDirectory) {
-  signAs("alice", {"a.rpm"});
-  Support::trustAuthorityUnder(sandbox().path());
-  expectResult(runTool({"verify", "--ca-path", "", "a.rpm"}, {{"KRV_ROOT_FS", sandbox().path()}}), 1, "",
-               tool + "a.rpm: the developer's certificate does not verify against the authorities in \n");
+               tool + "the directory of authorities \"" + (folder() / "etc/krv/trusted-ca").string() +
+                   "\" is missing\n");
 }
 
 TEST_F(PackageSignatureTool, IgnoresTheVariableIfItHasMorePrivilegesThanItsUser) {
@@ -296,61 +469,26 @@ TEST_F(PackageSignatureTool, IgnoresTheVariableIfItHasMorePrivilegesThanItsUser)
   ASSERT_EQ(chmod(privileged.c_str(), 02755), 0);
   signAs("alice", {"a.rpm"});
   Support::trustAuthorityUnder(sandbox().path());
-  expectResult(
-      Support::run({privileged, "verify", "a.rpm"}, {{"KRV_ROOT_FS", sandbox().path()}}, folder()), 1, "",
-      tool + "a.rpm: the developer's certificate does not verify against the authorities in /etc/krv/trusted-ca\n");
+  expectResult(Support::run({privileged, "verify", "a.rpm"}, {{"KRV_ROOT_FS", sandbox().path()}}, folder()), 1, "",
+               tool + "the directory of authorities \"/etc/krv/trusted-ca\" is missing\n");
 }
 
-/// A controlling terminal for a child process.
-class Terminal {
-public:
-  Terminal() : m_master(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
-    if (m_master < 0 || grantpt(m_master) != 0 || unlockpt(m_master) != 0)
-      throw std::system_error(errno, std::generic_category(), "no terminal");
-    m_name = ptsname(m_master);
-  }
-  ~Terminal() { close(m_master); }
-  Terminal(const Terminal&) = delete;
-  Terminal& operator=(const Terminal&) = delete;
-
-  /// For the child before it starts its program.
-  void control() const {
-    if (setsid() < 0 || open(m_name.c_str(), O_RDWR | O_CLOEXEC) < 0)
-      _exit(125);
-  }
-
-  /// What the child has written to it.
-  std::string text() const {
-    char bytes[1000];
-    const ssize_t size = read(m_master, bytes, sizeof bytes);
-    return {bytes, size < 0 ? 0 : static_cast<std::size_t>(size)};
-  }
-
-private:
-  int m_master;
-  std::string m_name;
-};
-
-TEST_F(PackageSignatureTool, AsksForNoPassPhrase) {
+TEST_F(PackageSignatureTool, AsksForNoPassPhraseOfACertificate) {
   const Pki& pki = Pki::instance();
-  const std::filesystem::path lockedKey = folder() / "key.pem";
-  Support::runOrThrow({"openssl", "pkcs8", "-topk8", "-in", pki.key("alice"), "-out", lockedKey, "-passout", "pass:x"});
-  const std::filesystem::path lockedCertificate = folder() / "certificate.pem";
+  const std::filesystem::path locked = folder() / "certificate.pem";
   std::string text = readFile(pki.certificate("alice"));
   text.insert(text.find('\n', text.find("-----BEGIN")) + 1,
               "Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-256-CBC,00112233445566778899AABBCCDDEEFF\n\n");
-  Support::writeFile(lockedCertificate, text);
+  Support::writeFile(locked, text);
   const std::string key = pki.key("alice");
   const std::string certificate = pki.certificate("alice");
   const struct {
     std::vector<std::string> arguments;
     std::string error;
   } cases[] = {
-      {{"--key", lockedKey, "--cert", certificate},
-       lockedKey.string() + " is not a PEM file of a private key without a pass phrase"},
-      {{"--key", key, "--cert", lockedCertificate}, lockedCertificate.string() + " is not a PEM file of a certificate"},
-      {{"--key", key, "--cert", certificate, "--chain", lockedCertificate},
-       "a.rpm: " + lockedCertificate.string() + " is not a PEM file of certificates"},
+      {{"--key", key, "--cert", locked}, locked.string() + " is not a PEM file of a certificate"},
+      {{"--key", key, "--cert", certificate, "--chain", locked},
+       "a.rpm: " + locked.string() + " is not a PEM file of certificates"},
   };
   for (const auto& [arguments, error] : cases) {
     const Terminal terminal;
@@ -540,7 +678,7 @@ TEST_F(DisturbedTool, DoesNotBlockAtAFifoWithoutProc) {
     return ENOENT;
   };
   expectResult(runTool({"show", "a.rpm"}, Support::beforeNth("open", 2, "*/a.rpm", replace)), 1, "",
-               tool + "a.rpm: it is not an RPM package\n");
+               tool + "a.rpm: it is not a regular file\n");
 }
 
 // The package is opened by name first, then through its descriptor.

@@ -25,14 +25,40 @@ public:
   using std::runtime_error::runtime_error;
 };
 
+/// Where the pass phrases of keys and the PINs of tokens come from. They are cleaned from memory after use and occur in
+/// no message.
+class PassPhrases {
+public:
+  class Impl;
+
+  /// Gives none.
+  PassPhrases();
+
+  /// Asks on the controlling terminal, without echo. Blocks until there is an answer.
+  static PassPhrases fromTerminal();
+
+  /// The lines of a file, one for each key that needs a pass phrase, in the order in which the keys are loaded. The
+  /// file may be a pipe and is read at once. Throws SigningError if it cannot be read or is longer than 16 KiB.
+  static PassPhrases fromFile(const std::string& path);
+
+  Impl& impl() const { return *m_impl; }
+
+private:
+  explicit PassPhrases(std::shared_ptr<Impl> impl);
+  std::shared_ptr<Impl> m_impl;
+};
+
 /// A private key with its certificate.
 class SigningKey {
 public:
   struct Impl;
 
-  /// Reads two PEM files. Throws SigningError if one cannot be read, if the key has a pass phrase (there is no prompt),
-  /// or if the key and the certificate do not belong together.
-  static SigningKey fromFiles(const std::string& keyPath, const std::string& certificatePath);
+  /// Loads a private key, from a PEM file or, if `key` begins with "pkcs11:", from a token (RFC 7512), and its
+  /// certificate from a PEM file. A token needs OpenSSL's provider "pkcs11", which is loaded unless OpenSSL's
+  /// configuration has done so. Throws SigningError if one of them cannot be read, if they do not belong together, if a
+  /// pass phrase is needed and not given, or if the URI contains a PIN, which other users could see.
+  static SigningKey load(const std::string& key, const std::string& certificatePath,
+                         const PassPhrases& passPhrases = PassPhrases());
 
   std::string keyId() const;
 
@@ -68,6 +94,9 @@ struct PackageLayout {
 
 /// Opens the package once, symlinks followed.
 PackageLayout packageLayout(const std::string& packagePath);
+
+/// The same for a package that is already open; the descriptor stays the caller's.
+PackageLayout packageLayout(int descriptor);
 
 /// A detached CMS over the content of the package, in DER. The file is not changed. Throws SigningError unless the
 /// content begins with the magic of an RPM header.

@@ -42,16 +42,22 @@ struct EarlierKey {
   std::set<Problem> problems;
 };
 
-/// One CMS, as stored, and its problems.
-struct CmsVerification {
+/// A signer as the certificate in its CMS describes it; nothing of it is verified.
+struct SignerDescription {
   std::optional<Role> role;
   std::string keyId;
   Subgroup subgroup;
   std::string subject; ///< in the form of RFC 2253: printable ASCII, other bytes escaped
   std::string issuer;  ///< in the same form
-  /// The validity of the signer's certificate; nothing if a date cannot be read.
+  /// The validity of the certificate; nothing if a date cannot be read.
   std::optional<std::time_t> notBefore;
   std::optional<std::time_t> notAfter;
+};
+
+[[nodiscard]] SignerDescription describeSigner(const Cms& cms);
+
+/// One CMS and its problems.
+struct CmsVerification : SignerDescription {
   /// The earliest end of validity among the certificates above the signer's that were found; nothing without any.
   std::optional<std::time_t> authoritiesNotAfter;
   std::vector<EarlierKey> earlierKeys; ///< oldest first; empty if the rotation chain is missing or unreadable
