@@ -19,7 +19,7 @@ using PackageSignatures::CmsVerification;
 using PackageSignatures::Problem;
 using PackageSignatures::Verification;
 
-/// What the packages are judged by.
+/// The folder of the trusted authorities and the time for the verification.
 struct Standard {
   std::string caPath;
   std::optional<std::time_t> at;
