@@ -38,7 +38,7 @@ def main(arguments):
     changes.write(TOOL_DROP_IN, "[Service]\nStandardOutput=journal+console\n")
     changes.write(GETTY_DROP_IN, "[Service]\nExecStart=\n"
                   "ExecStart=-/sbin/agetty --autologin root --noissue --noclear --keep-baud - 115200 vt220\n")
-    changes.write("/root/.bash_profile", f"{command}\npoweroff --force --force\n" if command
+    changes.write("/etc/profile.d/krv-device.sh", f"{command}\npoweroff --force --force\n" if command
                   else f"cat <<'END'\n{GREETING}END\n")
     changes.apply()
     machine = Machine(folder, images, path, accelerator(os.path.join(images, "vmlinuz"), folder), console="mon:stdio",

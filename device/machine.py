@@ -17,6 +17,14 @@ class NoReport(Exception):
     """The device sent no report in time."""
 
 
+class NotStarted(NoReport):
+    """The kernel has not printed anything. Without KVM, QEMU sometimes hangs before that."""
+
+
+# A kernel prints its first line after two seconds; on a busy machine it may take ten times as long.
+START_LIMIT = 60
+
+
 def die_with_parent():
     LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
 
@@ -95,7 +103,7 @@ class Machine:
     def report(self, limit):
         """Waits until the device has switched itself off; a dictionary of the files that its agent sent."""
         try:
-            _, errors = self._qemu.communicate(timeout=limit)
+            errors = self._wait(limit)
         except subprocess.TimeoutExpired:
             self.stop()
             raise NoReport(f"no report from the device within {limit} seconds; {self._last_words()}") from None
@@ -106,6 +114,18 @@ class Machine:
                 return unpack(file.read())
         except (OSError, EOFError, tarfile.TarError) as error:
             raise NoReport(f"no whole report from the device ({error}); {self._last_words()}") from None
+
+    def _wait(self, limit):
+        """Waits for QEMU's end and returns its errors. Raises NotStarted early."""
+        if limit > START_LIMIT:
+            try:
+                return self._qemu.communicate(timeout=START_LIMIT)[1]
+            except subprocess.TimeoutExpired:
+                limit -= START_LIMIT
+                if not os.path.exists(self.console) or os.path.getsize(self.console) == 0:
+                    self.stop()
+                    raise NotStarted(f"nothing on the device's console within {START_LIMIT} seconds") from None
+        return self._qemu.communicate(timeout=limit)[1]
 
     def _last_words(self):
         with open(self.console, encoding="utf-8", errors="replace") as file:

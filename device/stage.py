@@ -8,7 +8,7 @@ from functools import partial
 
 import disk
 import scenes
-from machine import Machine
+from machine import Machine, NotStarted
 
 BUSES = ["dbus-daemon", "dbus-broker"]
 LIMIT = 300
@@ -34,16 +34,26 @@ class Device:
 
     def boot(self, folder, path, arguments, **options):
         """Boots a disk, and returns the report of its agent."""
+        try:
+            report = self._boot_once(folder, path, arguments, **options)
+        except NotStarted:
+            if options.get("log"):
+                raise  # a recording would miss what the first attempt has written
+            self.say("    the kernel did not start in the emulator; booting again")
+            report = self._boot_once(folder, path, arguments, **options)
+        with open(os.path.join(folder, "journal"), "w", encoding="utf-8") as file:
+            file.write(report.get("journal", ""))
+        return report
+
+
+    def _boot_once(self, folder, path, arguments, **options):
         machine = Machine(folder, self.images, path, self.accelerated,
                           arguments=["systemd.unit=krv-device.target", "systemd.show_status=0", *arguments], **options)
         machine.start()
         try:
-            report = machine.report(LIMIT)
+            return machine.report(LIMIT)
         finally:
             machine.stop()
-        with open(os.path.join(folder, "journal"), "w", encoding="utf-8") as file:
-            file.write(report.get("journal", ""))
-        return report
 
 
 @dataclass

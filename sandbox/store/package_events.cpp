@@ -36,7 +36,7 @@ void forEachRecord(const std::function<void(const RegistryRecord&)>& visitor) {
     throw registryError("Couldn't read the package registry");
 }
 
-/// The content of the registry, or nothing if there is none. Registry::foreachRecord() takes a registry for missing if
+/// Reads the registry; returns nothing if it does not exist. Registry::foreachRecord() takes a registry for missing if
 /// its status cannot be read; here that would take back an installation that was acknowledged. Without the lock,
 /// because writers replace the registry in one rename.
 std::optional<std::string> readRegistry() {

@@ -15,12 +15,13 @@ import tarfile
 import tempfile
 import time
 import unittest
+import unittest.mock
 
 sys.dont_write_bytecode = True
 DEVICE = os.path.join(sys.argv.pop(1), "device")
 sys.path.insert(0, DEVICE)
 
-from machine import Machine, NoReport, accelerator  # noqa: E402
+from machine import Machine, NoReport, NotStarted, accelerator  # noqa: E402
 
 # Finds the files of the two serial ports, the console first, and then does what the test says.
 QEMU = """#!/usr/bin/env bash
@@ -96,6 +97,13 @@ class Report(WithQemu):
             file.write(archive.getvalue())
         self.qemu('cp "$FOLDER/sent" "$report"')
         self.assertEqual(self.report(), {"boot/log": "a line\n", "journal": "\ufffd"})
+
+    def test_notices_early_that_the_kernel_does_not_start(self):
+        self.qemu(': >"$console"; exec sleep 1000')
+        with unittest.mock.patch("machine.START_LIMIT", 1), self.assertRaises(NotStarted) as caught:
+            self.report()
+        self.assertEqual(str(caught.exception), "nothing on the device's console within 1 seconds")
+        self.assert_gone(self.await_pid())
 
     def test_is_missing_if_the_device_never_ends(self):
         self.qemu('echo "one line" >"$console"; echo "waiting for ever" >>"$console"; exec sleep 1000')

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/krv-image-check/authorities.h"
 
+#include "common/text/printable.h"
 #include "tools/krv-image-check/escape.h"
 
 #include <rpmsign-external/verification.h>
@@ -63,7 +64,7 @@ Findings findUnhashed(const std::map<std::string, std::string>& files) {
     if (isCertificate(content) && std::ranges::none_of(files, isSameAndHashed))
       findings.push_back({.id = "authorities-unhashed",
                           .entry = {},
-                          .message = "no hashed name leads to the certificate " + printable(name),
+                          .message = "no hashed name leads to the certificate " + Common::printable(name),
                           .about = name});
   }
   return findings;
@@ -89,7 +90,7 @@ Authorities copyAuthorities(const ImageTree& image, const std::optional<std::str
   if (!areUsable && findings.empty())
     findings.push_back({.id = "authorities-missing",
                         .entry = {},
-                        .message = "there is no certificate in " + printable(given.value_or(trustedFolder))});
+                        .message = "there is no certificate in " + Common::printable(given.value_or(trustedFolder))});
   return {.areUsable = areUsable, .findings = std::move(findings)};
 }
 

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/krv-image-check/entry_checks.h"
 
+#include "common/text/printable.h"
 #include "tools/krv-image-check/escape.h"
 #include "tools/krv-image-check/image_checks.h"
 
@@ -68,10 +69,10 @@ OpenedEntry missing(const ImageTree& image, const std::string& name, int error) 
   entry.breaksListing = true;
   if (leadsOut(*target))
     entry.findings.push_back(
-        finding("entry-link-leaves-image", name, "its target " + printable(*target) + " is not in the image"));
+        finding("entry-link-leaves-image", name, "its target " + Common::printable(*target) + " is not in the image"));
   else
     entry.findings.push_back(
-        finding("entry-dangling-link", name, "its target " + printable(*target) + " does not exist"));
+        finding("entry-dangling-link", name, "its target " + Common::printable(*target) + " does not exist"));
   return entry;
 }
 
@@ -105,7 +106,8 @@ Findings checkFolder(const ImageTree& image, const std::string& name) {
   const FileDescriptor folder = image.openDirectory(fs::path(preInstallDirectory) / name);
   if (folder)
     forEachPackageBelow(folder, name, deepest, [&](const std::string& path) {
-      findings.push_back(finding("package-in-subfolder", path, "the package lies in the subfolder " + printable(name)));
+      findings.push_back(
+          finding("package-in-subfolder", path, "the package lies in the subfolder " + Common::printable(name)));
     });
   if (findings.empty())
     findings.push_back(finding("entry-not-a-file", name, "the entry is a directory"));
@@ -160,7 +162,7 @@ OpenedEntry openEntry(const ImageTree& image, const std::string& name) {
   }
   entry.findings = checkAccess(name, status, image.rootStatus());
   if (!isPrintable(name))
-    entry.findings.push_back(finding("entry-name-unprintable", name, "its name is " + printable(name)));
+    entry.findings.push_back(finding("entry-name-unprintable", name, "its name is " + Common::printable(name)));
   // On the device the file is as unreadable as if it were not there.
   if (!mayBeRead(status, image.rootStatus()))
     return entry;

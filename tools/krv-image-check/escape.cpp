@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "tools/krv-image-check/escape.h"
 
+#include "common/text/printable.h"
 #include "common/text/utf8.h"
 
 #include <algorithm>
-#include <array>
 
 namespace ImageCheck {
 
@@ -13,42 +13,10 @@ namespace {
 
 constexpr std::string_view hexDigits = "0123456789abcdef";
 
-/// Characters of several bytes that a terminal or a browser does not show as a mark of their own: the control
-/// characters from U+0080 to U+009F, line separators, and characters that are invisible or change the direction.
-bool isHidden(std::string_view character) {
-  static constexpr auto others = std::to_array<std::string_view>(
-      {"\u061c", "\u200b", "\u200c", "\u200d", "\u200e", "\u200f", "\u2028", "\u2029", "\u202a", "\u202b", "\u202c",
-       "\u202d", "\u202e", "\u2060", "\u2066", "\u2067", "\u2068", "\u2069", "\ufeff"});
-  if (character.size() == 1)
-    return static_cast<unsigned char>(character[0]) < ' ' || character[0] == '\x7f';
-  const bool isControl =
-      character.size() == 2 && character[0] == '\xc2' && static_cast<unsigned char>(character[1]) < 0xa0;
-  return isControl || std::ranges::find(others, character) != others.end();
-}
-
-void appendEscaped(std::string& text, std::string_view bytes) {
-  for (const char byte : bytes)
-    (text += "\\x") += hexadecimal(std::string_view(&byte, 1));
-}
-
 } // namespace
 
-std::string printable(std::string_view text) {
-  std::string result;
-  while (!text.empty()) {
-    const std::size_t length = Common::characterLength(text);
-    const std::string_view character = text.substr(0, std::max<std::size_t>(length, 1));
-    if (length == 0 || isHidden(character))
-      appendEscaped(result, character);
-    else
-      result += character == "\\" ? "\\\\" : character;
-    text.remove_prefix(character.size());
-  }
-  return result;
-}
-
 bool isPrintable(std::string_view text) {
-  return printable(text).size() == text.size() + static_cast<std::size_t>(std::ranges::count(text, '\\'));
+  return Common::printable(text).size() == text.size() + static_cast<std::size_t>(std::ranges::count(text, '\\'));
 }
 
 bool isUtf8(std::string_view text) {
@@ -56,7 +24,7 @@ bool isUtf8(std::string_view text) {
 }
 
 std::string utf8(std::string_view text) {
-  return isUtf8(text) ? std::string(text) : printable(text);
+  return isUtf8(text) ? std::string(text) : Common::printable(text);
 }
 
 std::string hexadecimal(std::string_view bytes) {

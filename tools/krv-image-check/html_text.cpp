@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/krv-image-check/html_text.h"
 
+#include "common/text/printable.h"
 #include "tools/krv-image-check/escape.h"
 
 namespace ImageCheck::Html {
@@ -37,7 +38,7 @@ std::string withEntities(std::string_view text) {
 } // namespace
 
 std::string escaped(std::string_view text) {
-  return withEntities(printable(text));
+  return withEntities(Common::printable(text));
 }
 
 std::string escapedMessage(std::string_view message) {

@@ -9,7 +9,7 @@
 /// The pieces of an HTML page. Every text that is not written here goes through the first two.
 namespace ImageCheck::Html {
 
-/// `text` as the content of an element or of a quoted attribute; also printable (see escape.h).
+/// `text` as the content of an element or of a quoted attribute; also printable.
 std::string escaped(std::string_view text);
 
 /// The same for a message of a finding, in which names are printable already.

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
 #include "common/command_line/command_line.h"
+#include "common/text/printable.h"
 #include "tools/krv-image-check/catalogue.h"
 #include "tools/krv-image-check/check.h"
 #include "tools/krv-image-check/escape.h"
@@ -124,7 +125,7 @@ int main(int count, char** arguments) {
     std::signal(interruption.signal, SIG_DFL);
     std::raise(interruption.signal);
   } catch (const std::exception& error) {
-    std::cerr << "krv-image-check: " << printable(error.what()) << '\n';
+    std::cerr << "krv-image-check: " << Common::printable(error.what()) << '\n';
   }
   return failureStatus;
 }

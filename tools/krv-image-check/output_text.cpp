@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/krv-image-check/output_text.h"
 
+#include "common/text/printable.h"
 #include "common/text/utf8.h"
 #include "tools/krv-image-check/catalogue.h"
 #include "tools/krv-image-check/escape.h"
@@ -43,10 +44,10 @@ const char* colourOf(Action action) {
 
 std::string line(const Finding& finding, Colour colour) {
   const Severity severity = explain(finding.id).severity;
-  const std::string entry = finding.entry ? printable(*finding.entry) : "image";
+  const std::string entry = finding.entry ? Common::printable(*finding.entry) : "image";
   const std::string label = painted(colour, finding.waivedBy ? grey : colourOf(severity),
                                     std::string(finding.waivedBy ? "waived " : "") + std::string(nameOf(severity)));
-  const std::string waiver = finding.waivedBy ? " (waived: " + printable(*finding.waivedBy) + ")" : "";
+  const std::string waiver = finding.waivedBy ? " (waived: " + Common::printable(*finding.waivedBy) + ")" : "";
   return entry + ": " + label + ": " + finding.id + ": " + finding.message + waiver + "\n";
 }
 
@@ -88,11 +89,11 @@ std::string plan(const Report& report, Colour colour) {
   std::map<std::string, std::size_t> rowOf;
   for (const Scenario& scenario : report.scenarios) {
     const std::size_t column = rows.front().size();
-    rows.front().push_back({printable(scenario.name)});
+    rows.front().push_back({Common::printable(scenario.name)});
     for (const Row& row : scenario.rows) {
       const auto [found, isNew] = rowOf.emplace(row.entry, rows.size());
       if (isNew)
-        rows.push_back({{printable(row.entry)}});
+        rows.push_back({{Common::printable(row.entry)}});
       std::vector<Cell>& cells = rows[found->second];
       cells.resize(std::max(cells.size(), column + 1));
       cells[column] = {std::string(nameOf(row.action)) + (row.reason.empty() ? "" : " (" + row.reason + ")"),
@@ -125,7 +126,7 @@ std::string notChecked(const Report& report) {
   }
   std::string text;
   for (const auto& [why, ids] : groups)
-    text += (text.empty() ? "; not checked: " : "; ") + ids + " (" + printable(why) + ")";
+    text += (text.empty() ? "; not checked: " : "; ") + ids + " (" + Common::printable(why) + ")";
   return text;
 }
 

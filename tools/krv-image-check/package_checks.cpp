@@ -9,6 +9,7 @@
 #include "common/error/error.h"
 #include "common/rpm/archive.h"
 #include "common/rpm/version.h"
+#include "common/text/printable.h"
 #include "tools/krv-image-check/escape.h"
 #include "tools/krv-image-check/owned_files.h"
 
@@ -31,7 +32,7 @@ using Common::ErrorCode;
 using Common::Rpm::Reader;
 
 std::string text(const char* before, const std::string& value) {
-  return before + printable(value.substr(0, 200));
+  return before + Common::printable(value.substr(0, 200));
 }
 
 class HeaderChecks {
@@ -65,7 +66,7 @@ private:
     try {
       rule();
     } catch (const Error& error) {
-      add(id, printable(error.what()), about);
+      add(id, Common::printable(error.what()), about);
       refusal = refusal.value_or(static_cast<ErrorCode>(error.code().value()));
     }
   }

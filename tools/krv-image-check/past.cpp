@@ -4,6 +4,7 @@
 
 #include "common/rpm/version.h"
 #include "common/signatures/developer_identity.h"
+#include "common/text/printable.h"
 #include "tools/krv-image-check/escape.h"
 
 #include <algorithm>
@@ -69,7 +70,8 @@ private:
 };
 
 std::string stateText(const InstalledState* state, const std::string& name) {
-  return state == nullptr ? "without " + printable(name) : "with " + printable(name) + " " + printable(state->version);
+  return state == nullptr ? "without " + Common::printable(name)
+                          : "with " + Common::printable(name) + " " + Common::printable(state->version);
 }
 
 std::string outcomeText(const Simulation& simulation, const std::vector<const Package*>& packages) {
@@ -78,8 +80,8 @@ std::string outcomeText(const Simulation& simulation, const std::vector<const Pa
   const std::string reversed = stateText(findNamed(simulation.reversed.endState, name), name);
   if (byName == reversed)
     return "A device ends " + byName + ", whichever comes first";
-  return "A device ends " + byName + " if it takes " + printable(packages.front()->entry) + " first, and " + reversed +
-         " if it takes " + printable(packages.back()->entry) + " first";
+  return "A device ends " + byName + " if it takes " + Common::printable(packages.front()->entry) + " first, and " +
+         reversed + " if it takes " + Common::printable(packages.back()->entry) + " first";
 }
 
 /// The outcomes with the scenarios that have them, in the order of the scenarios.
@@ -87,7 +89,7 @@ std::string outcomesText(const std::vector<Simulation>& simulations, const std::
   std::vector<std::pair<std::string, std::string>> outcomes;
   for (const Simulation& simulation : simulations) {
     const std::string outcome = outcomeText(simulation, packages);
-    const std::string scenario = printable(simulation.scenario.name);
+    const std::string scenario = Common::printable(simulation.scenario.name);
     const auto same = std::ranges::find(outcomes, outcome, [](const auto& known) { return known.first; });
     if (same == outcomes.end())
       outcomes.emplace_back(outcome, scenario);
@@ -104,9 +106,9 @@ void findDuplicates(const ImageContent& image, const std::vector<Simulation>& si
   for (const auto& [name, packages] : packagesByName(image)) {
     if (packages.size() == 1)
       continue;
-    std::string message = "these entries are packages with the name " + printable(name) + ":";
+    std::string message = "these entries are packages with the name " + Common::printable(name) + ":";
     for (const Package* package : packages)
-      message += (package == packages.front() ? " " : ", ") + printable(package->entry);
+      message += (package == packages.front() ? " " : ", ") + Common::printable(package->entry);
     message += "." + outcomesText(simulations, packages);
     for (const Simulation& simulation : simulations)
       findings.add("duplicate-name", packages.front()->entry, name, message, simulation.scenario.name);
@@ -128,7 +130,7 @@ bool isForeign(const Row& row, const Package& package, const InstalledState& ins
 /// Enough of a key id to recognise it.
 std::string keyText(const std::string& key) {
   constexpr std::size_t length = 16;
-  return printable(key.substr(0, length));
+  return Common::printable(key.substr(0, length));
 }
 
 std::vector<std::string> keysOf(std::string own, std::vector<std::string> earlier) {
@@ -197,7 +199,8 @@ private:
     const InstalledState* const installed = findNamed(simulation.before, package.name);
     if (installed != nullptr && isDowngrade(row, package, *installed))
       add("downgrade", simulation, package,
-          "the device has " + printable(installed->version) + ", the image has " + printable(package.version));
+          "the device has " + Common::printable(installed->version) + ", the image has " +
+              Common::printable(package.version));
     if (installed != nullptr)
       compareDevelopers(simulation, row, package, *installed);
     findRebuilt(simulation, package);
@@ -237,7 +240,8 @@ private:
     }
     if (isOther)
       add("rebuilt-same-version", simulation, package,
-          "the earlier image has other bytes as " + printable(package.name) + " " + printable(package.version));
+          "the earlier image has other bytes as " + Common::printable(package.name) + " " +
+              Common::printable(package.version));
   }
 
   void findReturn(const Simulation& simulation, const Package& package) {
@@ -256,14 +260,14 @@ private:
     for (const InstalledState& installed : simulation.before) {
       if (!m_packages.contains(installed.name) && !installed.keyId.empty())
         m_findings.add("package-dropped", std::nullopt, installed.name,
-                       "devices have " + printable(installed.name) + " " + printable(installed.version) +
-                           ", and the image has no package of that name",
+                       "devices have " + Common::printable(installed.name) + " " +
+                           Common::printable(installed.version) + ", and the image has no package of that name",
                        simulation.scenario.name);
     }
   }
 
   void add(const std::string& id, const Simulation& simulation, const Package& package, const std::string& message) {
-    m_findings.add(id, package.entry, package.name, message + " (" + printable(simulation.scenario.name) + ")",
+    m_findings.add(id, package.entry, package.name, message + " (" + Common::printable(simulation.scenario.name) + ")",
                    simulation.scenario.name);
   }
 
@@ -290,7 +294,7 @@ std::vector<NotChecked> unknownDevelopers(const std::vector<Simulation>& simulat
     for (const Row& row : simulation.scenario.rows) {
       if (row.reason == "DeveloperUnknown")
         notChecked.push_back({.id = "developer-changed",
-                              .why = "the registry of the device has no record of " + printable(row.name) +
+                              .why = "the registry of the device has no record of " + Common::printable(row.name) +
                                      ", so its developer is unknown"});
     }
   }

@@ -3,6 +3,7 @@
 #include "tools/krv-image-check/signature_checks.h"
 
 #include "common/signatures/package_cmses.h"
+#include "common/text/printable.h"
 #include "tools/krv-image-check/escape.h"
 #include "tools/krv-image-check/summary.h"
 
@@ -85,7 +86,7 @@ private:
   bool has(Problem problem) const { return m_cms.problems.contains(problem); }
 
   void add(const char* id, const std::string& message, std::map<std::string, std::string> data = {}) {
-    const std::string signer = roleName(m_cms.role) + " (" + printable(m_cms.subject) + ")";
+    const std::string signer = roleName(m_cms.role) + " (" + Common::printable(m_cms.subject) + ")";
     m_findings.push_back({.id = id,
                           .entry = m_entry,
                           .message = signer + ": " + message,
@@ -95,7 +96,7 @@ private:
 
   void checkCertificate() {
     if (has(Problem::Untrusted) && m_context.hasAuthorities)
-      add("signer-untrusted", "no trusted authority stands behind the issuer " + printable(m_cms.issuer));
+      add("signer-untrusted", "no trusted authority stands behind the issuer " + Common::printable(m_cms.issuer));
     if (has(Problem::UsageForbidden))
       add("signer-untrusted", "the certificate must not be used for this, or its authority must not give this role");
     if (has(Problem::Expired))

@@ -5,6 +5,7 @@
 #include "common/error/error.h"
 #include "common/rpm/configuration.h"
 #include "common/rpm/dependency_check.h"
+#include "common/text/printable.h"
 #include "tools/krv-image-check/escape.h"
 #include "tools/krv-image-check/image_checks.h"
 #include "tools/krv-image-check/wire.h"
@@ -47,7 +48,7 @@ std::set<Problem> problemsAlone(DependencyCheck& check, const Reader& package, s
 }
 
 Finding describe(const Problem& problem, const std::string& entry, bool isOnlyOrder) {
-  const std::string other = printable(problem.other);
+  const std::string other = Common::printable(problem.other);
   if (problem.kind == Problem::Kind::Conflict)
     return {.id = "conflict-declared", .entry = entry, .message = "it conflicts with " + other, .about = problem.other};
   if (isOnlyOrder)
@@ -105,7 +106,7 @@ Findings checkFileConflicts(const Scenario& firstBoot, const std::vector<EntryRe
     const bool isReserved =
         std::ranges::find(report->findings, "path-reserved", &Finding::id) != report->findings.end();
     if (row.action == Action::Refused && row.reason == "FileConflict" && !isReserved)
-      findings.push_back({.id = "file-conflict", .entry = row.entry, .message = printable(row.detail)});
+      findings.push_back({.id = "file-conflict", .entry = row.entry, .message = Common::printable(row.detail)});
   }
   return findings;
 }

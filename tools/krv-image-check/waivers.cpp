@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/krv-image-check/waivers.h"
 
+#include "common/text/printable.h"
 #include "tools/krv-image-check/catalogue.h"
 #include "tools/krv-image-check/check.h"
 #include "tools/krv-image-check/escape.h"
@@ -49,7 +50,7 @@ bool matches(const Waiver& waiver, const Finding& finding) {
 }
 
 Finding aboutWaiver(const char* id, const Waiver& waiver, const std::string& message) {
-  const std::string text = waiver.id + " " + printable(waiver.entryPattern);
+  const std::string text = waiver.id + " " + Common::printable(waiver.entryPattern);
   return {.id = id,
           .entry = {},
           .message = "line " + std::to_string(waiver.line) + " (" + text + "): " + message,

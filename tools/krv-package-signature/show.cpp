@@ -20,7 +20,7 @@ using Common::Rpm::Reader;
 using PackageSignatures::PackageLayout;
 using PackageSignatures::SignerDescription;
 
-/// What the package says about itself. A value is missing if it cannot be read.
+/// Name, version and architecture from the header. A value that cannot be read is missing.
 struct Identity {
   std::optional<std::string> name;
   std::optional<std::string> version; ///< "[epoch:]version-release"

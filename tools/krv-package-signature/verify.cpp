@@ -19,31 +19,31 @@ using PackageSignatures::CmsVerification;
 using PackageSignatures::Problem;
 using PackageSignatures::Verification;
 
-/// What the packages are judged by.
-struct Standard {
+/// The folder of the trusted authorities and the time for the verification.
+struct Trust {
   std::string caPath;
   std::optional<std::time_t> at;
 };
 
-std::string directoryOf(const Standard& standard) {
-  return "the directory of authorities \"" + Common::printable(standard.caPath) + '"';
+std::string directoryOf(const Trust& trust) {
+  return "the directory of authorities \"" + Common::printable(trust.caPath) + '"';
 }
 
 /// Why no package can verify against the directory; nothing if one can.
-std::optional<std::string> directoryProblem(const Standard& standard) {
-  switch (PackageSignatures::checkCaFolder(standard.caPath.c_str())) {
+std::optional<std::string> directoryProblem(const Trust& trust) {
+  switch (PackageSignatures::checkCaFolder(trust.caPath.c_str())) {
   case CaFolder::Usable:
     return std::nullopt;
   case CaFolder::Missing:
-    return directoryOf(standard) + " is missing";
+    return directoryOf(trust) + " is missing";
   case CaFolder::NotADirectory:
-    return directoryOf(standard) + " is not a directory";
+    return directoryOf(trust) + " is not a directory";
   case CaFolder::NotRehashed:
-    return directoryOf(standard) + " has no certificate under the name that openssl-rehash(1) gives";
+    return directoryOf(trust) + " has no certificate under the name that openssl-rehash(1) gives";
   case CaFolder::Unreadable:
     break;
   }
-  return directoryOf(standard) + ", or each certificate in it, cannot be read";
+  return directoryOf(trust) + ", or each certificate in it, cannot be read";
 }
 
 std::string fileProblem(Problem problem) {
@@ -58,11 +58,11 @@ std::string fileProblem(Problem problem) {
 }
 
 /// A problem of the certificate of `whose` key, or of a certificate above it.
-std::string certificateProblem(Problem problem, const std::string& whose, const Standard& standard) {
+std::string certificateProblem(Problem problem, const std::string& whose, const Trust& trust) {
   const std::string chain = whose + " certificate, or one above it, ";
   switch (problem) {
   case Problem::Untrusted:
-    return whose + " certificate does not come from an authority in \"" + Common::printable(standard.caPath) + '"';
+    return whose + " certificate does not come from an authority in \"" + Common::printable(trust.caPath) + '"';
   case Problem::Revoked:
     return chain + "is revoked";
   case Problem::RevocationListUnusable:
@@ -89,32 +89,30 @@ std::string notYetValidProblem(const CmsVerification& cms, const std::string& wh
   return "a certificate above " + whose + " is not valid yet";
 }
 
-std::string earlierKeyProblem(Problem problem, const std::string& keyId, const Standard& standard) {
+std::string earlierKeyProblem(Problem problem, const std::string& keyId, const Trust& trust) {
   switch (problem) {
   case Problem::RoleMissing:
     return "the earlier key " + keyId + " is not a developer's";
   case Problem::SignatureBroken:
     return "the earlier key " + keyId + " does not vouch for the next key";
   default:
-    return certificateProblem(problem, "the earlier key " + keyId + "'s", standard);
+    return certificateProblem(problem, "the earlier key " + keyId + "'s", trust);
   }
 }
 
-std::vector<std::string> rotationProblems(const CmsVerification& cms, const std::string& whose,
-                                          const Standard& standard) {
+std::vector<std::string> rotationProblems(const CmsVerification& cms, const std::string& whose, const Trust& trust) {
   std::vector<std::string> reasons;
   for (const auto& [keyId, problems] : cms.earlierKeys) {
     for (const Problem problem : problems)
-      reasons.push_back(earlierKeyProblem(problem, keyId, standard));
+      reasons.push_back(earlierKeyProblem(problem, keyId, trust));
   }
   if (reasons.empty())
     reasons.push_back(whose + " list of earlier keys cannot be read");
   return reasons;
 }
 
-std::string signerProblem(Problem problem, const CmsVerification& cms, const std::string& whose,
-                          const Standard& standard) {
-  const std::time_t now = standard.at.value_or(std::time(nullptr));
+std::string signerProblem(Problem problem, const CmsVerification& cms, const std::string& whose, const Trust& trust) {
+  const std::time_t now = trust.at.value_or(std::time(nullptr));
   switch (problem) {
   case Problem::RoleMissing:
     return whose + " certificate is neither a developer's nor a source's";
@@ -127,11 +125,11 @@ std::string signerProblem(Problem problem, const CmsVerification& cms, const std
   case Problem::SignatureBroken:
     return whose + " signature is broken: it is not valid for the content and the certificate";
   default:
-    return certificateProblem(problem, whose, standard);
+    return certificateProblem(problem, whose, trust);
   }
 }
 
-std::vector<std::string> reasonsAgainst(const Verification& verification, const Standard& standard) {
+std::vector<std::string> reasonsAgainst(const Verification& verification, const Trust& trust) {
   std::vector<std::string> reasons;
   for (const Problem problem : verification.problems)
     reasons.push_back(fileProblem(problem));
@@ -141,10 +139,10 @@ std::vector<std::string> reasonsAgainst(const Verification& verification, const 
     const std::string whose = role.empty() ? "signature " + std::to_string(i + 1) + "'s" : "the " + role + "'s";
     for (const Problem problem : cms.problems) {
       if (problem != Problem::RotationBroken) {
-        reasons.push_back(signerProblem(problem, cms, whose, standard));
+        reasons.push_back(signerProblem(problem, cms, whose, trust));
         continue;
       }
-      for (const std::string& reason : rotationProblems(cms, whose, standard))
+      for (const std::string& reason : rotationProblems(cms, whose, trust))
         reasons.push_back(reason);
     }
   }
@@ -162,7 +160,7 @@ std::vector<std::string> withoutRepetitions(const std::vector<std::string>& reas
   return result;
 }
 
-std::vector<std::string> verifyPackage(const std::string& path, const Standard& standard) {
+std::vector<std::string> verifyPackage(const std::string& path, const Trust& trust) {
   const Common::Posix::FileDescriptor descriptor = openPackage(path);
   const auto file = PackageSignatures::packageFromDescriptor(descriptor.get());
   if (!file) {
@@ -170,8 +168,8 @@ std::vector<std::string> verifyPackage(const std::string& path, const Standard& 
     return {"its signatures cannot be read"};
   }
   const Verification verification =
-      PackageSignatures::verifyPackage(*file, {.caPath = standard.caPath.c_str(), .at = standard.at});
-  std::vector<std::string> reasons = withoutRepetitions(reasonsAgainst(verification, standard));
+      PackageSignatures::verifyPackage(*file, {.caPath = trust.caPath.c_str(), .at = trust.at});
+  std::vector<std::string> reasons = withoutRepetitions(reasonsAgainst(verification, trust));
   if (reasons.empty())
     std::cout << Common::printable(path) << ": OK" << std::endl;
   return reasons;
@@ -180,11 +178,10 @@ std::vector<std::string> verifyPackage(const std::string& path, const Standard& 
 } // namespace
 
 bool verify(const Options& options) {
-  const Standard standard{.caPath = options.caPath ? *options.caPath : PackageSignatures::defaultCaPath(),
-                          .at = options.at};
-  if (const std::optional<std::string> problem = directoryProblem(standard)) {
+  const Trust trust{.caPath = options.caPath ? *options.caPath : PackageSignatures::defaultCaPath(), .at = options.at};
+  if (const std::optional<std::string> problem = directoryProblem(trust)) {
     complain(*problem);
     return false;
   }
-  return forEachPackage(options.packages, [&](const std::string& path) { return verifyPackage(path, standard); });
+  return forEachPackage(options.packages, [&](const std::string& path) { return verifyPackage(path, trust); });
 }

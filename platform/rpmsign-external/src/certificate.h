@@ -57,7 +57,7 @@ enum class Extent {
   EveryProblem,
 };
 
-/// What a certificate is judged by.
+/// The trusted authorities and the time for the verification of a certificate.
 struct Trust {
   const char* caPath; ///< may be null, which trusts nobody
   std::optional<std::time_t> at = {};

@@ -58,10 +58,13 @@ public:
       count = TEMP_FAILURE_RETRY(read(file.get(), m_bytes.data() + m_end, m_bytes.size() - m_end));
       m_end += count > 0 ? static_cast<std::size_t>(count) : 0;
     }
+    if (count == 0)
+      return;
+    const int error = errno;
+    OPENSSL_cleanse(m_bytes.data(), m_bytes.size()); // the destructor does not run
     if (count < 0)
-      failWithErrno("the file of pass phrases " + path + " cannot be read", errno);
-    if (count > 0)
-      throw SigningError("the file of pass phrases " + path + " is too long");
+      failWithErrno("the file of pass phrases " + path + " cannot be read", error);
+    throw SigningError("the file of pass phrases " + path + " is too long");
   }
   ~Lines() override { OPENSSL_cleanse(m_bytes.data(), m_bytes.size()); }
   Lines(const Lines&) = delete;

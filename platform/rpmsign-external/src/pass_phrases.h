@@ -17,7 +17,7 @@ public:
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
 
-  /// Writes the pass phrase into `buffer` and returns its length; -1 if there is none.
+  /// Writes the pass phrase into `buffer` and returns its length, or -1 without a pass phrase.
   virtual int give(const std::string& prompt, std::span<char> buffer) noexcept = 0;
 
   /// Why give() returned -1.

@@ -75,7 +75,7 @@ KeyPtr keyFromFile(const std::string& path, const PassPhrases& passPhrases) {
   return key;
 }
 
-/// The first private key of the URI; null if there is none.
+/// Loads the first private key of the URI. Returns null if the URI has no private key.
 KeyPtr firstKey(OSSL_STORE_CTX* store) {
   while (OSSL_STORE_eof(store) == 0) {
     const StoreInfoPtr info(OSSL_STORE_load(store));

@@ -73,7 +73,7 @@ private:
   Support::Authority m_root{inSandbox("root")};
 };
 
-/// What the openssl program prints about a certificate, without the label.
+/// Returns the openssl program's output for one field of a certificate, without the label.
 std::string printed(const std::string& certificate, const std::string& what) {
   const std::string line =
       Support::runOrThrow({"openssl", "x509", "-in", certificate, "-noout", "-nameopt", "RFC2253", what});

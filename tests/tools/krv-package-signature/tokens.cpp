@@ -6,7 +6,7 @@
 
 namespace {
 
-/// The first file that the pattern matches in the folders of libraries; empty if there is none.
+/// Returns the first match of the pattern in the library folders, or an empty path.
 std::string found(const std::string& pattern) {
   const std::string file =
       Support::run({"bash", "-c", "compgen -G \"/usr/lib*/$1\" || compgen -G \"/usr/lib/*/$1\"", "bash", pattern})

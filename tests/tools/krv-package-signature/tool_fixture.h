@@ -117,7 +117,7 @@ public:
       throw std::system_error(errno, std::generic_category(), "cannot type");
   }
 
-  /// What the child has written to it.
+  /// Returns the output of the child on the terminal.
   std::string text() const {
     char bytes[1000];
     const ssize_t size = read(m_master, bytes, sizeof bytes);

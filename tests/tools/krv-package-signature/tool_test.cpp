@@ -60,7 +60,7 @@ std::string identityOfSample(const std::string& file) {
   return file + "\n  name: sample\n  version: 1.0-1\n  architecture: noarch\n";
 }
 
-/// What the tool shows of a signature behind its first line.
+/// Returns the lines of `show` for a signature, without the first one.
 std::string shownSignature(const PackageSignatures::PackageLayout::StoredCms& stored, const std::string& name,
                            const std::string& subject) {
   const Pki& pki = Pki::instance();

@@ -38,7 +38,7 @@ public:
   static PassPhrases fromTerminal();
 
   /// The lines of a file, one for each key that needs a pass phrase, in the order in which the keys are loaded. The
-  /// file may be a pipe and is read at once. Throws SigningError if it cannot be read or is longer than 16 KiB.
+  /// file may be a pipe and is read at once. Throws SigningError if it cannot be read or has 16 KiB or more.
   static PassPhrases fromFile(const std::string& path);
 
   Impl& impl() const { return *m_impl; }
