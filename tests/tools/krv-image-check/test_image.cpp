@@ -79,7 +79,7 @@ void TestImage::trustAuthority() {
 
 fs::path TestImage::addSignedBy(const std::string& certificate, const Support::PackageInput& input) {
   const fs::path path = add(input, "");
-  const auto key = PackageSignatures::SigningKey::fromFiles(authority().key(certificate), authority().pem(certificate));
+  const auto key = PackageSignatures::SigningKey::load(authority().key(certificate), authority().pem(certificate));
   PackageSignatures::signPackage(path, {.key = key});
   return path;
 }
@@ -133,14 +133,11 @@ void flipByte(const fs::path& path, std::size_t fromEnd) {
 }
 
 void validate(const std::string& json) {
-  static const char* const program = "import json, sys, jsonschema\n"
-                                     "schema = json.load(open(sys.argv[1]))\n"
-                                     "jsonschema.Draft202012Validator.check_schema(schema)\n"
-                                     "jsonschema.Draft202012Validator(schema).validate(json.load(open(sys.argv[2])))\n";
   const Support::TempDirectory folder;
   writeFile(folder / "report.json", json);
   Support::runOrThrow(
-      {"python3", "-c", program, KRV_SOURCE_DIRECTORY "/docs/image-check.schema.json", folder / "report.json"});
+      {KRV_SOURCE_DIRECTORY "/tests/tools/krv-image-check/validate_json.py",
+       KRV_SOURCE_DIRECTORY "/docs/image-check.schema.json", folder / "report.json"});
 }
 
 } // namespace ImageCheckTest

@@ -1,11 +1,12 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 # SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 # SPDX-License-Identifier: MIT
 """Validates a JSON document against a JSON schema.
 
 usage: validate_json.py SCHEMA DOCUMENT
 
-Exit status: 0 valid, 1 not valid; standard output has one line per mistake.
+Exit status: 0 valid, 1 not valid; standard output has one line per mistake. It runs the distribution's Python, for which
+scripts/setup installs jsonschema.
 """
 import json
 import sys
