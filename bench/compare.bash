@@ -1,11 +1,12 @@
 # SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 # SPDX-License-Identifier: MIT
 #
-# Sourced by the cases: compare NAME TARGET OURS YARDSTICK [RESET]
+# Sourced by the cases: compare NAME TARGET OURS YARDSTICK [RESET [ADDITION]]
 #
 # Times the commands OURS and YARDSTICK and prints one row of the table: both medians in milliseconds, the median of the
 # ratios with the smallest and the largest, and TARGET, the largest acceptable ratio. RESET runs before each of them,
-# untimed. The three are texts for the shell; a command that fails ends the benchmark.
+# untimed. The three are texts for the shell; a command that fails ends the benchmark. ADDITION is a number of microseconds
+# that are added to each time of YARDSTICK.
 #
 # After a warm-up the commands run alternately, and each pair gives one ratio, so that other load on the machine affects
 # both. The order changes from pair to pair. There are KRV_BENCH_PAIRS pairs or, if that is not set, at least seven and as
@@ -51,7 +52,7 @@ report_value() { # name, value in thousandths, unit, target
 }
 
 compare() {
-  local name=$1 target=$2 ours=$3 yardstick=$4 reset=${5:-:} end=0
+  local name=$1 target=$2 ours=$3 yardstick=$4 reset=${5:-:} addition=${6:-0} end=0
   local our_times=() yardstick_times=() ratios=() pair our_time yardstick_time
   [ -n "${KRV_BENCH_PAIRS:-}" ] || end=$((SECONDS + 30))
   for ((pair = 0; pair <= ${KRV_BENCH_PAIRS:-7} || SECONDS < end; pair++)); do
@@ -64,6 +65,7 @@ compare() {
     fi
     ((pair > 0)) || continue # the warm-up
     our_times+=("$our_time")
+    yardstick_time=$((yardstick_time + addition))
     yardstick_times+=("$yardstick_time")
     ratios+=($((our_time * 1000 / yardstick_time)))
   done

@@ -8,7 +8,7 @@
 #   $work      the folder; HOME is in it, with its own RPM database. The database path is a plain one, because Debian's
 #              default runs a shell to find the home directory
 #
-# The folder is below the build folder, or below KRV_BENCH_DIRECTORY, on a disk with 5 GiB free.
+# The folder is below the build folder, or below KRV_BENCH_DIRECTORY, on a disk with 7 GiB free.
 
 source sandbox/bus.bash
 bin=$PWD/build/release/bin

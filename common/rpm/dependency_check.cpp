@@ -14,6 +14,8 @@
 #include <memory>
 #include <optional>
 
+#include <fcntl.h>
+
 namespace Common::Rpm {
 
 namespace {
@@ -49,6 +51,8 @@ DependencyCheck::DependencyCheck() {
   ensureRpmConfig();
   m_set = ownTransactionSet(rpmtsCreate());
   rpmtsSetRootDir(m_set.get(), nullptr);
+  // Else each check would open and close it.
+  rpmtsOpenDB(m_set.get(), O_RDONLY);
 }
 
 void DependencyCheck::add(const Reader& package, std::size_t number) {
