@@ -47,8 +47,7 @@ TEST_F(DemoImage, WritesThePagesOfTheDocuments) {
   EXPECT_EQ(result.status, 0);
   const fs::path documents = KRV_SOURCE_DIRECTORY "/docs";
   for (const char* page : {"image-check-broken.html", "image-check-repaired.html"})
-    EXPECT_EQ(comparable(pages() / page), comparable(documents / page))
-        << "run scripts/demo-image --html docs";
+    EXPECT_EQ(comparable(pages() / page), comparable(documents / page)) << "run scripts/demo-image --html docs";
   expectNothingLeft();
 }
 
@@ -63,7 +62,8 @@ TEST_F(DemoImage, RefusesAMissingFolder) {
 TEST_F(DemoImage, FailsIfAPageCannotBeWritten) {
   fs::create_directories(pages() / "image-check-broken.html");
   const Support::ProcessResult result = Support::run(script("demo-image", {"--html", pages()}), environment());
-  EXPECT_EQ(result.errors, "krv-image-check: " + (pages() / "image-check-broken.html").string() + " cannot be written\n");
+  EXPECT_EQ(result.errors,
+            "krv-image-check: " + (pages() / "image-check-broken.html").string() + " cannot be written\n");
   EXPECT_EQ(result.status, 2);
   expectNothingLeft();
 }

@@ -135,9 +135,8 @@ void flipByte(const fs::path& path, std::size_t fromEnd) {
 void validate(const std::string& json) {
   const Support::TempDirectory folder;
   writeFile(folder / "report.json", json);
-  Support::runOrThrow(
-      {KRV_SOURCE_DIRECTORY "/tests/tools/krv-image-check/validate_json.py",
-       KRV_SOURCE_DIRECTORY "/docs/image-check.schema.json", folder / "report.json"});
+  Support::runOrThrow({KRV_SOURCE_DIRECTORY "/tests/tools/krv-image-check/validate_json.py",
+                       KRV_SOURCE_DIRECTORY "/docs/image-check.schema.json", folder / "report.json"});
 }
 
 } // namespace ImageCheckTest
