@@ -21,7 +21,7 @@ struct RootEntry {
   std::uint64_t inode = 0;
 };
 
-/// The entry of the root at a path, no symlink followed; nothing if there is none.
+/// Returns the entry of the root at a path, without following a symlink. No value if the path does not exist.
 using Root = std::function<std::optional<RootEntry>(const std::filesystem::path&)>;
 
 /// The change of one file or symlink of the root.

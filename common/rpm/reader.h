@@ -82,7 +82,7 @@ private:
   std::shared_ptr<SoundHeader> m_sound;
 };
 
-/// What RPM thinks of a file.
+/// Whether the tool can read a file as a package.
 enum class Readability {
   Readable,
   NotAPackage, ///< it does not begin like a package, or it is empty or not a regular file

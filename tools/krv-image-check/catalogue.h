@@ -9,15 +9,14 @@
 
 namespace ImageCheck {
 
-/// What is known about every finding with one id. All texts are plain ASCII and end without a full stop if they are
-/// titles.
+/// The explanation of the findings with one id. All texts are plain ASCII. Titles end without a full stop.
 struct Explanation {
   std::string_view id;
   Severity severity;
   bool canBeWaived;
   std::string_view title;       ///< one line
-  std::string_view consequence; ///< what happens on the device
-  std::string_view remedy;      ///< what the builder of the image does about it
+  std::string_view consequence; ///< on the device
+  std::string_view remedy;      ///< for the builder of the image
 };
 
 /// Every id, in the order of the documentation: image, entry, package, signature, together, against the past, this

@@ -34,7 +34,7 @@ const Look& lookOf(Action action) {
   return *std::ranges::find(looks, action, &Look::action);
 }
 
-/// What a reader needs to know beside the action; empty if the action says it.
+/// The reason of an action, for the reader of the page; empty if the action says enough.
 std::string reasonText(const std::string& reason) {
   static const std::map<std::string_view, const char*> texts = {
       {"NotInstalled", ""},

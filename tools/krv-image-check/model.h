@@ -76,7 +76,7 @@ enum class Action {
   Unreadable, ///< the tool cannot read the package
 };
 
-/// What happens to one entry at one boot.
+/// The action for one entry at one boot.
 struct Row {
   std::string entry;
   std::string name; ///< of the package; empty if it is unreadable
@@ -103,8 +103,8 @@ struct Finding {
   std::string id;
   std::optional<std::string> entry; ///< nothing for a finding about the image
   std::string message;              ///< plain text; names from packages are already printable in it
-  /// What tells this finding from others with the same id and entry, for example the name of a dependency. It does not
-  /// change from day to day, unlike the message.
+  /// Distinguishes this finding from others with the same id and entry, for example by the name of a dependency. Unlike
+  /// the message, it does not change from day to day.
   std::string about = {};
   std::map<std::string, std::string> data = {}; ///< facts for programs, each a JSON value
   std::optional<std::string> waivedBy = {};     ///< the reason of the waiver

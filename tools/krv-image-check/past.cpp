@@ -168,7 +168,7 @@ bool isRotationOfTheSame(const Package& package, const std::string& key, const S
   });
 }
 
-/// The first key that the installed package names and the package does not; null if there is none.
+/// Returns an earlier key of the installed package that the new package does not name, or null.
 const std::string* droppedKey(const Package& package, const InstalledState& installed) {
   const Common::DeveloperIdentity& developer = package.developer->identity;
   if (!Common::isOwnOrEarlierKey(installed.keyId, developer.keyId, developer.previousKeyIds))

@@ -28,7 +28,7 @@ struct PackageContext {
   bool deep;
 };
 
-/// What one entry of the pre-install directory is.
+/// An entry of the pre-install directory, and its findings.
 struct EntryReport {
   Entry entry;
   Findings findings = {};

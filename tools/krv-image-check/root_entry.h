@@ -10,7 +10,8 @@
 
 namespace ImageCheck {
 
-/// The entry of a file tree at `path`, for the simulation of a device that has the tree; nothing if there is none.
+/// Returns the entry at `path` of a file tree, for the simulation of a device that has the tree. No value if the path
+/// does not exist.
 std::optional<Acceptance::RootEntry> rootEntry(const ImageTree& tree, const std::filesystem::path& path);
 
 } // namespace ImageCheck

@@ -12,7 +12,7 @@
 
 namespace ImageCheck {
 
-/// What the signatures of a package say.
+/// The result of checking the signatures of a package.
 struct SignatureReport {
   std::string sha256; ///< of the whole file; empty if it cannot be read
   std::optional<Developer> developer;

@@ -33,7 +33,7 @@ struct Simulation {
   Scenario reversed; ///< the same with the entries taken in the reverse order, if two packages have one name
   std::vector<InstalledState> before;
   std::vector<Core::KRV::RegistryRecord> recordsBefore;
-  const ImageContent* previous; ///< the image that the device has booted before; null if there is none
+  const ImageContent* previous; ///< the image that the device booted before, or null
 };
 
 /// "first-boot", "update:NAME" for each previous image, and "device" if there is one. The simulations refer to `input`.

@@ -14,9 +14,9 @@
 
 namespace ImageCheck {
 
-/// What the packages of the entries require, and which declare a conflict, beside the packages of RPM's database in
-/// `database`: dependency-missing, dependency-order and conflict-declared. Works in a worker process. An entry that
-/// cannot be opened any more is left out.
+/// Finds the packages that cannot be installed beside the others and those of the RPM database in `database`:
+/// dependency-missing, dependency-order and conflict-declared. Works in a worker process. An entry that cannot be
+/// opened any more is left out.
 Findings checkDependencies(const ImageTree& image, const std::vector<EntryReport>& entries,
                            const std::filesystem::path& database);
 

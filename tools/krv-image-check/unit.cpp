@@ -77,7 +77,8 @@ bool isBeforeFirstBoot(const ImageTree& image) {
   return !machineId || machineId->starts_with("uninitialized");
 }
 
-/// The first line of a preset file that is about the unit: whether it enables it.
+/// Whether a preset file enables the unit. As in systemd, the first line whose pattern matches the unit decides; no
+/// value if no line does.
 std::optional<bool> presetIn(const std::string& text) {
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {

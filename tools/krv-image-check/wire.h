@@ -15,7 +15,7 @@ namespace ImageCheck {
 std::string pack(const EntryReport& report);
 EntryReport unpackEntry(const std::string& bytes);
 
-/// What a device has.
+/// The packages and the registry of a device.
 struct DeviceContent {
   std::vector<Package> packages; ///< only name, full version and files
   std::vector<Core::KRV::RegistryRecord> records;

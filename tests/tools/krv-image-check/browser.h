@@ -8,7 +8,7 @@
 
 namespace ImageCheckTest {
 
-/// The program of a headless Chromium; nothing if there is none.
+/// The path of a headless Chromium, if one is installed.
 std::optional<std::string> findBrowser();
 
 /// Opens `page` in a frame of this width, with all its details open, and returns what the browser made of it:

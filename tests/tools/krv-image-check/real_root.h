@@ -20,7 +20,7 @@ public:
 
   std::filesystem::path path() const { return m_directory.path(); }
 
-  /// What the tool and the service do with the package file `path`, which is the entry `name`.
+  /// Lets the tool and the service handle the package file `path` as the entry `name`, and returns the result.
   ImageCheck::Row take(const std::string& name, const std::filesystem::path& path);
   /// Removes a package if it is installed.
   void remove(const std::string& name);
