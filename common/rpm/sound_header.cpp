@@ -68,7 +68,8 @@ bool hasAffordableVeritySignatures(Header header) {
 /// librpm itself compares the number of files with the number of values per file, except for the dependencies.
 bool files(Header header) {
   return names(header) && originalNames(header) && isAbsentOr(RPM_STRING_ARRAY_TYPE, header, RPMTAG_CLASSDICT) &&
-         isAbsentOrText(header, RPMTAG_FILEDIGESTS) && hasAffordableVeritySignatures(header);
+         isAbsentOr(RPM_STRING_ARRAY_TYPE, header, RPMTAG_FILECAPS) && isAbsentOrText(header, RPMTAG_FILEDIGESTS) &&
+         hasAffordableVeritySignatures(header);
 }
 
 bool fileDependencies(Header header) {

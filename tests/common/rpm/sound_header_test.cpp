@@ -306,11 +306,23 @@ class UnsoundPackage : public ArchiveTest::Fixture {
 protected:
   UnsoundPackage() {
     build({.preamble = "AutoReqProv: no\nRequires: other"});
-    Support::changeHeader(package(), [](Header header) {
-      headerDel(header, RPMTAG_CLASSDICT);
-      // librpm itself refuses a number in place of a text, but not a single text in place of a list.
-      putValue(header, RPMTAG_CLASSDICT, RPM_STRING_TYPE, "text");
+    putSingleText(RPMTAG_CLASSDICT);
+  }
+
+  /// librpm itself refuses a number in place of a text, but not a single text in place of a list.
+  void putSingleText(rpmTagVal tag) {
+    Support::changeHeader(package(), [tag](Header header) {
+      headerDel(header, tag);
+      putValue(header, tag, RPM_STRING_TYPE, "text");
     });
+  }
+
+  void expectNoListOfFiles() {
+    const std::string error = "BadPackageFileFormat: Couldn't open rpm package for extraction";
+    EXPECT_EQ(errorOf([&] { ArchiveReader::openFileList(package().string()); }), error);
+    EXPECT_EQ(errorOf([&] { open(); }), error);
+    EXPECT_EQ(errorOf([&] { Acceptance::fileList(Reader(package().string())); }),
+              "BadPackageFileFormat: Couldn't read the list of files of the package");
   }
 };
 
@@ -332,11 +344,14 @@ TEST_F(UnsoundPackage, HasNoTagsComputedFromTheList) {
 }
 
 TEST_F(UnsoundPackage, HasNoListOfFiles) {
-  const std::string error = "BadPackageFileFormat: Couldn't open rpm package for extraction";
-  EXPECT_EQ(errorOf([&] { ArchiveReader::openFileList(package().string()); }), error);
-  EXPECT_EQ(errorOf([&] { open(); }), error);
-  EXPECT_EQ(errorOf([&] { Acceptance::fileList(Reader(package().string())); }),
-            "BadPackageFileFormat: Couldn't read the list of files of the package");
+  expectNoListOfFiles();
+}
+
+TEST_F(UnsoundPackage, HasNoListOfFilesWithASingleTextAsCapabilities) {
+  build({.install = "mkdir -p %{buildroot}/opt; touch %{buildroot}/opt/file", .files = "%caps(cap_kill=p) /opt/file"});
+  EXPECT_EQ(Acceptance::fileList(Reader(package().string())).at(0).capabilities, "cap_kill=p");
+  putSingleText(RPMTAG_FILECAPS);
+  expectNoListOfFiles();
 }
 
 TEST_F(UnsoundPackage, IsNeverMadeByRpmbuild) {
