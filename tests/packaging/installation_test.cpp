@@ -70,6 +70,8 @@ const Files filesOfDevice = {{"lib/systemd/system-preset/80-krv-pre-installer.pr
 
 const Files filesOfBuildMachine = {{"bin/krv-image-check", "755"},
                                    {"bin/krv-package-signature", "755"},
+                                   {"share/bash-completion/completions/krv-image-check", "644"},
+                                   {"share/bash-completion/completions/krv-package-signature", "644"},
                                    {"share/doc/krv-pre-installer/CHANGELOG.md", "644"},
                                    {"share/doc/krv-pre-installer/LICENSE", "644"},
                                    {"share/doc/krv-pre-installer/README.md", "644"},
@@ -85,7 +87,11 @@ const Files filesOfBuildMachine = {{"bin/krv-image-check", "755"},
                                    {"share/doc/krv-pre-installer/velta.KRV.conf.example", "644"},
                                    {"share/doc/krv-pre-installer/velta.KRV.service.example", "644"},
                                    {"share/man/man1/krv-image-check.1.gz", "644"},
-                                   {"share/man/man1/krv-package-signature.1.gz", "644"}};
+                                   {"share/man/man1/krv-package-signature.1.gz", "644"},
+                                   {"share/fish/vendor_completions.d/krv-image-check.fish", "644"},
+                                   {"share/fish/vendor_completions.d/krv-package-signature.fish", "644"},
+                                   {"share/zsh/site-functions/_krv-image-check", "644"},
+                                   {"share/zsh/site-functions/_krv-package-signature", "644"}};
 
 TEST_F(Installation, HasExactlyTheFilesOfDeviceAndBuildMachine) {
   install();
@@ -211,6 +217,7 @@ std::set<std::string> filesInSpec(const std::string& section, const Files& known
       {"%{_docdir}/%{name}", "share/doc/krv-pre-installer"},
       {"%{_bindir}", "bin"},
       {"%{_sbindir}", "sbin"},
+      {"%{_datadir}", "share"},
       {"%{_mandir}", "share/man"},
       {"%{_presetdir}", "lib/systemd/system-preset"},
       {"%{_tmpfilesdir}", "lib/tmpfiles.d"},
