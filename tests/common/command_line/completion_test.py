@@ -43,10 +43,11 @@ PATHS = [
     ("krv-image-check --previous image --device |", "directories"),
     ("krv-image-check --output |", "files"),
 ]
-# What somebody types on a terminal, and the arguments that the program gets. zsh joins an option and its value by "=", and
-# removes the slash at the end.
+# What somebody types on a terminal, and the arguments that the program gets. zsh joins an option and its value by "=",
+# and removes the slash at the end.
 TYPED = [
-    ("krv-package-signature si\t--k\tali\t--ce\tbob\tmy\t", ["sign", "--key", "alice.pem", "--cert", "bob.pem", "my app.rpm"]),
+    ("krv-package-signature si\t--k\tali\t--ce\tbob\tmy\t",
+     ["sign", "--key", "alice.pem", "--cert", "bob.pem", "my app.rpm"]),
     ("krv-package-signature ver\t--ca\ttr\t", ["verify", "--ca-path", "trusted ca/"]),
     ("krv-image-check --fo\ts\tima\t", ["--format", "sarif", "image/"]),
 ]
@@ -55,19 +56,23 @@ FOLDERS = ["image", "trusted ca"]
 
 
 def help_of(*command):
-    return subprocess.run([os.path.join(BUILD, "bin", command[0]), *command[1:], "--help"], capture_output=True, text=True,
-                          check=True).stdout
+    return subprocess.run([os.path.join(BUILD, "bin", command[0]), *command[1:], "--help"], capture_output=True,
+                          text=True, check=True).stdout
+
+
+def section_of(title, *command):
+    section = re.search(rf"(?is)\n{title}:\s*\n(.*?)(\n\n|$)", help_of(*command))
+    return section.group(1) if section else ""
 
 
 def subcommands_of(program):
-    section = re.search(r"(?s)\nSubcommands:\n(.*?)\n\n", help_of(program))
-    return re.findall(r"(?m)^  (\S+)", section.group(1)) if section else []
+    return re.findall(r"(?m)^  (\S+)", section_of("Subcommands", program))
 
 
 def options_of(*command):
-    """The names of all options that the help shows."""
-    section = re.search(r"(?s)\nOptions:\n(.*?)\n\n", help_of(*command)).group(1)
-    return sorted(name for names in re.findall(r"(?m)^  (-\S+)", section) for name in names.split(","))
+    """The names of all options that the help shows, for example in a line "  -h,--help     Print this help message"."""
+    names = re.findall(r"(?m)^ {2,8}((?:--?[a-z][a-z-]*,?\s*)+)", section_of("Options", *command))
+    return sorted(name for line in names for name in re.findall(r"--?[a-z][a-z-]*", line))
 
 
 def commands():
@@ -122,7 +127,8 @@ class Shell(unittest.TestCase):
         deadline = time.monotonic() + 60
         try:
             for line in [*lines, None]:
-                while not re.search(rb"ready> (\x1b\[\?2004h)?$", seen): # zsh announces bracketed paste behind its prompt
+                # zsh announces bracketed paste behind its prompt.
+                while not re.search(rb"ready> (\x1b\[\?2004h)?$", seen):
                     self.assertTrue(select.select([terminal], [], [], max(0, deadline - time.monotonic()))[0], seen)
                     seen += os.read(terminal, 4096)
                 if line is not None:
@@ -220,8 +226,8 @@ class Fish(Shell):
         for line, kind in PATHS:
             with self.subTest(line):
                 start = line[:-1].split(" ")[-1]
-                self.assertEqual(self.offers(line[:-1]),
-                                 sorted(start + name for name in (folders if kind == "directories" else folders + FILES)))
+                names = folders if kind == "directories" else folders + FILES
+                self.assertEqual(self.offers(line[:-1]), sorted(start + name for name in names))
 
 
 if __name__ == "__main__":
