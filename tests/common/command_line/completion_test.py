@@ -43,8 +43,8 @@ PATHS = [
     ("krv-image-check --previous image --device |", "directories"),
     ("krv-image-check --output |", "files"),
 ]
-# What somebody types on a terminal, and the arguments that the program gets. zsh joins an option and its value by "=",
-# and removes the slash at the end.
+# Lines that somebody types on a terminal, and the arguments that the program gets. zsh joins an option and its value by
+# "=", and removes the slash at the end.
 TYPED = [
     ("krv-package-signature si\t--k\tali\t--ce\tbob\tmy\t",
      ["sign", "--key", "alice.pem", "--cert", "bob.pem", "my app.rpm"]),
