@@ -32,6 +32,14 @@ target_compile_options(
             "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:SHELL:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>")
 target_link_options(krv_build_options INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack)
 
+# A release names its source files from the root of the project, so that it does not depend on the folder of the build
+# (scripts/check-reproducible). The first option is for the relative paths that Ninja uses, the second for other places.
+# Debug information keeps the real paths for debuggers and for rpmbuild, which rewrites them.
+file(RELATIVE_PATH sources_from_build "${PROJECT_BINARY_DIR}" "${PROJECT_SOURCE_DIR}")
+target_compile_options(
+  krv_build_options INTERFACE "$<$<CONFIG:Release>:-fmacro-prefix-map=${sources_from_build}=>"
+                              "$<$<CONFIG:Release>:-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=>")
+
 # krv_library(NAME SOURCES file... [PUBLIC target...] [PRIVATE target...])
 #
 # A static library of one folder. PUBLIC lists only libraries whose types appear in a header of the folder.

@@ -4,13 +4,14 @@
 # Sourced by the sandbox and by the benchmarks.
 
 # Prints a dbus-daemon configuration for a system bus that allows everything. The address must not need escapes in XML.
-bus_configuration() { # address
+bus_configuration() { # address, [further elements]
   cat <<END
 <!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
   <listen>$1</listen>
   <auth>EXTERNAL</auth>
+  ${2:-}
   <policy context="default">
     <allow user="*"/>
     <allow own="*"/>

@@ -4,7 +4,8 @@
 # Sourced by sandbox/demo and sandbox/shell: a simulated device in a folder, with a bus and the package-manager service.
 #
 #   device/     the root of its file system: image packages, installed files, database, registry
-#   home/       HOME: its .rpmmacros makes every rpm command use the device's database
+#   home/       HOME: its .rpmmacros makes every rpm command use the device's database. A kept demo also has a
+#               configuration of a bus there, which starts the service
 #   packages/   packages that an image can carry
 #   pki/        the keys and certificates of sandbox/make-pki
 #   run/        the bus's socket, the service's log and similar files, while bus and service run

@@ -3,12 +3,14 @@
 #include "tests/driver/device.h"
 #include "tests/support/bus/any_bus.h"
 #include "tests/support/process/ordinary_user.h"
+#include "tests/support/process/temp_directory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <memory>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 using Support::getPackageCall;
 using Support::installCall;
+using Support::readFile;
 
 /// The default policy of a system bus: everything that a service's policy must allow is denied.
 const std::string barePolicies = "  <policy context=\"default\">\n"
@@ -37,9 +40,11 @@ const std::string barePolicies = "  <policy context=\"default\">\n"
                                  "    <allow own=\"org.freedesktop.systemd1\"/>\n"
                                  "  </policy>\n";
 
+const fs::path examples = fs::path(KRV_SOURCE_DIRECTORY) / "packaging/dbus";
+
 /// The same with the example policy for the service.
 const std::string stockPolicies =
-    barePolicies + "  <include>" KRV_SOURCE_DIRECTORY "/packaging/dbus/velta.KRV.conf.example</include>\n";
+    barePolicies + "  <include>" + (examples / "velta.KRV.conf.example").string() + "</include>\n";
 
 /// Calls a method of the service with a string argument. Returns the name of the error; nothing after success.
 std::string errorOf(const char* interface, const char* method) {
@@ -93,6 +98,40 @@ TEST_P(BusPolicy, AllowsQueriesByEverybody) {
   const Support::OrdinaryUser user(m_device->bus().socket().parent_path());
   EXPECT_EQ(errorOf("velta.KRV", "GetPackage"), "");
   EXPECT_EQ(m_device->service().calls(), std::vector{getPackageCall("x")});
+}
+
+TEST(ActivationFile, LetsTheBusStartTheService) {
+  if (geteuid() != 0)
+    GTEST_SKIP() << "the policy lets only root be the service";
+  // This bus starts the program itself, as systemd starts that of the unit on a device.
+  const std::string example = readFile(examples / "velta.KRV.service.example");
+  static const std::regex program("(\nExec=)[^\n]*\n");
+  ASSERT_TRUE(std::regex_search(example, program));
+  const Support::TempDirectory folder;
+  Support::writeFile(
+      folder / "velta.KRV.service",
+      std::regex_replace(example, program, "$1" + Support::program("test-activated-service").string() + "\n"));
+  Device device({.policies = stockPolicies + "  <servicedir>" + folder.path().string() + "</servicedir>\n"});
+  device.removeService();
+  const fs::path package = device.add({.name = "started"});
+  EXPECT_EQ(device.run().log,
+            "[E] The package version is lower than or equal to the version of an already installed package: " +
+                quoted(package) + "\n" + skippedLine(package) + timeLine);
+}
+
+TEST(UnitOfTheService, IsTheOneThatTheActivationFileNamesAndPassesSystemdAnalyzeVerify) {
+  if (Support::run({"systemd-analyze", "--version"}).status == 127)
+    GTEST_SKIP() << "systemd-analyze is not here";
+  std::smatch name;
+  const std::string activation = readFile(examples / "velta.KRV.service.example");
+  ASSERT_TRUE(std::regex_search(activation, name, std::regex("\nSystemdService=([^\n]*)\n")));
+  const std::string example = readFile(examples / (name[1].str() + ".example"));
+  const Support::TempDirectory folder;
+  Support::writeFile(folder / name[1].str(),
+                     std::regex_replace(example, std::regex("(\nExecStart=)[^\n]*\n"), "$1/bin/true\n"));
+  const Support::ProcessResult result = Support::run({"systemd-analyze", "verify", folder / name[1].str()});
+  EXPECT_EQ(result.output + result.errors, "");
+  EXPECT_EQ(result.status, 0);
 }
 
 using BusWithoutPolicy = Support::AnyBus;

@@ -7,12 +7,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -116,6 +119,28 @@ protected:
   Support::OpenPgpKey m_key{m_device.rpm()};
 };
 
+/// The unit takes from root the right to read the files of others. Each test gives something on the device to nobody.
+class ConfinementOfRoot : public Confinement {
+protected:
+  void SetUp() override {
+    if (geteuid() != 0)
+      GTEST_SKIP() << "only root can give a file to another user";
+    Confinement::SetUp();
+  }
+
+  static void giveToNobody(const fs::path& path, mode_t mode) {
+    constexpr uid_t nobody = 65534;
+    ASSERT_EQ(chown(path.c_str(), nobody, static_cast<gid_t>(-1)), 0);
+    ASSERT_EQ(chmod(path.c_str(), mode), 0);
+  }
+
+  std::string unlistedLog(const fs::path& path, const std::string& reason) const {
+    return "[E] filesystem error: " + reason + ": Permission denied [" + path.string() +
+           "]\n[E] Couldn't read directory: " + m_device.preinstallDirectory().string() +
+           "\n[E] Failed to get a list of packages to pre-install\n";
+  }
+};
+
 TEST_F(Confinement, AllowsTheToolToWork) {
   const fs::path fresh = m_device.add({.name = "fresh"});
   const fs::path newer = m_device.add({.name = "newer", .version = "2.0"}, "alice-2", {"alice"});
@@ -158,6 +183,67 @@ TEST_F(Confinement, MustAllowWritingTheRegistryFolder) {
   const auto run = runConfined({m_device.rpm().database()});
   EXPECT_EQ(run.log, "[E] Couldn't create the registry lock file: " + quoted(m_device.registry() += ".lock") +
                          "\n[E] Failed to read records from krv registry\n" + installedLine(fresh) + timeLine);
+}
+
+TEST_F(ConfinementOfRoot, DoesNotLetItReadAPackageOfAnother) {
+  const fs::path closed = m_device.add({.name = "closed"});
+  const fs::path open = m_device.add({.name = "open"});
+  giveToNobody(closed, 0600);
+  giveToNobody(open, 0640); // readable for its group, which is root
+  EXPECT_EQ(m_device.run().log, expectedLog({{"closed", installedLine(closed)}, {"open", installedLine(open)}}));
+  const auto run = runConfined(writableByUnit());
+  EXPECT_EQ(run.log, expectedLog({{"closed", unreadableLines("Couldn't open rpm package", closed)},
+                                  {"open", installedLine(open)}}));
+  EXPECT_EQ(run.status, 0);
+}
+
+/// A command in an indented block of a document.
+std::string documentedCommand(const fs::path& document, const std::string& program) {
+  std::istringstream lines(Support::readFile(fs::path(KRV_SOURCE_DIRECTORY) / document));
+  std::string line;
+  while (std::getline(lines, line))
+    if (line.starts_with("    " + program + " "))
+      return line.substr(4);
+  return "false";
+}
+
+TEST_F(ConfinementOfRoot, IsShownByTheCommandOfThePage) {
+  const fs::path package = m_device.add({});
+  giveToNobody(package, 0600);
+  const std::string command = documentedCommand("docs/troubleshooting.md", "setpriv");
+  Support::Process tool({"bash", "-c", command},
+                        {{"KRV_ROOT_FS", m_device.root().string()},
+                         {"PATH", program("krv-pre-installer").parent_path().string() + ":" + std::getenv("PATH")}});
+  EXPECT_EQ(Device::finish(tool).log, unreadableLines("Couldn't open rpm package", package) + timeLine);
+}
+
+TEST_F(ConfinementOfRoot, DoesNotLetItListADirectoryOfAnother) {
+  m_device.add({});
+  giveToNobody(m_device.preinstallDirectory(), 0700);
+  const auto run = runConfined(writableByUnit());
+  EXPECT_EQ(run.log, unlistedLog(m_device.preinstallDirectory(), "directory iterator cannot open directory"));
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(ConfinementOfRoot, DoesNotLetItFollowASymlinkIntoADirectoryOfAnother) {
+  const fs::path package = m_device.add({});
+  const fs::path folder = m_device.root() / "closed";
+  fs::create_directory(folder);
+  fs::rename(package, folder / "package.rpm");
+  fs::create_symlink("../../../../closed/package.rpm", package);
+  giveToNobody(folder, 0700);
+  const auto run = runConfined(writableByUnit());
+  EXPECT_EQ(run.log, unlistedLog(package, "cannot get file time"));
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(ConfinementOfRoot, DoesNotLetItReadARegistryOfAnother) {
+  const fs::path package = m_device.add({});
+  writeFile(m_device.registry(), "");
+  giveToNobody(m_device.registry(), 0600);
+  const auto run = runConfined(writableByUnit());
+  EXPECT_EQ(run.log, "[E] Couldn't open registry: " + quoted(m_device.registry()) +
+                         "\n[E] Failed to read records from krv registry\n" + installedLine(package) + timeLine);
 }
 
 TEST_F(Confinement, IsEffectiveInTheseTests) {

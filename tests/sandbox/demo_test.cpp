@@ -4,6 +4,7 @@
 #include "tests/sandbox/text.h"
 #include "tests/support/process/wait.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,7 +25,7 @@ using Lines = std::vector<std::string>;
 
 class Demo : public ScriptTest {
 protected:
-  fs::path kept() const { return m_directory / "kept"; }
+  fs::path kept() const { return m_directory / "kept here"; }
 };
 
 /// Replaces the key ids in registry lines, cut to eight digits, by K1, K2, … in the order of their first occurrence.
@@ -44,12 +45,13 @@ std::string withNumberedKeys(const std::string& text) {
 /// Whether the line is the tool's last one about a package, or the only one about an event.
 bool endsBlock(const std::string& line) {
   static const std::regex end(
-      R"((\[[IE]\] (Skipping package pre-installation|The package successfully pre-installed|Failed to pre-install package): |timestamp=).*)");
+      R"(  (\[[IE]\] (Skipping package pre-installation|The package successfully pre-installed|Failed to pre-install package): |timestamp=).*)");
   return std::regex_match(line, end);
 }
 
 bool continuesScene(const std::string& line) {
-  return line.starts_with("[E] ") || line.starts_with("[W] ") || line.starts_with("[I] The package was manually");
+  return line.starts_with("> ") || line.starts_with("  [E] ") || line.starts_with("  [W] ") ||
+         line.starts_with("      ");
 }
 
 /// Sorts the blocks of the packages in each scene by their last lines, because the order of a directory listing depends
@@ -91,38 +93,102 @@ std::string quoted(const fs::path& path) {
   return Support::runOrThrow({"bash", "-c", "printf %q \"$1\"", "bash", path});
 }
 
-TEST_F(Demo, ShowsItsScenesFromAnyFolder) {
+TEST_F(Demo, ShowsItsScenesInEightyColumnsFromAnyFolder) {
   const Support::ProcessResult result = Support::run(script("demo"), environment(), "/");
   EXPECT_EQ(comparable(result.output), expectedScenes());
+  EXPECT_THAT(result.output.substr(result.output.find('\n')), testing::Not(testing::ContainsRegex("[^\n]{81}")));
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(result.status, 0);
   expectNothingLeft();
 }
 
-TEST_F(Demo, KeepsTheDeviceForTheEnvironmentThatItPrints) {
+/// The indented lines below a line that begins with `heading`.
+std::string linesBelow(const std::string& output, const std::string& heading) {
+  std::istringstream lines(output.substr(output.find("\n" + heading) + 1));
+  std::string result;
+  std::string line;
+  std::getline(lines, line);
+  while (std::getline(lines, line) && line.starts_with("  "))
+    result += line + "\n";
+  return result;
+}
+
+TEST_F(Demo, KeepsTheDeviceForTheLinesThatItPrints) {
   const Support::ProcessResult result = Support::run(script("demo", {"--keep", kept()}), environment());
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(result.status, 0);
   const auto end = result.output.find("\nThe sandbox stays in ");
   EXPECT_EQ(comparable(result.output.substr(0, end)), expectedScenes());
-  EXPECT_EQ(replaced(result.output.substr(end), quoted(m_directory.path()), "FOLDER"),
+  EXPECT_EQ(replaced(result.output.substr(end), quoted(kept()), "KEPT"),
             "\n"
-            "The sandbox stays in FOLDER/kept, without bus and service. A shell in it, with both:\n"
-            "  scripts/sandbox FOLDER/kept\n"
-            "Or the same environment in the shell that you have:\n"
-            "  export PATH=" +
+            "The sandbox stays in " +
+                kept().string() +
+                ", without bus and service. A shell in it, with both:\n"
+                "  " +
+                quoted(KRV_SOURCE_DIRECTORY) +
+                "/scripts/sandbox KEPT\n"
+                "Or paste this into the shell that you have; the bus starts the service:\n"
+                "  export PATH=" +
                 quoted(KRV_BINARY_DIRECTORY) +
                 ":$PATH\n"
-                "  export HOME=FOLDER/kept/home\n"
-                "  export KRV_ROOT_FS=FOLDER/kept/device\n"
-                "  export DBUS_SYSTEM_BUS_ADDRESS=unix:path=FOLDER/kept/run/bus\n");
+                "  export HOME=KEPT/home\n"
+                "  export KRV_ROOT_FS=KEPT/device\n"
+                "  export DBUS_SYSTEM_BUS_ADDRESS=unix:path=" +
+                replaced(kept(), " ", "%20") +
+                "/run/bus\n"
+                "  mkdir KEPT/run && bus=$(dbus-daemon --config-file=KEPT/home/bus.conf --fork --print-pid)\n"
+                "And this at the end:\n"
+                "  kill $bus; rm -r KEPT/run\n");
   expectNothingLeft();
 
-  const std::string exports = result.output.substr(result.output.find("  export "));
-  const Support::ProcessResult byHand = Support::run({"bash", "-c", exports + "rpm -qa | sort; krv-pre-installer"});
-  EXPECT_EQ(byHand.output, "maps-2.0-2.noarch\nnotes-1.2-1.noarch\nplayer-1.0-1.noarch\nweather-1.0-1.noarch\n"
-                           "[E] Failed to open bus (No such file or directory)\n"
-                           "[E] Failed to create dbus proxy for KRV service\n");
+  const Support::ProcessResult pasted =
+      Support::run({"bash", "-c",
+                    linesBelow(result.output, "Or paste") + "{ rpm -qa; krv-pre-installer; } | LC_ALL=C sort\n" +
+                        linesBelow(result.output, "And this")},
+                   environment());
+  const fs::path image = kept() / "device/usr/share/krv/pre-install-apps";
+  const std::string camera = "\"" + (image / "camera-3.1-1.rpm").string() + "\"\n";
+  const std::string weather = "\"" + (image / "weather-1.0-1.rpm").string() + "\"\n";
+  EXPECT_EQ(
+      withoutTimes(pasted.output),
+      "[E] The package version is lower than or equal to the version of an already installed package: " + weather +
+          "[I] Skipping package pre-installation: " + camera + "[I] Skipping package pre-installation: " + weather +
+          "[I] The package was manually removed by the user: " + camera +
+          "[I] Time spent for pre-installation: N seconds\n"
+          "maps-2.0-2.noarch\nnotes-1.2-1.noarch\nplayer-1.0-1.noarch\nweather-1.0-1.noarch\n");
+  EXPECT_EQ(pasted.errors, "");
+  expectNothingLeft();
+}
+
+TEST_F(Demo, MarksTheReasonForEachPackageThatIsNotInstalled) {
+  std::istringstream lines(expectedScenes());
+  int outcomes = 0;
+  bool isMarked = false;
+  for (std::string line; std::getline(lines, line);) {
+    isMarked = isMarked || line.starts_with("> ");
+    if (!endsBlock(line))
+      continue;
+    const bool isInstalled = line.find("successfully pre-installed") != std::string::npos;
+    if (!line.starts_with("  timestamp=")) {
+      EXPECT_EQ(isMarked, !isInstalled) << line;
+      ++outcomes;
+    }
+    isMarked = false;
+  }
+  EXPECT_EQ(outcomes, 22);
+}
+
+TEST_F(Demo, PaintsOnATerminalUnlessNoColorIsSet) {
+  const auto onTerminal = [this](const std::string& noColor) {
+    Support::Environment variables = environment();
+    variables["NO_COLOR"] = noColor;
+    std::string command;
+    for (const std::string& word : script("demo"))
+      command += quoted(fs::path(word)) + " ";
+    return Support::run({"script", "--quiet", "--return", "--command", command, "/dev/null"}, variables).output;
+  };
+  EXPECT_THAT(onTerminal(""), testing::HasSubstr("\033[31m\033[1m> [E] Couldn't read rpm package\033[0m\r\n"));
+  EXPECT_THAT(onTerminal("1"), testing::Not(testing::HasSubstr("\033")));
 }
 
 TEST_F(Demo, RefusesAFolderThatIsNotEmpty) {

@@ -16,6 +16,6 @@ std::string withoutTimes(const std::string& log) {
 }
 
 std::string withoutTimestamps(const std::string& registry) {
-  static const std::regex time("(^|\\n)timestamp=[0-9]+ ");
+  static const std::regex time("((^|\\n) *)timestamp=[0-9]+ ");
   return std::regex_replace(registry, time, "$1timestamp=T ");
 }
