@@ -13,6 +13,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sched.h>
 #include <unistd.h>
 
 namespace Common::Rpm {
@@ -48,6 +49,12 @@ FileHandle forLibrary(const Posix::FileDescriptor& end) {
   return file;
 }
 
+/// See sched_setaffinity(2). taskset and the CPUAffinity= of systemd restrict a process to some processors.
+bool hasOneProcessor() {
+  cpu_set_t processors;
+  return sched_getaffinity(0, sizeof processors, &processors) == 0 && CPU_COUNT(&processors) == 1;
+}
+
 /// RFC 1952
 bool beginsLikeGzip(std::string_view bytes) {
   return bytes.starts_with("\x1f\x8b");
@@ -75,6 +82,10 @@ PayloadStream::PayloadStream(FileHandle file, const std::string& compressor) {
   // Fdopen() returns `file` itself, with a decompressor on it.
   const FD_t payload = Fdopen(file.get(), mode.c_str());
   require(payload != nullptr);
+  if (hasOneProcessor()) {
+    m_reader = std::move(file);
+    return;
+  }
   const Pipe pipe = makePipe();
   m_reader = forLibrary(pipe.reader);
   // zlib passes on data that is not in gzip format, see gzread in zlib.h. Unlike librpm's plain files it has a buffer,
@@ -89,7 +100,8 @@ PayloadStream::PayloadStream(FileHandle file, const std::string& compressor) {
 
 PayloadStream::~PayloadStream() {
   m_reader.reset();
-  m_thread.join();
+  if (m_thread.joinable())
+    m_thread.join();
 }
 
 } // namespace Common::Rpm

@@ -3,6 +3,7 @@
 #include "common/rpm/archive.h"
 #include "common/rpm/handles.h"
 #include "tests/common/rpm/archive_fixture.h"
+#include "tests/common/rpm/one_processor.h"
 #include "tests/support/diagnostics/captured_log.h"
 #include "tests/support/diagnostics/thrown.h"
 #include "tests/support/packages/package_surgery.h"
@@ -25,6 +26,7 @@ namespace {
 using ArchiveTest::describe;
 using ArchiveTest::Events;
 using ArchiveTest::mixedPackage;
+using ArchiveTest::OneProcessor;
 using ArchiveTest::recording;
 using ArchiveTest::textOf;
 using Common::Rpm::ArchiveEntry;
@@ -311,6 +313,8 @@ TEST_F(Archive, FailsAtTheFileSizeLimit) {
 }
 
 TEST_F(Archive, EndsItsThreadWhenTheExtractionIsAborted) {
+  if (OneProcessor::isAll())
+    GTEST_SKIP() << "there is one processor, so there is no thread";
   build(fileOf(3'000'000)); // more than fits into the pipe between the two threads
   {
     const ArchiveReader unread = open();
@@ -321,6 +325,16 @@ TEST_F(Archive, EndsItsThreadWhenTheExtractionIsAborted) {
   EXPECT_THROW(archive.extract("/target", {}), std::bad_function_call);
   archive = open();
   EXPECT_TRUE(Support::waitUntil([] { return threads() == 2; }));
+}
+
+TEST_F(Archive, StartsNoThreadOnOneProcessor) {
+  build(fileOf(3'000'000));
+  const OneProcessor limit;
+  extractFiles([](ArchiveReader& archive, const ArchiveEntry&) {
+    EXPECT_EQ(threads(), 1);
+    EXPECT_TRUE(textOf(archive.readContent()) == std::string(3'000'000, 'x'));
+    return std::any();
+  });
 }
 
 TEST_F(Archive, LeavesSignalsToItsCaller) {
@@ -366,6 +380,8 @@ TEST_F(Archive, ReportsThatNoDescriptorIsFree) {
 #if defined(__SANITIZE_ADDRESS__)
   GTEST_SKIP() << "the sanitizers look at an exception through a pipe of their own, which they cannot have here";
 #endif
+  if (OneProcessor::isAll())
+    GTEST_SKIP() << "there is one processor, so there is no pipe";
   build(fileOf(10));
   open(); // now the files that librpm keeps open are open
   {
