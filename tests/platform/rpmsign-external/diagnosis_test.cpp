@@ -246,11 +246,15 @@ TEST_F(Diagnosis, FindsAnUnusableRevocationList) {
   EXPECT_EQ(problems(), Problems{Problem::RevocationListUnusable}) << "of the future";
   root().publishList("imitation");
   EXPECT_EQ(problems(), Problems{Problem::RevocationListUnusable}) << "forged";
+  // OpenSSL takes the files of the folder in the order of the file system and stops at one that it cannot read. On a
+  // tmpfs, where the newest file is the first one, it does not find the authority then.
+  const auto isUnusable = testing::AnyOf(Problems{Problem::RevocationListUnusable},
+                                         Problems{Problem::Untrusted, Problem::RevocationListUnusable});
   Support::writeFile(list, "no list\n");
-  EXPECT_EQ(problems(), Problems{Problem::RevocationListUnusable}) << "something else";
+  EXPECT_THAT(problems(), isUnusable) << "something else";
   std::filesystem::remove(list);
   std::filesystem::create_symlink("nowhere", list);
-  EXPECT_EQ(problems(), Problems{Problem::RevocationListUnusable}) << "a dangling symlink";
+  EXPECT_THAT(problems(), isUnusable) << "a dangling symlink";
 }
 
 TEST_F(Diagnosis, JudgesRevocationListsByTheGivenTime) {
