@@ -4,6 +4,7 @@
 #include "tests/support/process/process.h"
 #include "tests/support/signing/authority.h"
 
+#include <gmock/gmock.h>
 #include <rpmsign-external/verification.h>
 
 #include <fstream>

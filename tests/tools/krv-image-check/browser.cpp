@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 
 namespace ImageCheckTest {
 
@@ -59,7 +60,8 @@ std::optional<std::string> findBrowser() {
   std::istringstream folders(path == nullptr ? "" : path);
   for (std::string folder; std::getline(folders, folder, ':');) {
     for (const char* name : {"chromium-headless-shell", "chromium"}) {
-      if (std::filesystem::exists(std::filesystem::path(folder) / name))
+      std::error_code ignored; // of folders that another user may not read
+      if (std::filesystem::exists(std::filesystem::path(folder) / name, ignored))
         return std::filesystem::path(folder) / name;
     }
   }
