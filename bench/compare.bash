@@ -9,7 +9,7 @@
 # that are added to each time of YARDSTICK.
 #
 # After a warm-up the commands run alternately, and each pair gives one ratio, so that other load on the machine affects
-# both. The order changes from pair to pair. There are KRV_BENCH_PAIRS pairs or, if that is not set, at least seven and as
+# both. The order changes from pair to pair. There are KRV_BENCH_PAIRS pairs or, if that is not set, at least 21 and as
 # many more as fit into half a minute, because a moment of load distorts a short row most.
 
 compare_time() { # variable for the microseconds, command, reset
@@ -55,7 +55,7 @@ compare() {
   local name=$1 target=$2 ours=$3 yardstick=$4 reset=${5:-:} addition=${6:-0} end=0
   local our_times=() yardstick_times=() ratios=() pair our_time yardstick_time
   [ -n "${KRV_BENCH_PAIRS:-}" ] || end=$((SECONDS + 30))
-  for ((pair = 0; pair <= ${KRV_BENCH_PAIRS:-7} || SECONDS < end; pair++)); do
+  for ((pair = 0; pair <= ${KRV_BENCH_PAIRS:-21} || SECONDS < end; pair++)); do
     if ((pair % 2)); then
       compare_time our_time "$ours" "$reset" || return
       compare_time yardstick_time "$yardstick" "$reset" || return

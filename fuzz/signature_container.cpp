@@ -4,6 +4,7 @@
 #include "common/signatures/package_cmses.h"
 #include "fuzz/mutator.h"
 #include "fuzz/support.h"
+#include "tests/support/signing/reading.h"
 
 #include <openssl/err.h>
 #include <rpmsign-external/verification.h>
@@ -65,7 +66,9 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
 /// Uses the input as the signatures of a package.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const Fuzz::MemoryFile package;
-  package.assign(packageWith(Fuzz::begin(data, size)));
+  const std::string_view container = Fuzz::begin(data, size);
+  package.assign(packageWith(container));
+  Fuzz::require(Support::differenceWithKeys(container).empty(), "reading gives the same answers as verifying");
   if (const auto file = FileWithCmses::fromPath(package.path())) {
     askEverything(*file);
     const bool verified = file->verifyCmses(trustedCa);

@@ -41,9 +41,14 @@ Error readError() {
   return {ErrorCode::BadPackageFileFormat, "Couldn't read rpm package"};
 }
 
+struct OpenPackage {
+  FileHandle file;
+  off_t size;
+};
+
 /// librpm does not get the path, which may look like an address on the network to it. A "regular file" without a size,
 /// as /proc/kmsg is, may keep its reader waiting.
-FileHandle openPackage(const std::string& path) {
+OpenPackage openPackage(const std::string& path) {
   struct stat status {};
   const Posix::FileDescriptor opened = Posix::openRegularFile(path.c_str(), O_RDONLY, 0, status, 1);
   if (!opened)
@@ -51,7 +56,7 @@ FileHandle openPackage(const std::string& path) {
   FileHandle file = ownFile(fdDup(opened.get()));
   if (!file || fcntl(Fileno(file.get()), F_SETFD, FD_CLOEXEC) != 0)
     throw openError();
-  return file;
+  return {std::move(file), status.st_size};
 }
 
 /// Fills `value` from the file at `offset`. Returns false if the file ends before or cannot be read.
@@ -68,14 +73,20 @@ bool readAt(int file, off_t offset, Value& value) {
   return true;
 }
 
-/// The size of the header whose intro (magic, number of entries, size of the data) is at `offset`; nothing if the file
-/// ends before.
-std::optional<off_t> headerSize(int file, off_t offset) {
+struct HeaderStart {
+  off_t size; ///< of the whole header
+  std::uint32_t firstTag;
+};
+
+/// Reads the start of the header at `offset`: magic, number of entries, size of the data, first tag. Nothing if the
+/// file ends before.
+std::optional<HeaderStart> headerStart(int file, off_t offset) {
+  constexpr off_t introSize = 16;
   constexpr off_t entrySize = 16;
-  std::array<std::uint32_t, 4> intro{};
-  if (!readAt(file, offset, intro))
+  std::array<std::uint32_t, 5> start{};
+  if (!readAt(file, offset, start))
     return std::nullopt;
-  return off_t{sizeof intro} + entrySize * ntohl(intro[2]) + ntohl(intro[3]);
+  return HeaderStart{introSize + entrySize * ntohl(start[2]) + ntohl(start[3]), ntohl(start[4])};
 }
 
 /// Besides the bytes of a header: its index takes at most 2 MiB, the longest list 8 MiB.
@@ -88,33 +99,34 @@ bool isAvailable(std::size_t memory) {
   return taken != nullptr;
 }
 
-/// Where the main header begins. Nothing if the file does not contain the headers that it claims, or there is no memory
-/// for them: librpm allocates the claimed sizes, up to 64 MiB and 256 MiB, before it reads.
-std::optional<off_t> mainHeaderOffset(int file) {
+struct MainHeader {
+  off_t offset;
+  std::uint32_t firstTag;
+};
+
+/// Nothing if the file does not contain the headers that it claims, or there is no memory for them: librpm allocates
+/// the claimed sizes, up to 64 MiB and 256 MiB, before it reads.
+std::optional<MainHeader> findMainHeader(const OpenPackage& package) {
   constexpr off_t leadSize = 96;
-  struct stat status {};
-  const std::optional<off_t> signatureHeader = headerSize(file, leadSize);
-  if (!signatureHeader || fstat(file, &status) != 0)
+  const int file = Fileno(package.file.get());
+  const std::optional<HeaderStart> signatureHeader = headerStart(file, leadSize);
+  if (!signatureHeader)
     return std::nullopt;
-  const off_t begin = leadSize + (*signatureHeader + 7) / 8 * 8;
-  const std::optional<off_t> header = headerSize(file, begin);
-  if (!header || *header > status.st_size - begin ||
-      !isAvailable(static_cast<std::size_t>(*signatureHeader + *header) + memoryOfIndex))
+  const off_t begin = leadSize + (signatureHeader->size + 7) / 8 * 8;
+  const std::optional<HeaderStart> header = headerStart(file, begin);
+  if (!header || header->size > package.size - begin ||
+      !isAvailable(static_cast<std::size_t>(signatureHeader->size + header->size) + memoryOfIndex))
     return std::nullopt;
-  return begin;
+  return MainHeader{begin, header->firstTag};
 }
 
-/// Whether librpm may convert the main header at `offset`. rpmReadPackageFile() does that to a header without an
-/// immutable region, as packages of RPM 3 have it, before anybody can check the values.
-bool mayConvert(const FileHandle& file, off_t offset) {
-  constexpr off_t introSize = 16;
-  const int descriptor = Fileno(file.get());
-  std::uint32_t firstTag = 0;
-  if (!readAt(descriptor, offset + introSize, firstTag))
-    return false;
-  if (ntohl(firstTag) == RPMTAG_HEADERIMMUTABLE)
+/// Whether librpm may convert the main header. rpmReadPackageFile() does that to a header without an immutable region,
+/// as packages of RPM 3 have it, before anybody can check the values.
+bool mayConvert(const FileHandle& file, const MainHeader& mainHeader) {
+  if (mainHeader.firstTag == RPMTAG_HEADERIMMUTABLE)
     return true;
-  if (lseek(descriptor, offset, SEEK_SET) != offset)
+  const int descriptor = Fileno(file.get());
+  if (lseek(descriptor, mainHeader.offset, SEEK_SET) != mainHeader.offset)
     return false;
   const HeaderHandle header = ownHeader(headerRead(file.get(), HEADER_MAGIC_YES));
   return header && SoundHeader(header).mayCompleteProvides() && lseek(descriptor, 0, SEEK_SET) == 0;
@@ -134,13 +146,13 @@ TransactionSetHandle transactionSet() {
 }
 
 /// Only with the result RPMRC_OK may the header be used.
-rpmRC readHeader(const FileHandle& file, const std::string& path, HeaderHandle& header) {
-  const std::optional<off_t> mainHeader = mainHeaderOffset(Fileno(file.get()));
-  if (!mainHeader || !mayConvert(file, *mainHeader))
+rpmRC readHeader(const OpenPackage& package, const std::string& path, HeaderHandle& header) {
+  const std::optional<MainHeader> mainHeader = findMainHeader(package);
+  if (!mainHeader || !mayConvert(package.file, *mainHeader))
     return RPMRC_FAIL;
   const TransactionSetHandle set = transactionSet();
   Header found = nullptr;
-  const rpmRC result = rpmReadPackageFile(set.get(), file.get(), path.c_str(), &found);
+  const rpmRC result = rpmReadPackageFile(set.get(), package.file.get(), path.c_str(), &found);
   // rpmReadPackageFile() may set the header even if it fails.
   header = ownHeader(found);
   return result;
@@ -173,17 +185,19 @@ bool isTooLong(std::int32_t tag, std::string_view text) {
 
 Reader::Reader(const std::string& path) {
   ensureRpmConfig();
-  m_file = openPackage(path);
-  if (readHeader(m_file, path, m_header) != RPMRC_OK)
+  OpenPackage package = openPackage(path);
+  if (readHeader(package, path, m_header) != RPMRC_OK)
     throw readError();
+  m_file = std::move(package.file);
   m_sound = std::make_shared<SoundHeader>(m_header);
 }
 
 Reader Reader::unverified(int descriptor, off_t offset) {
   struct stat status {};
-  const std::optional<off_t> size = headerSize(descriptor, offset);
-  if (!size || fstat(descriptor, &status) != 0 || *size > status.st_size - offset ||
-      !isAvailable(static_cast<std::size_t>(*size) + memoryOfIndex) || lseek(descriptor, offset, SEEK_SET) != offset)
+  const std::optional<HeaderStart> start = headerStart(descriptor, offset);
+  if (!start || fstat(descriptor, &status) != 0 || start->size > status.st_size - offset ||
+      !isAvailable(static_cast<std::size_t>(start->size) + memoryOfIndex) ||
+      lseek(descriptor, offset, SEEK_SET) != offset)
     throw readError();
   Reader reader;
   reader.m_file = ownFile(fdDup(descriptor));
@@ -258,11 +272,11 @@ DependencySetHandle Reader::dependencies(std::int32_t kind) const {
 Readability readabilityOf(const std::string& path) {
   ensureRpmConfig();
   try {
-    const FileHandle file = openPackage(path);
-    if (!beginsLikePackage(file))
+    const OpenPackage package = openPackage(path);
+    if (!beginsLikePackage(package.file))
       return Readability::NotAPackage;
     HeaderHandle header;
-    switch (readHeader(file, path, header)) {
+    switch (readHeader(package, path, header)) {
     case RPMRC_OK:
       return Readability::Readable;
     case RPMRC_NOKEY:

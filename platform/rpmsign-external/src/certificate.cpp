@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/rpmsign-external/src/certificate.h"
 
+#include "platform/rpmsign-external/src/cms.h"
+
 #include <array>
 #include <bitset>
 #include <cerrno>
@@ -270,7 +272,9 @@ Certificate::Certificate(std::shared_ptr<const Impl> impl) : m_impl(std::move(im
 
 bool Certificate::verify(const char* caPath) const {
   const ErrorQueueCleaner cleaner;
-  return checkChain(*m_impl, {.caPath = caPath}).problems.empty();
+  std::string_view message = m_impl->message;
+  const std::shared_ptr<const SignedData> data = takeSignedData(message, Keys::Decoded);
+  return data && checkChain(*data->certificate, {.caPath = caPath}).problems.empty();
 }
 
 std::string Certificate::keyId() const {

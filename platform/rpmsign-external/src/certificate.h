@@ -19,6 +19,7 @@ namespace PackageSignatures {
 struct Certificate::Impl {
   CertificatePtr own;
   CertificatesPtr others; ///< the other certificates of the CMS; may be null
+  std::string message;    ///< the CMS in DER
 };
 
 /// The arc of this format's object identifiers.

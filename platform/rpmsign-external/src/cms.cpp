@@ -11,6 +11,28 @@ namespace PackageSignatures {
 
 namespace {
 
+/// A library context without algorithms, in which OpenSSL leaves keys as bytes. Null, which means the ordinary context,
+/// if there is no memory for it.
+OSSL_LIB_CTX* contextWithoutAlgorithms() {
+  static const LibraryPtr context(OSSL_LIB_CTX_new());
+  // Without a provider OpenSSL would load its default one.
+  static const ProviderPtr provider(context ? OSSL_PROVIDER_load(context.get(), "null") : nullptr);
+  return context.get();
+}
+
+/// Decodes the message at `position` and moves `position` behind it.
+CmsPtr decode(const unsigned char*& position, std::size_t size, Keys keys) {
+  OSSL_LIB_CTX* const context = keys == Keys::Decoded ? nullptr : contextWithoutAlgorithms();
+  CMS_ContentInfo* message = CMS_ContentInfo_new_ex(context, nullptr);
+  d2i_CMS_ContentInfo(&message, &position, static_cast<long>(size)); // on failure frees the message and makes it null
+  return CmsPtr(message);
+}
+
+bool isNamedByKeyIdentifier(CMS_SignerInfo* signer) {
+  ASN1_OCTET_STRING* identifier = nullptr;
+  return CMS_SignerInfo_get0_signer_id(signer, &identifier, nullptr, nullptr) == 1 && identifier != nullptr;
+}
+
 /// The certificate that the signer's identifier names. Null if there is none or more than one: to verify, OpenSSL looks
 /// it up again and could find the other one.
 CertificatePtr findSignerCertificate(CMS_SignerInfo* signer, const STACK_OF(X509) * certificates) {
@@ -128,15 +150,16 @@ bool mayDefineCurves(std::string_view bytes) {
                                                                            // 1.2.840.10045.1
 }
 
-std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes) {
+std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes, Keys keys) {
   if (mayDefineCurves(bytes))
     return nullptr;
   const auto* const begin = reinterpret_cast<const unsigned char*>(bytes.data());
   const unsigned char* end = begin;
-  CmsPtr message(d2i_CMS_ContentInfo(nullptr, &end, static_cast<long>(bytes.size())));
-  if (!message)
-    return nullptr;
-  CMS_SignerInfo* const signer = onlySigner(message.get());
+  CmsPtr message = decode(end, bytes.size(), keys);
+  CMS_SignerInfo* const signer = message ? onlySigner(message.get()) : nullptr;
+  // To compare key identifiers OpenSSL needs a digest algorithm.
+  if (keys == Keys::Skipped && signer != nullptr && isNamedByKeyIdentifier(signer))
+    return takeSignedData(bytes, Keys::Decoded);
   const std::string_view encoded = bytes.substr(0, static_cast<std::size_t>(end - begin));
   if (signer == nullptr || !usesSha256(signer) || CMS_signed_get_attr_count(signer) < 1 ||
       !isData(CMS_get0_eContentType(message.get())) || !hasShortestLengths(encoded) ||
@@ -147,9 +170,15 @@ std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes) {
   if (!own)
     return nullptr;
   bytes.remove_prefix(encoded.size());
-  auto certificate =
-      std::make_shared<const Certificate::Impl>(Certificate::Impl{std::move(own), std::move(certificates)});
+  auto certificate = std::make_shared<const Certificate::Impl>(
+      Certificate::Impl{std::move(own), std::move(certificates), std::string(encoded)});
   return std::make_shared<const SignedData>(SignedData{std::move(message), signer, std::move(certificate)});
+}
+
+std::shared_ptr<const SignedData> withKeys(const std::shared_ptr<const SignedData>& data) {
+  std::string_view message = data->certificate->message;
+  const std::shared_ptr<const SignedData> decoded = takeSignedData(message, Keys::Decoded);
+  return decoded ? decoded : data;
 }
 
 std::optional<std::string_view> attachedContent(const SignedData& data) {
@@ -173,7 +202,7 @@ bool signatureHolds(const SignedData& data, const Digest& content) {
 std::optional<std::vector<Cms>> parseContainer(std::string_view container) {
   std::vector<Cms> cmses;
   while (!container.empty()) {
-    std::shared_ptr<const SignedData> data = takeSignedData(container);
+    std::shared_ptr<const SignedData> data = takeSignedData(container, Keys::Skipped);
     if (!data || attachedContent(*data))
       return std::nullopt;
     cmses.emplace_back(std::make_shared<const Cms::Impl>(Cms::Impl{std::move(data)}));
@@ -189,7 +218,7 @@ std::shared_ptr<const Certificate> Cms::certificate() const {
 
 RotationChain Cms::rotationChain() const {
   const ErrorQueueCleaner cleaner;
-  return RotationChain(std::make_shared<const RotationChain::Impl>(readRotationChain(*m_impl->data)));
+  return RotationChain(std::make_shared<const RotationChain::Impl>(readRotationChain(*m_impl->data, Keys::Skipped)));
 }
 
 namespace {

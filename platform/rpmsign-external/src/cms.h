@@ -20,21 +20,31 @@ struct SignedData {
   std::shared_ptr<const Certificate::Impl> certificate;
 };
 
+/// Whether a parse decodes the public keys of the certificates. It takes seven times as long with them, and only
+/// verification needs them: a key id is the digest of an encoded key.
+enum class Keys {
+  Skipped,
+  Decoded,
+};
+
 /// True if a key in `bytes` may define its curve (SpecifiedECDomain of X9.62, whose field has an identifier under
-/// 1.2.840.10045.1) instead of naming it. OpenSSL decodes every key at once, and a compressed point on a crafted field
-/// takes a tenth of a second. The keys of certificates must name their curve anyway (RFC 5480, section 2.1.1).
+/// 1.2.840.10045.1) instead of naming it. To decode a compressed point on a crafted field takes OpenSSL a tenth
+/// of a second. The keys of certificates must name their curve anyway (RFC 5480, section 2.1.1).
 bool mayDefineCurves(std::string_view bytes);
 
 /// Parses one message in DER at the beginning of `bytes` and removes it from `bytes`. The message must have one signer
 /// with signed attributes, and its content type must be data. Returns null for anything else, and if
-/// mayDefineCurves(bytes).
-[[nodiscard]] std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes);
+/// mayDefineCurves(bytes). The answer does not depend on `keys`.
+[[nodiscard]] std::shared_ptr<const SignedData> takeSignedData(std::string_view& bytes, Keys keys);
+
+/// Parses the message again, with its keys. If OpenSSL refuses it then, returns `data`, which does not verify.
+[[nodiscard]] std::shared_ptr<const SignedData> withKeys(const std::shared_ptr<const SignedData>& data);
 
 /// The content inside the message; nothing if the message is detached.
 std::optional<std::string_view> attachedContent(const SignedData& data);
 
 /// True if the signature is valid for content with this SHA-256 and for the certificate in the message. Does not check
-/// whether the certificate is trusted.
+/// whether the certificate is trusted. False without keys.
 [[nodiscard]] bool signatureHolds(const SignedData& data, const Digest& content);
 
 /// The elements of a sequence. `der` is one DER value, in the form in which OpenSSL stores the value of an attribute.

@@ -8,23 +8,30 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace PackageSignatures {
 
 namespace {
 
-const SignedData& dataOf(const Cms& cms) {
-  return *Cms::Impl::of(cms).data;
+using Messages = std::vector<std::shared_ptr<const SignedData>>;
+
+Messages decodeKeys(const std::vector<Cms>& cmses) {
+  Messages messages;
+  for (const Cms& cms : cmses)
+    messages.push_back(withKeys(Cms::Impl::of(cms).data));
+  return messages;
 }
 
 /// Readers use only the first message of a role, so a second one could replace or hide a signer.
-void checkRoles(const std::vector<Cms>& cmses, Verification& result) {
+void checkRoles(const Messages& messages, Verification& result) {
   std::map<std::optional<Role>, std::vector<std::size_t>> signersOf;
-  for (std::size_t i = 0; i < cmses.size(); ++i)
-    signersOf[roleOf(dataOf(cmses[i]).certificate->own.get())].push_back(i);
+  for (std::size_t i = 0; i < messages.size(); ++i)
+    signersOf[roleOf(messages[i]->certificate->own.get())].push_back(i);
   for (const auto& [role, signers] : signersOf) {
     for (const std::size_t i : signers) {
       if (!role)
@@ -41,7 +48,7 @@ void checkSigner(const SignedData& data, const Trust& trust, CmsVerification& re
   result.authoritiesNotAfter = verdict.authoritiesNotAfter;
   if (trust.extent == Extent::FirstProblem && !result.problems.empty())
     return;
-  const RotationChain::Impl chain = readRotationChain(data);
+  const RotationChain::Impl chain = readRotationChain(data, Keys::Decoded);
   result.earlierKeys = checkRotation(chain, keyIdOf(data.certificate->own.get()), trust);
   if (!chain.readable ||
       std::ranges::any_of(result.earlierKeys, [](const EarlierKey& key) { return !key.problems.empty(); }))
@@ -109,18 +116,19 @@ std::optional<Digest> readContent(const FileWithCmses::Impl& file, FileDigest wa
 Verification examine(const FileWithCmses::Impl& file, const VerificationRequest& request, Extent extent) {
   Verification result;
   const auto isDecided = [&] { return extent == Extent::FirstProblem && !result.isGood(); };
-  result.cmses.resize(file.cmses.size());
-  if (file.cmses.empty())
+  const Messages messages = decodeKeys(file.cmses);
+  result.cmses.resize(messages.size());
+  if (messages.empty())
     result.problems.insert(Problem::Unsigned);
-  checkRoles(file.cmses, result);
+  checkRoles(messages, result);
   const Trust trust{.caPath = request.caPath, .at = request.at, .dates = Dates::Checked, .extent = extent};
-  for (std::size_t i = 0; i < file.cmses.size() && !isDecided(); ++i)
-    checkSigner(dataOf(file.cmses[i]), trust, result.cmses[i]);
+  for (std::size_t i = 0; i < messages.size() && !isDecided(); ++i)
+    checkSigner(*messages[i], trust, result.cmses[i]);
   if (isDecided())
     return result;
   const std::optional<Digest> digest = readContent(file, request.fileDigest, result);
-  for (std::size_t i = 0; digest && i < file.cmses.size(); ++i) {
-    if (!signatureHolds(dataOf(file.cmses[i]), *digest))
+  for (std::size_t i = 0; digest && i < messages.size(); ++i) {
+    if (!signatureHolds(*messages[i], *digest))
       result.cmses[i].problems.insert(Problem::SignatureBroken);
   }
   return result;

@@ -52,6 +52,7 @@ using CertificatesPtr = std::unique_ptr<STACK_OF(X509), Release<freeCertificates
 using CmsPtr = std::unique_ptr<CMS_ContentInfo, Release<CMS_ContentInfo_free>>;
 using DigestContextPtr = std::unique_ptr<EVP_MD_CTX, Release<EVP_MD_CTX_free>>;
 using KeyPtr = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>>;
+using LibraryPtr = std::unique_ptr<OSSL_LIB_CTX, Release<OSSL_LIB_CTX_free>>;
 using ObjectPtr = std::unique_ptr<ASN1_OBJECT, Release<ASN1_OBJECT_free>>;
 using OctetStringPtr = std::unique_ptr<ASN1_OCTET_STRING, Release<ASN1_OCTET_STRING_free>>;
 using ProviderPtr = std::unique_ptr<OSSL_PROVIDER, Release<OSSL_PROVIDER_unload>>;

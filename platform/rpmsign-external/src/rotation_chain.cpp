@@ -9,15 +9,15 @@ namespace PackageSignatures {
 
 namespace {
 
-std::shared_ptr<const SignedData> parseLink(const ASN1_TYPE& element) {
+std::shared_ptr<const SignedData> parseLink(const ASN1_TYPE& element, Keys keys) {
   if (element.type != V_ASN1_OCTET_STRING)
     return nullptr;
   std::string_view bytes = viewOf(element.value.octet_string);
-  std::shared_ptr<const SignedData> link = takeSignedData(bytes);
+  std::shared_ptr<const SignedData> link = takeSignedData(bytes, keys);
   return link && bytes.empty() && attachedContent(*link) ? link : nullptr;
 }
 
-bool readLinks(CMS_SignerInfo* signer, const ASN1_OBJECT* attribute, RotationChain::Impl& chain) {
+bool readLinks(CMS_SignerInfo* signer, const ASN1_OBJECT* attribute, Keys keys, RotationChain::Impl& chain) {
   // -3: the attribute occurs once and has one value.
   const auto* const sequence =
       static_cast<const ASN1_STRING*>(CMS_signed_get0_data_by_OBJ(signer, attribute, -3, V_ASN1_SEQUENCE));
@@ -27,7 +27,7 @@ bool readLinks(CMS_SignerInfo* signer, const ASN1_OBJECT* attribute, RotationCha
   if (!elements)
     return false;
   for (int i = 0; i < sk_ASN1_TYPE_num(elements.get()); ++i) {
-    std::shared_ptr<const SignedData> link = parseLink(*sk_ASN1_TYPE_value(elements.get(), i));
+    std::shared_ptr<const SignedData> link = parseLink(*sk_ASN1_TYPE_value(elements.get(), i), keys);
     if (!link)
       return false;
     chain.links.push_back(std::move(link));
@@ -37,13 +37,13 @@ bool readLinks(CMS_SignerInfo* signer, const ASN1_OBJECT* attribute, RotationCha
 
 } // namespace
 
-RotationChain::Impl readRotationChain(const SignedData& data) {
+RotationChain::Impl readRotationChain(const SignedData& data, Keys keys) {
   RotationChain::Impl chain;
   static const ObjectPtr attribute = objectFromText(rotationAttribute); // created once, because encoding the arc is
                                                                         // slow
   if (attribute && CMS_signed_get_attr_by_OBJ(data.signer, attribute.get(), -1) < 0)
     return chain;
-  if (!attribute || !readLinks(data.signer, attribute.get(), chain))
+  if (!attribute || !readLinks(data.signer, attribute.get(), keys, chain))
     return {.readable = false, .links = {}};
   return chain;
 }

@@ -21,8 +21,8 @@ struct RotationChain::Impl {
   static const Impl& of(const RotationChain& chain) { return *chain.m_impl; }
 };
 
-/// Reads the chain that the signer put into the message.
-RotationChain::Impl readRotationChain(const SignedData& data);
+/// Reads the chain that the signer put into the message. `keys` is for the links.
+RotationChain::Impl readRotationChain(const SignedData& data, Keys keys);
 
 /// What an earlier key signs to vouch for the key that follows it.
 std::string rotationText(const std::string& nextKeyId);

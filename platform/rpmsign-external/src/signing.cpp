@@ -190,7 +190,7 @@ template <typename Action>
 void forEachMessage(std::string_view container, Action action) {
   while (!container.empty()) {
     const std::string_view start = container;
-    const std::shared_ptr<const SignedData> data = takeSignedData(container);
+    const std::shared_ptr<const SignedData> data = takeSignedData(container, Keys::Skipped);
     if (!data || attachedContent(*data))
       throw SigningError("its signatures cannot be read");
     action(start.substr(0, start.size() - container.size()), data);

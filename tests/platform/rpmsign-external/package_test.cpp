@@ -2,12 +2,16 @@
 // SPDX-License-Identifier: MIT
 #include "tests/platform/rpmsign-external/package_test.h"
 
+#include "platform/rpmsign-external/src/package_file.h"
 #include "tests/support/process/process.h"
+#include "tests/support/signing/reading.h"
 
 #include <openssl/pem.h>
 #include <rpmsign-external/verification.h>
 
 #include <algorithm>
+
+#include <fcntl.h>
 
 using PackageSignatures::Cms;
 using PackageSignatures::FileWithCmses;
@@ -20,6 +24,25 @@ PackageTest::PackageTest() : m_package(inSandbox("sample.rpm")) {
   Support::writeFile(inSandbox("content"), Support::readFile(m_package).substr(offset));
 }
 
+void PackageTest::TearDown() {
+  EXPECT_EQ(ERR_peek_error(), 0U) << "left in the error queue";
+  expectTheSameWithKeys();
+}
+
+void PackageTest::expectTheSameWithKeys() const {
+  const auto file = PackageSignatures::openRegularFile(AT_FDCWD, package(), PackageSignatures::Symlink::Followed);
+  const auto parts = file ? PackageSignatures::locateParts(file.get()) : std::nullopt;
+  if (!parts || !parts->container)
+    return;
+  const auto stored = PackageSignatures::readRange(file.get(), parts->container->offset, parts->container->size);
+  EXPECT_EQ(Support::differenceWithKeys(stored.value_or("")), "");
+}
+
+bool PackageTest::isReadable() const {
+  expectTheSameWithKeys();
+  return FileWithCmses::fromPath(package()) != nullptr;
+}
+
 std::string PackageTest::container() const {
   std::string bytes;
   for (const PackageLayout::StoredCms& range : PackageSignatures::packageLayout(package()).cmses)
@@ -28,6 +51,7 @@ std::string PackageTest::container() const {
 }
 
 bool PackageTest::verifies() const {
+  expectTheSameWithKeys();
   const auto file = FileWithCmses::fromPath(package());
   return file && verifiesAgainst(*file, pki().trustedCa().c_str());
 }
@@ -49,6 +73,7 @@ bool PackageTest::verifiesAgainst(FileWithCmses& file, const char* caPath) {
 }
 
 Cms PackageTest::onlyCms() const {
+  expectTheSameWithKeys();
   const auto file = FileWithCmses::fromPath(package());
   if (!file || file->cmses().size() != 1)
     throw std::runtime_error("the package has not exactly one signature");

@@ -330,6 +330,35 @@ TEST_F(Reading, RefusesAKeyThatDefinesItsCurve) {
   }
 }
 
+TEST_F(Reading, AcceptsKeysOfEveryAlgorithm) {
+  for (const std::vector<std::string>& algorithm : std::vector<std::vector<std::string>>{
+           {"RSA"}, {"RSA-PSS"}, {"EC", "-pkeyopt", "ec_paramgen_curve:P-521"}, {"ED25519"}, {"ED448"}}) {
+    std::vector<std::string> command = {"openssl", "genpkey", "-out", inSandbox("other.key"), "-algorithm"};
+    command.insert(command.end(), algorithm.begin(), algorithm.end());
+    Support::runOrThrow(command);
+    Support::runOrThrow({"openssl", "req", "-x509", "-key", inSandbox("other.key"), "-subj", "/CN=Other", "-out",
+                         inSandbox("other.pem")});
+    EXPECT_TRUE(readsAs(opensslCms({"SIGNER:alice", "-certfile", inSandbox("other.pem")}))) << algorithm[0];
+  }
+}
+
+TEST_F(Reading, GivesTheKeyIdOfAKeyThatOpensslCannotDecode) {
+  Support::sign(package(), "alice");
+  const std::string message = container();
+  const std::string_view algorithm = "\x2a\x86\x48\xce\x3d\x02\x01";
+  const std::string_view curve = "\x2a\x86\x48\xce\x3d\x03\x01\x07";
+  const std::string_view pointWithItsLength("\x42\0\x04", 3);
+  for (const std::string_view part : {algorithm, curve, pointWithItsLength}) {
+    std::string other(part);
+    other.back() = '\x7f';
+    ASSERT_TRUE(readsAs(replaced(message, part, other)));
+    const std::string keyId = onlyCms().certificate()->keyId();
+    EXPECT_EQ(keyId.size(), 64U);
+    EXPECT_NE(keyId, pki().keyId("alice"));
+    EXPECT_FALSE(verifies());
+  }
+}
+
 TEST_F(Reading, SurvivesEveryFlippedBitOfTheHeader) {
   Support::sign(package(), "alice");
   const std::string good = Support::readFile(package());
