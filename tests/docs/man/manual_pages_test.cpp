@@ -52,8 +52,9 @@ const MessageTexts neverWritten = {
     "[E] Couldn't set permissions for ",
 };
 
-/// The general messages of the error codes: the log shows the message of the throwing code instead.
-const fs::path generalMessages = sources / "common/error/error_table.h";
+/// The general messages of the error codes, for which the log shows the message of the throwing code, and the list of
+/// the messages, which is not read as a source.
+const std::set<fs::path> notRead = {sources / "common/error/error_table.h", sources / "driver/log/messages.h"};
 
 /// Whether the program contains the text as a string of its own.
 bool holds(const std::string& program, const std::string& text) {
@@ -64,10 +65,13 @@ bool holds(const std::string& program, const std::string& text) {
 MessageTexts textsInTheTool() {
   const std::string tool = readFile(Support::program("krv-pre-installer"));
   MessageTexts texts;
+  for (const MessageForm& form : messageForms)
+    if (holds(tool, std::string(form.text)))
+      texts.merge(textsOfForm(form));
   for (const char* folder : {"common", "core", "driver", "service"}) {
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(sources / folder)) {
       const fs::path extension = entry.path().extension();
-      if ((extension != ".cpp" && extension != ".h") || entry.path() == generalMessages)
+      if ((extension != ".cpp" && extension != ".h") || notRead.contains(entry.path()))
         continue;
       for (const std::string& text : textsOfSource(readFile(entry.path())))
         if (holds(tool, text))
@@ -113,17 +117,22 @@ TEST(ManualPages, ExplainNoMessageTwice) {
 }
 
 TEST(ManualPages, FindTheTextsOfASourceFile) {
-  EXPECT_EQ(
-      textsOfSource(R"x(#include "no piece"
+  EXPECT_EQ(textsOfSource(R"x(#include "no piece"
     // "a comment" isn't one
     /* "neither is" this */
     const int number = 300'000; const char character = '"';
-    LogMessage(LogLevel::Warning) << "Broken"
-      " in two: " << path << " to " << 'x' << "word";
-    LogMessage(LogLevel::Info) << "Said \"so\" twice";
-    throw Error("Went wrong");
-    return reject("Not wanted: ", "\\");)x"),
-      (MessageTexts{"[W] Broken in two: ", " to ", "[I] Said \"so\" twice", "[E] Went wrong", "[W] Not wanted: "}));
+    throw Error("Broken"
+      " in two: " + path + " to " + 'x' + "word");
+    throw Error("Said \"so\" twice");
+    throw Error("Went wrong: ", "\\");)x"),
+            (MessageTexts{"[E] Broken in two: ", " to ", "[E] Said \"so\" twice", "[E] Went wrong: "}));
+}
+
+TEST(ManualPages, FindTheTextsOfAForm) {
+  EXPECT_EQ(textsOfForm({Message::RegistryNotReplaced, LogLevel::Warning, "From here {path} to {path} -> '{text}'"}),
+            (MessageTexts{"[W] From here ", " to "}));
+  EXPECT_EQ(textsOfForm({Message::ErrorText, LogLevel::Error, "{text}"}), MessageTexts());
+  EXPECT_EQ(textsOfForm({Message::NoLock, LogLevel::Info, "No lock"}), MessageTexts{"[I] No lock"});
 }
 
 /// The log lines in the code spans of a Markdown document, up to the first placeholder.
