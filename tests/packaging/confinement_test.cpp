@@ -102,7 +102,7 @@ protected:
     Support::Process tool(confined({program("krv-pre-installer").string()}, writable),
                           {{"KRV_ROOT_FS", m_device.root().string()}, {"ASAN_OPTIONS", "detect_leaks=0"}}, ".",
                           [mask = maskOfUnit()] { umask(mask); });
-    return Device::finish(tool);
+    return m_device.finish(tool);
   }
 
   std::string expectedLog(const std::map<std::string, std::string>& linesOf) const {
