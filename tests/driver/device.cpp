@@ -51,7 +51,8 @@ Device::Run Device::finish(Support::Process& tool) {
 }
 
 Device::Run Device::runOf(const Support::ProcessResult& result) {
-  expectReportOfCalls(result.output, Support::ScriptedService::takeInstallations());
+  if (!m_isServedElsewhere)
+    expectReportOfCalls(result.output, Support::ScriptedService::takeInstallations());
   Run run{result.status, result.output, std::nullopt};
   const std::string start = "[I] Time spent for pre-installation: ";
   const std::size_t line = run.log.rfind(start);

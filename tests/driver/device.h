@@ -56,6 +56,10 @@ public:
   Support::ScriptedService& service() const { return *m_service; }
   void removeService() { m_service.reset(); }
 
+protected:
+  /// A service in another process installs the packages, so that its calls are not known.
+  bool m_isServedElsewhere = false;
+
 private:
   Support::RpmSandbox m_rpm;
   Support::PrivateBus m_bus;

@@ -109,10 +109,11 @@ private:
 ParsedLine parseLine(std::string_view line) {
   const std::optional<LogLevel> level = levelOf(line);
   if (!level)
-    return {.kind = Kind::Unmarked};
+    return {.kind = Kind::Unknown};
   line.remove_prefix(markSize);
   for (const MessageForm& form : messageForms) {
-    if (form.level != *level || form.message == Message::ErrorText)
+    const bool isPossible = form.level == *level && line.starts_with(form.text.front());
+    if (!isPossible || form.message == Message::ErrorText)
       continue;
     FormReader reader(form.text, line);
     if (const Kind kind = reader.read(); kind != Kind::Unknown)

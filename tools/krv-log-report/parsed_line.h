@@ -14,8 +14,7 @@ struct ParsedLine {
   enum class Kind {
     Whole,    ///< a message of the tool
     OpenPath, ///< as Whole, but the quoted path does not end in this line
-    Unmarked, ///< no level mark
-    Unknown,  ///< a level mark, but no message of the tool
+    Unknown,  ///< no message of the tool
   };
 
   Kind kind;

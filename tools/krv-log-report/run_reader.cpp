@@ -62,10 +62,8 @@ void RunReader::add(Line line) {
   case Kind::OpenPath:
     m_open.push_back(std::move(line));
     return;
-  case Kind::Unmarked:
-    return addUnmarked(line);
   case Kind::Unknown:
-    return m_sink.takeUnknown(line);
+    return addUnknown(line);
   }
 }
 
@@ -90,7 +88,8 @@ void RunReader::giveUpOpenPath() {
     add(std::move(lines[i]));
 }
 
-void RunReader::addUnmarked(const Line& line) {
+/// A text may have several lines, of which only the first has its mark.
+void RunReader::addUnknown(const Line& line) {
   if (!m_held.empty())
     append(m_held.back(), "\n", line.text);
   else if (!m_hasEnded && mayHaveSeveralLines(m_block.last))

@@ -58,7 +58,7 @@ private:
 
   void addToOpenPath(Line line);
   void giveUpOpenPath();
-  void addUnmarked(const Line& line);
+  void addUnknown(const Line& line);
   void take(const ParsedLine& parsed, const Line& line);
   void takeAfterEnd(const ParsedLine& parsed, const Line& line);
   void takeInRun(const ParsedLine& parsed, const Line& line);
