@@ -54,6 +54,7 @@ protected:
 
 TEST_F(Installation, HasExactlyTheseFiles) {
   EXPECT_EQ(files(), "755 bin/krv-image-check\n"
+                     "755 bin/krv-log-report\n"
                      "755 bin/krv-package-signature\n"
                      "644 lib/systemd/system-preset/80-krv-pre-installer.preset\n"
                      "644 lib/systemd/system/krv-pre-installer.service\n"
@@ -63,6 +64,7 @@ TEST_F(Installation, HasExactlyTheseFiles) {
                      "644 share/doc/krv-pre-installer/LICENSE\n"
                      "644 share/doc/krv-pre-installer/README.md\n"
                      "644 share/doc/krv-pre-installer/docs/decision.svg\n"
+                     "644 share/doc/krv-pre-installer/docs/fleet.md\n"
                      "644 share/doc/krv-pre-installer/docs/image-check.md\n"
                      "644 share/doc/krv-pre-installer/docs/image-check.schema.json\n"
                      "644 share/doc/krv-pre-installer/docs/platform.md\n"
@@ -72,6 +74,7 @@ TEST_F(Installation, HasExactlyTheseFiles) {
                      "644 share/doc/krv-pre-installer/docs/velta.KRV.xml\n"
                      "644 share/doc/krv-pre-installer/velta.KRV.conf.example\n"
                      "644 share/man/man1/krv-image-check.1.gz\n"
+                     "644 share/man/man1/krv-log-report.1.gz\n"
                      "644 share/man/man1/krv-package-signature.1.gz\n"
                      "644 share/man/man5/krv-registry.5.gz\n"
                      "644 share/man/man8/krv-pre-installer.8.gz\n");

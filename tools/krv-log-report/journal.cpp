@@ -102,8 +102,7 @@ RunReader& Journal::readerOf(const Origin& origin) {
 /// Keeps the memory small in a journal of many machines. The text of an abort may follow the end of a run, so an ended
 /// run is kept as long as there is space.
 void Journal::forgetEndedRuns() {
-  constexpr std::size_t most = 2000;
-  if (m_readers.size() <= most)
+  if (m_readers.size() <= m_mostReaders)
     return;
   std::erase_if(m_readers, [](const auto& entry) {
     const bool hasEnded = entry.second->hasEnded();
@@ -111,6 +110,7 @@ void Journal::forgetEndedRuns() {
       entry.second->finish();
     return hasEnded;
   });
+  m_mostReaders = std::max(m_mostReaders, 2 * m_readers.size());
 }
 
 } // namespace LogReport

@@ -4,6 +4,7 @@
 
 #include "tools/krv-log-report/run_reader.h"
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <string>
@@ -26,7 +27,8 @@ private:
 
   Sink& m_sink;
   std::map<std::string, std::unique_ptr<RunReader>> m_readers; ///< by machine
-  std::map<std::string, Line> m_parts;                         ///< by machine: the begin of a line that was split
+  std::size_t m_mostReaders = 2000;
+  std::map<std::string, Line> m_parts; ///< by machine: the begin of a line that was split
 };
 
 } // namespace LogReport

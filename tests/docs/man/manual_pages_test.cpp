@@ -235,16 +235,22 @@ TEST_F(PagesAndTheLog, FindLinesInTheJournalAsDocumented) {
   const std::string log = eventfulLog();
   const fs::path journal = m_device.root() / "log.journal";
   writeJournal(journal, log);
+  writeFile(m_device.root() / "log", log);
+  const std::string programs = Support::program("krv-log-report").parent_path();
+  const std::string start = "PATH=\"" + programs + ":$PATH\" && journalctl --quiet --file=" + journal.string();
   std::vector<std::string> found;
-  for (const std::string& command : documentedCommands())
-    found.push_back(
-        Support::runOrThrow({"/bin/sh", "-c", command + " --quiet --output=cat --file=" + journal.string()}));
+  for (const std::string& command : documentedCommands()) {
+    const std::string options = command.substr(command.find(' '));
+    const bool hasFormat = options.find(" -o ") != options.npos;
+    found.push_back(Support::runOrThrow({"/bin/sh", "-c", start + (hasFormat ? "" : " --output=cat") + options}));
+  }
 
   const auto isError = [](const std::string& line) { return line.starts_with("[E] "); };
   const auto isNotable = [&](const std::string& line) { return isError(line) || line.starts_with("[W] "); };
-  const auto isAboutNotes = [](const std::string& line) { return line.find("notes") != std::string::npos; };
+  const std::string head = "2023-11-14T22:13:20.000000Z  machine   boot 00112233445566778899aabbccddeeff\n";
+  const std::string report = Support::runOrThrow({Support::program("krv-log-report"), m_device.root() / "log"});
   EXPECT_EQ(found,
-            (std::vector{log, linesWith(log, isError), linesWith(log, isNotable), linesWith(log, isAboutNotes)}));
+            (std::vector{log, linesWith(log, isError), linesWith(log, isNotable), head + report}));
 }
 
 TEST(ManualPages, ShowTheResultingRegistry) {
@@ -264,7 +270,8 @@ TEST(ManualPages, ShowTheResultingRegistry) {
 }
 
 TEST(ManualPages, AreValidMdoc) {
-  for (const char* page : {"krv-pre-installer.8", "krv-registry.5", "krv-package-signature.1", "krv-image-check.1"}) {
+  for (const char* page : {"krv-pre-installer.8", "krv-registry.5", "krv-package-signature.1", "krv-image-check.1",
+                           "krv-log-report.1"}) {
     const Support::ProcessResult lint =
         Support::run({"mandoc", "-T", "lint", "-W", "warning", (pages / page).string()});
     EXPECT_EQ(lint.output + lint.errors, "");
