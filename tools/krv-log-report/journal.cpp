@@ -93,7 +93,7 @@ RunReader& Journal::readerOf(const Origin& origin) {
   if (reader)
     reader->finish();
   m_parts.erase(origin.machine);
-  reader = std::make_unique<RunReader>(m_sink, RunReader::Runs::One, origin);
+  reader = std::make_unique<RunReader>(m_sink, origin);
   RunReader& current = *reader;
   forgetEndedRuns();
   return current;

@@ -61,7 +61,7 @@ std::string sentenceOf(End end) {
   case End::Cut:
     return "the log ends before the run";
   case End::Ambiguous:
-    return "the log goes on after the end of the run";
+    return "the log goes on after the end of the run; only the form of journalctl -o json may have several runs";
   }
   return "";
 }

@@ -15,9 +15,8 @@ Place placeOf(Message message) {
   case Message::NoInstalledVersion:
   case Message::NoInstalledKey:
   case Message::VersionNotParsed:
-    return {.kind = Kind::Text};
   case Message::QueryFailed:
-    return {.kind = Kind::Text, .takenTexts = 1};
+    return {.kind = Kind::Text};
 
   case Message::Installed:
     return {.kind = Kind::Outcome, .outcome = Outcome::Installed};
@@ -27,7 +26,7 @@ Place placeOf(Message message) {
     return {.kind = Kind::Outcome, .outcome = Outcome::Skipped};
 
   case Message::Unreadable:
-    return {.kind = Kind::Cause, .reason = Reason::Unreadable, .takenTexts = 1};
+    return {.kind = Kind::Cause, .reason = Reason::Unreadable};
   case Message::RemovedByUser:
     return {.kind = Kind::Cause, .reason = Reason::RemovedByUser};
   case Message::NotNewer:
@@ -36,14 +35,13 @@ Place placeOf(Message message) {
     return {.kind = Kind::Cause, .reason = Reason::DeveloperMismatch};
 
   case Message::NoProxy:
-    return {.kind = Kind::End, .end = End::NoService, .takenTexts = 1};
+    return {.kind = Kind::End, .end = End::NoService};
   case Message::NoList:
-    return {.kind = Kind::End, .end = End::NoList, .takenTexts = 2};
+    return {.kind = Kind::End, .end = End::NoList};
   case Message::TimeSpent:
     return {.kind = Kind::End, .end = End::Complete};
 
   case Message::NoLock:
-    return {.kind = Kind::Remark, .takenTexts = 1};
   case Message::UnexpectedComparison:
   case Message::VersionsNotCompared:
   case Message::NoRpmConfiguration:

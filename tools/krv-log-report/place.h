@@ -22,7 +22,6 @@ struct Place {
   Outcome outcome = Outcome::Unknown; ///< of an Outcome
   Reason reason = Reason::None;       ///< of a Cause, and of an Outcome that always has the same
   End end = End::Cut;                 ///< of an End
-  std::size_t takenTexts = 0;         ///< how many Text lines just before it say why
 };
 
 /// A new message does not compile before it has its place here.

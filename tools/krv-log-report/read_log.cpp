@@ -51,7 +51,7 @@ void readLog(std::istream& input, Sink& sink) {
     while (lines.next(line));
     return journal.finish();
   }
-  RunReader reader(sink, RunReader::Runs::Several);
+  RunReader reader(sink);
   do
     reader.add(line);
   while (lines.next(line));

@@ -50,6 +50,17 @@ std::string joined(const std::vector<Line>& lines) {
   return text;
 }
 
+/// The file name in `path`, if this is a path of a package.
+std::optional<std::string> entryOf(std::string_view path) {
+  constexpr std::string_view folder = "/usr/share/krv/pre-install-apps/";
+  const std::size_t begin = path.rfind('/') + 1;
+  const std::string_view directory = path.substr(0, begin);
+  const bool isRelative = directory == folder.substr(1); // KRV_ROOT_FS is empty
+  if (begin == path.size() || (!isRelative && !directory.ends_with(folder)))
+    return std::nullopt;
+  return std::string(path.substr(begin));
+}
+
 } // namespace
 
 void RunReader::add(Line line) {
@@ -74,7 +85,8 @@ void RunReader::addToOpenPath(Line line) {
   const ParsedLine parsed = parseLine(text);
   if (parsed.kind == Kind::OpenPath && text.size() <= longestOpenPath && m_open.size() <= mostLinesOfAPath)
     return;
-  if (parsed.kind != Kind::Whole)
+  // An error's text may be any text, but the first line is not one.
+  if (parsed.kind != Kind::Whole || parsed.message == Message::ErrorText)
     return giveUpOpenPath();
   const std::size_t number = std::exchange(m_open, {}).front().number;
   take(parsed, {number, text, time});
@@ -83,53 +95,33 @@ void RunReader::addToOpenPath(Line line) {
 /// The first of the open lines was cut; the others may be whole.
 void RunReader::giveUpOpenPath() {
   std::vector<Line> lines = std::exchange(m_open, {});
-  m_sink.takeUnknown(lines.front());
+  addUnknown(lines.front());
   for (std::size_t i = 1; i < lines.size(); ++i)
     add(std::move(lines[i]));
 }
 
 /// A text may have several lines, of which only the first has its mark.
 void RunReader::addUnknown(const Line& line) {
-  if (!m_held.empty())
-    append(m_held.back(), "\n", line.text);
-  else if (!m_hasEnded && mayHaveSeveralLines(m_block.last))
+  if (m_hasEnded && m_run.end == End::Aborted)
+    append(m_run.detail, "\n", line.text);
+  else if (mayHaveSeveralLines(m_block.last))
     append(m_block.detail, "\n", line.text);
   else
     m_sink.takeUnknown(line);
 }
 
 void RunReader::take(const ParsedLine& parsed, const Line& line) {
-  if (m_hasEnded)
-    takeAfterEnd(parsed, line);
-  else
-    takeInRun(parsed, line);
-}
-
-void RunReader::takeAfterEnd(const ParsedLine& parsed, const Line& line) {
-  if (parsed.message == Message::ErrorText) {
-    m_held.emplace_back();
-    append(m_held.back(), "", parsed.value);
-    return;
-  }
-  std::vector<std::string> texts = std::exchange(m_held, {});
-  if (m_runs == Runs::One) {
-    m_run.end = End::Ambiguous;
-    m_hasEnded = false;
-    return takeInRun(parsed, line);
-  }
-  const bool hasAbort = !texts.empty() && (m_isInterrupted || texts.size() > placeOf(parsed.message).takenTexts);
-  if (hasAbort) {
-    abortBy(texts.front());
-    texts.erase(texts.begin());
-  }
-  handOut();
-  for (const std::string& text : texts)
-    takeInRun({.kind = Kind::Whole, .message = Message::ErrorText, .value = text}, line);
-  takeInRun(parsed, line);
-}
-
-void RunReader::takeInRun(const ParsedLine& parsed, const Line& line) {
   const Place place = placeOf(parsed.message);
+  if (place.kind == Place::Kind::Elsewhere)
+    return addUnknown(line);
+  const bool mayBeAborted = m_run.end == End::Complete || m_run.end == End::Aborted;
+  if (m_hasEnded && mayBeAborted && parsed.message == Message::ErrorText) {
+    m_run.end = End::Aborted;
+    return append(m_run.detail, "; ", parsed.value);
+  }
+  if (m_hasEnded)
+    m_run.end = End::Ambiguous;
+  m_hasEnded = false;
   const bool isSkip = parsed.message == Message::Skipping && m_block.causePath == parsed.value;
   if (m_block.cause && !isSkip)
     contradictCause();
@@ -148,7 +140,7 @@ void RunReader::takeInRun(const ParsedLine& parsed, const Line& line) {
   case Place::Kind::End:
     return takeEnd(place, parsed, line);
   case Place::Kind::Elsewhere:
-    return m_sink.takeUnknown(line);
+    break;
   }
   m_block.last = parsed.message;
 }
@@ -180,26 +172,11 @@ void RunReader::takeEnd(const Place& place, const ParsedLine& parsed, const Line
     return m_sink.takeUnknown(line);
   if (!isEarly)
     m_run.seconds = seconds;
-  m_isInterrupted = !isEarly && m_block.last;
+  const bool isInterrupted = !isEarly && m_block.last;
   if (m_run.end == End::Cut)
-    m_run.end = m_isInterrupted ? End::Aborted : place.end;
+    m_run.end = isInterrupted ? End::Aborted : place.end;
   m_run.detail = std::exchange(m_block, {}).detail;
   m_hasEnded = true;
-}
-
-/// The file name in `path`, if this is a path of a package of this run.
-std::optional<std::string> RunReader::entryOf(std::string_view path) {
-  constexpr std::string_view folder = "usr/share/krv/pre-install-apps";
-  const std::size_t slash = path.rfind('/');
-  if (slash == path.npos || slash + 1 == path.size())
-    return std::nullopt;
-  const std::string_view directory = path.substr(0, slash);
-  const bool isFolder =
-      directory.ends_with(folder) && (directory == folder || directory.ends_with("/" + std::string(folder)));
-  if (!isFolder || (!m_directory.empty() && m_directory != directory))
-    return std::nullopt;
-  m_directory = directory;
-  return std::string(path.substr(slash + 1));
 }
 
 void RunReader::addRow(Row row) {
@@ -221,37 +198,15 @@ void RunReader::contradictCause() {
   m_block = {};
 }
 
-void RunReader::abortBy(const std::string& text) {
-  m_run.end = m_run.end == End::Ambiguous ? End::Ambiguous : End::Aborted;
-  append(m_run.detail, "; ", text);
-}
-
 void RunReader::finish() {
   while (!m_open.empty())
     giveUpOpenPath();
-  if (!m_held.empty())
-    abortBy(m_held.front());
-  if (!m_hasEnded && m_block.cause) {
-    if (const std::optional<std::string> entry = entryOf(m_block.causePath))
-      addRow({*entry, Outcome::Unknown, *m_block.cause, m_block.detail, m_run.time});
-  } else if (!m_hasEnded) {
+  if (const std::optional<std::string> entry = m_block.cause ? entryOf(m_block.causePath) : std::nullopt)
+    addRow({*entry, Outcome::Unknown, *m_block.cause, m_block.detail, m_run.time});
+  else if (!m_hasEnded)
     m_run.detail = m_block.detail;
-  }
-  handOut();
-}
-
-void RunReader::handOut() {
-  const bool isEmpty = m_run.rows.empty() && !m_hasEnded && m_run.detail.empty();
-  m_run.origin = m_origin;
-  if (!isEmpty)
+  if (!m_run.rows.empty() || m_run.end != End::Cut || !m_run.detail.empty())
     m_sink.takeRun(m_run);
-  m_rowOf.clear();
-  m_run = {};
-  m_directory.clear();
-  m_block = {};
-  m_held.clear();
-  m_hasEnded = false;
-  m_isInterrupted = false;
 }
 
 } // namespace LogReport

@@ -23,24 +23,18 @@ public:
   virtual void takeUnknown(const Line& line) = 0;
 };
 
-/// Reads the lines of one run, or of runs one after the other, and hands out each run at its end. It keeps the rows of
-/// one run in memory.
+/// Reads the lines of one run, and hands out the run when the log has no more lines. It keeps the rows in memory.
 ///
 /// A text from a package or a service may contain line breaks and so look like lines of the tool. But the tool writes
 /// one outcome for each entry. So an entry with two outcomes, or without the lines that belong to its outcome, is
-/// ambiguous, and the outcome of an existing entry is never wrong.
+/// ambiguous, and in a whole log the outcome of an entry that exists is never wrong.
 class RunReader {
 public:
-  enum class Runs {
-    One,    ///< all lines are from one process
-    Several ///< a line after the end of a run begins another
-  };
-
-  RunReader(Sink& sink, Runs runs, Origin origin = {}) : m_sink(sink), m_runs(runs), m_origin(std::move(origin)) {}
+  explicit RunReader(Sink& sink, Origin origin = {}) : m_sink(sink) { m_run.origin = std::move(origin); }
   RunReader(const RunReader&) = delete;
   RunReader& operator=(const RunReader&) = delete;
 
-  const Origin& origin() const { return m_origin; }
+  const Origin& origin() const { return m_run.origin; }
   bool hasEnded() const { return m_hasEnded; }
 
   void add(Line line);
@@ -60,27 +54,17 @@ private:
   void giveUpOpenPath();
   void addUnknown(const Line& line);
   void take(const ParsedLine& parsed, const Line& line);
-  void takeAfterEnd(const ParsedLine& parsed, const Line& line);
-  void takeInRun(const ParsedLine& parsed, const Line& line);
   void takeOutcome(const Place& place, const ParsedLine& parsed, const Line& line);
   void takeEnd(const Place& place, const ParsedLine& parsed, const Line& line);
-  std::optional<std::string> entryOf(std::string_view path);
   void addRow(Row row);
   void contradictCause();
-  void abortBy(const std::string& text);
-  void handOut();
 
   Sink& m_sink;
-  Runs m_runs;
-  Origin m_origin;
   Run m_run;
-  std::string m_directory; ///< of the entries
   std::unordered_map<std::string_view, Row*> m_rowOf;
   Block m_block;
   std::vector<Line> m_open; ///< lines whose quoted path has not ended
   bool m_hasEnded = false;
-  bool m_isInterrupted = false;    ///< the end came between the lines of a package
-  std::vector<std::string> m_held; ///< texts after the end of a run: of its abort, or of the next run
 };
 
 } // namespace LogReport
