@@ -94,23 +94,7 @@ RunReader& Journal::readerOf(const Origin& origin) {
     reader->finish();
   m_parts.erase(origin.machine);
   reader = std::make_unique<RunReader>(m_sink, origin);
-  RunReader& current = *reader;
-  forgetEndedRuns();
-  return current;
-}
-
-/// Keeps the memory small in a journal of many machines. The text of an abort may follow the end of a run, so an ended
-/// run is kept as long as there is space.
-void Journal::forgetEndedRuns() {
-  if (m_readers.size() <= m_mostReaders)
-    return;
-  std::erase_if(m_readers, [](const auto& entry) {
-    const bool hasEnded = entry.second->hasEnded();
-    if (hasEnded)
-      entry.second->finish();
-    return hasEnded;
-  });
-  m_mostReaders = std::max(m_mostReaders, 2 * m_readers.size());
+  return *reader;
 }
 
 } // namespace LogReport

@@ -4,7 +4,6 @@
 
 #include "tools/krv-log-report/run_reader.h"
 
-#include <cstddef>
 #include <map>
 #include <memory>
 #include <string>
@@ -12,7 +11,8 @@
 namespace LogReport {
 
 /// Reads what `journalctl --output=json` writes, also for many machines at once: each machine has its own run, and the
-/// lines of a process are told apart from others by ids that only the journal can set.
+/// lines of a process are told apart from others by ids that only the journal can set. It keeps the last run of each
+/// machine in memory. A run is not handed out at its last line, because a text may look like that line.
 class Journal {
 public:
   explicit Journal(Sink& sink) : m_sink(sink) {}
@@ -23,12 +23,10 @@ public:
 
 private:
   RunReader& readerOf(const Origin& origin);
-  void forgetEndedRuns();
 
   Sink& m_sink;
   std::map<std::string, std::unique_ptr<RunReader>> m_readers; ///< by machine
-  std::size_t m_mostReaders = 2000;
-  std::map<std::string, Line> m_parts; ///< by machine: the begin of a line that was split
+  std::map<std::string, Line> m_parts;                         ///< by machine: the begin of a line that was split
 };
 
 } // namespace LogReport

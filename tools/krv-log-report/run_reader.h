@@ -35,7 +35,6 @@ public:
   RunReader& operator=(const RunReader&) = delete;
 
   const Origin& origin() const { return m_run.origin; }
-  bool hasEnded() const { return m_hasEnded; }
 
   void add(Line line);
   /// The log has no more lines.

@@ -127,7 +127,7 @@ TEST(LogReportJournal, NamesLinesThatAreNoEntries) {
             "a: installed\ncomplete: 3 s\n");
 }
 
-TEST(LogReportJournal, KeepsNoEndedRunsOfManyMachines) {
+TEST(LogReportJournal, ReadsTheRunsOfManyMachines) {
   Entries entries;
   std::string expected;
   for (int i = 0; i < 3000; ++i) {

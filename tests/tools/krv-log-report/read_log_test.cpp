@@ -149,8 +149,8 @@ TEST(LogReport, IsNotSureOfAnOutcomeWithoutItsLines) {
 }
 
 TEST(LogReport, RefusesPathsElsewhere) {
-  for (const std::string path : {"/a", "a", "", "/usr/share/krv/pre-install-apps/", "/xusr/share/krv/pre-install-apps",
-                                 "/usr/share/krv/pre-install-apps/a/b"})
+  for (const std::string path : {"/a", "a", "", "/usr/share/krv/pre-install-apps/",
+                                 "/xusr/share/krv/pre-install-apps/a", "/usr/share/krv/pre-install-apps/a/b"})
     EXPECT_EQ(described("[I] The package successfully pre-installed: \"" + path + "\"\n"), "unknown: 1\n") << path;
   EXPECT_EQ(
       described("[I] The package successfully pre-installed: \"usr/share/krv/pre-install-apps/a\"\n" + installed("b")),
