@@ -249,8 +249,7 @@ TEST_F(PagesAndTheLog, FindLinesInTheJournalAsDocumented) {
   const auto isNotable = [&](const std::string& line) { return isError(line) || line.starts_with("[W] "); };
   const std::string head = "2023-11-14T22:13:20.000000Z  machine   boot 00112233445566778899aabbccddeeff\n";
   const std::string report = Support::runOrThrow({Support::program("krv-log-report"), m_device.root() / "log"});
-  EXPECT_EQ(found,
-            (std::vector{log, linesWith(log, isError), linesWith(log, isNotable), head + report}));
+  EXPECT_EQ(found, (std::vector{log, linesWith(log, isError), linesWith(log, isNotable), head + report}));
 }
 
 TEST(ManualPages, ShowTheResultingRegistry) {
@@ -270,8 +269,8 @@ TEST(ManualPages, ShowTheResultingRegistry) {
 }
 
 TEST(ManualPages, AreValidMdoc) {
-  for (const char* page : {"krv-pre-installer.8", "krv-registry.5", "krv-package-signature.1", "krv-image-check.1",
-                           "krv-log-report.1"}) {
+  for (const char* page :
+       {"krv-pre-installer.8", "krv-registry.5", "krv-package-signature.1", "krv-image-check.1", "krv-log-report.1"}) {
     const Support::ProcessResult lint =
         Support::run({"mandoc", "-T", "lint", "-W", "warning", (pages / page).string()});
     EXPECT_EQ(lint.output + lint.errors, "");
