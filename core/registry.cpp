@@ -7,7 +7,7 @@
 #include "common/filesystem/root.h"
 #include "common/posix/regular_file.h"
 #include "core/registry_content.h"
-#include "driver/log/log_message.h"
+#include "driver/log/messages.h"
 
 #include <boost/interprocess/exceptions.hpp>
 #include <boost/interprocess/sync/file_lock.hpp>
@@ -79,7 +79,7 @@ bool withLock(const fs::path& registry, Work work) {
   Common::Filesystem::createDirectories(lockFile.parent_path());
   const Common::Posix::FileDescriptor file = openLockFile(lockFile);
   if (!file) {
-    LogMessage(LogLevel::Error) << "Couldn't create the registry lock file: " << lockFile;
+    logLine<Message::NoLockFile>(lockFile);
     return false;
   }
   // The system releases the lock as soon as this process closes any descriptor of the file. So both descriptors stay
@@ -89,8 +89,8 @@ bool withLock(const fs::path& registry, Work work) {
     lock.emplace(pathOf(file, lockFile).c_str());
     acquire(*lock);
   } catch (const boost::interprocess::interprocess_exception& exception) {
-    LogMessage(LogLevel::Error) << exception.what();
-    LogMessage(LogLevel::Error) << "Couldn't get an exclusive registry lock";
+    logLine<Message::ErrorText>(exception.what());
+    logLine<Message::NoLock>();
     return false;
   }
   return work();
@@ -135,7 +135,7 @@ Reading readRecords(const fs::path& registry, Callback callback) {
   const auto file = Common::Posix::openRegularFile(registry.c_str(), O_RDONLY, 0, status);
   if (file && (status.st_size == 0 || readOpenRegistry(file, callback)))
     return Reading::Done;
-  LogMessage(LogLevel::Error) << "Couldn't open registry: " << registry;
+  logLine<Message::RegistryNotOpened>(registry);
   return Reading::Failed;
 }
 
@@ -150,7 +150,7 @@ bool loadRecords(const fs::path& registry, std::vector<RegistryRecord>& records)
   const Reading reading = readRecords(registry, [&](RegistryRecord& record) { records.push_back(std::move(record)); });
   if (reading != Reading::Missing || isSurelyMissing(registry))
     return reading != Reading::Failed;
-  LogMessage(LogLevel::Error) << "Couldn't open registry: " << registry;
+  logLine<Message::RegistryNotOpened>(registry);
   return false;
 }
 
@@ -179,8 +179,8 @@ bool replaceRegistry(const fs::path& next, const fs::path& registry) {
     Common::Filesystem::move(next, registry);
     return true;
   } catch (const Common::Error& error) {
-    LogMessage(LogLevel::Error) << error.what();
-    LogMessage(LogLevel::Error) << "Couldn't atomically update registry: " << next << " -> " << registry;
+    logLine<Message::ErrorText>(error.what());
+    logLine<Message::RegistryNotReplaced>(next, registry);
     return false;
   }
 }
@@ -198,13 +198,13 @@ bool Registry::writeRecord(const RegistryRecord& record) const {
   return withLock(registry, [&] {
     std::vector<RegistryRecord> records;
     if (!loadRecords(registry, records)) {
-      LogMessage(LogLevel::Error) << "Couldn't load registry records";
+      logLine<Message::RecordsNotLoaded>();
       return false;
     }
     records = prune(std::move(records), record);
     const fs::path next = beside(registry, ".next");
     if (!writeRecords(next, records, line)) {
-      LogMessage(LogLevel::Error) << "Couldn't write records to the next registry: " << next;
+      logLine<Message::RecordsNotWritten>(next);
       return false;
     }
     return replaceRegistry(next, registry);

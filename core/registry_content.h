@@ -3,7 +3,7 @@
 #pragma once
 
 #include "core/registry_record.h"
-#include "driver/log/log_message.h"
+#include "driver/log/messages.h"
 
 #include <istream>
 #include <string>
@@ -23,7 +23,7 @@ void readLines(std::istream& lines, Callback callback) {
     if (parseRecord(line, record))
       callback(record);
     else
-      LogMessage(LogLevel::Warning) << "Bad registry record found: '" << line << "'";
+      logLine<Message::BadRecord>(line);
   }
 }
 

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/registry_record.h"
 
-#include "driver/log/log_message.h"
+#include "driver/log/messages.h"
 
 #include <charconv>
 #include <system_error>
@@ -70,7 +70,7 @@ void readPiece(std::string_view piece, Fields& fields, std::vector<std::string>&
   else if (key == previousKeysKey)
     split(value, keySeparator, [&](std::string_view previous) { previousKeys.emplace_back(previous); });
   else
-    LogMessage(LogLevel::Warning) << "Registry record contains unknown key: " << piece;
+    logLine<Message::UnknownRecordKey>(piece);
 }
 
 /// Accepts at most one sign, then only digits. std::from_chars() accepts "-" but not "+", so "+" is removed first, and
@@ -87,8 +87,9 @@ std::optional<std::int64_t> parseTimestamp(std::string_view text) {
   return error == std::errc() && stop == end ? std::optional(value) : std::nullopt;
 }
 
-bool reject(std::string_view reason, std::string_view subject = {}) {
-  LogMessage(LogLevel::Warning) << reason << subject;
+template <Message reason, typename... Subject>
+bool reject(const Subject&... subject) {
+  logLine<reason>(subject...);
   return false;
 }
 
@@ -116,19 +117,19 @@ bool parseRecord(std::string_view line, RegistryRecord& record) {
   split(line, " ", [&](std::string_view piece) { readPiece(piece, fields, record.prevKeyIds); });
 
   if (fields.timestamp.empty())
-    return reject("Registry record doesn't contains timestamp");
+    return reject<Message::RecordWithoutTimestamp>();
   if (fields.event.empty())
-    return reject("Registry record doesn't contains event type");
+    return reject<Message::RecordWithoutEvent>();
   const auto event = eventBySpelling.find(fields.event);
   if (event == eventBySpelling.end())
-    return reject("Registry record contains unknown event type");
+    return reject<Message::RecordWithUnknownEvent>();
   if (fields.package.empty())
-    return reject("Registry record doesn't contains package id");
+    return reject<Message::RecordWithoutPackage>();
   if (fields.keyId.empty())
-    return reject("Registry record doesn't contains key id");
+    return reject<Message::RecordWithoutKey>();
   const std::optional<std::int64_t> timestamp = parseTimestamp(fields.timestamp);
   if (!timestamp)
-    return reject("Couldn't parse timestamp from registry record: ", fields.timestamp);
+    return reject<Message::RecordTimestampNotParsed>(fields.timestamp);
 
   record.event = event->second;
   record.timestamp = *timestamp;

@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
-#include "driver/log/log_message.h"
+#include "driver/log/messages.h"
 #include "driver/run.h"
 #include "driver/standard_streams.h"
 
@@ -13,7 +13,7 @@ int main() {
     return run();
   } catch (const std::exception& error) {
     // Not 1: that status means that the service or the list of packages was not available.
-    LogMessage(LogLevel::Error) << error.what();
+    logLine<Message::ErrorText>(error.what());
     return 2;
   }
 }

@@ -5,7 +5,7 @@
 #include "common/error/error.h"
 #include "core/registry.h"
 #include "driver/decision.h"
-#include "driver/log/log_message.h"
+#include "driver/log/messages.h"
 #include "driver/package_facts.h"
 
 #include <span>
@@ -21,8 +21,8 @@ std::optional<PackageFacts> readFacts(const std::filesystem::path& path) {
   try {
     return readPackageFacts(path);
   } catch (const Common::Error& error) {
-    LogMessage(LogLevel::Error) << error.what();
-    LogMessage(LogLevel::Error) << "Failed to read RPM package: " << path;
+    logLine<Message::ErrorText>(error.what());
+    logLine<Message::Unreadable>(path);
     return std::nullopt;
   }
 }
@@ -38,7 +38,7 @@ bool fillCache(RegistryCache& cache) {
   if (isRead)
     cache = std::move(removals);
   else
-    LogMessage(LogLevel::Error) << "Failed to read records from krv registry";
+    logLine<Message::RecordsNotRead>();
   return isRead;
 }
 
@@ -50,27 +50,24 @@ std::span<const RegistryRecord> recordsIn(RegistryCache& cache) {
 void logComparison(VersionComparison comparison, const std::string& version, const std::filesystem::path& path) {
   // The version of the file is logged even if RPM cannot parse the installed version.
   if (comparison == VersionComparison::Unparsable)
-    LogMessage(LogLevel::Error) << "Failed to parse rpm package version: " << version;
+    logLine<Message::VersionNotParsed>(version);
   else if (comparison == VersionComparison::Unexpected)
-    LogMessage(LogLevel::Error) << "Unexpected result of comparing rpm versions";
+    logLine<Message::UnexpectedComparison>();
   else
     return;
-  LogMessage(LogLevel::Warning)
-      << "Failed to compare the package version with the version of an already installed package: " << path;
+  logLine<Message::VersionsNotCompared>(path);
 }
 
 void logRefusal(Reason reason, const std::filesystem::path& path) {
   switch (reason) {
   case Reason::RemovedByUser:
-    LogMessage(LogLevel::Info) << "The package was manually removed by the user: " << path;
+    logLine<Message::RemovedByUser>(path);
     break;
   case Reason::NotNewer:
-    LogMessage(LogLevel::Error)
-        << "The package version is lower than or equal to the version of an already installed package: " << path;
+    logLine<Message::NotNewer>(path);
     break;
   case Reason::DeveloperMismatch:
-    LogMessage(LogLevel::Error)
-        << "Package developer doesn't match with the developer of an already installed package: " << path;
+    logLine<Message::DeveloperMismatch>(path);
     break;
   case Reason::NotInstalled:
   case Reason::Update:
@@ -79,7 +76,7 @@ void logRefusal(Reason reason, const std::filesystem::path& path) {
 }
 
 PreinstallOutcome skip(const std::filesystem::path& path) {
-  LogMessage(LogLevel::Info) << "Skipping package pre-installation: " << path;
+  logLine<Message::Skipping>(path);
   return PreinstallOutcome::Skipped;
 }
 

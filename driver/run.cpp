@@ -5,7 +5,7 @@
 #include "common/error/error.h"
 #include "common/filesystem/listing.h"
 #include "common/filesystem/root.h"
-#include "driver/log/log_message.h"
+#include "driver/log/messages.h"
 #include "driver/preinstall_package.h"
 #include "driver/run_timer.h"
 
@@ -23,8 +23,8 @@ std::optional<Paths> listPackages() {
     const std::filesystem::path directory = Common::Filesystem::rootDirectory() / "usr/share/krv/pre-install-apps";
     return Common::Filesystem::listDirectory(directory, Common::Filesystem::ListOptions::None);
   } catch (const Common::Error& error) {
-    LogMessage(LogLevel::Error) << error.what();
-    LogMessage(LogLevel::Error) << "Failed to get a list of packages to pre-install";
+    logLine<Message::ErrorText>(error.what());
+    logLine<Message::NoList>();
     return std::nullopt;
   }
 }
@@ -32,10 +32,10 @@ std::optional<Paths> listPackages() {
 void logOutcome(PreinstallOutcome outcome, const std::filesystem::path& path) {
   switch (outcome) {
   case PreinstallOutcome::Installed:
-    LogMessage(LogLevel::Info) << "The package successfully pre-installed: " << path;
+    logLine<Message::Installed>(path);
     break;
   case PreinstallOutcome::InstallFailed:
-    LogMessage(LogLevel::Error) << "Failed to pre-install package: " << path;
+    logLine<Message::InstallFailed>(path);
     break;
   case PreinstallOutcome::Skipped:
     break;
@@ -54,7 +54,7 @@ void preinstallAll(KrvProxy& proxy, const Paths& packages) {
 int run() {
   std::optional<KrvProxy> proxy = KrvProxy::create();
   if (!proxy) {
-    LogMessage(LogLevel::Error) << "Failed to create dbus proxy for KRV service";
+    logLine<Message::NoProxy>();
     return EXIT_FAILURE;
   }
   const std::optional<Paths> packages = listPackages();

@@ -2,10 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "driver/run_timer.h"
 
-#include "driver/log/log_message.h"
+#include "driver/log/messages.h"
 
 RunTimer::~RunTimer() {
   const auto elapsed = std::chrono::steady_clock::now() - m_start;
-  LogMessage(LogLevel::Info) << "Time spent for pre-installation: "
-                             << std::chrono::duration_cast<std::chrono::seconds>(elapsed).count() << " seconds";
+  logLine<Message::TimeSpent>(std::chrono::duration_cast<std::chrono::seconds>(elapsed).count());
 }

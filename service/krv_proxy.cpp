@@ -3,7 +3,7 @@
 #include "service/krv_proxy.h"
 
 #include "common/error/dbus_error.h"
-#include "driver/log/log_message.h"
+#include "driver/log/messages.h"
 #include "service/bus_names.h"
 
 #include <sdbus-c++/sdbus-c++.h>
@@ -49,11 +49,11 @@ void ensureServiceIsThere(sdbus::IConnection& connection) {
 
 std::optional<InstalledPackage> packageFrom(Answer answer, const std::string& name) {
   if (!answer.version) {
-    LogMessage(LogLevel::Error) << "Failed to determinate package version: " << name;
+    logLine<Message::NoInstalledVersion>(name);
     return std::nullopt;
   }
   if (!answer.developerKeyId) {
-    LogMessage(LogLevel::Error) << "Failed to determinate package developer key id: " << name;
+    logLine<Message::NoInstalledKey>(name);
     return std::nullopt;
   }
   return InstalledPackage{std::move(*answer.version), std::move(*answer.developerKeyId)};
@@ -76,7 +76,7 @@ std::optional<KrvProxy> KrvProxy::create() {
     return KrvProxy(sdbus::createProxy(std::move(connection), BusNames::service, BusNames::objectPath,
                                        sdbus::dont_run_event_loop_thread));
   } catch (const sdbus::Error& error) {
-    LogMessage(LogLevel::Error) << error.getMessage();
+    logLine<Message::ErrorText>(error.getMessage());
     return std::nullopt;
   }
 }
@@ -96,8 +96,8 @@ std::optional<InstalledPackage> KrvProxy::getPackage(const std::string& name) co
     return packageFrom(std::move(answer), name);
   } catch (const sdbus::Error& error) {
     if (Common::fromDBusName(error.getName()) != Common::ErrorCode::PackageNotExist) {
-      LogMessage(LogLevel::Error) << error.getMessage();
-      LogMessage(LogLevel::Error) << "Failed to query information about installed package: " << name;
+      logLine<Message::ErrorText>(error.getMessage());
+      logLine<Message::QueryFailed>(name);
     }
     return std::nullopt;
   }
@@ -112,7 +112,7 @@ bool KrvProxy::install(const std::string& path) {
         .storeResultsTo();
     return true;
   } catch (const sdbus::Error& error) {
-    LogMessage(LogLevel::Error) << "Package installation error: " << error.getMessage();
+    logLine<Message::InstallationError>(error.getMessage());
     return false;
   }
 }

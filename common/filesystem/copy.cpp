@@ -44,7 +44,7 @@ bool recreateSymlink(const fs::path& target, const fs::path& from, const fs::pat
     fs::create_symlink(target, to);
     return true;
   } catch (const std::exception&) {
-    LogMessage(LogLevel::Warning) << "Coulnd't copy symlink " << from << " to " << to;
+    logLine<Message::SymlinkNotCopied>(from, to);
     return false;
   }
 }
@@ -73,7 +73,7 @@ void removeFailedFile(const fs::path& to) {
   try {
     Filesystem::remove(to);
   } catch (const Error&) {
-    LogMessage(LogLevel::Warning) << "Couldn't cleanup bad copied file: " << to;
+    logLine<Message::FileNotCleanedUp>(to);
   }
 }
 
@@ -130,7 +130,7 @@ void removeFailedDirectory(const fs::path& from, const fs::path& to) {
       throw Failure::error("the source lies in the destination");
     Filesystem::remove(to);
   } catch (const std::exception&) {
-    LogMessage(LogLevel::Warning) << "Couldn't cleanup bad copied directory: " << to;
+    logLine<Message::DirectoryNotCleanedUp>(to);
   }
 }
 
@@ -167,10 +167,10 @@ void copySymlink(const fs::path& from, const fs::path& to) {
     throw Failure::error("Attempt to copy symlink, but " + from.string() + " is not symlink");
   const fs::path target = Filesystem::readSymlink(from);
   if (!isInTheSameDirectory(target))
-    LogMessage(LogLevel::Warning) << "Symlink target is not in the same directory: " << from << " -> " << to;
+    logLine<Message::SymlinkLeavesDirectory>(from, to);
   else if (recreateSymlink(target, from, to))
     return;
-  LogMessage(LogLevel::Info) << "Trying to copy content of the symlink target";
+  logLine<Message::CopiesSymlinkTarget>();
   copyFile(target, to);
 }
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "common/error/error.h"
-#include "driver/log/log_message.h"
+#include "driver/log/messages.h"
 
 #include <exception>
 #include <string>
@@ -24,7 +24,7 @@ auto runOrThrow(const std::string& message, Work work) {
   try {
     return work();
   } catch (const std::exception& exception) {
-    LogMessage(LogLevel::Error) << exception.what();
+    logLine<Message::ErrorText>(exception.what());
     throw error(message);
   }
 }
@@ -36,7 +36,7 @@ template <typename Work>
   try {
     return work();
   } catch (const std::exception& exception) {
-    LogMessage(LogLevel::Error) << exception.what();
+    logLine<Message::ErrorText>(exception.what());
     return false;
   }
 }

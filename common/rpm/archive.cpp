@@ -6,7 +6,7 @@
 #include "common/posix/blocked_signals.h"
 #include "common/rpm/file_entry.h"
 #include "common/rpm/handles.h"
-#include "driver/log/log_message.h"
+#include "driver/log/messages.h"
 
 #include <rpm/rpmarchive.h>
 #include <rpm/rpmmacro.h>
@@ -164,7 +164,7 @@ void handOut(rpmfi file, const std::filesystem::path& target, const ExtractionHa
     return;
   }
   default:
-    LogMessage(LogLevel::Warning) << "Unexpected entry type in rpm package";
+    logLine<Message::UnexpectedEntryType>();
   }
 }
 

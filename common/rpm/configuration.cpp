@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "common/rpm/configuration.h"
 
-#include "driver/log/log_message.h"
+#include "driver/log/messages.h"
 
 #include <rpm/rpmlib.h>
 #include <rpm/rpmlog.h>
@@ -23,7 +23,7 @@ void readConfiguration(const char* files) {
   rpmlogSetFile(stderr);
   configured = rpmReadConfigFiles(files, nullptr) == 0;
   if (!configured)
-    LogMessage(LogLevel::Warning) << "Couldn't read RPM configuration files";
+    logLine<Message::NoRpmConfiguration>();
 }
 
 void setMacro(const char* name, const std::string& value) {

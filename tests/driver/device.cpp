@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/driver/device.h"
 
+#include "tests/driver/report_of_calls.h"
 #include "tests/support/signing/pki.h"
 
 #include <algorithm>
@@ -50,6 +51,8 @@ Device::Run Device::finish(Support::Process& tool) {
 }
 
 Device::Run Device::runOf(const Support::ProcessResult& result) {
+  if (!m_isServedElsewhere)
+    expectReportOfCalls(result.output, Support::ScriptedService::takeInstallations());
   Run run{result.status, result.output, std::nullopt};
   const std::string start = "[I] Time spent for pre-installation: ";
   const std::size_t line = run.log.rfind(start);

@@ -47,13 +47,18 @@ public:
   /// Starts the tool; finish() waits for its end.
   std::unique_ptr<Support::Process> start(const Support::Environment& environment = {},
                                           const std::filesystem::path& workingDirectory = ".");
-  static Run finish(Support::Process& tool);
-  static Run runOf(const Support::ProcessResult& result);
+  Run finish(Support::Process& tool);
+  /// Also compares krv-log-report's rows for the log with the calls that the scripted services got.
+  Run runOf(const Support::ProcessResult& result);
 
   Support::RpmSandbox& rpm() { return m_rpm; }
   Support::PrivateBus& bus() { return m_bus; }
   Support::ScriptedService& service() const { return *m_service; }
   void removeService() { m_service.reset(); }
+
+protected:
+  /// A service in another process installs the packages, so that its calls are not known.
+  bool m_isServedElsewhere = false;
 
 private:
   Support::RpmSandbox m_rpm;

@@ -62,7 +62,7 @@ TEST_F(HostileService, MayAnswerSlowly) {
   const auto tool = m_device.start(clock.environment());
   ASSERT_TRUE(m_device.service().waitForCalls(1));
   ASSERT_TRUE(clock.answerAfter(24, *tool, m_device.service()));
-  const auto run = Device::finish(*tool);
+  const auto run = m_device.finish(*tool);
   expectLog(run, installedLine(first));
   EXPECT_THAT(run.seconds, testing::Optional(testing::AllOf(testing::Ge(24), testing::Lt(60))));
 }
@@ -73,7 +73,7 @@ TEST_F(HostileService, MayInstallSlowly) {
   const auto tool = m_device.start(clock.environment());
   ASSERT_TRUE(m_device.service().waitForCalls(2));
   ASSERT_TRUE(clock.answerAfter(299, *tool, m_device.service()));
-  const auto run = Device::finish(*tool);
+  const auto run = m_device.finish(*tool);
   expectLog(run, installedLine(first));
   EXPECT_THAT(run.seconds, testing::Optional(testing::AllOf(testing::Ge(299), testing::Lt(400))));
 }
@@ -84,7 +84,7 @@ TEST_F(HostileService, DelaysTheRunByItsTimeLimitsIfItNeverAnswers) {
   m_device.service().onGetPackage().keepSilent();
   m_device.service().onInstall().keepSilent();
   const auto tool = m_device.start(clock.environment());
-  const auto run = Device::finish(*tool);
+  const auto run = m_device.finish(*tool);
   const std::string late = "Connection timed out";
   EXPECT_EQ(run.log, queryLines(late, first) + installationLines(late, first) + queryLines(late, second) +
                          installationLines(late, second) + timeLine);
@@ -227,7 +227,7 @@ TEST_F(HostileService, MayLoseItsBusDuringAQuery) {
   const auto tool = m_device.start();
   ASSERT_TRUE(m_device.service().waitForCalls(1));
   m_device.bus().stop();
-  const auto run = Device::finish(*tool);
+  const auto run = m_device.finish(*tool);
   EXPECT_EQ(run.log, queryLines(cut, first) + installationLines(noBus, first) + queryLines(noBus, second) +
                          installationLines(noBus, second) + timeLine);
   EXPECT_EQ(run.status, 0);
@@ -238,7 +238,7 @@ TEST_F(HostileService, MayLoseItsBusDuringAnInstallation) {
   const auto tool = m_device.start();
   ASSERT_TRUE(m_device.service().waitForCalls(2));
   m_device.bus().stop();
-  const auto run = Device::finish(*tool);
+  const auto run = m_device.finish(*tool);
   EXPECT_EQ(run.log,
             installationLines(cut, first) + queryLines(noBus, second) + installationLines(noBus, second) + timeLine);
   EXPECT_EQ(run.status, 0);
@@ -251,10 +251,10 @@ TEST_F(HostileService, MayLoseItsBusBetweenTwoPackages) {
     m_device.bus().stop();
     return 0;
   };
-  const auto run = Device::runOf(Support::runSupervised({Support::program("krv-pre-installer")},
-                                                        {{"KRV_ROOT_FS", m_device.root().string()}}, m_device.root(),
-                                                        {}, Support::beforeNth("open", 1, second, stopBus))
-                                     .process);
+  const auto run = m_device.runOf(Support::runSupervised({Support::program("krv-pre-installer")},
+                                                         {{"KRV_ROOT_FS", m_device.root().string()}}, m_device.root(),
+                                                         {}, Support::beforeNth("open", 1, second, stopBus))
+                                      .process);
   EXPECT_EQ(run.log, installedLine(first) + queryLines(cut, second) + installationLines(noBus, second) + timeLine);
   EXPECT_EQ(run.status, 0);
 }

@@ -72,7 +72,7 @@ TEST_F(MemoryCheck, FindsNothingInARun) {
 
   const Device::Run expected = m_device.run();
   Support::Process tool(checked("krv-pre-installer"), {{"KRV_ROOT_FS", m_device.root().string()}});
-  const Device::Run run = Device::finish(tool);
+  const Device::Run run = m_device.finish(tool);
   EXPECT_EQ(run.status, 0) << tool.wait().errors;
   EXPECT_EQ(run.log, expected.log);
 }

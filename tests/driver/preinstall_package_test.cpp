@@ -143,10 +143,10 @@ TEST_F(Preinstall, TriesAnUnreadableRegistryAgainForTheNextPackage) {
   fs::remove(m_device.registry());
   writeFile(m_device.registry(), removal(paths[1].stem(), keyId("alice")));
   m_device.service().release();
-  EXPECT_EQ(Device::finish(*tool).log, "[E] Couldn't open registry: " + quoted(m_device.registry()) +
-                                           "\n[E] Failed to read records from krv registry\n" +
-                                           installedLine(paths[0]) + removedLine + quoted(paths[1]) + "\n" +
-                                           skippedLine(paths[1]) + timeLine);
+  EXPECT_EQ(m_device.finish(*tool).log, "[E] Couldn't open registry: " + quoted(m_device.registry()) +
+                                            "\n[E] Failed to read records from krv registry\n" +
+                                            installedLine(paths[0]) + removedLine + quoted(paths[1]) + "\n" +
+                                            skippedLine(paths[1]) + timeLine);
 }
 
 TEST_F(Preinstall, NeverReadsTheRegistryAgainAfterASuccess) {
@@ -159,7 +159,7 @@ TEST_F(Preinstall, NeverReadsTheRegistryAgainAfterASuccess) {
   writeFile(m_device.registry(), removal(paths[1].stem(), keyId("alice")));
   m_device.service().release();
   // The first read found no registry, which is a success.
-  EXPECT_EQ(Device::finish(*tool).log, installedLine(paths[0]) + installedLine(paths[1]) + timeLine);
+  EXPECT_EQ(m_device.finish(*tool).log, installedLine(paths[0]) + installedLine(paths[1]) + timeLine);
 }
 
 // The registry cache of a caller in the same process

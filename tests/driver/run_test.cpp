@@ -145,7 +145,7 @@ TEST_F(Run, ReadsNoArguments) {
   const fs::path path = m_device.add({});
   Support::Process tool({Support::program("krv-pre-installer"), "--help", "-x", "/nowhere"},
                         {{"KRV_ROOT_FS", m_device.root().string()}});
-  EXPECT_EQ(Device::finish(tool).log, installedLine(path) + timeLine);
+  EXPECT_EQ(m_device.finish(tool).log, installedLine(path) + timeLine);
 }
 
 TEST_F(Run, CountsWholeSecondsOfItsOwnTime) {
@@ -159,7 +159,7 @@ TEST_F(Run, CountsWholeSecondsOfItsOwnTime) {
   ASSERT_TRUE(
       Support::waitUntil([&] { return std::chrono::steady_clock::now() - inLoop >= std::chrono::milliseconds(1100); }));
   m_device.service().release();
-  const auto run = Device::finish(*tool);
+  const auto run = m_device.finish(*tool);
   ASSERT_TRUE(run.seconds.has_value());
   EXPECT_GE(*run.seconds, 1);
   EXPECT_LE(std::chrono::seconds(*run.seconds), passed());
@@ -175,7 +175,7 @@ TEST_F(Run, WritesEachLineAtOnce) {
   ASSERT_TRUE(m_device.service().waitForCalls(2));
   EXPECT_EQ(tool->outputSoFar(), unreadableLines("Couldn't read rpm package", refused));
   m_device.service().release();
-  Device::finish(*tool);
+  m_device.finish(*tool);
 }
 
 TEST_P(RunOnBus, ContinuesWhenTheServiceLeavesBetweenTwoCalls) {

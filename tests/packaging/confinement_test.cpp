@@ -105,7 +105,7 @@ protected:
     Support::Process tool(confined({program("krv-pre-installer").string()}, writable),
                           {{"KRV_ROOT_FS", m_device.root().string()}, {"ASAN_OPTIONS", "detect_leaks=0"}}, ".",
                           [mask = maskOfUnit()] { umask(mask); });
-    return Device::finish(tool);
+    return m_device.finish(tool);
   }
 
   std::string expectedLog(const std::map<std::string, std::string>& linesOf) const {
@@ -214,7 +214,7 @@ TEST_F(ConfinementOfRoot, IsShownByTheCommandOfThePage) {
   Support::Process tool({"bash", "-c", command},
                         {{"KRV_ROOT_FS", m_device.root().string()},
                          {"PATH", program("krv-pre-installer").parent_path().string() + ":" + std::getenv("PATH")}});
-  EXPECT_EQ(Device::finish(tool).log, unreadableLines("Couldn't open rpm package", package) + timeLine);
+  EXPECT_EQ(m_device.finish(tool).log, unreadableLines("Couldn't open rpm package", package) + timeLine);
 }
 
 TEST_F(ConfinementOfRoot, DoesNotLetItListADirectoryOfAnother) {

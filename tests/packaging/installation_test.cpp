@@ -60,13 +60,18 @@ protected:
   Support::TempDirectory m_directory;
 };
 
-const Files filesOfDevice = {{"lib/systemd/system-preset/80-krv-pre-installer.preset", "644"},
+const Files filesOfDevice = {{"bin/krv-log-report", "755"},
+                             {"lib/systemd/system-preset/80-krv-pre-installer.preset", "644"},
                              {"lib/systemd/system/krv-pre-installer.service", "644"},
                              {"lib/tmpfiles.d/krv-pre-installer.conf", "644"},
                              {"sbin/krv-pre-installer", "755"},
+                             {"share/bash-completion/completions/krv-log-report", "644"},
                              {"share/doc/krv-pre-installer/LICENSE", "644"},
+                             {"share/fish/vendor_completions.d/krv-log-report.fish", "644"},
+                             {"share/man/man1/krv-log-report.1.gz", "644"},
                              {"share/man/man5/krv-registry.5.gz", "644"},
-                             {"share/man/man8/krv-pre-installer.8.gz", "644"}};
+                             {"share/man/man8/krv-pre-installer.8.gz", "644"},
+                             {"share/zsh/site-functions/_krv-log-report", "644"}};
 
 const Files filesOfBuildMachine = {{"bin/krv-image-check", "755"},
                                    {"bin/krv-package-signature", "755"},
@@ -76,6 +81,7 @@ const Files filesOfBuildMachine = {{"bin/krv-image-check", "755"},
                                    {"share/doc/krv-pre-installer/LICENSE", "644"},
                                    {"share/doc/krv-pre-installer/README.md", "644"},
                                    {"share/doc/krv-pre-installer/docs/decision.svg", "644"},
+                                   {"share/doc/krv-pre-installer/docs/fleet.md", "644"},
                                    {"share/doc/krv-pre-installer/docs/image-builders.md", "644"},
                                    {"share/doc/krv-pre-installer/docs/image-check-broken.html", "644"},
                                    {"share/doc/krv-pre-installer/docs/image-check-broken.png", "644"},

@@ -13,6 +13,7 @@
 
 RealDevice::RealDevice() {
   removeService();
+  m_isServedElsewhere = true;
   Support::trustAuthorityUnder(root());
   m_service = std::make_unique<RealService>(root());
 }

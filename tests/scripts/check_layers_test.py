@@ -68,6 +68,10 @@ BREACHES = {
                                 "1: driver may not include sdbus-c++/sdbus-c++.h"),
     "library that is not listed": ("core/a.cpp", "#include <sqlite3.h>\n",
                                    "1: includes sqlite3.h, which is no header of a listed library and not written from the root of the project"),
+    "line around the list of messages": ("core/a.cpp", 'int a;\n  LogMessage(LogLevel::Info) << "x";\n',
+                                         "2: writes a log line that is not in driver/log/messages.h"),
+    "line around the list in a header": ("common/error/a.h", 'LogMessage line(LogLevel::Info);\n',
+                                         "1: writes a log line that is not in driver/log/messages.h"),
     "part of Boost that is not listed": ("core/a.cpp", "#include <boost/regex.hpp>\n",
                                          "1: includes boost/regex.hpp, which is no header of a listed library and not written from the root of the project"),
 }

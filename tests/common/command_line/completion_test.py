@@ -18,7 +18,7 @@ import time
 import unittest
 
 BUILD = os.path.abspath(sys.argv.pop(1))
-PROGRAMS = ["krv-image-check", "krv-package-signature"]
+PROGRAMS = ["krv-image-check", "krv-log-report", "krv-package-signature"]
 
 # A command line, whose last word is unfinished, and what is offered for it.
 OFFERS = [

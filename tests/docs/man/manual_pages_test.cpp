@@ -52,8 +52,9 @@ const MessageTexts neverWritten = {
     "[E] Couldn't set permissions for ",
 };
 
-/// The general messages of the error codes: the log shows the message of the throwing code instead.
-const fs::path generalMessages = sources / "common/error/error_table.h";
+/// The general messages of the error codes, for which the log shows the message of the throwing code, and the list of
+/// the messages, which is not read as a source.
+const std::set<fs::path> notRead = {sources / "common/error/error_table.h", sources / "driver/log/messages.h"};
 
 /// Whether the program contains the text as a string of its own.
 bool holds(const std::string& program, const std::string& text) {
@@ -64,10 +65,13 @@ bool holds(const std::string& program, const std::string& text) {
 MessageTexts textsInTheTool() {
   const std::string tool = readFile(Support::program("krv-pre-installer"));
   MessageTexts texts;
+  for (const MessageForm& form : messageForms)
+    if (holds(tool, std::string(form.text)))
+      texts.merge(textsOfForm(form));
   for (const char* folder : {"common", "core", "driver", "service"}) {
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(sources / folder)) {
       const fs::path extension = entry.path().extension();
-      if ((extension != ".cpp" && extension != ".h") || entry.path() == generalMessages)
+      if ((extension != ".cpp" && extension != ".h") || notRead.contains(entry.path()))
         continue;
       for (const std::string& text : textsOfSource(readFile(entry.path())))
         if (holds(tool, text))
@@ -113,17 +117,22 @@ TEST(ManualPages, ExplainNoMessageTwice) {
 }
 
 TEST(ManualPages, FindTheTextsOfASourceFile) {
-  EXPECT_EQ(
-      textsOfSource(R"x(#include "no piece"
+  EXPECT_EQ(textsOfSource(R"x(#include "no piece"
     // "a comment" isn't one
     /* "neither is" this */
     const int number = 300'000; const char character = '"';
-    LogMessage(LogLevel::Warning) << "Broken"
-      " in two: " << path << " to " << 'x' << "word";
-    LogMessage(LogLevel::Info) << "Said \"so\" twice";
-    throw Error("Went wrong");
-    return reject("Not wanted: ", "\\");)x"),
-      (MessageTexts{"[W] Broken in two: ", " to ", "[I] Said \"so\" twice", "[E] Went wrong", "[W] Not wanted: "}));
+    throw Error("Broken"
+      " in two: " + path + " to " + 'x' + "word");
+    throw Error("Said \"so\" twice");
+    throw Error("Went wrong: ", "\\");)x"),
+            (MessageTexts{"[E] Broken in two: ", " to ", "[E] Said \"so\" twice", "[E] Went wrong: "}));
+}
+
+TEST(ManualPages, FindTheTextsOfAForm) {
+  EXPECT_EQ(textsOfForm({Message::RegistryNotReplaced, LogLevel::Warning, "From here {path} to {path} -> '{text}'"}),
+            (MessageTexts{"[W] From here ", " to "}));
+  EXPECT_EQ(textsOfForm({Message::ErrorText, LogLevel::Error, "{text}"}), MessageTexts());
+  EXPECT_EQ(textsOfForm({Message::NoLock, LogLevel::Info, "No lock"}), MessageTexts{"[I] No lock"});
 }
 
 /// The log lines in the code spans of a Markdown document, up to the first placeholder.
@@ -236,16 +245,21 @@ TEST_F(PagesAndTheLog, FindLinesInTheJournalAsDocumented) {
   const std::string log = eventfulLog();
   const fs::path journal = m_device.root() / "log.journal";
   writeJournal(journal, log);
+  writeFile(m_device.root() / "log", log);
+  const std::string programs = Support::program("krv-log-report").parent_path();
+  const std::string start = "PATH=\"" + programs + ":$PATH\" && journalctl --quiet --file=" + journal.string();
   std::vector<std::string> found;
-  for (const std::string& command : documentedCommands())
-    found.push_back(
-        Support::runOrThrow({"/bin/sh", "-c", command + " --quiet --output=cat --file=" + journal.string()}));
+  for (const std::string& command : documentedCommands()) {
+    const std::string options = command.substr(command.find(' '));
+    const bool hasFormat = options.find(" -o ") != options.npos;
+    found.push_back(Support::runOrThrow({"/bin/sh", "-c", start + (hasFormat ? "" : " --output=cat") + options}));
+  }
 
   const auto isError = [](const std::string& line) { return line.starts_with("[E] "); };
   const auto isNotable = [&](const std::string& line) { return isError(line) || line.starts_with("[W] "); };
-  const auto isAboutNotes = [](const std::string& line) { return line.find("notes") != std::string::npos; };
-  EXPECT_EQ(found,
-            (std::vector{log, linesWith(log, isError), linesWith(log, isNotable), linesWith(log, isAboutNotes)}));
+  const std::string head = "2023-11-14T22:13:20.000000Z  machine   boot 00112233445566778899aabbccddeeff\n";
+  const std::string report = Support::runOrThrow({Support::program("krv-log-report"), m_device.root() / "log"});
+  EXPECT_EQ(found, (std::vector{log, linesWith(log, isError), linesWith(log, isNotable), head + report}));
 }
 
 TEST(ManualPages, ShowTheResultingRegistry) {
@@ -265,7 +279,8 @@ TEST(ManualPages, ShowTheResultingRegistry) {
 }
 
 TEST(ManualPages, AreValidMdoc) {
-  for (const char* page : {"krv-pre-installer.8", "krv-registry.5", "krv-package-signature.1", "krv-image-check.1"}) {
+  for (const char* page :
+       {"krv-pre-installer.8", "krv-registry.5", "krv-package-signature.1", "krv-image-check.1", "krv-log-report.1"}) {
     const Support::ProcessResult lint =
         Support::run({"mandoc", "-T", "lint", "-W", "warning", (pages / page).string()});
     EXPECT_EQ(lint.output + lint.errors, "");

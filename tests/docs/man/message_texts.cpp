@@ -7,6 +7,7 @@
 #include <regex>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -134,8 +135,6 @@ private:
       readLiteral('\'');
     else
       skip(1);
-    if (character == ';' || character == '{' || character == '}')
-      m_mark = "[E] ";
   }
 
   /// Numbers count as words, with the quotes between their digits.
@@ -143,22 +142,16 @@ private:
     const auto end = std::ranges::find_if(m_rest, [](unsigned char character) {
       return std::isalnum(character) == 0 && character != '_' && character != ':' && character != '\'';
     });
-    const std::string_view word(m_rest.begin(), end);
-    if (word == "LogLevel::Info")
-      m_mark = "[I] ";
-    else if (word == "LogLevel::Warning" || word == "reject")
-      m_mark = "[W] ";
-    skip(word.size());
+    skip(static_cast<std::size_t>(end - m_rest.begin()));
   }
 
   void finishLiteral() {
     if (isPiece(m_literal))
-      m_texts.insert((std::isupper(static_cast<unsigned char>(m_literal[0])) != 0 ? m_mark : "") + m_literal);
+      m_texts.insert((std::isupper(static_cast<unsigned char>(m_literal[0])) != 0 ? "[E] " : "") + m_literal);
     m_literal.clear();
   }
 
   std::string_view m_rest;
-  std::string m_mark = "[E] ";
   std::string m_literal;
   MessageTexts m_texts;
 };
@@ -173,6 +166,20 @@ std::vector<PageMessage> messagesOfPage(const std::string& page) {
     if (line.starts_with(start))
       messages.push_back(messageFrom(shownLine(line.substr(4))));
   return messages;
+}
+
+MessageTexts textsOfForm(const MessageForm& form) {
+  std::string mark = form.level == LogLevel::Info ? "[I] " : form.level == LogLevel::Warning ? "[W] " : "[E] ";
+  MessageTexts texts;
+  std::string_view rest = form.text;
+  while (!rest.empty()) {
+    const std::string piece(rest.substr(0, rest.find('{')));
+    if (isPiece(piece))
+      texts.insert(std::exchange(mark, "") + piece);
+    rest.remove_prefix(piece.size());
+    rest.remove_prefix(rest.empty() ? 0 : rest.find('}') + 1);
+  }
+  return texts;
 }
 
 MessageTexts textsOfSource(std::string_view source) {

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "driver/log/messages.h"
+
 #include <set>
 #include <string>
 #include <string_view>
@@ -21,7 +23,9 @@ struct PageMessage {
 /// them uses other macros than the head of the page allows.
 std::vector<PageMessage> messagesOfPage(const std::string& page);
 
-/// The texts in the string literals of C++ source code that look like pieces of a message. A piece that begins with a
-/// capital letter begins a message. Its level is the level of the statement, that of a warning for reject(), and
-/// otherwise that of an error, because thrown errors are logged as errors.
+/// The fixed pieces of a message of the log.
+MessageTexts textsOfForm(const MessageForm& form);
+
+/// The texts in the string literals of C++ source code that look like pieces of a thrown error, which is logged as an
+/// error. A piece that begins with a capital letter begins a message.
 MessageTexts textsOfSource(std::string_view source);

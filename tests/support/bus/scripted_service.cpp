@@ -57,6 +57,35 @@ std::string firstText(sd_bus_message* call) {
   return copy;
 }
 
+bool isInstallation(sd_bus_message* call) {
+  return sd_bus_message_is_method_call(call, nullptr, "Install") > 0;
+}
+
+/// The calls to all services.
+class InstallationRecord {
+public:
+  void addAsked(sd_bus_message* call) {
+    const std::scoped_lock lock(m_mutex);
+    m_installations.asked.push_back(firstText(call));
+  }
+
+  void addSucceeded(sd_bus_message* call) {
+    const std::scoped_lock lock(m_mutex);
+    m_installations.succeeded.push_back(firstText(call));
+  }
+
+  ScriptedService::Installations take() {
+    const std::scoped_lock lock(m_mutex);
+    return std::exchange(m_installations, {});
+  }
+
+private:
+  std::mutex m_mutex;
+  ScriptedService::Installations m_installations;
+};
+
+InstallationRecord installationRecord;
+
 } // namespace
 
 /// The connection of the service, and the work of its thread.
@@ -90,6 +119,8 @@ private:
       m_service.m_calls.push_back(receivedCall(call));
       reaction = m_service.reactionTo(sd_bus_message_get_member(call), firstText(call));
     }
+    if (isInstallation(call))
+      installationRecord.addAsked(call);
     if (reaction.waitsForRelease)
       m_waiting.emplace_back(sd_bus_message_ref(call), reaction);
     else
@@ -108,6 +139,8 @@ private:
     sd_bus_message* reply = nullptr;
     checked(reaction.makeReply(call, &reply), "the scripted answer cannot be made");
     const Message owner(reply);
+    if (isInstallation(call) && sd_bus_message_is_method_error(reply, nullptr) <= 0)
+      installationRecord.addSucceeded(call);
     // It is not an error if the client or the bus has disappeared meanwhile.
     sd_bus_send(m_bus.get(), reply, nullptr);
     if (reaction.leavesFirst) {
@@ -161,6 +194,10 @@ private:
   std::vector<std::pair<Message, Reaction>> m_waiting;
   Bus m_bus; // is destroyed first, because it still uses the filter
 };
+
+ScriptedService::Installations ScriptedService::takeInstallations() {
+  return installationRecord.take();
+}
 
 ScriptedService::ScriptedService(Claim claim, const std::function<void(ScriptedService&)>& script)
     : m_claim(claim), m_wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {

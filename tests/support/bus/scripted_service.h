@@ -51,6 +51,13 @@ public:
   Script onInstall(std::optional<std::string> path = std::nullopt);
   void hasInstalled(const std::string& name, const std::string& version, const std::string& developerKeyId);
 
+  /// The arguments of the Install calls to all services of this process since the last call of this function.
+  struct Installations {
+    std::vector<std::string> asked = {};
+    std::vector<std::string> succeeded = {}; ///< those that were answered without an error
+  };
+  static Installations takeInstallations();
+
   /// All messages that the service has received, in order.
   std::vector<ReceivedCall> calls() const;
   /// Waits for `count` calls; false if they do not come within the deadline.
