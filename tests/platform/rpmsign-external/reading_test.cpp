@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The krv-pre-installer authors
 // SPDX-License-Identifier: MIT
+#include "platform/rpmsign-external/src/cms.h"
 #include "tests/platform/rpmsign-external/largest_request.h"
 #include "tests/platform/rpmsign-external/package_test.h"
 #include "tests/support/files/special_files.h"
@@ -356,6 +357,23 @@ TEST_F(Reading, GivesTheKeyIdOfAKeyThatOpensslCannotDecode) {
     EXPECT_EQ(keyId.size(), 64U);
     EXPECT_NE(keyId, pki().keyId("alice"));
     EXPECT_FALSE(verifies());
+  }
+}
+
+TEST_F(Reading, GivesNothingThatVerifiesUntilTheKeysAreDecoded) {
+  using PackageSignatures::Keys;
+  const PackageSignatures::ErrorQueueCleaner cleaner;
+  Support::sign(package(), "alice");
+  const std::string message = container();
+  const std::string content = Support::readFile(inSandbox("content"));
+  PackageSignatures::Digest digest{};
+  EVP_Digest(content.data(), content.size(), digest.data(), nullptr, EVP_sha256(), nullptr);
+  for (const Keys keys : {Keys::Skipped, Keys::Decoded}) {
+    std::string_view bytes = message;
+    const auto data = PackageSignatures::takeSignedData(bytes, keys);
+    const auto chain = PackageSignatures::checkChain(*data->certificate, {.caPath = pki().trustedCa().c_str()});
+    EXPECT_EQ(chain.problems.empty(), keys == Keys::Decoded);
+    EXPECT_EQ(PackageSignatures::signatureHolds(*data, digest), keys == Keys::Decoded);
   }
 }
 
