@@ -9,7 +9,7 @@
 
 namespace LogReport {
 
-/// What a line is, if it is read alone.
+/// The meaning of a line that is read alone.
 struct ParsedLine {
   enum class Kind {
     Whole,    ///< a message of the tool

@@ -4,7 +4,7 @@
 
 #include <string>
 
-/// What krv-log-report's reader makes of `log`: a line for each row, each end of a run and each unknown line, the
+/// The result of reading `log`: a line for each row, each end of a run and each unknown line, the
 /// latter with its number, in the order in which the reader finds them:
 ///
 ///   a.rpm: installed
