@@ -159,7 +159,7 @@ printf '%s\\n' "${COMPREPLY[@]}"
         return sorted(done.stdout.split())
 
     def test_offers_the_options_of_the_help(self):
-        self.assertEqual(len(commands()), 5)
+        self.assertEqual(len(commands()), 6)
         for command in commands():
             with self.subTest(command):
                 self.assertEqual(self.offers([*command, "-"]), options_of(*command))
