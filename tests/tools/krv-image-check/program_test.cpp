@@ -277,10 +277,13 @@ protected:
 };
 
 TEST_F(HermeticCheck, OpensOnlyTheImageItsCopyAndTheLibraries) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the sanitizer opens files too";
+#endif
   fs::create_directory(image.outside() / "tmp");
   const Support::SupervisedResult result =
       Support::runSupervised({Support::program("krv-image-check"), image.root(), "--deep", "--jobs", "1"},
-                             {{"TMPDIR", image.outside() / "tmp"}, {"ASAN_OPTIONS", "detect_leaks=0"}}, "/");
+                             {{"TMPDIR", image.outside() / "tmp"}}, "/");
   EXPECT_EQ(result.process.status, 0) << result.process.output << result.process.errors;
   const std::vector<std::string> allowed = {image.root(),
                                             image.outside() / "tmp/",

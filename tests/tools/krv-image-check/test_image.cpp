@@ -102,14 +102,14 @@ Support::ProcessResult TestImage::run(const std::vector<std::string>& options,
   return Support::run(command, environment, outside());
 }
 
-Lines TestImage::findings(const std::vector<std::string>& options, const Support::Environment& environment) const {
-  const Support::ProcessResult text = run(options, environment);
+Lines TestImage::findings(const std::vector<std::string>& options) const {
+  const Support::ProcessResult text = run(options);
   if (text.status > 1 || !text.errors.empty())
     throw std::runtime_error(std::to_string(text.status) + " " + text.output + text.errors);
   Lines lines = findingLines(text.output);
   std::vector<std::string> forJson = options;
   forJson.insert(forJson.end(), {"--format", "json"});
-  const Support::ProcessResult json = run(forJson, environment);
+  const Support::ProcessResult json = run(forJson);
   validate(json.output);
   if (json.status != text.status || nlohmann::json::parse(json.output)["findings"].size() != lines.size())
     throw std::runtime_error("text and JSON differ:\n" + text.output + json.output);

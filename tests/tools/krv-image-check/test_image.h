@@ -53,7 +53,7 @@ public:
 
   /// The lines about findings. Checks in passing that the JSON form of the same report fits its schema and has as many
   /// findings.
-  Lines findings(const std::vector<std::string>& options = {}, const Support::Environment& environment = {}) const;
+  Lines findings(const std::vector<std::string>& options = {}) const;
 
   static constexpr const char* directory = "usr/share/krv/pre-install-apps";
 
