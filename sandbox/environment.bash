@@ -15,9 +15,10 @@ unset CDPATH
 scripts=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
 source "$scripts/bus.bash"
 folder=
-is_new=no    # if yes: remove at the end the folder, which this run has made;
-is_doomed=no # the device and the other folders in it;
-is_open=no   # run/
+is_temporary=no # if yes: remove at the end the folder with everything in it;
+is_new=no       # the folder, which this run has made, if nothing else is in it;
+is_doomed=no    # the device and the other folders in it;
+is_open=no      # run/
 declare -A process=()
 
 fail() { # message
@@ -34,6 +35,7 @@ clean_up() {
   [ ${#running[@]} = 0 ] || kill "${running[@]}" 2>/dev/null || true
   wait ${process[@]+"${process[@]}"} || true
   [ -n "$folder" ] || return 0
+  [ "$is_temporary" = no ] || rm -rf -- "$folder"
   [ "$is_open" = no ] || rm -rf -- "$folder/run"
   [ "$is_doomed" = no ] || rm -rf -- "$folder"/{device,home,packages,pki,run}
   [ "$is_new" = no ] || [ ! -e "$folder" ] || rmdir -- "$folder"
@@ -58,15 +60,14 @@ enter_sandbox() { # folder of the built programs; folder of the sandbox, or noth
   trap 'exit 130' INT
   trap 'exit 143' TERM
   bin=$(cd -- "$1" && pwd)
-  # is_new is set before the folder is made, because a signal may arrive between the two.
   if [ -z "$2" ]; then
-    is_new=yes
+    is_temporary=yes
     folder=$(mktemp -d "${TMPDIR:-/tmp}/krv-sandbox.XXXXXX")
   elif [ -e "$2" ]; then
     folder=$(cd -- "$2" && pwd)
   else
     folder=$(realpath -m -- "$2")
-    is_new=yes
+    is_new=yes # before the folder is made, because a signal may arrive between the two
     mkdir -- "$folder" || { is_new=no; exit 1; }
   fi
   image=$folder/device/usr/share/krv/pre-install-apps

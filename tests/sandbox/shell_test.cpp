@@ -49,6 +49,14 @@ TEST_F(SandboxShell, RunsACommandWithBusAndServiceAndLeavesNothing) {
   expectNothingLeft();
 }
 
+TEST_F(SandboxShell, RemovesTheFilesThatTheCommandMakesInATemporarySandbox) {
+  const Support::ProcessResult result =
+      run({"--", "sh", "-c", "cp packages/notes-1.0-1.rpm my.rpm; mkdir own; touch own/file"});
+  EXPECT_EQ(result.output + result.errors, "");
+  EXPECT_EQ(result.status, 0);
+  expectNothingLeft();
+}
+
 TEST_F(SandboxShell, OpensTheUsersShellWithAShortHelp) {
   const Support::ProcessResult result = run({}, {{"SHELL", "/bin/true"}});
   EXPECT_EQ(result.output,
