@@ -110,7 +110,7 @@ TEST(ActivationFile, LetsTheBusStartTheService) {
   const Support::TempDirectory folder;
   Support::writeFile(
       folder / "velta.KRV.service",
-      std::regex_replace(example, program, "$1" + Support::program("test-activated-service").string() + "\n"));
+      std::regex_replace(example, program, "$1\"" + Support::program("test-activated-service").string() + "\"\n"));
   Device device({.policies = stockPolicies + "  <servicedir>" + folder.path().string() + "</servicedir>\n"});
   device.removeService();
   const fs::path package = device.add({.name = "started"});
