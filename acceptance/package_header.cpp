@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 
 namespace Acceptance {
 
@@ -32,14 +33,14 @@ bool isSourcePackage(const Common::Rpm::Reader& package) {
 std::set<std::string> scriptInterpreters(const Common::Rpm::Reader& package) {
   // An interpreter with arguments is a list of texts.
   static constexpr auto ofOneScript =
-      std::to_array<rpmTagVal>({RPMTAG_PREINPROG, RPMTAG_POSTINPROG, RPMTAG_PREUNPROG, RPMTAG_POSTUNPROG,
-                                RPMTAG_PRETRANSPROG, RPMTAG_POSTTRANSPROG});
-  static constexpr auto ofSeveralScripts = std::to_array<rpmTagVal>(
+      std::to_array<std::int32_t>({RPMTAG_PREINPROG, RPMTAG_POSTINPROG, RPMTAG_PREUNPROG, RPMTAG_POSTUNPROG,
+                                   RPMTAG_PRETRANSPROG, RPMTAG_POSTTRANSPROG});
+  static constexpr auto ofSeveralScripts = std::to_array<std::int32_t>(
       {RPMTAG_TRIGGERSCRIPTPROG, RPMTAG_FILETRIGGERSCRIPTPROG, RPMTAG_TRANSFILETRIGGERSCRIPTPROG});
   std::set<std::string> interpreters;
-  for (const rpmTagVal tag : ofOneScript)
+  for (const std::int32_t tag : ofOneScript)
     interpreters.insert(package.tagOr(tag, ""));
-  for (const rpmTagVal tag : ofSeveralScripts)
+  for (const std::int32_t tag : ofSeveralScripts)
     for (const std::string& text : package.texts(tag))
       interpreters.insert(text);
   std::erase_if(interpreters, [](const std::string& text) { return !text.starts_with('/'); });

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <memory>
 #include <optional>
 
@@ -25,7 +26,8 @@ bool isSound(const Reader& package) {
                                                           RPMTAG_OBSOLETENAME, RPMTAG_RECOMMENDNAME, RPMTAG_SUGGESTNAME,
                                                           RPMTAG_SUPPLEMENTNAME, RPMTAG_ENHANCENAME, RPMTAG_ORDERNAME});
   return package.files() && std::ranges::all_of(kinds, [&](rpmTagVal kind) {
-           return headerIsEntry(package.header().get(), kind) == 0 || package.dependencies(kind) != nullptr;
+           return headerIsEntry(package.header().get(), kind) == 0 ||
+                  package.dependencies(static_cast<std::int32_t>(kind)) != nullptr;
          });
 }
 
