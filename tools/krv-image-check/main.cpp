@@ -105,6 +105,8 @@ int perform(const Options& options) {
 /// Keeps the settings of the machine and of the user away from the libraries; those of RPM are not read.
 void forgetTheMachine() {
   setenv("OPENSSL_CONF", "/dev/null", 1);
+  // The OpenPGP library of librpm 4.20 reads no file if this is empty, and takes its built-in policy.
+  setenv("RPM_SEQUOIA_CRYPTO_POLICY", "", 1);
 }
 
 } // namespace

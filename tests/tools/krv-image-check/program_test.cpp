@@ -295,7 +295,8 @@ TEST_F(HermeticCheck, OpensOnlyTheImageItsCopyAndTheLibraries) {
                                             "/lib64/",
                                             "/etc/ld.so",
                                             "/etc/gcrypt/",
-                                            "/etc/localtime", // the C library reads it even for UTC
+                                            "/usr/share/locale/", // the C library looks for messages
+                                            "/etc/localtime",     // the C library reads it even for UTC
                                             "/proc/",
                                             "/sys/devices/system/cpu",
                                             "/dev/null",
