@@ -49,7 +49,7 @@ bool leadsOut(const fs::path& target) {
   return target.is_absolute() || (fs::path(preInstallDirectory) / target).lexically_normal().string().starts_with("..");
 }
 
-/// The text of the symlink `name`; nothing if it is none.
+/// Returns the target of the symlink `name`, or no value if the entry is not a symlink.
 std::optional<std::string> linkTarget(const ImageTree& image, const std::string& name) {
   const FileDescriptor directory = image.openDirectory(preInstallDirectory);
   std::array<char, PATH_MAX> target;

@@ -8,7 +8,7 @@
 
 namespace ImageCheck::Html {
 
-/// The section with the certificates of the developers on a time line until each ends; empty if there are none.
+/// Returns the section with a time line of the developers' certificates, or an empty text if no package is signed.
 std::string certificateSection(const Report& report);
 
 } // namespace ImageCheck::Html

@@ -28,6 +28,19 @@ PackageIdentity identityOf(const Package& package) {
   return {.name = package.name, .version = package.fullVersion, .developer = package.developer->identity};
 }
 
+std::string shortNameOf(std::error_code code) {
+  return Common::fromCode(static_cast<Common::ErrorCode>(code.value())).shortName;
+}
+
+std::string reasonOf(const Verdict& verdict, const std::optional<InstalledPackage>& installed) {
+  // The device knows the developer, but nothing here does.
+  if (verdict.reason == Reason::DeveloperMismatch && installed->developerKeyId.empty())
+    return "DeveloperUnknown";
+  return std::string(nameOf(verdict.reason));
+}
+
+} // namespace
+
 std::string_view nameOf(Reason reason) {
   switch (reason) {
   case Reason::NotInstalled:
@@ -43,19 +56,6 @@ std::string_view nameOf(Reason reason) {
   }
   return "";
 }
-
-std::string nameOf(std::error_code code) {
-  return Common::fromCode(static_cast<Common::ErrorCode>(code.value())).shortName;
-}
-
-std::string reasonOf(const Verdict& verdict, const std::optional<InstalledPackage>& installed) {
-  // The device knows the developer, but nothing here does.
-  if (verdict.reason == Reason::DeveloperMismatch && installed->developerKeyId.empty())
-    return "DeveloperUnknown";
-  return std::string(nameOf(verdict.reason));
-}
-
-} // namespace
 
 SimulatedDevice::SimulatedDevice(Acceptance::Root root) : m_root(std::move(root)) {}
 
@@ -100,7 +100,7 @@ Row SimulatedDevice::take(const Entry& entry) {
     row.action = installed ? Action::Update : Action::Install;
   } catch (const Common::Error& error) {
     row.action = Action::Refused;
-    row.reason = nameOf(error.code());
+    row.reason = shortNameOf(error.code());
     row.detail = error.what();
   }
   return row;

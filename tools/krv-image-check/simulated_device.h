@@ -6,6 +6,7 @@
 #include "acceptance/package_rules.h"
 #include "acceptance/placement.h"
 #include "core/registry_record.h"
+#include "driver/decision.h"
 #include "tools/krv-image-check/model.h"
 
 #include <filesystem>
@@ -13,10 +14,14 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
 namespace ImageCheck {
+
+/// Returns the reason as it stands in a Row, for example "NotInstalled".
+std::string_view nameOf(Reason reason);
 
 /// A package as a simulated device has it.
 struct InstalledPackageData {

@@ -22,7 +22,7 @@ using ImageCheckTest::writeProgram;
 using Support::ProcessResult;
 using Support::writeFile;
 
-/// Mistakes whose finding depends on more than one fact, and what looks like one and is none.
+/// Tests findings that depend on several facts, and similar images that have no mistake.
 class ImageMistake : public testing::Test {
 protected:
   TestImage image;

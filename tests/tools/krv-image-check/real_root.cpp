@@ -9,6 +9,7 @@
 #include "driver/package_facts.h"
 #include "tests/support/signing/pki.h"
 #include "tests/tools/krv-image-check/comparison.h"
+#include "tools/krv-image-check/simulated_device.h"
 
 #include <optional>
 #include <vector>
@@ -26,22 +27,6 @@ std::vector<RegistryRecord> records() {
   if (!Core::KRV::Registry().foreachRecord([&](const RegistryRecord& record) { records.push_back(record); }))
     throw std::runtime_error("the registry cannot be read");
   return records;
-}
-
-const char* nameOf(Reason reason) {
-  switch (reason) {
-  case Reason::NotInstalled:
-    return "NotInstalled";
-  case Reason::Update:
-    return "Update";
-  case Reason::RemovedByUser:
-    return "RemovedByUser";
-  case Reason::NotNewer:
-    return "NotNewer";
-  case Reason::DeveloperMismatch:
-    break;
-  }
-  return "DeveloperMismatch";
 }
 
 std::optional<PackageFacts> factsOf(const std::filesystem::path& path) {
@@ -73,7 +58,10 @@ Row RealRoot::take(const std::string& name, const std::filesystem::path& path) {
     installed.reset();
   }
   const Verdict verdict = decide(*facts, installed, records());
-  Row row{.entry = name, .name = facts->name, .action = Action::Skip, .reason = nameOf(verdict.reason)};
+  Row row{.entry = name,
+          .name = facts->name,
+          .action = Action::Skip,
+          .reason = std::string(ImageCheck::nameOf(verdict.reason))};
   if (!verdict.isInstallationDue())
     return row;
   try {
