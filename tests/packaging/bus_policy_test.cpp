@@ -129,7 +129,9 @@ TEST(UnitOfTheService, IsTheOneThatTheActivationFileNamesAndPassesSystemdAnalyze
   const Support::TempDirectory folder;
   Support::writeFile(folder / name[1].str(),
                      std::regex_replace(example, std::regex("(\nExecStart=)[^\n]*\n"), "$1/bin/true\n"));
-  const Support::ProcessResult result = Support::run({"systemd-analyze", "verify", folder / name[1].str()});
+  // The unit needs the bus, which this machine need not have as a unit.
+  Support::writeFile(folder / "dbus.socket", "[Socket]\nListenStream=/run/dbus/system_bus_socket\n");
+  const Support::ProcessResult result = Support::run({"systemd-analyze", "verify", "--man=no", folder / name[1].str()});
   EXPECT_EQ(result.output + result.errors, "");
   EXPECT_EQ(result.status, 0);
 }
