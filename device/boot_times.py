@@ -5,8 +5,9 @@
 
 usage: boot_times.py IMAGES PACKAGES FOLDER
 
-Nothing else runs beside a boot. Each figure is the median of three boots with the smallest and the largest.
-scripts/device-test --boot-times calls this.
+Nothing else runs beside a boot. Each figure is the median of KRV_BENCH_PAIRS boots, by default three, with the smallest
+and the largest. The last one is the ratio to the boot without the unit in the same round. scripts/device-test --boot-times
+calls this.
 """
 import os
 import statistics
@@ -17,7 +18,8 @@ from expect import Scene
 from machine import accelerator, die_with_parent
 from stage import Device
 
-ROUNDS = 3
+ROUNDS = int(os.environ.get("KRV_BENCH_PAIRS", "3"))
+YARDSTICK = "without the unit"
 MASK = "systemd.mask=krv-pre-installer.service"
 
 
@@ -35,7 +37,7 @@ def boot(device, path, arguments):
 
 
 def figure(values):
-    return f"{statistics.median(values):5.1f} s ({min(values):.1f} to {max(values):.1f})"
+    return f"{statistics.median(values):6.2f} s ({min(values):.2f}-{max(values):.2f})"
 
 
 def main(arguments):
@@ -51,15 +53,18 @@ def main(arguments):
             changes.ship([device.path_of(package) for package in apps(count or 0)])
             changes.apply()
             if count is None:
-                rows.setdefault("without the unit", []).append(boot(device, path, [MASK]))
+                rows.setdefault(YARDSTICK, []).append(boot(device, path, [MASK]))
                 continue
             rows.setdefault(f"{count} packages, first boot", []).append(boot(device, path, []))
             if count:
                 rows.setdefault(f"{count} packages, second boot", []).append(boot(device, path, []))
-    print("boot                        in the unit                logins allowed after")
+    without = [logins for _, logins in rows[YARDSTICK]]
+    print(f"{'boot':26}  {'in the unit':23}  {'logins allowed after':23}   ratio (spread)")
     for name, values in rows.items():
         units, logins = zip(*values)
-        print(f"{name:26}  {figure(units):25}  {figure(logins)}")
+        ratios = [own / yardstick for own, yardstick in zip(logins, without)]
+        ratio = f"{statistics.median(ratios):5.2f} ({min(ratios):.2f}-{max(ratios):.2f})"
+        print(f"{name:26}  {figure(units):23}  {figure(logins):23}  {ratio}")
 
 
 if __name__ == "__main__":
