@@ -19,6 +19,8 @@ import unittest
 
 BUILD = os.path.abspath(sys.argv.pop(1))
 PROGRAMS = ["krv-image-check", "krv-log-report", "krv-package-signature"]
+# The shells and the names of their scripts.
+SCRIPTS = {"bash": "{}", "fish": "{}.fish", "zsh": "_{}"}
 
 # A command line, whose last word is unfinished, and what is offered for it.
 OFFERS = [
@@ -89,9 +91,19 @@ def split(line):
 
 class Programs(unittest.TestCase):
     def test_have_scripts_for_each_shell(self):
-        for shell, name in (("bash", "{}"), ("fish", "{}.fish"), ("zsh", "_{}")):
+        for shell, name in SCRIPTS.items():
             self.assertEqual(sorted(os.listdir(os.path.join(BUILD, "completions", shell))),
                              sorted(name.format(program) for program in PROGRAMS))
+
+    def test_have_the_scripts_that_their_writers_print(self):
+        for program in PROGRAMS:
+            writer = os.path.join(BUILD, "tools", program, f"{program}-completions")
+            for shell, name in SCRIPTS.items():
+                printed = subprocess.run([writer, shell], capture_output=True, text=True, check=True).stdout
+                with open(os.path.join(BUILD, "completions", shell, name.format(program)), encoding="utf-8") as file:
+                    self.assertEqual(file.read(), printed)
+            for arguments in ([], ["csh"], ["bash", "fish"]):
+                self.assertEqual(subprocess.run([writer, *arguments], check=False).returncode, 2)
 
 
 class Shell(unittest.TestCase):
