@@ -19,6 +19,8 @@ bool Device::isSanitized() {
 
 Device::Device(const Support::BusSettings& bus) : m_bus(bus) {
   std::filesystem::create_directories(preinstallDirectory());
+  // Those of an earlier test of this process, whose run was not checked.
+  static_cast<void>(Support::ScriptedService::takeInstallations());
 }
 
 std::vector<std::filesystem::path> Device::entries() const {
