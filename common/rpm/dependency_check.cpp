@@ -70,7 +70,7 @@ void DependencyCheck::clear() {
 }
 
 std::vector<DependencyCheck::Problem> DependencyCheck::problems() const {
-  rpmtsCleanProblems(m_set.get()); // those of an earlier check stay otherwise
+  rpmtsCleanProblems(m_set.get()); // rpmtsCheck() adds to the problems of an earlier call
   rpmtsCheck(m_set.get());
   const std::shared_ptr<std::remove_pointer_t<rpmps>> set = ownHandle<rpmpsFree>(rpmtsProblems(m_set.get()));
   const std::shared_ptr<std::remove_pointer_t<rpmpsi>> iterator =

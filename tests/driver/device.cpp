@@ -19,7 +19,7 @@ bool Device::isSanitized() {
 
 Device::Device(const Support::BusSettings& bus) : m_bus(bus) {
   std::filesystem::create_directories(preinstallDirectory());
-  // Those of an earlier test of this process, whose run was not checked.
+  // Drops the calls of earlier tests in this process. runOf() would take them for calls of this device.
   static_cast<void>(Support::ScriptedService::takeInstallations());
 }
 

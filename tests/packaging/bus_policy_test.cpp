@@ -129,7 +129,7 @@ TEST(UnitOfTheService, IsTheOneThatTheActivationFileNamesAndPassesSystemdAnalyze
   const Support::TempDirectory folder;
   Support::writeFile(folder / name[1].str(),
                      std::regex_replace(example, std::regex("(\nExecStart=)[^\n]*\n"), "$1/bin/true\n"));
-  // The unit needs the bus, which this machine need not have as a unit.
+  // The unit requires dbus.socket, which not every machine has.
   Support::writeFile(folder / "dbus.socket", "[Socket]\nListenStream=/run/dbus/system_bus_socket\n");
   const Support::ProcessResult result = Support::run({"systemd-analyze", "verify", "--man=no", folder / name[1].str()});
   EXPECT_EQ(result.output + result.errors, "");
